@@ -1,0 +1,40 @@
+// The frame stream protocol: requests on standard input, replies on standard output (docs/protocol.md).
+//
+// Nothing here flushes: std::cin is tied to std::cout, so replies leave before the process waits for more input.
+#pragma once
+
+#include "kscolor.h"
+
+// One received message. The texts come from strdup and belong to the caller, who releases them with free.
+struct streamin {
+    int sequence_num;   // 0 when absent
+    char* status;       // value of Status, and of Status-text
+    char* status_text;  // Deliberate: never set, see the header table in Streaming.cpp
+    char* timestamp;    // verbatim, with its leading blank
+    int ret_status;     // StreamCode
+};
+
+enum StreamCode {
+    kNothing = 0,      // rejected first line, lone blank, or neither command nor body
+    kFrame = 1,        // a body of type image/rgb is attached to the image
+    kReconfigure = 2,  // command without body
+    kShutdown = 3,     // command without body
+    kOtherBody = 4     // a body of another type, discarded
+};
+
+constexpr long kMaxBody = 268435456;  // bytes; also the limit of width x height x 3
+
+// Reads one message; blocks until it is complete. The image owns an attached body. Where the input ends inside a body,
+// the message is dropped: ret_status is kNothing, nothing is written, and std::cin is at its end with TruncatedBody().
+streamin StreamIO(KsColorImage* Img);
+
+// Whether the latest StreamIO met the end of input inside a body.
+bool TruncatedBody();
+
+// The plain OK reply. A null timestamp puts std::cout into its failed state.
+void AckOK(const streamin& streamdata);
+// An error reply.
+void AckError(const char* msg);
+
+// Ends the process with status 0.
+[[noreturn]] void shutdown();

@@ -1,0 +1,27 @@
+#include "kscolor.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+void KsColorImage::KsReadImageMemory(unsigned char* src, int rows, int cols) {
+    raw = true;
+    rawsrc = src;
+    NofR = rows;
+    NofC = cols;
+}
+
+void KsColorImage::KsFreeImageMemory() {
+    if (raw) std::free(rawsrc);
+}
+
+void KsColorImage::KsWriteImage(const char* file) {
+    if (!raw) return;
+    std::FILE* f = std::fopen(file, "w");
+    if (f == nullptr) return;
+    std::fprintf(f, "P2\n%d %d\n255\n", NofC, NofR);
+    for (int r = 0; r < NofR; r++) {
+        for (int c = 0; c < NofC; c++) std::fprintf(f, "%d ", Red(r, c));
+        std::fputc('\n', f);
+    }
+    std::fclose(f);
+}

@@ -1,0 +1,119 @@
+// What the analyzer believes the empty scene looks like.
+//
+// SINGLE: one image, the first frame. MULTIPLE: per cell of the grid up to 64 colour samples, summarised as up to 6
+// colour clusters with a mean and a support; cell i of the model and cell i of the grid are the same square.
+//
+// Random draws are part of the result. Building a model seeds the process-wide generator (srandom(0)); random() is
+// drawn for the starting centres of ClusterCell and rand() once for every foreground cell of an update, in cell order.
+// Nothing else may draw from it (see randomdraws.h).
+#pragma once
+
+#include "gridcolordiff.h"
+#include "kscolor.h"
+#include "valuetypes.h"
+
+// One cell of the background. The Gray forms use the red members alone and |dR| as the distance; the others use all
+// three and the squared Euclidean distance. maxdist is compared with these as it stands.
+class KsBackgroundCell {
+   public:
+    static constexpr int kMaxSamples = 64;
+    static constexpr int kMaxClusters = 6;
+    static constexpr int kMaxSupport = 512;  // a cluster is a running mean over about this many samples
+
+    int minr, maxr, minc, maxc;  // box, pixels, inclusive, not clipped; set once
+
+    int nsamples;                          // gathered since the last clustering, 0..64
+    int nclusters;                         // in use, 0..6; entries behind it are stale and never read
+    ColorSample cv[kMaxSamples];           // samples in the order gathered; in IR models G and B stay 0
+    ColorValue clustersum[kMaxClusters];   // channel sums behind the means, about support x clusters. Can be negative:
+                                           // forgetting subtracts rounded means
+    ColorValue clusters[kMaxClusters];     // rounded means; can leave 0..255 for the same reason
+    int support[kMaxClusters];             // samples that a cluster stands for, 0..512
+    int added[kMaxClusters];               // samples given by the latest maintenance; read by forgetting
+
+    // The derivative model of the same cell keeps a single sample and cluster; the main flow never uses it.
+    int ndersamples, nderclusters;
+    ColorDerivative cd[1];
+    double dernorm[1];
+    ColorDerivative derclustersum[1], derclusters[1];
+    double derclusternorm[1];
+    int dersupport[1], deradded[1];
+
+    void KsSetBoxBounds(int r0, int r1, int c0, int c1) {
+        minr = r0;
+        maxr = r1;
+        minc = c0;
+        maxc = c1;
+    }
+    int GetMinR() const { return minr; }
+    int GetMaxR() const { return maxr; }
+    int GetMinC() const { return minc; }
+    int GetMaxC() const { return maxc; }
+
+    // First clustering: turns the samples into 1 to 3 clusters and empties the store. Requires nsamples >= 1 and
+    // maxdist >= 0. Draws random() for every starting centre and redraw.
+    void ClusterCell(int maxdist);
+    void ClusterCellGray(int maxdist);
+
+    // Maintenance: opens clusters for samples farther than maxdist from all others (at most three a call, six in all),
+    // folds the samples in and empties the store. No random draws.
+    void UpdateCellClusters(int maxdist);
+    void UpdateCellClustersGray(int maxdist);
+    // Merges the closest pair if it is closer than maxdist.
+    void MergeClusters(int maxdist);
+    void MergeClustersGray(int maxdist);
+    // Takes support from clusters that the latest maintenance gave fewer than two samples; removes those without any.
+    void ForgetUnsupportedClusters();
+    void ForgetUnsupportedClustersGray();
+
+    // Smallest distance below minval between the colour and a cluster with support above 128, else minval. Rd, Gd and
+    // Bd receive cluster minus colour of the nearest one, and are left alone where there is none.
+    int GetMinDifference(int minval, int R, int G, int B, int& Rd, int& Gd, int& Bd) const;
+    int GetMinDifferenceGray(int minval, int R, int& Rd) const;
+};
+
+// Draws n distinct indices below range (n <= range) with random() % range, redrawing repeats.
+void RandomCenters(int* icl, int n, int range);
+
+class BackgroundModel {
+   public:
+    int NofR, NofC;  // frame rows and columns, pixels
+    ImageType CIr;
+    GridColorDiff* G;       // not owned
+    BackgroundType BType;
+    KsColorImage IBkg;      // SINGLE only: shares the first frame's buffer, which the caller must keep alive
+    KsBackgroundCell* cd;   // MULTIPLE only: cnum cells, owned
+    Neighbors* n;           // the grid's neighbours, not owned
+    int *map1, *map2;       // MULTIPLE only, per pixel: index of its main cell; of its shifted cell or -1
+    int cnum, cnum_2;       // cells of both lattices, of the main lattice
+    int cellsize, cellsize_2;  // pixels
+    int maxdist;            // cluster radius: squared for COLOR, plain for IR
+    int mindist;            // declared, unused
+    int dermaxdist, dermindist;  // 128 and 32: bounds of the derivative model, unused
+    int alpha;              // alpha_in in hundredths, truncated; stored only
+    int t;                  // frame number of the latest update; stored only
+
+    BackgroundModel();
+    // Builds the model over the first frame and seeds the process-wide generator. Throws std::bad_alloc.
+    BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CIr_in, GridColorDiff* G_in, BackgroundType BT_in,
+                    int maxdist_in);
+    ~BackgroundModel();
+    BackgroundModel(const BackgroundModel&) = delete;
+    BackgroundModel& operator=(const BackgroundModel&) = delete;
+
+    // Brings the model up to date with a frame of the first frame's size. With updateall every cell is updated and
+    // nothing is forgotten; without it, cells whose conf is above 0 are updated on about 3 frames in 10.
+    void UpdateBackground(KsColorImage& CI, bool updateall, int tnew);
+
+    // Difference of pixel (r, c) to the nearest qualifying cluster of its main cell and the four diagonal neighbours
+    // of that cell, in this order, the earlier one on a tie; outputs are left alone where none qualifies.
+    void GetDifference(int r, int c, int R, int G, int B, int& Rd, int& Gd, int& Bd) const;
+    void GetDifferenceGray(int r, int c, int G, int& Gd) const;
+
+    // SINGLE: writes the red channel of the background image (KsWriteImage). Nothing for MULTIPLE.
+    void OutputBackgroundImage(const char* name);
+
+   private:
+    void UpdateSingle(bool updateall);
+    void GatherSamples(KsBackgroundCell& cell, const KsColorImage& CI) const;
+};
