@@ -1,0 +1,231 @@
+#include "scene.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+
+#include "actors.h"
+#include "random.h"
+
+namespace fleifeisa::scenes {
+namespace {
+
+std::uint8_t toByte(int value) {
+    return static_cast<std::uint8_t>(std::clamp(value, 0, 255));
+}
+
+/// A picture in memory with clipped drawing.
+struct Canvas {
+    int width, height;
+    std::span<std::uint8_t> rgb;
+
+    void set(int x, int y, Colour c) {
+        if (x < 0 || y < 0 || x >= width || y >= height) return;
+        std::uint8_t* p =
+            &rgb[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 3];
+        p[0] = c.r;
+        p[1] = c.g;
+        p[2] = c.b;
+    }
+    void box(int left, int top, int w, int h, Colour c) {
+        for (int y = std::max(0, top); y < std::min(height, top + h); ++y)
+            for (int x = std::max(0, left); x < std::min(width, left + w); ++x) set(x, y, c);
+    }
+    /// An ellipse that fills the box.
+    void oval(int left, int top, int w, int h, Colour c) {
+        for (int y = std::max(0, top); y < std::min(height, top + h); ++y)
+            for (int x = std::max(0, left); x < std::min(width, left + w); ++x) {
+                const std::int64_t dx = std::int64_t{2 * (x - left) + 1 - w} * h;
+                const std::int64_t dy = std::int64_t{2 * (y - top) + 1 - h} * w;
+                if (dx * dx + dy * dy <= std::int64_t{w} * h * w * h) set(x, y, c);
+            }
+    }
+    /// Darkens an ellipse to 3/4: a shadow on the ground.
+    void shade(int left, int top, int w, int h) {
+        for (int y = std::max(0, top); y < std::min(height, top + h); ++y)
+            for (int x = std::max(0, left); x < std::min(width, left + w); ++x) {
+                const std::int64_t dx = std::int64_t{2 * (x - left) + 1 - w} * h;
+                const std::int64_t dy = std::int64_t{2 * (y - top) + 1 - h} * w;
+                if (dx * dx + dy * dy > std::int64_t{w} * h * w * h) continue;
+                std::uint8_t* p =
+                    &rgb[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) *
+                         3];
+                for (int i = 0; i < 3; ++i) p[i] = static_cast<std::uint8_t>(p[i] * 3 / 4);
+            }
+    }
+};
+
+Colour scaled(Colour c, int percent) {
+    return {toByte(c.r * percent / 100), toByte(c.g * percent / 100), toByte(c.b * percent / 100)};
+}
+
+/// The colour of the ground, before its grain.
+Colour groundAt(const SceneSpec& spec, const Layout& rows, int x, int y) {
+    const int brick = std::max(2, spec.height / 24);
+    if (y < rows.wall_end) {
+        const bool joint = y % brick == 0 || (x + (y / brick % 2) * brick) % (2 * brick) == 0;
+        return joint ? Colour{138, 128, 118} : Colour{152, 112, 92};
+    }
+    if (y < rows.road_begin || y >= rows.road_end) {
+        const int slab = std::max(3, spec.height / 14);
+        return (x + y / 2) % slab == 0 || y % slab == 0 ? Colour{122, 120, 114} : Colour{146, 143, 136};
+    }
+    const int middle = (rows.road_begin + rows.road_end) / 2;
+    const int dash = std::max(2, spec.width / 16);
+    if (y == middle && x / dash % 2 == 0) return {205, 203, 190};
+    return {104, 106, 110};
+}
+
+/// Grain: per pixel, and in blocks of 8 pixels as worn patches.
+int grain(const SceneSpec& spec, int x, int y) {
+    const std::uint64_t fine = mix(spec.seed, 1000u + static_cast<unsigned>(x), static_cast<unsigned>(y));
+    const std::uint64_t coarse = mix(spec.seed, 90000u + static_cast<unsigned>(x / 8), static_cast<unsigned>(y / 8));
+    return static_cast<int>(fine % 13) - 6 + static_cast<int>(coarse % 9) - 4;
+}
+
+void drawPerson(Canvas& canvas, const Actor& a, const Pose& p, bool shadow) {
+    const int left = p.x - a.width / 2;
+    const int top = p.y - a.height + 1;
+    const int head = std::max(1, a.height * 18 / 100);
+    const int torso = std::max(1, a.height * 40 / 100);
+    const int legs = a.height - head - torso;
+    if (shadow)
+        canvas.shade(left - a.width / 3, p.y - std::max(1, a.height / 14), a.width * 2, std::max(1, a.height / 7));
+    const int leg = std::max(1, a.width * 2 / 5);
+    const int swing =
+        p.walking ? std::array<int, 4>{0, a.width / 6, 0, -a.width / 6}[static_cast<std::size_t>(p.step)] : 0;
+    canvas.box(left + swing, top + head + torso, leg, legs, a.bottom);
+    canvas.box(left + a.width - leg - swing, top + head + torso, leg, legs, scaled(a.bottom, 85));
+    canvas.oval(left, top + head - 1, a.width, torso + 2, a.top);
+    canvas.box(left + a.width / 8, top + head + torso / 3, a.width - a.width / 4, torso - torso / 3 + 1, a.top);
+    canvas.oval(p.x - head / 2, top, head, head, shadow ? Colour{205, 160, 130} : Colour{235, 235, 235});
+}
+
+void drawCar(Canvas& canvas, const Actor& a, const Pose& p, bool shadow) {
+    const int left = p.x - a.width / 2;
+    const int top = p.y - a.height + 1;
+    const int roof = a.height * 2 / 5;
+    const int wheel = std::max(1, a.height / 4);
+    if (shadow)
+        canvas.shade(left - a.width / 20, p.y - a.height / 10, a.width + a.width / 10, std::max(1, a.height / 5));
+    const int cabin = left + a.width * (p.leftward ? 25 : 20) / 100;
+    canvas.oval(cabin, top, a.width * 55 / 100, roof * 2, a.top);
+    canvas.oval(cabin + a.width * 5 / 100, top + roof / 4, a.width * 45 / 100, roof * 2, a.bottom);
+    canvas.box(left, top + roof, a.width, std::max(1, a.height - roof - wheel / 2), a.top);
+    canvas.box(left, top + roof + (a.height - roof) / 2, a.width, std::max(1, a.height / 12), scaled(a.top, 80));
+    for (const int at : {a.width / 6, a.width * 5 / 6 - wheel})
+        canvas.oval(left + at, p.y - wheel + 1, wheel, wheel, Colour{25, 25, 27});
+}
+
+/// Brightness of the light in frame `number`, in 1/1024: a triangle wave.
+int lightIn(const SceneSpec& spec, std::int64_t number) {
+    const bool clouds = spec.name == "lights";
+    const int half = clouds ? 45 : 400;   // frames
+    const int depth = clouds ? 256 : 24;  // peak to peak
+    if (clouds && number < spec.quiet) return 1024;
+    const auto phase = static_cast<int>(number % (2 * half));
+    return 1024 - depth * std::min(phase, 2 * half - phase) / half;
+}
+
+/// 256 equally likely values whose histogram is a bell with a standard deviation of 1.8.
+constexpr std::array<std::int8_t, 256> makeBell() {
+    constexpr std::array<int, 6> kCount = {56, 48, 30, 14, 6, 2};  // of 0, +-1, +-2 ...
+    std::array<std::int8_t, 256> bell{};
+    std::size_t at = 0;
+    for (int value = -5; value <= 5; ++value)
+        for (int i = 0; i < kCount[static_cast<std::size_t>(value < 0 ? -value : value)]; ++i)
+            bell[at++] = static_cast<std::int8_t>(value);
+    return bell;
+}
+constexpr std::array<std::int8_t, 256> kBell = makeBell();
+
+void addLightAndNoise(const SceneSpec& spec, std::int64_t number, std::span<std::uint8_t> rgb) {
+    const int light = lightIn(spec, number);
+    const bool grey = spec.name == "night-ir";
+    const int noise = grey ? spec.noise * 2 : spec.noise;
+    Random draw(mix(spec.seed, 7, static_cast<std::uint64_t>(number)));
+    std::array<std::int16_t, 256> jitter{};
+    for (std::size_t i = 0; i < jitter.size(); ++i) jitter[i] = static_cast<std::int16_t>(kBell[i] * noise / 2);
+    std::uint64_t bits = 0;
+    int have = 0;
+    const std::size_t step = grey ? 3 : 1;
+    for (std::size_t i = 0; i < rgb.size(); i += step) {
+        if (have == 0) {
+            bits = draw.next();
+            have = 8;
+        }
+        const std::uint8_t value = toByte((rgb[i] * light >> 10) + jitter[bits & 255]);
+        bits >>= 8;
+        --have;
+        rgb[i] = value;
+        if (grey) rgb[i + 1] = rgb[i + 2] = value;
+    }
+}
+
+void check(const SceneSpec& spec) {
+    bool known = false;
+    for (const SceneKind& kind : sceneKinds()) known = known || kind.name == spec.name;
+    if (!known || spec.width < 1 || spec.height < 1 || spec.width > 8192 || spec.height > 8192)
+        throw std::invalid_argument("scene: description out of range");
+}
+
+}  // namespace
+
+struct Scene::State {
+    SceneSpec spec;
+    std::vector<std::uint8_t> ground;
+};
+
+Scene::Scene(const SceneSpec& spec) : state_(std::make_unique<State>()) {
+    check(spec);
+    state_->spec = spec;
+    std::vector<std::uint8_t>& ground = state_->ground;
+    ground.resize(static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(spec.height) * 3);
+    Canvas canvas{spec.width, spec.height, ground};
+    const Layout rows = layoutOf(spec);
+    const bool night = spec.name == "night-ir";
+    for (int y = 0; y < spec.height; ++y)
+        for (int x = 0; x < spec.width; ++x) {
+            Colour c = groundAt(spec, rows, x, y);
+            const int g = grain(spec, x, y);
+            if (night) c.r = c.g = c.b = static_cast<std::uint8_t>((c.r + c.g + c.b) / 6);
+            canvas.set(x, y, {toByte(c.r + g), toByte(c.g + g), toByte(c.b + g)});
+        }
+}
+
+Scene::~Scene() = default;
+
+const SceneSpec& Scene::spec() const {
+    return state_->spec;
+}
+
+void Scene::render(std::int64_t number, std::span<std::uint8_t> rgb) {
+    const SceneSpec& spec = state_->spec;
+    if (rgb.size() != state_->ground.size()) throw std::invalid_argument("scene: buffer of another size");
+    std::copy(state_->ground.begin(), state_->ground.end(), rgb.begin());
+    Canvas canvas{spec.width, spec.height, rgb};
+    const bool shadow = spec.name != "night-ir";
+    for (const Present& one : presentIn(spec, number)) {
+        if (one.actor.person)
+            drawPerson(canvas, one.actor, one.pose, shadow);
+        else
+            drawCar(canvas, one.actor, one.pose, shadow);
+    }
+    addLightAndNoise(spec, number, rgb);
+}
+
+std::vector<TruthBox> Scene::truth(std::int64_t number) const {
+    const SceneSpec& spec = state_->spec;
+    std::vector<TruthBox> boxes;
+    for (const Present& one : presentIn(spec, number)) {
+        const int left = std::max(0, one.pose.x - one.actor.width / 2);
+        const int top = std::max(0, one.pose.y - one.actor.height + 1);
+        const int right = std::min(spec.width, one.pose.x - one.actor.width / 2 + one.actor.width);
+        const int bottom = std::min(spec.height, one.pose.y + 1);
+        if (right > left && bottom > top)
+            boxes.push_back({one.actor.id, left, top, right - left, bottom - top, one.actor.person});
+    }
+    return boxes;
+}
+
+}  // namespace fleifeisa::scenes
