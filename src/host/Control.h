@@ -15,9 +15,9 @@ struct control {
 // "/opt/tesra/var/conf/<devid>/qelparams2.conf", prefixed by $FLEIFEISA_ROOT where that is set.
 std::string ControlPath(int devid);
 
-// Writes the defaults into *c, then the settings of the file; the last setting of a key wins. False where the file cannot
-// be opened. Only regular files hold settings (a directory or a pipe counts as an empty file), and only their first
-// kMaxControlFile bytes are read.
+// Writes the defaults into *c, then the settings of the file; the last setting of a key wins. False where the file
+// cannot be opened. Only regular files hold settings (a directory or a pipe counts as an empty file), and only their
+// first kMaxControlFile bytes are read.
 constexpr long kMaxControlFile = 64L << 20;
 bool updateControl(int devid, control* c);
 

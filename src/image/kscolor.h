@@ -8,7 +8,7 @@
 #include <cstddef>
 
 class KsColorImage {
-   public:
+ public:
     bool raw;               // true once a buffer has been attached: the image then owns rawsrc
     unsigned char* rawsrc;  // NofR * NofC * 3 bytes from malloc
     int NofC;               // columns, pixels
@@ -49,7 +49,7 @@ class KsColorImage {
     int Height() const { return NofR; }
     int GetBitsPerPixel() const { return 24; }
 
-   private:
+ private:
     std::size_t Index(int r, int c) const {
         return (static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)) * 3;
     }

@@ -9,29 +9,29 @@
 #include "kshistograms.h"
 
 class ColorDiffTracker {
-   public:
-    static constexpr int kMaxObjects = 10000;  // object cells
-    static constexpr int kMaxUsed = 5000;      // records in use; further components of a frame get no record
-    static constexpr int kMaxId = 99999;       // ids run 1 .. 99999 and repeat
-    static constexpr int kMaxAge = 25;         // frames that a record stays in the table
+ public:
+    static constexpr int kMaxObjects = 10000;          // object cells
+    static constexpr int kMaxUsed = 5000;              // records in use; further components of a frame get no record
+    static constexpr int kMaxId = 99999;               // ids run 1 .. 99999 and repeat
+    static constexpr int kMaxAge = 25;                 // frames that a record stays in the table
     static constexpr double kPolygonTolerance = 1.41;  // pixels, of the polygons in replies
 
     bool RestartTracker;  // false; nothing reads it
     int NextTmpObId;      // next id to hand out, 1..99999
     int NextObId;         // declared, unused
     ImageType CIr;
-    bool DEBUG;           // DetectForeground prints its trace to standard output
-    BackgroundModel* B;   // owned
+    bool DEBUG;          // DetectForeground prints its trace to standard output
+    BackgroundModel* B;  // owned
     BackgroundType BT;
     int NofBackgroundFrames;  // learning frames, stored only
-    int lt, ht;           // floors of clt and cht
-    double clt, cht;      // thresholds of the colour confidence; adapt from frame to frame
-    int dlt, dht;         // thresholds of the derivative confidence
-    double maxdist;       // Deliberate: declared, not set from the constructor's argument
-    GridColorDiff* G;     // owned
-    int t;                // frame number of the latest DetectForeground, 0 before the first
-    Object* Ob;           // kMaxObjects cells, owned; untouched cells cost no memory
-    int numobjects;       // entries in usedob
+    int lt, ht;               // floors of clt and cht
+    double clt, cht;          // thresholds of the colour confidence; adapt from frame to frame
+    int dlt, dht;             // thresholds of the derivative confidence
+    double maxdist;           // Deliberate: declared, not set from the constructor's argument
+    GridColorDiff* G;         // owned
+    int t;                    // frame number of the latest DetectForeground, 0 before the first
+    Object* Ob;               // kMaxObjects cells, owned; untouched cells cost no memory
+    int numobjects;           // entries in usedob
     int usedob[kMaxUsed];  // indices into Ob of the records in use, unordered. A cell whose record has id 0 counts as
                            // free and may be handed out again: it then stands here twice
 
@@ -52,7 +52,8 @@ class ColorDiffTracker {
     // A contour that the cell still owns goes back to the pool. Returns kMaxObjects, and hands out nothing, where
     // kMaxUsed records are in use or no cell is free.
     int NextFreeObjectCell(int framenum);
-    // Releases records whose id was last seen more than the record's own numframes ago, or which are over 25 frames old.
+    // Releases records whose id was last seen more than the record's own numframes ago, or which are over 25 frames
+    // old.
     void CleanObjectList(int framenum);
     // Deliberate: marks every record of the frame for reporting, not five.
     void ChooseBestFive();
@@ -76,10 +77,12 @@ class ColorDiffTracker {
     void ScoreImage(KsColorImage& CI);
     void ScoreImageEdges(KsColorImage& CI);
 
-   private:
+ private:
     void ReleaseRecord(int position);
-    void Associate(int k, int frame);
-    void TraceRecord(const Object& record) const;
+    void Observe(KsColorImage& CI, int k, int label);  // colours, box, contour and centre of a component into cell k
+    void Associate(int k, int frame);                  // id and numframes of cell k, the last of usedob
+    void TraceRecord(const Object& ob) const;
+    void TraceId(const Object& ob) const;
     void TraceSummary() const;
 };
 

@@ -15,21 +15,21 @@
 // One cell of the background. The Gray forms use the red members alone and |dR| as the distance; the others use all
 // three and the squared Euclidean distance. maxdist is compared with these as it stands.
 class KsBackgroundCell {
-   public:
+ public:
     static constexpr int kMaxSamples = 64;
     static constexpr int kMaxClusters = 6;
     static constexpr int kMaxSupport = 512;  // a cluster is a running mean over about this many samples
 
     int minr, maxr, minc, maxc;  // box, pixels, inclusive, not clipped; set once
 
-    int nsamples;                          // gathered since the last clustering, 0..64
-    int nclusters;                         // in use, 0..6; entries behind it are stale and never read
-    ColorSample cv[kMaxSamples];           // samples in the order gathered; in IR models G and B stay 0
-    ColorValue clustersum[kMaxClusters];   // channel sums behind the means, about support x clusters. Can be negative:
-                                           // forgetting subtracts rounded means
-    ColorValue clusters[kMaxClusters];     // rounded means; can leave 0..255 for the same reason
-    int support[kMaxClusters];             // samples that a cluster stands for, 0..512
-    int added[kMaxClusters];               // samples given by the latest maintenance; read by forgetting
+    int nsamples;                         // gathered since the last clustering, 0..64
+    int nclusters;                        // in use, 0..6; entries behind it are stale and never read
+    ColorSample cv[kMaxSamples];          // samples in the order gathered; in IR models G and B stay 0
+    ColorValue clustersum[kMaxClusters];  // channel sums behind the means, about support x clusters. Can be negative:
+                                          // forgetting subtracts rounded means
+    ColorValue clusters[kMaxClusters];    // rounded means; can leave 0..255 for the same reason
+    int support[kMaxClusters];            // samples that a cluster stands for, 0..512
+    int added[kMaxClusters];              // samples given by the latest maintenance; read by forgetting
 
     // The derivative model of the same cell keeps a single sample and cluster; the main flow never uses it.
     int ndersamples, nderclusters;
@@ -76,22 +76,22 @@ class KsBackgroundCell {
 void RandomCenters(int* icl, int n, int range);
 
 class BackgroundModel {
-   public:
+ public:
     int NofR, NofC;  // frame rows and columns, pixels
     ImageType CIr;
-    GridColorDiff* G;       // not owned
+    GridColorDiff* G;  // not owned
     BackgroundType BType;
-    KsColorImage IBkg;      // SINGLE only: shares the first frame's buffer, which the caller must keep alive
-    KsBackgroundCell* cd;   // MULTIPLE only: cnum cells, owned
-    Neighbors* n;           // the grid's neighbours, not owned
-    int *map1, *map2;       // MULTIPLE only, per pixel: index of its main cell; of its shifted cell or -1
-    int cnum, cnum_2;       // cells of both lattices, of the main lattice
-    int cellsize, cellsize_2;  // pixels
-    int maxdist;            // cluster radius: squared for COLOR, plain for IR
-    int mindist;            // declared, unused
+    KsColorImage IBkg;           // SINGLE only: shares the first frame's buffer, which the caller must keep alive
+    KsBackgroundCell* cd;        // MULTIPLE only: cnum cells, owned
+    Neighbors* n;                // the grid's neighbours, not owned
+    int *map1, *map2;            // MULTIPLE only, per pixel: index of its main cell; of its shifted cell or -1
+    int cnum, cnum_2;            // cells of both lattices, of the main lattice
+    int cellsize, cellsize_2;    // pixels
+    int maxdist;                 // cluster radius: squared for COLOR, plain for IR
+    int mindist;                 // declared, unused
     int dermaxdist, dermindist;  // 128 and 32: bounds of the derivative model, unused
-    int alpha;              // alpha_in in hundredths, truncated; stored only
-    int t;                  // frame number of the latest update; stored only
+    int alpha;                   // alpha_in in hundredths, truncated; stored only
+    int t;                       // frame number of the latest update; stored only
 
     BackgroundModel();
     // Builds the model over the first frame and seeds the process-wide generator. Throws std::bad_alloc.
@@ -113,7 +113,7 @@ class BackgroundModel {
     // SINGLE: writes the red channel of the background image (KsWriteImage). Nothing for MULTIPLE.
     void OutputBackgroundImage(const char* name);
 
-   private:
+ private:
     void UpdateSingle(bool updateall);
     void GatherSamples(KsBackgroundCell& cell, const KsColorImage& CI) const;
 };

@@ -18,7 +18,7 @@
 // each component BuildHistogramForComponent, BuildContourForObject and FindPotentialParents.
 #pragma once
 
-#include <cstddef>
+#include <memory>
 
 #include "kscolor.h"
 #include "valuetypes.h"
@@ -29,12 +29,12 @@ class Object;
 
 // One cell of the grid.
 class KsCellDiff {
-   public:
-    int minr, maxr, minc, maxc;         // box, pixels, inclusive; set once
-    int RedDiff, GreenDiff, BlueDiff;   // signed sums of the pixel differences (AddDifferences)
-    int Rx, Ry, Gx, Gy, Bx, By;         // derivatives of those sums (CellDerivatives)
-    ColorValue sum;                     // channel sums of the cell's pixels (AddAll)
-    ColorDerivative der;                // derivatives of the channel sums (CellPartialDerivatives)
+ public:
+    int minr, maxr, minc, maxc;        // box, pixels, inclusive; set once
+    int RedDiff, GreenDiff, BlueDiff;  // signed sums of the pixel differences (AddDifferences)
+    int Rx, Ry, Gx, Gy, Bx, By;        // derivatives of those sums (CellDerivatives)
+    ColorValue sum;                    // channel sums of the cell's pixels (AddAll)
+    ColorDerivative der;               // derivatives of the channel sums (CellPartialDerivatives)
 
     void KsSetBoxBounds(int r0, int r1, int c0, int c1) {
         minr = r0;
@@ -53,7 +53,7 @@ class KsCellDiff {
 };
 
 class GridColorDiff {
-   public:
+ public:
     static constexpr int kPoolBlock = 100000;  // contour nodes allocated at a time
 
     // --- set once ---
@@ -73,14 +73,14 @@ class GridColorDiff {
     // --- per cell, cnum entries each ---
     KsCellDiff* cd;
     Neighbors* n;
-    int cnum;                    // cells of both lattices; 0 for a frame without pixels
-    int cnum_2;                  // cells of the main lattice
+    int cnum;                        // cells of both lattices; 0 for a frame without pixels
+    int cnum_2;                      // cells of the main lattice
     double *conf, *diff, *der_conf;  // foreground confidence 0..1, difference measure, derivative confidence 0..1
     double *motion1, *motion2, *motion5, *motion;  // scores of ConfidencesMotion; null until it is first called
-    int *label, *prevlabel;      // component of each cell in this and the previous frame, 0 for none
-    double* labelconf;           // confidence of each component, indexed by label: cnum + 1 entries
-    int numlabel, numprevlabel;  // components in this and the previous frame
-    int* aux;                    // scratch; the background update leaves its update flags here
+    int *label, *prevlabel;                        // component of each cell in this and the previous frame, 0 for none
+    double* labelconf;                             // confidence of each component, indexed by label: cnum + 1 entries
+    int numlabel, numprevlabel;                    // components in this and the previous frame
+    int* aux;                                      // scratch; the background update leaves its update flags here
 
     int auxdiv[256], auxmult16[16], auxmult256[16];  // quantisation tables of the 4096-bin histogram
 
@@ -119,6 +119,9 @@ class GridColorDiff {
     // Colours, box and area (pixels) of component `lab`; labconf is its confidence, rc and cc the sums of the rows and
     // columns of its pixels. hcomp must be clear. A label that no cell carries gives area 0, the box
     // (100000, -1, 100000, -1) and leaves labconf alone.
+    // The sums of large components exceed 32 bits: the first form is the whole one, the second saturates them.
+    int BuildHistogramForComponent(KsColorImage& CI, KsHistogram& hcomp, int lab, double& labconf, long long& rc,
+                                   long long& cc);
     int BuildHistogramForComponent(KsColorImage& CI, KsHistogram& hcomp, int lab, double& labconf, int& rc, int& cc);
 
     // --- contours and parents: their sources live with the tracker, in src/tracker/ ---
@@ -141,12 +144,13 @@ class GridColorDiff {
     // cumulative difference per pixel is below one. Call after ImageBrightnessHistogram.
     void ScoreHistDifference();
 
-   private:
+ private:
     void BuildGeometry();
     void LinkNeighbors(int inum, int jnum);
     ContNode* NewPoolBlock();
+    ContNode* TraceContour(int start, int lab);
 
-    struct Blocks;   // every block of contour nodes, for release and for checks
-    Blocks* blocks;
+    struct Storage;  // owns what the public pointers show, the node blocks and the scratch of a frame
+    std::unique_ptr<Storage> own;
     friend class PoolCensus;  // counts nodes for the invariant checks
 };

@@ -12,7 +12,7 @@ class GridColorDiff;
 // 4096 bins over colours reduced to 16 levels a channel: bin = (R >> 4) + 16 * (G >> 4) + 256 * (B >> 4).
 // Bins are 16 bits wide and wrap: a component of more than 32767 pixels of one bin overflows it.
 class KsHistogram {
-   public:
+ public:
     static constexpr int kBins = 4096;
 
     // While a histogram is being built, the rectangle to count next; afterwards the bounding box of the whole
@@ -51,27 +51,41 @@ class KsHistogram {
 // One observation of a tracked thing: every frame makes new records for its components, and a track is the chain of
 // records that share an id over consecutive frames. All-zero bytes are a valid, free record.
 class Object {
-   public:
+ public:
     static constexpr int kMaxParents = 20;
 
-    bool reportit;    // set for every record of the frame by detection, cleared by the reply that reports it
-    int framenum;     // frame in which the record was made
-    int id;           // identity 1..99999; 0 marks a free cell (and a record without an identifiable parent)
-    int label;        // component label in its frame
-    double conf;      // the component's confidence, 0..1
-    int numframes;    // length of the track: 1 for a new object, the parent's value plus 1 for a continued one
-    int area;         // pixels, counted by quadrants (see BuildHistogramForComponent)
-    int rc, cc;       // row and column of the centre, rounded; sums of rows and columns while being built
-    int numcells;     // grid cells carrying the label
-    KsHistogram h;    // colours and bounding box
-    ContNode* fnode;  // contour, on loan from the grid's pool; null where the record owns none
-    int members[20];  // declared, unused
-    int nummembers;   // declared, unused
+    bool reportit;             // set for every record of the frame by detection, cleared by the reply that reports it
+    int framenum;              // frame in which the record was made
+    int id;                    // identity 1..99999; 0 marks a free cell (and a record without an identifiable parent)
+    int label;                 // component label in its frame
+    double conf;               // the component's confidence, 0..1
+    int numframes;             // length of the track: 1 for a new object, the parent's value plus 1 for a continued one
+    int area;                  // pixels, counted by quadrants (see BuildHistogramForComponent)
+    int rc, cc;                // row and column of the centre, rounded; sums of rows and columns while being built
+    int numcells;              // grid cells carrying the label
+    KsHistogram h;             // colours and bounding box
+    ContNode* fnode;           // contour, on loan from the grid's pool; null where the record owns none
+    int members[20];           // declared, unused
+    int nummembers;            // declared, unused
     int parents[kMaxParents];  // labels of the previous frame that overlap this component, most cells first
     double dist[kMaxParents];  // for each parent, the number of overlapping cells
     int numparents;            // entries in use, 0..20
 
     Object()
-        : reportit(false), framenum(0), id(0), label(0), conf(0), numframes(0), area(0), rc(0), cc(0), numcells(0),
-          fnode(nullptr), members{}, nummembers(0), parents{}, dist{}, numparents(0) {}
+        : reportit(false),
+          framenum(0),
+          id(0),
+          label(0),
+          conf(0),
+          numframes(0),
+          area(0),
+          rc(0),
+          cc(0),
+          numcells(0),
+          fnode(nullptr),
+          members{},
+          nummembers(0),
+          parents{},
+          dist{},
+          numparents(0) {}
 };

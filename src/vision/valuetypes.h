@@ -52,4 +52,6 @@ struct ContNode {
 };
 
 // Rounded mean of m values (m >= 1) with sum s: both divisions truncate, so halves of positive sums round up.
-constexpr int RoundedMean(int s, int m) { return (s + m / 2) / m; }
+constexpr int RoundedMean(int s, int m) {
+    return (s + m / 2) / m;
+}

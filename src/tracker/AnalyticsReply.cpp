@@ -1,0 +1,60 @@
+// The reply to a detection frame.
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include "kscolortracker.h"
+
+namespace {
+
+// Share of the box that the object covers, percent. Extended precision up to the single-precision rounding.
+int Density(int area, int w, int h) {
+    const long double percent = static_cast<long double>(area) / (w * h) * 100;
+    return static_cast<int>(std::floor(static_cast<float>(percent)));
+}
+
+void AppendObject(std::string& outxml, int devid, int analyzerid, const Object& ob) {
+    const int x = ob.h.minc, y = ob.h.minr;
+    const int w = ob.h.maxc - ob.h.minc + 1, h = ob.h.maxr - ob.h.minr + 1;
+    char text[160];  // two lines with at most eight 32-bit numbers
+    std::snprintf(text, sizeof text,
+                  "<OBJECT OID=\"%d.%d.%d\">\n<BOX X=\"%d\" Y=\"%d\" W=\"%d\" H=\"%d\" DENS=\"%d\"/>\n", devid,
+                  analyzerid, ob.id, w / 2 + x, h / 2 + y, w, h, Density(ob.area, w, h));
+    outxml += text;
+    // Deliberate: the vertices kept by the polygonal approximation are not written; every SHAPE is empty.
+    outxml += "<SHAPE>\n</SHAPE>\n</OBJECT>";
+}
+
+}  // namespace
+
+void OutputEmptyAnalytics(const char* timestamp, int seqnum) {
+    std::cout << "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:" << timestamp << "\r\nSequence-Number: " << seqnum
+              << "\r\n\r\n";
+}
+
+void ColorDiffTracker::OutputAnalyticsXML(int& devid, char* timestamp, int& seqnum, int& analyzerid) {
+    std::string outxml;
+    for (int i = 0; i < numobjects; i++) {
+        Object& ob = Ob[usedob[i]];
+        if (ob.framenum != t || !ob.reportit) continue;
+        if (outxml.empty()) {
+            outxml = "<ANALYTICS>\n<FRAME DEVID=\"" + std::to_string(devid) + "\" TIMESTAMP=\"";
+            if (timestamp != nullptr) outxml += timestamp;
+            outxml += "\" SEQ=\"" + std::to_string(seqnum) + "\"/>\n<TRACKING ANALYZERID=\"" +
+                      std::to_string(analyzerid) + "\">";
+        }
+        PolygonalApproximation(ob.fnode, kPolygonTolerance);
+        AppendObject(outxml, devid, analyzerid, ob);
+        ob.reportit = false;
+    }
+    if (outxml.empty()) {
+        OutputEmptyAnalytics(timestamp, seqnum);
+        return;
+    }
+    outxml += "</TRACKING>\n</ANALYTICS>\n";
+    std::cout << "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nContent-Length: " << outxml.size()
+              << "\r\nContent-Type: text/xml \r\nTimestamp:" << timestamp << "\r\nSequence-Number: " << seqnum
+              << "\r\n\r\n"
+              << outxml;
+}

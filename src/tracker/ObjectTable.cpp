@@ -1,0 +1,61 @@
+// The table of observed objects: handing out cells, ageing, releasing.
+#include <algorithm>
+#include <vector>
+
+#include "kscolortracker.h"
+
+// Frees the record at a position of usedob. The last entry moves into the position, so the caller examines it again.
+void ColorDiffTracker::ReleaseRecord(int position) {
+    Object& ob = Ob[usedob[position]];
+    ob.id = 0;
+    G->ReturnNodes(ob.fnode);  // a record whose cell stood twice in usedob may own none any more
+    ob.fnode = nullptr;
+    usedob[position] = usedob[--numobjects];
+}
+
+int ColorDiffTracker::NextFreeObjectCell(int framenum) {
+    for (int i = 0; i < numobjects;) {
+        if (Ob[usedob[i]].framenum + kMaxAge < framenum)
+            ReleaseRecord(i);
+        else
+            i++;
+    }
+    if (numobjects >= kMaxUsed) return kMaxObjects;
+    int k = 0;
+    while (k < kMaxObjects && Ob[k].id != 0) k++;
+    if (k == kMaxObjects) return kMaxObjects;
+    // A record with id 0 left its cell free while still owning a contour.
+    G->ReturnNodes(Ob[k].fnode);
+    Ob[k].fnode = nullptr;
+    usedob[numobjects++] = k;
+    return k;
+}
+
+void ColorDiffTracker::CleanObjectList(int framenum) {
+    // The latest frame of every id in use.
+    std::vector<int> trackedobjects, lastframe;
+    for (int i = 0; i < numobjects; i++) {
+        const Object& ob = Ob[usedob[i]];
+        const auto found = std::find(trackedobjects.begin(), trackedobjects.end(), ob.id);
+        if (found == trackedobjects.end()) {
+            trackedobjects.push_back(ob.id);
+            lastframe.push_back(ob.framenum);
+        } else {
+            int& last = lastframe[static_cast<std::size_t>(found - trackedobjects.begin())];
+            last = std::max(last, ob.framenum);
+        }
+    }
+    // Deliberate: driven by the id's newest record but each record's own numframes, so a track survives a gap no
+    // longer than it has been followed, and its older records go before its newer ones.
+    for (int i = 0; i < numobjects;) {
+        const Object& ob = Ob[usedob[i]];
+        const auto found = std::find(trackedobjects.begin(), trackedobjects.end(), ob.id);
+        const int last = found == trackedobjects.end()
+                             ? ob.framenum
+                             : lastframe[static_cast<std::size_t>(found - trackedobjects.begin())];
+        if (last + ob.numframes < framenum || framenum > ob.framenum + kMaxAge)
+            ReleaseRecord(i);
+        else
+            i++;
+    }
+}

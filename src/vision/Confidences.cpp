@@ -1,0 +1,78 @@
+// Foreground confidences: difference measure, thresholds that follow the statistics of the whole grid, two ramps.
+#include <cmath>
+#include <cstdlib>
+
+#include "gridcolordiff.h"
+#include "gridprivate.h"
+
+namespace {
+
+double Square(double v) {
+    return v * v;
+}
+
+// 0 up to lo, 1 from hi on, linear in between; both ends inclusive.
+double Ramp(double v, double lo, double hi) {
+    if (v <= lo) return 0.0;
+    if (v >= hi) return 1.0;
+    return (v - lo) / (hi - lo);
+}
+
+// Rises at once, falls by a quarter of the way a frame, and never ends below the floor.
+void Adapt(double& threshold, double fresh, double floor) {
+    threshold = fresh > threshold ? fresh : (fresh + 3 * threshold) * 0.25;
+    if (floor > threshold) threshold = floor;
+}
+
+}  // namespace
+
+void GridColorDiff::Confidences(double& clt, double& cht, double ltmin, double htmin, double derlt, double derht,
+                                float color_low, float color_high, float ir_low, float ir_high) {
+    // Both sums are exact: integers far below 2^53.
+    double total = 0, squares = 0;
+    for (int k = 0; k < cnum; k++) {
+        const KsCellDiff& cell = cd[k];
+        diff[k] = CIr == COLOR
+                      ? std::trunc(std::sqrt(Square(cell.RedDiff) + Square(cell.GreenDiff) + Square(cell.BlueDiff)))
+                      : std::fabs(static_cast<double>(cell.RedDiff));
+        total += diff[k];
+        squares += Square(diff[k]);
+    }
+
+    const double low = CIr == COLOR ? color_low : ir_low;
+    const double high = CIr == COLOR ? color_high : ir_high;
+    const double m = total / cnum;
+    // Deliberate: the squares are divided by one less than the mean is. A grid of one cell divides by zero here: its
+    // thresholds become infinite or no number, and the comparisons below take them as they are.
+    const double s = std::sqrt(squares / (cnum - 1) - m * m);
+    const double ltnew = m + s * low;
+    const double htnew = ltnew + s * high;  // Deliberate: stacked on the low threshold
+    Adapt(clt, ltnew, ltmin);
+    Adapt(cht, htnew, htmin);
+
+    for (int k = 0; k < cnum; k++) {
+        const KsCellDiff& cell = cd[k];
+        conf[k] = Ramp(diff[k], clt, cht);
+        double d = Square(cell.Rx) + Square(cell.Ry);
+        if (CIr == COLOR) d += Square(cell.Gx) + Square(cell.Gy) + Square(cell.Bx) + Square(cell.By);
+        der_conf[k] = Ramp(std::sqrt(d), derlt, derht);
+    }
+}
+
+// Each score is an exponential mean of the cell's confidence: score += (confidence - score) / (1 + memory), with a
+// memory of 1, 2 or 5 frames for motion1 (num 4, short), motion2 (num 3, medium) and motion5 (num 0, long). A cell that
+// has just changed stands high in motion1 and low in motion5; one that has been changing for long stands high in all.
+// The confidence is the ramp of diff between clt and cht, as in Confidences. `motion` receives the score just updated;
+// other values of num change nothing. Scores start at 0 and stay within 0..1.
+void GridColorDiff::ConfidencesMotion(double clt, double cht, int num) {
+    if (num != 4 && num != 3 && num != 0) return;
+    if (motion == nullptr)
+        for (double** scores : {&motion1, &motion2, &motion5, &motion})
+            *scores = own->Doubles(static_cast<std::size_t>(cnum));
+    double* score = num == 4 ? motion1 : num == 3 ? motion2 : motion5;
+    const double memory = num == 4 ? 1 : num == 3 ? 2 : 5;
+    for (int k = 0; k < cnum; k++) {
+        score[k] += (Ramp(diff[k], clt, cht) - score[k]) / (1 + memory);
+        motion[k] = score[k];
+    }
+}
