@@ -1,0 +1,8 @@
+// The analyzer's command line, modes and main loop.
+#pragma once
+
+// Runs one analyzer with the process's arguments (argv[0] is the name shown in the usage text) over std::cin and
+// std::cout, and returns the exit status: 0 after SHUTDOWN or the end of the input, 1 otherwise. Everything answered
+// has been flushed by then. Only one analyzer runs at a time: the streams, the random generator and the identity of
+// the device are the process's own.
+int RunAnalyzer(int argc, char** argv);
