@@ -1,0 +1,27 @@
+// The tracker's internal state after a frame: as a readable trace, and as one line of hashes for the golden files.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "support/replay.h"
+
+// 64-bit FNV-1a over little-endian bytes. Every NaN counts as the same one, so that processors agree.
+class StateHash {
+ public:
+    void Bytes(const std::string& bytes);
+    void Int(std::int32_t v);
+    void Double(double v);
+    void Ints(const int* v, std::size_t n);
+    void Doubles(const double* v, std::size_t n);
+    std::uint64_t value = 14695981039346656037ULL;
+};
+
+// A block of lines: thresholds and counters, hashes of the pixel and cell arrays and of the background, and in
+// detection frames every record of the frame with its parents and its contour (* marks the polygon's vertices).
+std::string TraceBlock(const ReplayedFrame& frame);
+
+// "<frame> <f|l|d> <hash of each part in GoldenPart order>", 8 hex digits a part.
+std::string GoldenLine(const ReplayedFrame& frame);
+// Names the first part in which two golden lines differ; empty where they are equal.
+std::string GoldenDifference(const std::string& expected, const std::string& actual);
