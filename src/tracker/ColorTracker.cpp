@@ -5,6 +5,8 @@
 #include <memory>
 #include <new>
 
+#include "Invariants.h"
+
 namespace {
 
 // Radius of a cluster, per pixel and channel: half the low threshold, spread over the pixels of a cell.
@@ -51,6 +53,7 @@ ColorDiffTracker::ColorDiffTracker(KsColorImage& CI, int lt_in, int ht_in, doubl
     Ob = NewObjectTable();
     G = grid.release();
     B = model.release();
+    CheckGeometry(*this);
 }
 
 ColorDiffTracker::~ColorDiffTracker() {
@@ -62,6 +65,7 @@ ColorDiffTracker::~ColorDiffTracker() {
 
 void ColorDiffTracker::UpdateBackground(KsColorImage& CI, bool updateall) {
     B->UpdateBackground(CI, updateall, t);
+    CheckFrame(*this, "the background update");
 }
 
 void ColorDiffTracker::DetectForeground(KsColorImage& CI, int frame, float color_low, float color_high, float ir_low,
@@ -86,6 +90,7 @@ void ColorDiffTracker::DetectForeground(KsColorImage& CI, int frame, float color
     }
     ChooseBestFive();
     if (DEBUG) TraceSummary();
+    CheckFrame(*this, "the detection");
 }
 
 void ColorDiffTracker::Observe(KsColorImage& CI, int k, int label) {
