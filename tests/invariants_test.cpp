@@ -104,7 +104,7 @@ TEST(Invariants, GeometryFaultsAreFound) {
     ASSERT_EQ(GeometryViolation(*running), "");
     const Neighbors sound = (*running).G->n[20];
     for (int slot = 0; slot < 8; slot++) {
-        (*running).G->n[20].n[slot] = slot < 4 ? 21 + slot : 0;
+        (*running).G->n[20].n[slot] = slot < 4 ? 22 + slot : 0;
         EXPECT_NE(GeometryViolation(*running), "") << "slot " << slot;
         (*running).G->n[20] = sound;
     }
