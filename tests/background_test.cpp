@@ -1,0 +1,205 @@
+// The background model over a frame: construction, maps, learning and maintenance with their draws against a plain
+// second model, and the difference queries.
+#include <gtest/gtest.h>
+
+#include "randomdraws.h"
+#include "support/images.h"
+#include "support/naivecell.h"
+
+namespace {
+
+TEST(Background, StoredParameters) {
+    TestImage image(8, 8, Flat(3));
+    GridColorDiff g(image, 4, COLOR);
+    for (const auto& [alpha, stored] : {std::pair{0.07, 7}, {0.29, 28}, {0.055, 5}, {0.1, 10}, {0.95, 95}}) {
+        BackgroundModel model(image, alpha, COLOR, &g, MULTIPLE, 30);
+        EXPECT_EQ(model.alpha, stored);
+        EXPECT_EQ(model.maxdist, 900);
+        EXPECT_EQ(model.dermaxdist, 128);
+        EXPECT_EQ(model.dermindist, 32);
+    }
+    EXPECT_EQ(BackgroundModel(image, 0.5, IR, &g, MULTIPLE, 30).maxdist, 30);
+    BackgroundModel single(image, 0.5, COLOR, &g, SINGLE, 30);
+    EXPECT_EQ(single.IBkg.rawsrc, image.image.rawsrc);
+    EXPECT_EQ(single.cd, nullptr);
+}
+
+// The whole model by plain means.
+class NaiveModel {
+ public:
+    NaiveModel(KsColorImage& image, const GridColorDiff& grid, ImageType image_type, int radius)
+        : g(grid), type(image_type), maxdist(type == COLOR ? radius * radius : radius) {
+        cells.assign(static_cast<std::size_t>(g.cnum), NaiveCell(type == COLOR ? 3 : 1));
+        for (int k = 0; k < g.cnum; k++) {
+            Gather(image, k);
+            if (Full(k)) At(k).Cluster(maxdist, true);  // the colour form, for infrared too
+        }
+    }
+
+    void Update(KsColorImage& image, bool updateall) {
+        if (At(0).used == 0) {
+            for (int k = 0; k < g.cnum; k++) {
+                Gather(image, k);
+                if (Full(k)) At(k).Cluster(maxdist, type == COLOR);
+            }
+        }
+        if (At(0).used == 0) return;
+        for (int k = 0; k < g.cnum; k++) {
+            if (g.conf[k] > 0.0 && !updateall && !(rand() * 4.656612873077393e-10 > 0.7)) continue;
+            Gather(image, k);
+            if (!Full(k)) continue;
+            At(k).Update(maxdist);
+            if (!updateall) At(k).Forget();
+        }
+    }
+
+    NaiveCell& At(int k) { return cells[static_cast<std::size_t>(k)]; }
+
+ private:
+    void Gather(KsColorImage& image, int k) {
+        for (int r = g.cd[k].minr; r <= g.cd[k].maxr && r < g.NofR; r++)
+            for (int c = g.cd[k].minc; c <= g.cd[k].maxc && c < g.NofC; c++)
+                At(k).samples.push_back(type == COLOR
+                                            ? std::vector<int>{image.Red(r, c), image.Green(r, c), image.Blue(r, c)}
+                                            : std::vector<int>{image.Red(r, c), 0, 0});
+    }
+    bool Full(int k) { return static_cast<int>(At(k).samples.size()) + g.cellsize * g.cellsize > 64; }
+
+    const GridColorDiff& g;
+    ImageType type;
+    int maxdist;
+    std::vector<NaiveCell> cells;
+};
+
+struct ModelCase {
+    int rows, cols, cell;
+    ImageType type;
+    int radius;
+};
+
+// Sizes that are no multiples of the cell size leave border cells that fill more slowly.
+const ModelCase kModels[] = {{16, 20, 4, COLOR, 7}, {11, 13, 4, COLOR, 5}, {16, 20, 4, IR, 3},  {10, 9, 4, IR, 2},
+                             {16, 24, 8, COLOR, 9}, {19, 17, 8, IR, 4},    {9, 9, 3, COLOR, 3}, {4, 4, 4, COLOR, 7}};
+
+TEST(Background, FramesAgainstNaiveModel) {
+    unsigned seed = 0;
+    for (const ModelCase& m : kModels) {
+        seed++;
+        SCOPED_TRACE(testing::Message() << m.cols << "x" << m.rows << " cell " << m.cell << " type " << m.type);
+        TestRandom random(seed);
+        const auto pixel = [&](int r, int c) {
+            const int level = (c / 5 + r / 6) % 3 == 0 ? random.Below(3) * 9 : random.Below(4);
+            return ColorValue{60 + level, 90 + level / 2 + random.Below(2), (r * 7 + c) % 256};
+        };
+        TestImage image(m.rows, m.cols, pixel);
+        GridColorDiff g(image, m.cell, m.type);
+        std::fill(g.conf, g.conf + g.cnum, 0.0);
+        srandom(0);
+        NaiveModel naive(image, g, m.type, m.radius);
+        const long next = ::random();
+        BackgroundModel real(image, 0.95, m.type, &g, MULTIPLE, m.radius);
+        ASSERT_EQ(::random(), next) << "draws of the construction";
+        const auto compare = [&] {
+            for (int k = 0; k < g.cnum; k++) {
+                const std::string difference = CellDifference(real.cd[k], naive.At(k));
+                if (!difference.empty()) return "cell " + std::to_string(k) + ", " + difference;
+            }
+            return std::string();
+        };
+        ASSERT_EQ(compare(), "");
+        for (int frame = 2; frame < 60; frame++) {
+            image.Fill(pixel);
+            for (int k = 0; k < g.cnum; k++) g.conf[k] = random.Below(3) == 0 ? 0.5 : random.Below(2) * -1.0;
+            const bool updateall = frame < 25 || frame % 11 == 0;
+            const auto state = static_cast<unsigned>(frame);
+            srandom(state);
+            naive.Update(image, updateall);
+            const long after = ::random();
+            srandom(state);
+            real.UpdateBackground(image, updateall, frame);
+            ASSERT_EQ(compare(), "") << "frame " << frame;
+            ASSERT_EQ(::random(), after) << "draws of frame " << frame;
+            ASSERT_EQ(real.t, frame);
+        }
+    }
+}
+
+TEST(Background, SingleModelDrawsAndHistogram) {
+    TestImage image(8, 12, Flat(3)), other(8, 12, Flat(90));
+    GridColorDiff g(image, 4, COLOR);
+    for (int k = 0; k < g.cnum; k++) g.conf[k] = k % 2;  // 3 of the 6 main cells
+    BackgroundModel model(image, 0.95, COLOR, &g, SINGLE, 7);
+    std::fill(g.bhist, g.bhist + 256, 5);
+    model.UpdateBackground(other, true, 2);
+    EXPECT_EQ(random_draws::count, 0);
+    model.UpdateBackground(other, false, 3);
+    EXPECT_EQ(random_draws::count, 3);
+    EXPECT_EQ(g.bhist[(3 * 3 + 1) / 3], 96) << "of the background, not of the new frame";
+    EXPECT_EQ(g.bhist[30], 0);
+    g.ComputeDifferences(other, &model);
+    EXPECT_EQ(g.RedD[95], 87) << "frame minus background";
+}
+
+TEST(Background, PixelMaps) {
+    TestImage image(10, 13, Flat(3));
+    GridColorDiff g(image, 4, COLOR);
+    BackgroundModel model(image, 0.95, COLOR, &g, MULTIPLE, 7);
+    for (int r = 0; r < 10; r++) {
+        for (int c = 0; c < 13; c++) {
+            EXPECT_EQ(model.map1[r * 13 + c], r / 4 * 4 + c / 4);
+            const int i = r < 2 ? -1 : (r - 2) / 4, j = c < 2 ? -1 : (c - 2) / 4;
+            const bool covered = i >= 0 && j >= 0 && i < 2 && j < 3;
+            EXPECT_EQ(model.map2[r * 13 + c], covered ? 12 + i * 3 + j : -1) << r << "," << c;
+        }
+    }
+}
+
+// The nearest well-supported cluster among a pixel's cell and its four diagonal neighbours, by exhaustive search.
+TEST(Background, QueriesAgainstExhaustiveSearch) {
+    for (const ImageType type : {COLOR, IR}) {
+        TestImage image(17, 22, Flat(3));
+        GridColorDiff g(image, 4, type);
+        BackgroundModel model(image, 0.95, type, &g, MULTIPLE, 7);
+        TestRandom random(5);
+        int untouched = 0;
+        for (int turn = 0; turn < 60; turn++) {
+            for (int k = 0; k < g.cnum; k++) {
+                model.cd[k].nclusters = random.Below(5) == 0 ? random.Below(7) : random.Below(3);
+                for (int j = 0; j < 6; j++) {
+                    model.cd[k].support[j] = 127 + random.Below(4);
+                    const auto level = [&] { return random.Below(20) == 0 ? 1500 : random.Below(4) * 10; };
+                    model.cd[k].clusters[j] = {level(), level(), level()};
+                }
+            }
+            image.Fill([&](int, int) { return ColorValue{random.Below(40), random.Below(40), random.Below(40)}; });
+            std::fill(g.RedD, g.RedD + 17 * 22, 12345);
+            std::fill(g.BlueD, g.BlueD + 17 * 22, 12345);
+            g.ComputeDifferences(image, &model);
+            for (int r = 0; r < 17; r++) {
+                for (int c = 0; c < 22; c++) {
+                    const int own = r / 4 * 6 + c / 4;
+                    const int R = image.image.Red(r, c), G = image.image.Green(r, c), B = image.image.Blue(r, c);
+                    int best = 1000000, red = 12345, blue = 12345;
+                    for (const int k : {own, g.n[own].n[4], g.n[own].n[5], g.n[own].n[6], g.n[own].n[7]}) {
+                        for (int j = 0; k >= 0 && j < model.cd[k].nclusters; j++) {
+                            const ColorValue& v = model.cd[k].clusters[j];
+                            const int d = type == IR
+                                              ? std::abs(v.R - R)
+                                              : (v.R - R) * (v.R - R) + (v.G - G) * (v.G - G) + (v.B - B) * (v.B - B);
+                            if (model.cd[k].support[j] <= 128 || d >= best) continue;
+                            best = d;
+                            red = v.R - R;
+                            if (type == COLOR) blue = v.B - B;
+                        }
+                    }
+                    ASSERT_EQ(g.RedD[r * 22 + c], red) << r << "," << c;
+                    ASSERT_EQ(g.BlueD[r * 22 + c], blue) << r << "," << c;
+                    untouched += red == 12345;
+                }
+            }
+        }
+        EXPECT_GT(untouched, 0) << "some pixels must find no cluster";
+    }
+}
+
+}  // namespace
