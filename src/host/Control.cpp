@@ -83,8 +83,12 @@ std::string ControlPath(int devid) {
 }
 
 bool updateControl(int devid, control* c) {
+    return readControl(ControlPath(devid), c);
+}
+
+bool readControl(const std::string& path, control* c) {
     *c = kDefaults;
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> f(OpenForReading(ControlPath(devid)), std::fclose);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> f(OpenForReading(path), std::fclose);
     if (!f) return false;
     if (!IsRegular(f.get())) return true;
     char line[512];

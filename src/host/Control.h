@@ -21,6 +21,9 @@ std::string ControlPath(int devid);
 constexpr long kMaxControlFile = 64L << 20;
 bool updateControl(int devid, control* c);
 
+// The same from any file.
+bool readControl(const std::string& path, control* c);
+
 // Whether the file's modification time (whole seconds) differs from *lastmtime; stores the new one. A file that does
 // not exist is no change.
 bool updated(int devid, time_t* lastmtime);

@@ -1,0 +1,103 @@
+#include "facts.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace fleifeisa::inspect {
+
+namespace {
+
+ObjectFacts FactsOf(const Object& ob) {
+    ObjectFacts f{};
+    f.id = ob.id;
+    f.label = ob.label;
+    f.confidence = ob.conf;
+    f.x = ob.h.minc;
+    f.y = ob.h.minr;
+    f.width = ob.h.maxc - ob.h.minc + 1;
+    f.height = ob.h.maxr - ob.h.minr + 1;
+    f.area = ob.area;
+    f.density = static_cast<int>(
+        std::floor(static_cast<float>(static_cast<long double>(f.area) / (f.width * f.height) * 100.0L)));
+    f.row = ob.rc;
+    f.column = ob.cc;
+    f.frames = ob.numframes;
+    f.cells = ob.numcells;
+    for (int i = 0; i < ob.numparents; i++)
+        f.parents += (i > 0 ? ", " : "") + std::to_string(ob.parents[i]) + " (" +
+                     std::to_string(static_cast<int>(ob.dist[i])) + ")";
+    for (const ContNode* node = ob.fnode; node != nullptr; node = node->link)
+        f.contour.push_back({node->c, node->r, node->keepnode});
+    return f;
+}
+
+void GatherDetection(ColorDiffTracker& tracker, FrameFacts& f) {
+    const GridColorDiff& G = *tracker.G;
+    f.clt = tracker.clt;
+    f.cht = tracker.cht;
+    double total = 0;
+    for (int k = 0; k < G.cnum; k++) {
+        const double d = G.diff[k];
+        total += d;
+        f.greatest = std::max(f.greatest, d);
+        if (G.label[k] != 0) f.foreground++;
+    }
+    f.mean = G.cnum > 0 ? total / G.cnum : 0;
+    f.components = G.GetNumLabel();
+    f.table = tracker.numobjects;
+    for (int i = 0; i < tracker.numobjects; i++) {
+        const Object& ob = tracker.Ob[tracker.usedob[i]];
+        if (ob.framenum != tracker.t) continue;
+        tracker.PolygonalApproximation(ob.fnode, ColorDiffTracker::kPolygonTolerance);
+        f.objects.push_back(FactsOf(ob));
+    }
+    for (int label = 1; label <= f.components; label++)
+        if (!(G.GetConfCC(label) > 0.1)) f.weak++;
+}
+
+double MeanClusters(const BackgroundModel& B) {
+    double total = 0;
+    for (int k = 0; k < B.cnum; k++) total += B.cd[k].nclusters;
+    return B.cnum > 0 ? total / B.cnum : 0;
+}
+
+}  // namespace
+
+int ObjectFacts::Corners() const {
+    const auto corners = std::count_if(contour.begin(), contour.end(), [](const Point& p) { return p.corner; });
+    return static_cast<int>(std::max<std::ptrdiff_t>(corners - 1, 0));
+}
+
+FrameFacts GatherFacts(Session& session, Phase phase, const SourceFrame& frame) {
+    FrameFacts f;
+    f.number = session.Number();
+    f.phase = phase;
+    f.name = frame.name;
+    f.timestamp = frame.timestamp;
+    f.sequence = frame.sequence;
+    ColorDiffTracker* const tracker = session.Tracker();
+    if (phase == Phase::kNoPixels || tracker == nullptr) return f;
+    f.width = tracker->G->NofC;
+    f.height = tracker->G->NofR;
+    f.cells = tracker->G->cnum;
+    f.main_cells = tracker->G->cnum_2;
+    f.cell_size = tracker->G->cellsize;
+    f.clusters = MeanClusters(*tracker->B);
+    if (phase == Phase::kDetection) GatherDetection(*tracker, f);
+    return f;
+}
+
+const char* PhaseName(Phase phase) {
+    switch (phase) {
+        case Phase::kFirst:
+            return "first frame";
+        case Phase::kLearning:
+            return "learning";
+        case Phase::kDetection:
+            return "detection";
+        default:
+            return "no pixels";
+    }
+}
+
+}  // namespace fleifeisa::inspect

@@ -1,0 +1,185 @@
+#include "frames.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <sstream>
+#include <stdexcept>
+
+#include "Streaming.h"
+
+namespace fleifeisa::inspect {
+
+namespace {
+
+constexpr char kFirstWord[] = "ANALYTICS.CARTRIDGE";
+
+// A frame number from the front of `rest`, which moves behind it.
+int TakeNumber(std::string_view& rest, const std::string& part) {
+    int number = 0;
+    const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+    if (error != std::errc() || number < 1)
+        throw std::invalid_argument("\"" + part + "\" is not a frame number or range");
+    rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+    return number;
+}
+
+class Stream : public FrameSource {
+ public:
+    Stream(const std::string& path, Warn warn) : warn_(std::move(warn)), input_(std::cin.rdbuf()) {
+        if (path != "-") {
+            file_.open(path, std::ios::binary);
+            if (!file_) throw std::runtime_error(path + ": cannot be opened");
+            std::cin.rdbuf(file_.rdbuf());
+        }
+        std::cin.clear();
+    }
+    ~Stream() override { std::cin.rdbuf(input_); }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    bool Next(SourceFrame& frame) override {
+        while (!ended_ && std::cin.peek() != std::char_traits<char>::eof()) {
+            const Message message = Read();
+            if (message.code == kShutdown || ended_) break;
+            if (message.code != kFrame) continue;
+            frame = message.frame;
+            return true;
+        }
+        ended_ = true;
+        return false;
+    }
+    bool DropsOtherSizes() const override { return true; }
+    bool Truncated() const override { return truncated_; }
+
+ private:
+    struct Message {
+        SourceFrame frame;
+        int code = kNothing;
+    };
+
+    // One message. The reader answers what it cannot read on std::cout; here that becomes a warning.
+    Message Read() {
+        std::ostringstream answer;
+        Message m;
+        const streamin s = ReadInto(m.frame.image, answer);
+        m.code = s.ret_status;
+        m.frame.sequence = s.sequence_num;
+        if (s.timestamp != nullptr) m.frame.timestamp = s.timestamp;
+        for (char* text : {s.status, s.status_text, s.timestamp}) std::free(text);
+        number_++;
+
+        const std::string said = answer.str();
+        const std::size_t at = said.find("Status-text: ");
+        if (at != std::string::npos) Complain(said.substr(at + 13, said.find('\r', at) - at - 13));
+        if (TruncatedBody()) {
+            truncated_ = ended_ = true;
+        } else if (std::cin.fail() && !std::cin.eof()) {
+            Complain("a line is too long");
+            std::cin.clear();
+            std::cin.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+            m.frame.image.KsFreeImageMemory();
+            m = Message();
+        }
+        std::cin.clear();
+        return m;
+    }
+
+    static streamin ReadInto(KsColorImage& image, std::ostringstream& answer) {
+        struct Redirect {
+            std::streambuf* output;
+            explicit Redirect(std::streambuf* to) : output(std::cout.rdbuf(to)) {}
+            ~Redirect() { std::cout.rdbuf(output); }
+        } redirect(answer.rdbuf());
+        return StreamIO(&image);
+    }
+
+    void Complain(const std::string& what) {
+        constexpr int kShown = 5;
+        if (++complaints_ <= kShown) warn_("message " + std::to_string(number_) + ": " + what);
+        if (complaints_ == kShown + 1) warn_("more messages like these are not shown");
+    }
+
+    Warn warn_;
+    std::streambuf* input_;
+    std::ifstream file_;
+    int number_ = 0, complaints_ = 0;
+    bool ended_ = false, truncated_ = false;
+};
+
+class Images : public FrameSource {
+ public:
+    explicit Images(std::vector<std::string> names) : names_(std::move(names)) {}
+    bool Next(SourceFrame& frame) override {
+        if (at_ == names_.size()) return false;
+        frame = SourceFrame();
+        frame.name = names_[at_++];
+#if __has_include("ImageFiles.h")
+        frame.image.KsReadImageFile(frame.name.c_str());  // says itself what is wrong
+#endif
+        return true;
+    }
+    bool DropsOtherSizes() const override {
+        return false;
+    }
+
+ private:
+    std::vector<std::string> names_;
+    std::size_t at_ = 0;
+};
+
+}  // namespace
+
+FrameRanges FrameRanges::Parse(const std::string& text) {
+    FrameRanges result;
+    std::istringstream parts(text);
+    std::string part;
+    while (std::getline(parts, part, ',')) {
+        std::string_view rest = part;
+        Range range{TakeNumber(rest, part), 0};
+        range.last = range.first;
+        if (rest == "-") {
+            range.last = INT_MAX;
+            rest = {};
+        } else if (rest.starts_with('-')) {
+            rest.remove_prefix(1);
+            range.last = TakeNumber(rest, part);
+        }
+        if (!rest.empty()) throw std::invalid_argument("\"" + part + "\" is not a frame number or range");
+        if (range.last < range.first) throw std::invalid_argument("\"" + part + "\" ends before it begins");
+        result.ranges_.push_back(range);
+    }
+    if (result.ranges_.empty() || text.ends_with(',')) throw std::invalid_argument("a frame number is missing");
+    return result;
+}
+
+bool FrameRanges::Contains(int number) const {
+    return std::any_of(ranges_.begin(), ranges_.end(),
+                       [number](const Range& r) { return number >= r.first && number <= r.last; });
+}
+
+int FrameRanges::Last() const {
+    int last = 0;
+    for (const Range& r : ranges_) last = std::max(last, r.last);
+    return last;
+}
+
+std::unique_ptr<FrameSource> OpenStream(const std::string& path, Warn warn) {
+    return std::make_unique<Stream>(path, std::move(warn));
+}
+
+std::unique_ptr<FrameSource> OpenImages(std::vector<std::string> names) {
+    return std::make_unique<Images>(std::move(names));
+}
+
+bool LooksLikeStream(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::string start(sizeof kFirstWord - 1, '\0');
+    return file.read(start.data(), static_cast<std::streamsize>(start.size())) && start == kFirstWord;
+}
+
+}  // namespace fleifeisa::inspect

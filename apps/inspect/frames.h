@@ -1,0 +1,60 @@
+// Where frames come from, and which of them are looked at.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kscolor.h"
+
+namespace fleifeisa::inspect {
+
+/// Frame numbers as in "900", "890-910,950" or "1200-" (to the end). Numbers begin with 1.
+class FrameRanges {
+ public:
+    /// Throws std::invalid_argument with a message that names the part which cannot be read.
+    static FrameRanges Parse(const std::string& text);
+    bool Contains(int number) const;
+    bool Empty() const { return ranges_.empty(); }
+    /// The highest number, or INT_MAX for ranges without an end.
+    int Last() const;
+
+ private:
+    struct Range {
+        int first, last;
+    };
+    std::vector<Range> ranges_;
+};
+
+/// A frame as it came. The receiver owns the pixels.
+struct SourceFrame {
+    KsColorImage image;
+    std::string name;       ///< of the image file; empty for a stream
+    std::string timestamp;  ///< as the host sent it; empty for image files
+    int sequence = 0;       ///< as the host sent it; 0 for image files
+};
+
+class FrameSource {
+ public:
+    virtual ~FrameSource() = default;
+    /// False at the end. A frame without pixels has no buffer.
+    virtual bool Next(SourceFrame& frame) = 0;
+    /// Frames of another size than the first: dropped uncounted (a stream) or counted without pixels (image files).
+    virtual bool DropsOtherSizes() const = 0;
+    /// Whether the input ended inside a message.
+    virtual bool Truncated() const { return false; }
+};
+
+using Warn = std::function<void(const std::string&)>;
+
+/// The requests that a host sent, from a file or ("-") standard input. While it lives, std::cin reads that file.
+/// Throws std::runtime_error where the file cannot be opened.
+std::unique_ptr<FrameSource> OpenStream(const std::string& path, Warn warn);
+/// Image files, one frame each.
+std::unique_ptr<FrameSource> OpenImages(std::vector<std::string> names);
+
+/// Whether the file begins as a request stream does.
+bool LooksLikeStream(const std::string& path);
+
+}  // namespace fleifeisa::inspect

@@ -1,0 +1,223 @@
+#include "inspect.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "facts.h"
+#include "page.h"
+#include "pictures.h"
+
+namespace fleifeisa::inspect {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void Say(const std::string& text) {
+    std::cerr << "fleifeisa-inspect: " << text << std::endl;
+}
+
+// A line that rewrites itself, on a terminal only.
+class Progress {
+ public:
+    explicit Progress(bool wanted) : shown_(wanted && isatty(STDERR_FILENO) != 0) {}
+    ~Progress() { Clear(); }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    void Show(int frame, int pages) {
+        const auto now = std::chrono::steady_clock::now();
+        if (!shown_ || now - last_ < std::chrono::milliseconds(100)) return;
+        last_ = now;
+        std::fprintf(stderr, "\rframe %d, %d shown ", frame, pages);
+        std::fflush(stderr);
+        drawn_ = true;
+    }
+    void Clear() {
+        if (drawn_) std::fputs("\r\033[K", stderr);
+        drawn_ = false;
+    }
+
+ private:
+    bool shown_, drawn_ = false;
+    std::chrono::steady_clock::time_point last_{};
+};
+
+std::vector<std::string> ReadList(const std::string& path, const std::string& prefix) {
+    std::ifstream list(path);
+    if (!list) throw Failure(kNoInput, path + ": cannot be opened");
+    std::vector<std::string> names;
+    for (std::string name; list >> name;) names.push_back(prefix + name);
+    if (names.empty()) throw Failure(kBadData, path + ": names no image");
+    return names;
+}
+
+std::unique_ptr<FrameSource> Open(const Options& options) {
+    if (!options.list.empty()) return OpenImages(ReadList(options.list, options.prefix));
+    const std::string& first = options.inputs.front();
+    // Pipes are not looked into: what was read from them would be gone.
+    std::error_code error;
+    if (first != "-" && !fs::is_fifo(first, error)) {
+        for (const std::string& name : options.inputs)
+            if (!fs::is_regular_file(name, error))
+                throw Failure(kNoInput, name + (fs::exists(name, error) ? ": is not a file" : ": no such file"));
+        if (!LooksLikeStream(first)) return OpenImages(options.inputs);
+    }
+    if (options.inputs.size() > 1) throw Failure(kUsage, "only one request stream can be read at a time");
+    return OpenStream(first, Say);
+}
+
+class Inspection {
+ public:
+    explicit Inspection(const Options& options);
+    void Run();
+
+ private:
+    bool Chosen(int number) const;
+    void Feed(SourceFrame& frame);
+    void Show(Phase phase, const SourceFrame& frame);
+    void WriteFiles(const std::string& stem, std::vector<Link>& files);
+    std::string At(const std::string& name) const { return (fs::path(options_.directory) / name).string(); }
+
+    const Options& options_;
+    std::unique_ptr<FrameSource> source_;
+    Session session_;
+    Page page_;
+    Progress progress_;
+    int other_sizes_ = 0;
+};
+
+Inspection::Inspection(const Options& options)
+    : options_(options),
+      source_(Open(options)),
+      session_(options.settings),
+      page_(!options.list.empty()           ? options.list
+            : options.inputs.front() == "-" ? "standard input"
+            : options.inputs.size() > 1     ? options.inputs.front() + " and more"
+                                            : options.inputs.front(),
+            options.settings),
+      progress_(!options.quiet) {
+    std::error_code error;
+    fs::create_directories(options.directory, error);
+    if (!fs::is_directory(options.directory))
+        throw Failure(kCannotCreate, options.directory + ": cannot be created" + (error ? ": " + error.message() : ""));
+}
+
+bool Inspection::Chosen(int number) const {
+    if (!options_.frames.Empty()) return options_.frames.Contains(number);
+    const int first = std::max(2, options_.settings.parameters.bg_frames + 1);
+    return number >= first && (number - first) % options_.every == 0;
+}
+
+void Inspection::Feed(SourceFrame& frame) {
+    if (!session_.Fits(frame.image)) {
+        const std::string which =
+            frame.name.empty() ? "frame behind number " + std::to_string(session_.Number()) : frame.name;
+        if (++other_sizes_ == 1) {
+            progress_.Clear();
+            Say(which + ": the size differs from the first frame's; frames like this one are left out");
+        }
+        frame.image.KsFreeImageMemory();
+        frame.image.Detach();
+        if (source_->DropsOtherSizes()) return;
+    }
+    const bool chosen = Chosen(session_.Number() + 1);
+    const Phase phase = session_.Begin(frame.image, options_.trace && chosen);
+    if (chosen) Show(phase, frame);
+    session_.End();
+    progress_.Show(session_.Number(), page_.Frames());
+}
+
+void Inspection::Show(Phase phase, const SourceFrame& frame) {
+    char stem[32];
+    std::snprintf(stem, sizeof stem, "frame-%06d", session_.Number());
+    const FrameFacts facts = GatherFacts(session_, phase, frame);
+    std::vector<Figure> figures;
+    std::vector<Link> files;
+    const int scale = options_.scale > 0 ? options_.scale : PictureScale(facts.width);
+    for (const Picture& p : DrawPictures(session_, facts, scale)) {
+        const std::string name = std::string(stem) + "-" + p.name + ".png";
+        p.image.WritePng(At(name));
+        figures.push_back({name, p.title, p.caption, p.image.Width(), p.image.Height()});
+    }
+    if (phase == Phase::kDetection) WriteFiles(stem, files);
+    page_.Add(facts, figures, files);
+}
+
+// The detections document and the tables, where asked for.
+void Inspection::WriteFiles(const std::string& stem, std::vector<Link>& files) {
+    ColorDiffTracker& tracker = *session_.Tracker();
+    const auto written = [&](const std::string& name, const char* text) {
+        std::error_code error;
+        if (fs::file_size(At(name), error) == 0 || error) throw std::runtime_error(At(name) + ": cannot be written");
+        files.push_back({name, text});
+    };
+    if (options_.xml) {
+        std::ofstream out(At(stem + "-detections.xml"));
+        tracker.OutputXML(out);
+        written(stem + "-detections.xml", "detections");
+    }
+    if (!options_.dumps) return;
+    tracker.WriteImageEdges(At(stem + "-edges").c_str());
+    written(stem + "-edges.txt", "edges");
+    // The colour sums are otherwise those of the frame before.
+    for (int k = 0; k < tracker.G->cnum; k++) {
+        if (tracker.CIr == COLOR)
+            tracker.G->cd[k].AddAll(session_.Frame());
+        else
+            tracker.G->cd[k].AddAllGray(session_.Frame());
+    }
+    tracker.G->CellPartialDerivatives();
+    tracker.WriteImageDerivatives(At(stem + "-derivatives").c_str());
+    written(stem + "-derivatives.txt", "derivatives");
+    if (tracker.BT != SINGLE) return;
+    tracker.OutputBackgroundImage(At(stem + "-background.pgm").c_str());
+    written(stem + "-background.pgm", "background");
+}
+
+void Inspection::Run() {
+    const int last = options_.frames.Empty() ? INT_MAX : options_.frames.Last();
+    SourceFrame frame;
+    while (session_.Number() < last && source_->Next(frame)) Feed(frame);
+    progress_.Clear();
+
+    const std::string frames = std::to_string(session_.Number()) + " frames";
+    if (page_.Frames() > 0) page_.Write(At("index.html"));
+    if (!options_.quiet || page_.Frames() == 0)
+        Say(frames + " read, " + std::to_string(page_.Frames()) + " shown" +
+            (page_.Frames() > 0 ? " in " + At("index.html") : ""));
+    if (source_->Truncated()) throw Failure(kBadData, "the input ends inside a message");
+    if (session_.Number() == 0) throw Failure(kBadData, "the input holds no frame");
+    if (session_.Tracker() == nullptr) throw Failure(kBadData, "no frame has pixels");
+    if (page_.Frames() > 0) {
+        if (last != INT_MAX && session_.Number() < last) Say("the input ends before frame " + std::to_string(last));
+        return;
+    }
+    throw Failure(kBadData, options_.frames.Empty()
+                                ? "the input ends while the background is being learnt; --bgframes sets how long that "
+                                  "takes, --frames shows learning frames too"
+                                : "the input ends before the frames asked for");
+}
+
+}  // namespace
+
+void Inspect(const Options& options) {
+    try {
+        Inspection(options).Run();
+    } catch (const Failure&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::runtime_error& e) {  // of a file that cannot be written
+        throw Failure(kCannotCreate, e.what());
+    }
+}
+
+}  // namespace fleifeisa::inspect

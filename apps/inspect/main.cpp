@@ -1,0 +1,5 @@
+#include "inspect.h"
+
+int main(int argc, char** argv) {
+    return fleifeisa::inspect::InspectMain(argc, argv);
+}

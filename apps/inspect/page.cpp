@@ -1,0 +1,182 @@
+#include "page.h"
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+
+#include "colours.h"
+
+namespace fleifeisa::inspect {
+
+namespace {
+
+constexpr char kStyle[] = R"(
+:root { color-scheme: light dark; --ink: #1b1f24; --dim: #59636e; --paper: #ffffff; --card: #f4f6f8; --line: #d5dbe1;
+  --accent: #0b5cad; }
+@media (prefers-color-scheme: dark) {
+  :root { --ink: #e4e8ec; --dim: #9aa5b1; --paper: #14171b; --card: #1d2228; --line: #363e47; --accent: #7db7f2; } }
+* { box-sizing: border-box; }
+body { margin: 0 auto; padding: 1rem; max-width: 110rem; font: 1rem/1.45 system-ui, sans-serif; color: var(--ink);
+  background: var(--paper); }
+h1 { font-size: 1.4rem; margin: 0 0 .25rem; overflow-wrap: anywhere; }
+h2 { font-size: 1.2rem; margin: 0 0 .5rem; }
+h2 small { font-weight: normal; color: var(--dim); }
+a { color: var(--accent); }
+p { margin: .25rem 0 .75rem; }
+.dim { color: var(--dim); overflow-wrap: anywhere; }
+nav { display: flex; flex-wrap: wrap; gap: .25rem .75rem; margin: .5rem 0; }
+section { border-top: 1px solid var(--line); margin-top: 1.25rem; padding-top: 1rem; }
+dl { display: grid; grid-template-columns: repeat(auto-fill, minmax(8.5rem, 1fr)); gap: .5rem; margin: 0 0 1rem; }
+dl div { background: var(--card); border: 1px solid var(--line); border-radius: .4rem; padding: .35rem .6rem; }
+dt { font-size: .8rem; color: var(--dim); }
+dd { margin: 0; font-variant-numeric: tabular-nums; overflow-wrap: anywhere; }
+.pictures { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(100%, 24rem), 1fr)); gap: 1rem; }
+figure { margin: 0; }
+figure img { display: block; width: 100%; height: auto; border: 1px solid var(--line); border-radius: .3rem; }
+figcaption { font-size: .875rem; color: var(--dim); margin-top: .3rem; }
+figcaption strong { color: var(--ink); }
+.scroll { overflow-x: auto; margin-bottom: 1rem; }
+table { border-collapse: collapse; font-variant-numeric: tabular-nums; }
+th, td { text-align: right; padding: .25rem .7rem; border-bottom: 1px solid var(--line); white-space: nowrap; }
+th { font-size: .8rem; color: var(--dim); font-weight: 600; }
+.swatch { display: inline-block; width: .8em; height: .8em; border-radius: .2em; margin-right: .4em; }
+)";
+
+std::string Text(double v, int digits) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", digits, v);
+    return text;
+}
+
+std::string Number(const char* name, const std::string& value) {
+    return std::string("<div><dt>") + name + "</dt><dd>" + Escape(value) + "</dd></div>\n";
+}
+std::string Number(const char* name, int value) {
+    return Number(name, std::to_string(value));
+}
+
+std::string Numbers(const FrameFacts& f, bool clusters) {
+    std::string html = "<dl>\n";
+    if (f.phase == Phase::kDetection) {
+        html += Number("Threshold clt", Text(f.clt, 1)) + Number("Threshold cht", Text(f.cht, 1)) +
+                Number("Difference, mean", Text(f.mean, 1)) + Number("Difference, greatest", Text(f.greatest, 0)) +
+                Number("Foreground cells", f.foreground) + Number("Components", f.components) +
+                Number("of these too weak", f.weak) + Number("Records", static_cast<int>(f.objects.size())) +
+                Number("Records in the table", f.table);
+    }
+    html += Number("Cells", std::to_string(f.cells) + " (" + std::to_string(f.main_cells) + " + " +
+                                std::to_string(f.cells - f.main_cells) + ")");
+    if (clusters) html += Number("Clusters per cell", Text(f.clusters, 2));
+    html += Number("Frame size", std::to_string(f.width) + " x " + std::to_string(f.height));
+    return html + "</dl>\n";
+}
+
+std::string Swatch(int number) {
+    const Rgb c = Distinct(number);
+    char text[96];
+    std::snprintf(text, sizeof text, "<span class=\"swatch\" style=\"background:#%02x%02x%02x\"></span>", c.r, c.g,
+                  c.b);
+    return text;
+}
+
+std::string Table(const std::vector<ObjectFacts>& objects) {
+    if (objects.empty()) return "<p>No component became a record in this frame.</p>\n";
+    std::string html =
+        "<div class=\"scroll\"><table>\n<thead><tr><th>Id</th><th>Label</th><th>Confidence</th><th>X</th><th>Y</th>"
+        "<th>Width</th><th>Height</th><th>Area</th><th>Density</th><th>Centre x, y</th><th>Cells</th>"
+        "<th>Frames followed</th><th>Contour points</th><th>Polygon corners</th><th>Came from label (cells)</th>"
+        "</tr></thead>\n<tbody>\n";
+    const auto cell = [](const std::string& text) { return "<td>" + text + "</td>"; };
+    for (const ObjectFacts& o : objects) {
+        html += "<tr>" + cell(Swatch(o.id) + std::to_string(o.id)) + cell(std::to_string(o.label)) +
+                cell(Text(o.confidence, 2));
+        for (const int v : {o.x, o.y, o.width, o.height, o.area}) html += cell(std::to_string(v));
+        html += cell(std::to_string(o.density) + " %") + cell(std::to_string(o.column) + ", " + std::to_string(o.row)) +
+                cell(std::to_string(o.cells)) + cell(std::to_string(o.frames)) +
+                cell(std::to_string(o.contour.size())) + cell(std::to_string(o.Corners())) +
+                cell(o.parents.empty() ? "new" : o.parents) + "</tr>\n";
+    }
+    return html + "</tbody></table></div>\n";
+}
+
+std::string SettingsLine(const Settings& s) {
+    const control& c = s.parameters;
+    const auto factor = [](float v) { return Text(static_cast<double>(v), 3); };
+    std::string text = s.type == COLOR ? "COLOR" : "IR";
+    text += s.background == SINGLE ? ", single-image background" : ", background of clusters";
+    text += ", " + std::to_string(c.bg_frames) + " learning frames, ";
+    text += s.type == COLOR ? "color_low " + factor(c.color_low) + ", color_high " + factor(c.color_high)
+                            : "ir_low " + factor(c.ir_low) + ", ir_high " + factor(c.ir_high);
+    return text;
+}
+
+}  // namespace
+
+std::string Escape(const std::string& text) {
+    std::string html;
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                html += "&amp;";
+                break;
+            case '<':
+                html += "&lt;";
+                break;
+            case '>':
+                html += "&gt;";
+                break;
+            case '"':
+                html += "&quot;";
+                break;
+            default:
+                html += c;
+        }
+    }
+    return html;
+}
+
+void Page::Add(const FrameFacts& f, const std::vector<Figure>& figures, const std::vector<Link>& files) {
+    frames_++;
+    const std::string number = std::to_string(f.number);
+    nav_ += "<a href=\"#frame-" + number + "\">" + number + "</a>\n";
+    body_ += "<section id=\"frame-" + number + "\">\n<h2>Frame " + number + " <small>" + PhaseName(f.phase) +
+             "</small></h2>\n";
+    if (!f.name.empty()) body_ += "<p class=\"dim\">" + Escape(f.name) + "</p>\n";
+    if (!f.timestamp.empty() || f.sequence != 0)
+        body_ += "<p class=\"dim\">Sequence number " + std::to_string(f.sequence) + ", timestamp" +
+                 (f.timestamp.starts_with(' ') ? "" : " ") + Escape(f.timestamp) + "</p>\n";
+    if (f.phase == Phase::kNoPixels) {
+        body_ += "<p>This frame had no pixels; the tracker was left alone.</p>\n</section>\n";
+        return;
+    }
+    body_ += Numbers(f, settings_.background == MULTIPLE);
+    if (f.phase == Phase::kDetection) body_ += Table(f.objects);
+    body_ += "<div class=\"pictures\">\n";
+    for (const Figure& p : figures)
+        body_ += "<figure><a href=\"" + Escape(p.file) + "\"><img src=\"" + Escape(p.file) + "\" width=\"" +
+                 std::to_string(p.width) + "\" height=\"" + std::to_string(p.height) + "\" alt=\"" + Escape(p.title) +
+                 " of frame " + number + "\" loading=\"lazy\"></a><figcaption><strong>" + Escape(p.title) +
+                 ".</strong> " + Escape(p.caption) + "</figcaption></figure>\n";
+    body_ += "</div>\n";
+    if (!files.empty()) {
+        body_ += "<p class=\"dim\">Files:";
+        for (const Link& l : files) body_ += " <a href=\"" + Escape(l.file) + "\">" + Escape(l.text) + "</a>";
+        body_ += "</p>\n";
+    }
+    body_ += "</section>\n";
+}
+
+void Page::Write(const std::string& path) const {
+    std::ofstream out(path, std::ios::binary);
+    out << "<!doctype html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+           "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>Inspection of "
+        << Escape(input_) << "</title>\n<style>" << kStyle << "</style>\n</head>\n<body>\n<h1>Inspection of "
+        << Escape(input_) << "</h1>\n<p class=\"dim\">" << Escape(SettingsLine(settings_)) << "</p>\n";
+    if (frames_ > 1) out << "<nav aria-label=\"Frames\">\n" << nav_ << "</nav>\n";
+    out << body_ << "</body>\n</html>\n";
+    out.close();
+    if (!out) throw std::runtime_error(path + ": cannot be written");
+}
+
+}  // namespace fleifeisa::inspect

@@ -1,0 +1,59 @@
+// The tracker driven by the analyzer's rules, one frame at a time, with a pause in which its state can be looked at.
+#pragma once
+
+#include <memory>
+
+#include "Control.h"
+#include "kscolortracker.h"
+
+namespace fleifeisa::inspect {
+
+struct Settings {
+    ImageType type = COLOR;
+    BackgroundType background = MULTIPLE;
+    control parameters{300, 0.25f, 0.5f, 1.0f, 2.0f};
+};
+
+enum class Phase {
+    kNoPixels,  // counted, nothing else
+    kFirst,     // built the tracker
+    kLearning,  // only brings the background up to date
+    kDetection
+};
+
+/// Frames are counted from 1. Frames up to `bg_frames` are learnt, later ones are searched for objects first.
+class Session {
+ public:
+    explicit Session(const Settings& settings) : settings_(settings) {}
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /// Whether the frame has the size of those before it, or has no pixels.
+    bool Fits(const KsColorImage& frame) const;
+
+    /// Takes over the frame's pixels, counts it and searches it for objects. Until End, the grid and the table show
+    /// this frame, and the background is the one that it was compared with. `trace` prints the detection's trace to
+    /// standard output.
+    Phase Begin(KsColorImage frame, bool trace = false);
+    /// Brings the background up to date with the frame and releases its pixels.
+    void End();
+
+    int Number() const { return number_; }
+    KsColorImage& Frame() { return frame_; }
+    ColorDiffTracker* Tracker() { return tracker_.get(); }  ///< null before the first frame with pixels
+    const Settings& Options() const { return settings_; }
+
+ private:
+    void Build();
+
+    Settings settings_;
+    int number_ = 0;
+    Phase phase_ = Phase::kNoPixels;
+    KsColorImage frame_;
+    KsColorImage
+        background_;  // the first frame's buffer, which a SINGLE background shares; lives as long as the tracker
+    std::unique_ptr<ColorDiffTracker> tracker_;
+};
+
+}  // namespace fleifeisa::inspect
