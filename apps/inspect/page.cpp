@@ -33,6 +33,7 @@ dt { font-size: .8rem; color: var(--dim); }
 dd { margin: 0; font-variant-numeric: tabular-nums; overflow-wrap: anywhere; }
 .pictures { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(100%, 24rem), 1fr)); gap: 1rem; }
 figure { margin: 0; }
+@media (min-width: 56rem) { .pictures figure:first-child { grid-column: span 2; grid-row: span 2; } }
 figure img { display: block; width: 100%; height: auto; border: 1px solid var(--line); border-radius: .3rem; }
 figcaption { font-size: .875rem; color: var(--dim); margin-top: .3rem; }
 figcaption strong { color: var(--ink); }
@@ -84,8 +85,8 @@ std::string Table(const std::vector<ObjectFacts>& objects) {
     if (objects.empty()) return "<p>No component became a record in this frame.</p>\n";
     std::string html =
         "<div class=\"scroll\"><table>\n<thead><tr><th>Id</th><th>Label</th><th>Confidence</th><th>X</th><th>Y</th>"
-        "<th>Width</th><th>Height</th><th>Area</th><th>Density</th><th>Centre x, y</th><th>Cells</th>"
-        "<th>Frames followed</th><th>Contour points</th><th>Polygon corners</th><th>Came from label (cells)</th>"
+        "<th>Width</th><th>Height</th><th>Area</th><th>Density</th><th>Centre x, y</th><th>Cells</th><th>Frames</th>"
+        "<th>Points</th><th>Corners</th><th>Came from</th>"
         "</tr></thead>\n<tbody>\n";
     const auto cell = [](const std::string& text) { return "<td>" + text + "</td>"; };
     for (const ObjectFacts& o : objects) {

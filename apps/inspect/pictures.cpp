@@ -117,20 +117,23 @@ Raster Painter::HeatPicture(const std::vector<double>& values, double full, cons
     return image;
 }
 
-// Box dashed, contour solid, polygon white with its corners marked, id on a plate.
+// Box dashed, contour in a broad coloured line, on it the polygon in white with its corners marked.
 void Painter::DrawObject(Raster& image, const ObjectFacts& o) const {
     const Rgb colour = Distinct(o.id);
     image.Box(o.x * scale_, o.y * scale_, (o.x + o.width) * scale_ - 1, (o.y + o.height) * scale_ - 1, colour,
               2 * scale_);
-    for (std::size_t i = 1; i < o.contour.size(); i++)
-        for (int w = 0; w < std::max(1, scale_ - 1); w++)
-            image.Line(Middle(o.contour[i - 1].x) + w, Middle(o.contour[i - 1].y) + w, Middle(o.contour[i].x) + w,
-                       Middle(o.contour[i].y) + w, colour);
+    const auto broad = [&](int dx, int dy) {
+        for (std::size_t i = 1; i < o.contour.size(); i++)
+            image.Line(Middle(o.contour[i - 1].x) + dx, Middle(o.contour[i - 1].y) + dy, Middle(o.contour[i].x) + dx,
+                       Middle(o.contour[i].y) + dy, colour);
+    };
+    for (int dy = -1; dy <= 1; dy++)
+        for (int dx = -1; dx <= 1; dx++) broad(dx, dy);
     const ObjectFacts::Point* last = nullptr;
     for (const ObjectFacts::Point& p : o.contour) {
         if (!p.corner) continue;
         if (last != nullptr) image.Line(Middle(last->x), Middle(last->y), Middle(p.x), Middle(p.y), kWhite);
-        image.Fill(Middle(p.x) - scale_ / 2, Middle(p.y) - scale_ / 2, scale_ + 1, scale_ + 1, kWhite);
+        image.Fill(Middle(p.x) - 1, Middle(p.y) - 1, 3, 3, kWhite);
         last = &p;
     }
 }
@@ -195,8 +198,7 @@ Picture Painter::Clusters() {
     std::vector<Mark> marks;
     for (int n = 0; n <= KsBackgroundCell::kMaxClusters; n++)
         marks.push_back({static_cast<double>(n), std::to_string(n)});
-    return {"clusters", "Clusters per cell",
-            "How many colours each cell of the background keeps, 0 to 6. Many: the scene itself is restless there.",
+    return {"clusters", "Clusters per cell", "How many colours each cell of the background keeps, 0 to 6.",
             HeatPicture(counts, KsBackgroundCell::kMaxClusters, marks)};
 }
 
