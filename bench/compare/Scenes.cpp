@@ -1,0 +1,193 @@
+#include "Scenes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace bench {
+namespace {
+
+constexpr size_t kCalmFrames = 4;  // detection frames before a worst scene's event
+constexpr int kCell = 4;           // pixels; side of the analyzer's cells
+constexpr double kTurn = 2.0 * std::numbers::pi;
+
+// xorshift64*: small, fast, the same numbers everywhere.
+class Draw {
+ public:
+    explicit Draw(uint64_t seed) : state_(seed * 2654435769u + 88172645463325252u) {}
+    uint32_t Next() {
+        state_ ^= state_ >> 12;
+        state_ ^= state_ << 25;
+        state_ ^= state_ >> 27;
+        return static_cast<uint32_t>((state_ * 2685821657736338717u) >> 32);
+    }
+    // Uniform in [low, high].
+    int Range(int low, int high) {
+        return low + static_cast<int>(Next() % static_cast<uint32_t>(high - low + 1));
+    }
+
+ private:
+    uint64_t state_;
+};
+
+uint8_t Clamp(double value) { return static_cast<uint8_t>(std::clamp(value, 0.0, 255.0)); }
+
+Clip EmptyClip(const char* name, int width, int height, SceneLength length) {
+    Clip clip;
+    clip.name = name;
+    clip.width = width;
+    clip.height = height;
+    clip.pixels.resize(clip.FrameBytes() * (length.learning + length.detection));
+    return clip;
+}
+
+uint8_t* Pixel(Clip& clip, size_t frame, int r, int c) {
+    return clip.Frame(frame) + (static_cast<size_t>(r) * static_cast<size_t>(clip.width) + static_cast<size_t>(c)) * 3;
+}
+
+// Fills every frame with colour(frame, event, r, c, channel), event counting the frames since the event began and
+// negative before it; adds noise of -2..2.
+template <class Colour>
+Clip Paint(const char* name, int width, int height, SceneLength length, Colour colour) {
+    Clip clip = EmptyClip(name, width, height, length);
+    Draw draw(1);
+    for (size_t frame = 0; frame < clip.Frames(); ++frame) {
+        const int event = static_cast<int>(frame) - static_cast<int>(length.learning + kCalmFrames);
+        for (int r = 0; r < height; ++r) {
+            for (int c = 0; c < width; ++c) {
+                uint8_t* pixel = Pixel(clip, frame, r, c);
+                uint32_t noise = draw.Next();
+                for (int k = 0; k < 3; ++k, noise >>= 8) {
+                    pixel[k] = Clamp(colour(event, r, c, k) + static_cast<double>((noise & 255u) % 5u) - 2.0);
+                }
+            }
+        }
+    }
+    return clip;
+}
+
+// Brick-like texture between 30 and 90, fixed for each place.
+double Texture(int r, int c, int channel) {
+    const auto cell = static_cast<uint64_t>(r / 6) * 8191u + static_cast<uint64_t>((c + (r / 6) % 2 * 5) / 10);
+    Draw draw(cell * 3u + static_cast<uint64_t>(channel) + 7u);
+    draw.Next();
+    return 30.0 + static_cast<double>(draw.Next() % 61u);
+}
+
+// The texture of a whole frame, computed once.
+std::vector<double> TextureMap(int width, int height) {
+    std::vector<double> map;
+    map.reserve(static_cast<size_t>(width) * static_cast<size_t>(height) * 3);
+    for (int r = 0; r < height; ++r) {
+        for (int c = 0; c < width; ++c) {
+            for (int k = 0; k < 3; ++k) map.push_back(Texture(r, c, k));
+        }
+    }
+    return map;
+}
+
+size_t Index(int width, int r, int c, int k) {
+    return (static_cast<size_t>(r) * static_cast<size_t>(width) + static_cast<size_t>(c)) * 3 + static_cast<size_t>(k);
+}
+
+// Lights go on: every pixel gains 40 and becomes 1.6 times as bright, so the change follows the texture.
+Clip LightsOn(int width, int height, SceneLength length) {
+    const std::vector<double> texture = TextureMap(width, height);
+    return Paint("lights on", width, height, length, [&](int event, int r, int c, int k) {
+        const double dark = texture[Index(width, r, c, k)];
+        return event < 0 ? dark : 1.6 * dark + 40.0;
+    });
+}
+
+// Single changed cells, two cells apart, so that every one is a component of its own: as many as fit, 10,000 at most.
+// One in ten of them is left out, others in each frame.
+Clip Specks(int width, int height, SceneLength length) {
+    const int columns = width / (2 * kCell);
+    const int rows = height / (2 * kCell);
+    const int stride = std::max(1, rows * columns / 11000);
+    return Paint("specks", width, height, length, [=](int event, int r, int c, int) {
+        const int i = r / (2 * kCell);
+        const int j = c / (2 * kCell);
+        const bool inside = r / kCell % 2 == 0 && c / kCell % 2 == 0 && i < rows && j < columns;
+        if (event < 0 || !inside || (i * columns + j) % stride != 0) return 120.0;
+        Draw draw(static_cast<uint64_t>(event) * 1000003u + static_cast<uint64_t>(i * columns + j));
+        draw.Next();
+        return draw.Next() % 10u == 0 ? 120.0 : 150.0;
+    });
+}
+
+// Salt and pepper on single pixels: one in twenty turns black or white, others in each frame.
+Clip SaltAndPepper(int width, int height, SceneLength length) {
+    Draw draw(5);
+    return Paint("salt and pepper", width, height, length, [draw, hit = 0u](int event, int, int, int k) mutable {
+        if (event < 0) return 120.0;
+        if (k == 0) hit = draw.Next() % 40u;
+        return hit == 0 ? 0.0 : hit == 1 ? 255.0 : 120.0;
+    });
+}
+
+// Two waves a quarter period apart in red and green: their differences change steeply everywhere, while the size of the
+// change is the same all over. The phase moves on from frame to frame.
+double Wave(int event, int r, int c, int k, double amplitude) {
+    const double phase = kTurn * (static_cast<double>(c) + 0.5 * static_cast<double>(r)) / 48.0 + 0.7 * event;
+    return amplitude * (k == 0 ? std::sin(phase) : std::cos(phase));
+}
+
+// Everything is foreground: steep change everywhere, and here and there enough to make sure of it.
+Clip AllForeground(int width, int height, SceneLength length) {
+    return Paint("all foreground", width, height, length, [](int event, int r, int c, int k) {
+        if (event < 0) return 125.0;
+        if (k == 2) return r / 16 % 4 == 0 && c / 16 % 4 == 0 ? 250.0 : 125.0;
+        return 125.0 + Wave(event, r, c, k, 100.0);
+    });
+}
+
+// Steep change over four fifths of the frame that is nowhere large enough, measured against the frame as a whole, to be
+// certain foreground: the spread of the change lifts the upper threshold above it.
+Clip SteepButUncertain(int width, int height, SceneLength length) {
+    return Paint("steep, uncertain", width, height, length, [=](int event, int r, int c, int k) {
+        if (event < 0 || k == 2 || c >= width * 4 / 5) return 125.0;
+        return 125.0 + Wave(event, r, c, k, 100.0);
+    });
+}
+
+}  // namespace
+
+Clip StreetScene(int width, int height, size_t objects, SceneLength length) {
+    const std::vector<double> texture = TextureMap(width, height);
+    Clip clip = Paint("street", width, height, length,
+                      [&](int, int r, int c, int k) { return 40.0 + texture[Index(width, r, c, k)]; });
+    // Boxes on a raster, so that they stay apart: all drift together, each with a colour of its own.
+    const double share = static_cast<double>(width) * static_cast<double>(height) / static_cast<double>(objects + 1);
+    const int pitch = std::max(2 * kCell, static_cast<int>(std::sqrt(share)));
+    const int side = std::clamp(pitch / 2, kCell, 48);
+    const int columns = std::max(1, width / pitch);
+    for (size_t frame = length.learning; frame < clip.Frames(); ++frame) {
+        const int drift = static_cast<int>(frame - length.learning) * 2;
+        for (size_t object = 0; object < objects; ++object) {
+            const int top = static_cast<int>(object) / columns * pitch;
+            const int left = (static_cast<int>(object) % columns * pitch + drift) % (columns * pitch);
+            for (int r = top; r < std::min(top + side, height); ++r) {
+                for (int c = left; c < std::min(left + side, width); ++c) {
+                    for (int k = 0; k < 3; ++k) {
+                        Pixel(clip, frame, r, c)[k] = static_cast<uint8_t>(180 + (object * 13 + static_cast<size_t>(k) * 29) % 70);
+                    }
+                }
+            }
+        }
+    }
+    return clip;
+}
+
+const std::vector<WorstScene>& WorstScenes() {
+    static const std::vector<WorstScene> scenes{
+        {"lights on", "lights switched on over a textured scene", LightsOn},
+        {"specks", "isolated changed cells, up to ten thousand components", Specks},
+        {"salt and pepper", "one pixel in twenty turns black or white", SaltAndPepper},
+        {"all foreground", "every cell foreground, one component", AllForeground},
+        {"steep, uncertain", "strong derivatives whose confidence never reaches 1", SteepButUncertain},
+    };
+    return scenes;
+}
+
+}  // namespace bench

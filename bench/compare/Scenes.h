@@ -1,0 +1,30 @@
+// Video made by rule: an ordinary street, a chosen number of moving objects, and the contents that cost the most.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "Clip.h"
+
+namespace bench {
+
+// Number of frames the background of a scene is shown before anything happens, and of the frames after that.
+struct SceneLength {
+    size_t learning = 40;
+    size_t detection = 24;
+};
+
+// A textured street with sensor noise and `objects` boxes that drift across it, from the first detection frame on.
+Clip StreetScene(int width, int height, size_t objects, SceneLength length);
+
+struct WorstScene {
+    std::string name;
+    std::string what;  // one line for the reader of the table
+    Clip (*make)(int width, int height, SceneLength length);
+};
+
+// The worst contents. The event begins a few frames into the detection frames and lasts to the end.
+const std::vector<WorstScene>& WorstScenes();
+
+}  // namespace bench
