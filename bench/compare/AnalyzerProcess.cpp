@@ -28,14 +28,15 @@ namespace {
 
 constexpr int kDevice = 1;
 
-std::runtime_error SystemError(const std::string& what) { return std::runtime_error(what + ": " + std::strerror(errno)); }
+std::runtime_error SystemError(const std::string& what) {
+    return std::runtime_error(what + ": " + std::strerror(errno));
+}
 
 // A directory that holds the control file of the device, as the analyzer looks for it below FLEIFEISA_ROOT.
 std::string MakeRoot(int learning_frames) {
     std::string name = std::filesystem::temp_directory_path() / "fleifeisa-bench-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) throw SystemError(name);
-    const std::filesystem::path folder =
-        std::filesystem::path(name) / "opt/tesra/var/conf" / std::to_string(kDevice);
+    const std::filesystem::path folder = std::filesystem::path(name) / "opt/tesra/var/conf" / std::to_string(kDevice);
     std::filesystem::create_directories(folder);
     std::ofstream file(folder / "qelparams2.conf");
     file << "<param name=\"-bgframes\" value=\"" << learning_frames << "\"/>\n";
@@ -70,7 +71,8 @@ pid_t Spawn(const std::string& program, const std::string& root, int input, int 
 
 size_t CountObjects(const std::string& message) {
     size_t objects = 0;
-    for (size_t at = message.find("<OBJECT "); at != std::string::npos; at = message.find("<OBJECT ", at + 1)) ++objects;
+    for (size_t at = message.find("<OBJECT "); at != std::string::npos; at = message.find("<OBJECT ", at + 1))
+        ++objects;
     return objects;
 }
 
@@ -102,7 +104,9 @@ AnalyzerProcess::AnalyzerProcess(const AnalyzerOptions& options)
     }
 }
 
-AnalyzerProcess::~AnalyzerProcess() { Stop(false); }
+AnalyzerProcess::~AnalyzerProcess() {
+    Stop(false);
+}
 
 AnalyzerProcess::Answer AnalyzerProcess::Send(const uint8_t* rgb, int width, int height) {
     const size_t size = static_cast<size_t>(width) * static_cast<size_t>(height) * 3;
@@ -205,7 +209,8 @@ void AnalyzerProcess::Stop(bool force) {
     if (force) kill(child_, SIGKILL);
     close(to_child_);
     close(from_child_);
-    while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {}
+    while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
+    }
     child_ = -1;
     std::error_code ignored;
     std::filesystem::remove_all(directory_, ignored);

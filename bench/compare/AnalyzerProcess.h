@@ -12,9 +12,9 @@
 namespace bench {
 
 struct AnalyzerOptions {
-    std::string program;               // path of the executable
-    int learning_frames = 300;         // written to a control file of this process's own
-    double reply_limit_seconds = 60.0; // wall time a reply may take before the process counts as stuck
+    std::string program;                // path of the executable
+    int learning_frames = 300;          // written to a control file of this process's own
+    double reply_limit_seconds = 60.0;  // wall time a reply may take before the process counts as stuck
 };
 
 // A reply took longer than the limit; the process has been ended.
@@ -35,8 +35,8 @@ class AnalyzerProcess {
         double cpu_seconds = 0.0;  // user and system time from before the frame was sent until the process waits again
         size_t objects = 0;        // objects in the reply
     };
-    // Sends one frame of width x height interleaved RGB and takes the reply. Throws std::runtime_error where the process
-    // answers with an error or ends.
+    // Sends one frame of width x height interleaved RGB and takes the reply. Throws std::runtime_error where the
+    // process answers with an error or ends.
     Answer Send(const uint8_t* rgb, int width, int height);
 
     // Largest resident set so far, KiB.
@@ -55,7 +55,7 @@ class AnalyzerProcess {
     int to_child_ = -1;
     int from_child_ = -1;
     clockid_t clock_{};
-    std::string input_;      // read from the process, not yet used
+    std::string input_;  // read from the process, not yet used
     int sequence_ = 0;
 };
 

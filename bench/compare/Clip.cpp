@@ -47,7 +47,8 @@ void RunCommand(const std::vector<std::string>& command, const std::function<voi
     }
     close(pipe_ends[0]);
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {}
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
     if (status != 0) throw std::runtime_error(command[0] + " failed on " + command.back());
 }
 

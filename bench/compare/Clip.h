@@ -9,10 +9,10 @@
 namespace bench {
 
 struct Clip {
-    std::string name;              // as printed in the tables
-    int width = 0;                 // pixels
-    int height = 0;                // pixels
-    std::vector<uint8_t> pixels;   // frames one after the other, interleaved RGB, rows without padding
+    std::string name;             // as printed in the tables
+    int width = 0;                // pixels
+    int height = 0;               // pixels
+    std::vector<uint8_t> pixels;  // frames one after the other, interleaved RGB, rows without padding
 
     [[nodiscard]] size_t FrameBytes() const { return static_cast<size_t>(width) * static_cast<size_t>(height) * 3; }
     [[nodiscard]] size_t Frames() const { return FrameBytes() == 0 ? 0 : pixels.size() / FrameBytes(); }
@@ -24,10 +24,10 @@ struct Clip {
 struct ClipRequest {
     std::string name;
     std::string path;
-    int width = 0;        // frames are scaled to this size
+    int width = 0;  // frames are scaled to this size
     int height = 0;
-    size_t first = 0;     // first frame of the file to keep
-    size_t frames = 0;    // number of frames to keep
+    size_t first = 0;   // first frame of the file to keep
+    size_t frames = 0;  // number of frames to keep
 };
 
 // Decodes through the ffmpeg command. Throws std::runtime_error where the command is missing, fails, or delivers fewer

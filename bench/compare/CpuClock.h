@@ -14,7 +14,9 @@ inline double ClockSeconds(clockid_t clock) {
     return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-inline double ThreadSeconds() { return ClockSeconds(CLOCK_THREAD_CPUTIME_ID); }
+inline double ThreadSeconds() {
+    return ClockSeconds(CLOCK_THREAD_CPUTIME_ID);
+}
 
 // Cycles a second of the core under load: times a chain of additions, each of which waits for the one before and takes
 // one cycle. Good to about one percent, the best of several tries; no access to performance counters is needed.

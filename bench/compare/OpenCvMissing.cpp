@@ -7,11 +7,21 @@ namespace bench {
 
 struct OpenCvPipeline::State {};
 
-OpenCvPipeline::OpenCvPipeline(Subtractor, int, int) { throw std::logic_error("built without OpenCV"); }
+OpenCvPipeline::OpenCvPipeline(Subtractor, int, int) {
+    throw std::logic_error("built without OpenCV");
+}
 OpenCvPipeline::~OpenCvPipeline() = default;
-StageSeconds OpenCvPipeline::Run(const uint8_t*) { return {}; }
-size_t OpenCvPipeline::Objects() const { return 0; }
-bool OpenCvPipeline::Available() { return false; }
-std::string OpenCvPipeline::Description() { return "built without OpenCV: the analyzer is measured alone"; }
+StageSeconds OpenCvPipeline::Run(const uint8_t*) {
+    return {};
+}
+size_t OpenCvPipeline::Objects() const {
+    return 0;
+}
+bool OpenCvPipeline::Available() {
+    return false;
+}
+std::string OpenCvPipeline::Description() {
+    return "built without OpenCV: the analyzer is measured alone";
+}
 
 }  // namespace bench

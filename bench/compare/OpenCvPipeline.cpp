@@ -13,8 +13,8 @@
 namespace bench {
 
 struct OpenCvPipeline::State {
-    int width;
-    int height;
+    int width = 0;
+    int height = 0;
     cv::Ptr<cv::BackgroundSubtractor> subtractor;
     cv::Mat kernel = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3));
     // Kept from frame to frame, so that nothing is allocated anew without need.
@@ -23,7 +23,9 @@ struct OpenCvPipeline::State {
     std::vector<std::vector<cv::Point>> polygons;
 };
 
-OpenCvPipeline::OpenCvPipeline(Subtractor kind, int width, int height) : state_(new State{width, height, {}}) {
+OpenCvPipeline::OpenCvPipeline(Subtractor kind, int width, int height) : state_(std::make_unique<State>()) {
+    state_->width = width;
+    state_->height = height;
     cv::setNumThreads(1);
     if (kind == Subtractor::kMog2) {
         state_->subtractor = cv::createBackgroundSubtractorMOG2(500, 16.0, /*detectShadows=*/false);
@@ -54,9 +56,13 @@ StageSeconds OpenCvPipeline::Run(const uint8_t* rgb) {
     return {{t1 - t0, t2 - t1, t3 - t2, t4 - t3}};
 }
 
-size_t OpenCvPipeline::Objects() const { return state_->contours.size(); }
+size_t OpenCvPipeline::Objects() const {
+    return state_->contours.size();
+}
 
-bool OpenCvPipeline::Available() { return true; }
+bool OpenCvPipeline::Available() {
+    return true;
+}
 
 std::string OpenCvPipeline::Description() {
     cv::setNumThreads(1);
@@ -72,8 +78,8 @@ std::string OpenCvPipeline::Description() {
                                         std::pair{CV_CPU_AVX512_SKX, "AVX512_SKX"}, std::pair{CV_CPU_NEON, "NEON"}}) {
         if (cv::checkHardwareSupport(feature)) running += std::string(running.empty() ? "" : " ") + name;
     }
-    return "OpenCV " + cv::getVersionString() + ", " + std::to_string(cv::getNumThreads()) + " thread, dispatched for " +
-           extensions + "; used here: " + running;
+    return "OpenCV " + cv::getVersionString() + ", " + std::to_string(cv::getNumThreads()) +
+           " thread, dispatched for " + extensions + "; used here: " + running;
 }
 
 }  // namespace bench

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "scene.h"
+
 namespace bench {
 namespace {
 
@@ -22,15 +24,15 @@ class Draw {
         return static_cast<uint32_t>((state_ * 2685821657736338717u) >> 32);
     }
     // Uniform in [low, high].
-    int Range(int low, int high) {
-        return low + static_cast<int>(Next() % static_cast<uint32_t>(high - low + 1));
-    }
+    int Range(int low, int high) { return low + static_cast<int>(Next() % static_cast<uint32_t>(high - low + 1)); }
 
  private:
     uint64_t state_;
 };
 
-uint8_t Clamp(double value) { return static_cast<uint8_t>(std::clamp(value, 0.0, 255.0)); }
+uint8_t Clamp(double value) {
+    return static_cast<uint8_t>(std::clamp(value, 0.0, 255.0));
+}
 
 Clip EmptyClip(const char* name, int width, int height, SceneLength length) {
     Clip clip;
@@ -99,20 +101,20 @@ Clip LightsOn(int width, int height, SceneLength length) {
     });
 }
 
-// Single changed cells, two cells apart, so that every one is a component of its own: as many as fit, 10,000 at most.
-// One in ten of them is left out, others in each frame.
+// Single changed cells, three cells apart (nearer ones would join through the steep change at their corners), so that
+// every one is a component of its own: as many as fit, about 10,000 at most, others in each frame.
 Clip Specks(int width, int height, SceneLength length) {
-    const int columns = width / (2 * kCell);
-    const int rows = height / (2 * kCell);
-    const int stride = std::max(1, rows * columns / 11000);
+    const int pitch = 3 * kCell;
+    const int columns = width / pitch;
+    const int places = columns * (height / pitch);
+    const auto shown = static_cast<uint32_t>(std::min(900, 1000 * 10000 / std::max(places, 1)));  // of 1000 places
     return Paint("specks", width, height, length, [=](int event, int r, int c, int) {
-        const int i = r / (2 * kCell);
-        const int j = c / (2 * kCell);
-        const bool inside = r / kCell % 2 == 0 && c / kCell % 2 == 0 && i < rows && j < columns;
-        if (event < 0 || !inside || (i * columns + j) % stride != 0) return 120.0;
-        Draw draw(static_cast<uint64_t>(event) * 1000003u + static_cast<uint64_t>(i * columns + j));
+        const int place = r / pitch * columns + c / pitch;
+        const bool inside = r % pitch < kCell && c % pitch < kCell && c / pitch < columns && place < places;
+        if (event < 0 || !inside) return 120.0;
+        Draw draw(static_cast<uint64_t>(event) * 1000003u + static_cast<uint64_t>(place));
         draw.Next();
-        return draw.Next() % 10u == 0 ? 120.0 : 150.0;
+        return draw.Next() % 1000u < shown ? 150.0 : 120.0;
     });
 }
 
@@ -123,6 +125,16 @@ Clip SaltAndPepper(int width, int height, SceneLength length) {
         if (event < 0) return 120.0;
         if (k == 0) hit = draw.Next() % 40u;
         return hit == 0 ? 0.0 : hit == 1 ? 255.0 : 120.0;
+    });
+}
+
+// A background that never rests: every pixel takes one of six colours in turn at random, so that every cell learns six
+// clusters and each pixel has as many candidates as there can be. There is no event; this is what cells cost at most.
+Clip SixColours(int width, int height, SceneLength length) {
+    Draw draw(9);
+    return Paint("six colours", width, height, length, [draw, pick = 0u](int, int, int, int k) mutable {
+        if (k == 0) pick = draw.Next() % 6u;
+        return 20.0 + 40.0 * static_cast<double>((pick + static_cast<uint32_t>(k) * 2u) % 6u);
     });
 }
 
@@ -153,9 +165,21 @@ Clip SteepButUncertain(int width, int height, SceneLength length) {
 
 }  // namespace
 
-Clip StreetScene(int width, int height, size_t objects, SceneLength length) {
+Clip StreetScene(int width, int height, SceneLength length) {
+    Clip clip = EmptyClip("street", width, height, length);
+    fleifeisa::scenes::SceneSpec spec;
+    spec.width = width;
+    spec.height = height;
+    spec.frames = static_cast<int64_t>(clip.Frames());
+    fleifeisa::scenes::Scene scene(spec);
+    for (size_t i = 0; i < clip.Frames(); ++i)
+        scene.render(static_cast<int64_t>(i), {clip.Frame(i), clip.FrameBytes()});
+    return clip;
+}
+
+Clip ManyObjects(int width, int height, size_t objects, SceneLength length) {
     const std::vector<double> texture = TextureMap(width, height);
-    Clip clip = Paint("street", width, height, length,
+    Clip clip = Paint("many objects", width, height, length,
                       [&](int, int r, int c, int k) { return 40.0 + texture[Index(width, r, c, k)]; });
     // Boxes on a raster, so that they stay apart: all drift together, each with a colour of its own.
     const double share = static_cast<double>(width) * static_cast<double>(height) / static_cast<double>(objects + 1);
@@ -170,7 +194,8 @@ Clip StreetScene(int width, int height, size_t objects, SceneLength length) {
             for (int r = top; r < std::min(top + side, height); ++r) {
                 for (int c = left; c < std::min(left + side, width); ++c) {
                     for (int k = 0; k < 3; ++k) {
-                        Pixel(clip, frame, r, c)[k] = static_cast<uint8_t>(180 + (object * 13 + static_cast<size_t>(k) * 29) % 70);
+                        Pixel(clip, frame, r, c)[k] =
+                            static_cast<uint8_t>(180 + (object * 13 + static_cast<size_t>(k) * 29) % 70);
                     }
                 }
             }
@@ -184,6 +209,7 @@ const std::vector<WorstScene>& WorstScenes() {
         {"lights on", "lights switched on over a textured scene", LightsOn},
         {"specks", "isolated changed cells, up to ten thousand components", Specks},
         {"salt and pepper", "one pixel in twenty turns black or white", SaltAndPepper},
+        {"six colours", "every cell with as many clusters as it can have", SixColours},
         {"all foreground", "every cell foreground, one component", AllForeground},
         {"steep, uncertain", "strong derivatives whose confidence never reaches 1", SteepButUncertain},
     };

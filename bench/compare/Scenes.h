@@ -11,12 +11,15 @@ namespace bench {
 
 // Number of frames the background of a scene is shown before anything happens, and of the frames after that.
 struct SceneLength {
-    size_t learning = 40;
+    size_t learning = 64;
     size_t detection = 24;
 };
 
-// A textured street with sensor noise and `objects` boxes that drift across it, from the first detection frame on.
-Clip StreetScene(int width, int height, size_t objects, SceneLength length);
+// An ordinary street with people and cars: stands in for footage where there is none.
+Clip StreetScene(int width, int height, SceneLength length);
+
+// A textured wall with `objects` boxes that drift across it, from the first detection frame on.
+Clip ManyObjects(int width, int height, size_t objects, SceneLength length);
 
 struct WorstScene {
     std::string name;

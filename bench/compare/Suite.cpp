@@ -1,0 +1,168 @@
+#include "Suite.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <iostream>
+
+#include "CpuClock.h"
+#include "Scenes.h"
+
+namespace bench {
+namespace {
+
+struct Input {
+    const char* name;
+    const char* file;  // below the footage directory
+    int width;
+    int height;
+    size_t learning;
+    size_t detection;
+};
+
+constexpr Input kInputs[] = {
+    {"highway", "cdnet-highway/highway.mp4", 320, 240, 200, 200},
+    {"vtest", "pets09-s2l1/vtest.avi", 768, 576, 150, 100},
+    {"vtest scaled", "pets09-s2l1/vtest.avi", 1920, 1080, 100, 60},
+};
+
+size_t Scaled(size_t frames, double length) {
+    return std::max<size_t>(static_cast<size_t>(static_cast<double>(frames) * length), 24);
+}
+
+// The piece of footage for one round: the rounds' pieces are spread evenly over the file.
+Clip InputClip(const Input& input, const SuiteOptions& options, size_t round, SceneLength length) {
+    const std::string path = options.footage + "/" + input.file;
+    if (!std::filesystem::exists(path)) return StreetScene(input.width, input.height, length);
+    const size_t wanted = length.learning + length.detection;
+    const size_t total = CountFrames(path);
+    const size_t room = total > wanted ? total - wanted : 0;
+    const size_t first = options.rounds > 1 ? room * round / (options.rounds - 1) : 0;
+    return DecodeClip({input.name, path, input.width, input.height, first, wanted});
+}
+
+RoundPlan PlanFor(const SuiteOptions& options, size_t learning) {
+    RoundPlan plan;
+    plan.learning = learning;
+    plan.block = options.block;
+    plan.analyzer.program = options.analyzer;
+    plan.analyzer.reply_limit_seconds = options.reply_limit_seconds;
+    return plan;
+}
+
+std::string LocalTime() {
+    const std::time_t now = std::time(nullptr);
+    char text[64];
+    std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S %Z", std::localtime(&now));
+    return text;
+}
+
+void RunWorst(const SuiteOptions& options, const Input& input, SuiteResult& result, size_t round) {
+    for (const WorstScene& scene : WorstScenes()) {
+        const auto known = std::find_if(result.worst.begin(), result.worst.end(), [&](const WorstResult& w) {
+            return w.name == scene.name && w.height == input.height;
+        });
+        if (known != result.worst.end() && !known->Failure().empty()) continue;  // no second wait for a stuck process
+        WorstResult& worst =
+            known != result.worst.end()
+                ? *known
+                : result.worst.emplace_back(WorstResult{scene.name, scene.what, input.width, input.height, {}});
+        std::cerr << "  round " << round + 1 << ": " << scene.name << " " << input.width << "x" << input.height << "\n";
+        const SceneLength length;
+        const Clip clip = scene.make(input.width, input.height, length);
+        RoundPlan plan = PlanFor(options, length.learning);
+        plan.against_opencv = false;
+        const CorePin pin(options.core);
+        worst.rounds.push_back(RunRound(clip, plan));
+    }
+}
+
+}  // namespace
+
+double WorstResult::WorstFrame() const {
+    double worst = 0.0;
+    for (size_t frame = 0; !rounds.empty() && frame < rounds.front().analyzer.detection.size(); ++frame) {
+        std::vector<double> seconds;
+        for (const RoundResult& round : rounds) {
+            if (frame < round.analyzer.detection.size()) seconds.push_back(round.analyzer.detection[frame]);
+        }
+        worst = std::max(worst, SpreadOf(seconds).median);
+    }
+    return worst;
+}
+
+double WorstResult::MostObjects() const {
+    double most = 0.0;
+    for (const RoundResult& round : rounds) {
+        for (const double objects : round.analyzer.objects) most = std::max(most, objects);
+    }
+    return most;
+}
+
+std::string WorstResult::Failure() const {
+    for (const RoundResult& round : rounds) {
+        if (!round.failure.empty()) return round.failure;
+    }
+    return {};
+}
+
+SuiteResult RunSuite(const SuiteOptions& options) {
+    SuiteResult result;
+    result.when = LocalTime();
+    result.footage_found = std::filesystem::exists(options.footage + "/" + kInputs[0].file);
+    {
+        const CorePin pin(options.core);
+        result.clock_hertz = MeasureClockHertz();
+    }
+    for (size_t round = 0; round < options.rounds; ++round) {
+        for (const Input& input : kInputs) {
+            if (std::find(options.heights.begin(), options.heights.end(), input.height) == options.heights.end())
+                continue;
+            const auto known = std::find_if(result.inputs.begin(), result.inputs.end(),
+                                            [&](const InputResult& i) { return i.height == input.height; });
+            InputResult& main = known != result.inputs.end() ? *known : result.inputs.emplace_back(InputResult{});
+            const SceneLength length{Scaled(input.learning, options.length), Scaled(input.detection, options.length)};
+            const Clip clip = InputClip(input, options, round, length);
+            main.name = clip.name;
+            main.width = input.width;
+            main.height = input.height;
+            main.learning = length.learning;
+            main.detection = length.detection;
+            std::cerr << "  round " << round + 1 << ": " << clip.name << " " << input.width << "x" << input.height
+                      << "\n";
+            {
+                const CorePin pin(options.core);
+                main.rounds.push_back(RunRound(clip, PlanFor(options, length.learning)));
+            }
+            if (options.worst) RunWorst(options, input, result, round);
+        }
+    }
+    return result;
+}
+
+SweepResult RunSweep(const SuiteOptions& options) {
+    SweepResult result;
+    const SceneLength length{60, 40};
+    constexpr int kSizes[][2] = {{160, 120},  {320, 240},  {640, 480},  {768, 576},
+                                 {1280, 720}, {1600, 900}, {1920, 1080}};
+    const std::string path = options.footage + "/" + kInputs[1].file;
+    for (const auto& [width, height] : kSizes) {
+        std::cerr << "  size " << width << "x" << height << "\n";
+        const Clip clip = std::filesystem::exists(path)
+                              ? DecodeClip({"vtest", path, width, height, 200, length.learning + length.detection})
+                              : StreetScene(width, height, length);
+        const CorePin pin(options.core);
+        result.sizes.push_back({width, height, -1.0, RunRound(clip, PlanFor(options, length.learning))});
+    }
+    for (const size_t objects : {0, 1, 10, 30, 100, 300, 1000, 3000}) {
+        std::cerr << "  " << objects << " objects\n";
+        const Clip clip = ManyObjects(768, 576, objects, length);
+        const CorePin pin(options.core);
+        result.objects.push_back(
+            {768, 576, static_cast<double>(objects), RunRound(clip, PlanFor(options, length.learning))});
+    }
+    return result;
+}
+
+}  // namespace bench
