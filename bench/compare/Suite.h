@@ -17,7 +17,7 @@ struct SuiteOptions {
     size_t rounds = 5;
     size_t block = 10;  // frames a contestant works on in a row
     int core = 0;       // everything measured runs on this core
-    double reply_limit_seconds = 30.0;
+    double reply_limit_seconds = 5.0;
     double length = 1.0;  // scales the numbers of frames
 };
 

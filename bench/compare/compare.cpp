@@ -23,7 +23,7 @@ constexpr const char* kUsage =
     "  --no-worst         leave the worst contents out\n"
     "  --block N          frames a contestant works on before the next takes its turn (default 10)\n"
     "  --core N           the core everything measured runs on (default: the last one allowed)\n"
-    "  --limit SECONDS    wall time a reply may take (default 30)\n"
+    "  --limit SECONDS    wall time a reply may take (default 5)\n"
     "  --label TEXT       printed with the tables, e.g. the commit\n"
     "  --json FILE        also writes all measurements\n"
     "  --sweep FILE       instead: time and memory against image size and number of objects, as JSON\n";
