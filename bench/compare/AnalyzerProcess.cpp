@@ -32,6 +32,12 @@ std::runtime_error SystemError(const std::string& what) {
     return std::runtime_error(what + ": " + std::strerror(errno));
 }
 
+std::string Seconds(double value) {
+    std::ostringstream text;
+    text << value << " s";
+    return text.str();
+}
+
 // A directory that holds the control file of the device, as the analyzer looks for it below FLEIFEISA_ROOT.
 std::string MakeRoot(int learning_frames) {
     std::string name = std::filesystem::temp_directory_path() / "fleifeisa-bench-XXXXXX";
@@ -81,18 +87,19 @@ size_t CountObjects(const std::string& message) {
 AnalyzerProcess::AnalyzerProcess(const AnalyzerOptions& options)
     : limit_seconds_(options.reply_limit_seconds), directory_(MakeRoot(options.learning_frames)) {
     signal(SIGPIPE, SIG_IGN);
-    std::array<int, 2> in{};
-    std::array<int, 2> out{};
-    if (pipe2(in.data(), O_CLOEXEC) != 0 || pipe2(out.data(), O_CLOEXEC) != 0) throw SystemError("pipe");
-    child_ = Spawn(options.program, directory_, in[0], out[1]);
-    close(in[0]);
-    close(out[1]);
-    to_child_ = in[1];
-    from_child_ = out[0];
-    // Only our ends wait in poll, so that a stuck process is noticed; its own ends are ordinary blocking pipes.
-    fcntl(to_child_, F_SETFL, O_NONBLOCK);
-    fcntl(from_child_, F_SETFL, O_NONBLOCK);
     try {
+        std::array<int, 2> in{};
+        std::array<int, 2> out{};
+        if (pipe2(in.data(), O_CLOEXEC) != 0) throw SystemError("pipe");
+        to_child_ = in[1];
+        if (pipe2(out.data(), O_CLOEXEC) != 0) throw SystemError("pipe");
+        from_child_ = out[0];
+        child_ = Spawn(options.program, directory_, in[0], out[1]);
+        close(in[0]);
+        close(out[1]);
+        // Only our ends wait in poll, so that a stuck process is noticed; its own ends are ordinary blocking pipes.
+        fcntl(to_child_, F_SETFL, O_NONBLOCK);
+        fcntl(from_child_, F_SETFL, O_NONBLOCK);
         if (clock_getcpuclockid(child_, &clock_) != 0) throw std::runtime_error("no clock for " + options.program);
         const std::string hello = ReadMessage();
         if (hello.find("Status: OK") == std::string::npos) {
@@ -145,7 +152,7 @@ void AnalyzerProcess::Write(const char* head, size_t head_size, const uint8_t* b
         pollfd wait{to_child_, POLLOUT, 0};
         if (poll(&wait, 1, static_cast<int>(limit_seconds_ * 1000.0)) == 0) {
             Stop(true);
-            throw AnalyzerTooSlow("the analyzer read nothing for " + std::to_string(limit_seconds_) + " s");
+            throw AnalyzerTooSlow("the analyzer read nothing for " + Seconds(limit_seconds_));
         }
     }
 }
@@ -155,7 +162,7 @@ void AnalyzerProcess::FillInput() {
     pollfd wait{from_child_, POLLIN, 0};
     if (poll(&wait, 1, static_cast<int>(limit_seconds_ * 1000.0)) == 0) {
         Stop(true);
-        throw AnalyzerTooSlow("no reply within " + std::to_string(limit_seconds_) + " s");
+        throw AnalyzerTooSlow("no reply within " + Seconds(limit_seconds_));
     }
     std::array<char, 65536> block;
     const ssize_t got = read(from_child_, block.data(), block.size());
@@ -200,16 +207,22 @@ long AnalyzerProcess::PeakKiB() const {
     return 0;
 }
 
+// Ends the process, with SHUTDOWN unless forced, and removes what belongs to it. May be called more than once.
 void AnalyzerProcess::Stop(bool force) {
-    if (child_ < 0) return;
-    if (!force) {
-        const char bye[] = "ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n";
-        force = write(to_child_, bye, sizeof(bye) - 1) != static_cast<ssize_t>(sizeof(bye) - 1);
+    if (child_ >= 0) {
+        if (!force) {
+            const char bye[] = "ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n";
+            force = write(to_child_, bye, sizeof(bye) - 1) != static_cast<ssize_t>(sizeof(bye) - 1);
+        }
+        if (force) kill(child_, SIGKILL);
     }
-    if (force) kill(child_, SIGKILL);
-    close(to_child_);
-    close(from_child_);
-    while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
+    for (int* end : {&to_child_, &from_child_}) {
+        if (*end >= 0) close(*end);
+        *end = -1;
+    }
+    if (child_ >= 0) {
+        while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
+        }
     }
     child_ = -1;
     std::error_code ignored;

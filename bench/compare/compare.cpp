@@ -120,6 +120,10 @@ Arguments Parse(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 2 && std::string(argv[1]) == "--help") {
+        std::cout << kUsage;
+        return 0;
+    }
     try {
         const Arguments arguments = Parse(argc, argv);
         if (!arguments.sweep.empty()) {
