@@ -1,0 +1,38 @@
+// The host's log on standard error: one line an event, as text or as JSON, from any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace fleifeisa::host {
+
+enum class LogLevel { kError, kWarning, kInfo, kDebug };
+
+/// `camera` may be empty: the event concerns the host as a whole.
+void log(LogLevel level, std::string_view camera, std::string_view message);
+
+inline void logError(std::string_view camera, std::string_view message) {
+    log(LogLevel::kError, camera, message);
+}
+inline void logWarning(std::string_view camera, std::string_view message) {
+    log(LogLevel::kWarning, camera, message);
+}
+inline void logInfo(std::string_view camera, std::string_view message) {
+    log(LogLevel::kInfo, camera, message);
+}
+inline void logDebug(std::string_view camera, std::string_view message) {
+    log(LogLevel::kDebug, camera, message);
+}
+
+void setLog(LogLevel least, bool json);
+
+/// The line that is rewritten in place at a terminal; the log clears it before it writes. "" removes it.
+void showProgress(std::string_view line);
+
+/// "2026-11-21T10:20:30.123456789Z" from nanoseconds since 1970.
+std::string rfc3339(long long time_ns);
+
+/// A URL without the password it may carry.
+std::string withoutPassword(std::string_view url);
+
+}  // namespace fleifeisa::host
