@@ -17,6 +17,7 @@ namespace {
 constexpr double kFirstDelay = 0.05, kLongestDelay = 30;
 constexpr Clock::duration kSound = std::chrono::seconds(30);
 constexpr Clock::duration kShutdownGrace = std::chrono::seconds(2);
+constexpr int kGiveUp = 7;    // analyzers in a row without an answer; a live camera never gives up
 constexpr int kAttempts = 3;  // a frame over which so many analyzers die is given up
 // While the analyzer works on one frame the next one already lies in the pipe. A live camera waits for the answer
 // instead, so that what it sends is the newest there is.
@@ -100,7 +101,7 @@ void Camera::serve() {
         if (!analyzer_ && Clock::now() >= restart_at_) startAnalyzer();
         applyControl();
         takeFrames();
-        if (in_flight_.empty() && (stopping_ || feeder_.ended())) return;
+        if (in_flight_.empty() && (stopping_ || given_up_ || (feeder_.ended() && !held_))) return;
         // Without an analyzer nothing more gets answered, so a stop does not wait for one to come.
         if (stopping_ && !analyzer_) return;
         try {
@@ -135,21 +136,33 @@ void Camera::applyControl() {
 
 void Camera::takeFrames() {
     while (!stopping_ && analyzer_ && !pending_control_ && in_flight_.size() < window_) {
-        Request request;
-        if (!readFrame(request)) return;
-        const bool resized = width_ != 0 && (request.width != width_ || request.height != height_);
-        if (resized && !in_flight_.empty()) {
-            // The frames before it are answered by the old analyzer first.
-            window_ = in_flight_.size() + 1;
+        if (!held_) {
+            Request request;
+            if (!readFrame(request)) return;
+            held_ = std::move(request);
         }
-        in_flight_.push_back(std::move(request));
-        Request& last = in_flight_.back();
-        last_sequence_ = last_sequence_ == kLastSequence ? 1 : last_sequence_ + 1;
-        last.sequence = last_sequence_;
-        last.header = frameHeader(last.width, last.height, last.time_ns, last.sequence);
-        if (in_flight_.size() == 1) waiting_since_ = Clock::now();
-        sendRequest(last);
+        if (width_ != 0 && (held_->width != width_ || held_->height != height_)) {
+            // An analyzer keeps the size of its first frame: the frames before are answered by the old one.
+            if (!in_flight_.empty()) return;
+            logWarning(config_.name, "the frames are now " + std::to_string(held_->width) + "x" +
+                                         std::to_string(held_->height) + ": a new analyzer learns the scene anew");
+            analyzer_->shutdown(kShutdownGrace);
+            startAnalyzer();
+            if (!analyzer_) return;
+        }
+        sendNext();
     }
+}
+
+void Camera::sendNext() {
+    in_flight_.push_back(std::move(*held_));
+    held_.reset();
+    Request& request = in_flight_.back();
+    last_sequence_ = last_sequence_ == kLastSequence ? 1 : last_sequence_ + 1;
+    request.sequence = last_sequence_;
+    request.header = frameHeader(request.width, request.height, request.time_ns, request.sequence);
+    if (in_flight_.size() == 1) waiting_since_ = Clock::now();
+    sendRequest(request);
 }
 
 /// Takes the next frame of the source, if there is one, and makes RGB of it.
@@ -195,7 +208,8 @@ void Camera::sendRequest(Request& request) {
 }
 
 void Camera::pollOnce() {
-    const bool hungry = !stopping_ && analyzer_ && !pending_control_ && in_flight_.size() < window_ && !feeder_.ended();
+    const bool hungry =
+        !stopping_ && analyzer_ && !pending_control_ && !held_ && in_flight_.size() < window_ && !feeder_.ended();
     std::array<pollfd, 5> items = {{{wake_.fd(), POLLIN, 0},
                                     {hungry ? feeder_.ready().fd() : -1, POLLIN, 0},
                                     {analyzer_ ? analyzer_->wantsWrite() : -1, POLLOUT, 0},
@@ -245,6 +259,7 @@ void Camera::handleReply(const std::string& bytes) {
     callOutputs([&result](Output& output) { output.frame(result); });
     ++counts_.answered;
     if (reply.detection) ++counts_.detected;
+    failures_in_a_row_ = 0;
     feeder_.recycle(std::move(in_flight_.front().rgb));
     in_flight_.pop_front();
     waiting_since_ = Clock::now();
@@ -280,11 +295,20 @@ void Camera::analyzerFailed(const std::string& why) {
         lost = static_cast<std::int64_t>(in_flight_.size());
         in_flight_.clear();
     } else if (!in_flight_.empty() && ++in_flight_.front().attempts >= kAttempts) {
-        logError(config_.name, "frame " + std::to_string(in_flight_.front().sequence) + " is given up: " +
-                                   std::to_string(kAttempts) + " analyzers died over it");
+        logError(config_.name, "frame " + std::to_string(in_flight_.front().sequence) +
+                                   " is given up: " + std::to_string(kAttempts) + " analyzers died over it");
         in_flight_.pop_front();
         lost = 1;
         exit_code_ = EX_SOFTWARE;
+    }
+    if (!feeder_.live() && ++failures_in_a_row_ >= kGiveUp) {
+        logError(config_.name,
+                 why + "; that was the " + std::to_string(kGiveUp) + "th in a row, the camera is given up");
+        counts_.lost += static_cast<std::int64_t>(in_flight_.size());
+        in_flight_.clear();
+        given_up_ = true;
+        exit_code_ = EX_UNAVAILABLE;
+        return;
     }
     counts_.lost += lost;
     last_sequence_ -= feeder_.live() ? lost : 0;  // their numbers are used again
@@ -303,7 +327,7 @@ void Camera::callOutputs(const std::function<void(Output&)>& call) {
         try {
             call(*it->output);
             ++it;
-        } catch (const OutputError& error) {
+        } catch (const std::exception& error) {
             logError(config_.name, "output " + it->what + " is given up: " + error.what());
             exit_code_ = EX_IOERR;
             it = sinks_.erase(it);

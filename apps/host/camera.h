@@ -26,12 +26,12 @@ struct CameraConfig {
 
 /// What a camera has done so far; read from other threads.
 struct CameraCounts {
-    std::atomic<std::int64_t> answered{0};   ///< frames
-    std::atomic<std::int64_t> detected{0};   ///< of them with detection
-    std::atomic<std::int64_t> dropped{0};    ///< live frames replaced by newer ones
-    std::atomic<std::int64_t> lost{0};       ///< frames that went down with an analyzer
-    std::atomic<std::int64_t> restarts{0};   ///< of the analyzer
-    std::atomic<std::int64_t> expected{0};   ///< frames in all, 0 where unknown
+    std::atomic<std::int64_t> answered{0};  ///< frames
+    std::atomic<std::int64_t> detected{0};  ///< of them with detection
+    std::atomic<std::int64_t> dropped{0};   ///< live frames replaced by newer ones
+    std::atomic<std::int64_t> lost{0};      ///< frames that went down with an analyzer
+    std::atomic<std::int64_t> restarts{0};  ///< of the analyzer
+    std::atomic<std::int64_t> expected{0};  ///< frames in all, 0 where unknown
 };
 
 class Camera {
@@ -69,6 +69,7 @@ class Camera {
     void run();
     void serve();
     void takeFrames();
+    void sendNext();
     bool readFrame(Request& request);
     void applyControl();
     void pollOnce();
@@ -102,12 +103,15 @@ class Camera {
     std::vector<Sink> sinks_;
     std::unique_ptr<Analyzer> analyzer_;
     std::deque<Request> in_flight_;  ///< sent or to be sent, oldest first
-    std::size_t window_;             ///< how many of them may be under way
+    std::optional<Request> held_;    ///< waits for a new analyzer, because its size differs
+    const std::size_t window_;       ///< how many may be under way
     std::optional<ControlParameters> pending_control_;
     Clock::time_point waiting_since_{};  ///< the oldest request's turn began
     Clock::time_point restart_at_{};
     Clock::time_point started_at_{};
     double restart_delay_ = 0;
+    int failures_in_a_row_ = 0;  ///< analyzers that ended without a single answer
+    bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
     int width_ = 0, height_ = 0;  ///< of this analyzer's frames
     std::thread thread_;

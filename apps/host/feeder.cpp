@@ -128,6 +128,8 @@ Feeder::Outcome Feeder::readOnce() {
                 const double share =
                     options_.rate > 0 && source->rate() > options_.rate ? options_.rate / source->rate() : 1;
                 expected_ = options_.loop ? 0 : std::llround(static_cast<double>(source->expectedFrames()) * share);
+                if (options_.frames > 0)
+                    expected_ = expected_ == 0 ? options_.frames : std::min(expected_, options_.frames);
                 rate_ = options_.rate > 0 ? options_.rate : source->rate();
                 if (!spare_.empty()) {
                     next.bytes = std::move(spare_.front());
@@ -135,6 +137,7 @@ Feeder::Outcome Feeder::readOnce() {
                 }
             }
             deliver(std::move(frame));
+            if (options_.frames > 0 && ++handed_on_ >= options_.frames) return Outcome::kEnough;
             frame = std::move(next);
         }
         if (const std::string text = source->complaints(); !text.empty()) logWarning(camera_, text);
@@ -160,7 +163,7 @@ void Feeder::run() {
         const Clock::time_point opened = Clock::now();
         const std::int64_t before = delivered_;
         const Outcome outcome = readOnce();
-        if (outcome == Outcome::kStopped) return finish(0);
+        if (outcome == Outcome::kStopped || outcome == Outcome::kEnough) return finish(0);
         if (live_) {
             if (Clock::now() - opened > kSound && delivered_ > before) delay = kFirstDelay;
             const std::string why = outcome == Outcome::kEnded ? "the source ended" : failure_.what();

@@ -40,7 +40,7 @@ class Feeder {
     bool live() const { return live_; }
 
  private:
-    enum class Outcome { kEnded, kStopped, kFailed };
+    enum class Outcome { kEnded, kEnough, kStopped, kFailed };
 
     void run();
     Outcome readOnce();
@@ -65,6 +65,7 @@ class Feeder {
 
     // the thread's own
     std::int64_t delivered_ = 0;   ///< frames read in all; a file that is reopened skips them
+    std::int64_t handed_on_ = 0;   ///< frames that went to the camera
     std::int64_t rate_slot_ = -1;  ///< interval of the rate in which the last frame was taken
     std::int64_t rate_start_ns_ = 0;
     Clock::time_point begin_{};  ///< of the playing in real time

@@ -4,7 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -143,7 +143,7 @@ void Process::signal(int number) const {
 
 std::optional<int> Process::wait(Clock::time_point deadline) {
     if (pid_ <= 0) return 0;
-    const Fd handle(::pidfd_open(pid_, 0));
+    const Fd handle(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
     pollfd item{handle.get(), POLLIN, 0};
     while (handle && ::poll(&item, 1, pollTimeout(deadline)) < 0 && errno == EINTR) continue;
     int status = 0;

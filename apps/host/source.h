@@ -26,6 +26,7 @@ struct SourceOptions {
     std::optional<bool> live;        ///< unset: streams and cameras are live, everything else is not
     bool loop = false;               ///< a file begins anew at its end
     bool realtime = false;           ///< a file's frames come at their own times, not as fast as possible
+    std::int64_t frames = 0;         ///< end after so many, 0: all
     double rate = 0;                 ///< at most so many frames a second, 0: all; images: their rate (10)
     std::optional<Region> region;    ///< cut out before scaling
     int width = 0, height = 0;       ///< scaled to this size; 0: as they come

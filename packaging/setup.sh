@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Installs what a task needs and what is missing, from Debian packages (Debian 12). As root, or with sudo.
+#
+#   packaging/setup.sh build        compiler, CMake, Ninja: the analyzer
+#   packaging/setup.sh host         libraries of the camera host
+#   packaging/setup.sh video        ffmpeg: video files, streams, cameras, annotated video
+#   packaging/setup.sh test         what the tests need
+#   packaging/setup.sh host video   several at once
+#
+# Says nothing when nothing is missing.
+set -euo pipefail
+
+packages_of() {
+    case "$1" in
+        build) echo g++ cmake ninja-build ;;
+        host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev ;;
+        video) echo ffmpeg ;;
+        test) echo libgtest-dev python3 ;;
+        *) return 1 ;;
+    esac
+}
+
+if [ $# -eq 0 ]; then
+    sed -n '2,/^set/p' "$0" | sed -n 's/^# \{0,1\}//p'
+    exit 64
+fi
+
+missing=()
+for verb in "$@"; do
+    if ! packages=$(packages_of "$verb"); then
+        echo "setup.sh: there is no '$verb' (there are build, host, video, test)" >&2
+        exit 64
+    fi
+    for package in $packages; do
+        state=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+        [ "$state" = installed ] || missing+=("$package")
+    done
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+if ! command -v apt-get >/dev/null; then
+    echo "setup.sh: apt-get was not found; please install: ${missing[*]}" >&2
+    exit 69
+fi
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+        echo "setup.sh: needs root or sudo to install: ${missing[*]}" >&2
+        exit 77
+    fi
+    as_root=(sudo)
+fi
+
+echo "Installing ${missing[*]}" >&2
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+apt() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -q "$@" >>"$log" 2>&1; }
+# The package lists may be missing (a fresh image) or out of date: fetch them only when installing fails.
+if ! apt install --no-install-recommends "${missing[@]}"; then
+    if ! { apt update && apt install --no-install-recommends "${missing[@]}"; }; then
+        cat "$log" >&2
+        echo "setup.sh: installing ${missing[*]} failed, see above" >&2
+        exit 69
+    fi
+fi
