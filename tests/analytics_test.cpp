@@ -1,0 +1,118 @@
+// The reply to a detection frame and the detections document, byte for byte, from records made by hand.
+#include <gtest/gtest.h>
+
+#include "kscolortracker.h"
+#include "support/images.h"
+#include "support/protocol.h"
+
+namespace {
+
+class Analytics : public testing::Test {
+ protected:
+    void Add(int cell, int framenum, int id, bool reportit, int minr, int maxr, int minc, int maxc, int area) {
+        Object& o = tracker.Ob[cell];
+        o.framenum = framenum;
+        o.id = id;
+        o.reportit = reportit;
+        o.area = area;
+        o.h.KsSetBoxBounds(minr, maxr, minc, maxc);
+        for (int i = 0; i < 5; i++) {
+            ContNode* node = tracker.G->GetNewNode();
+            *node = {false, i == 1 || i == 2 ? maxr : minr, i == 2 || i == 3 ? maxc : minc, o.fnode};
+            o.fnode = node;
+        }
+        tracker.usedob[tracker.numobjects++] = cell;
+    }
+
+    std::string Reply(const std::string& timestamp, int seqnum, int devid = 3, int analyzerid = 5) {
+        RedirectedStreams streams;
+        std::string text = timestamp;
+        tracker.OutputAnalyticsXML(devid, text.data(), seqnum, analyzerid);
+        return streams.Take();
+    }
+
+    TestImage image{8, 8, Flat(0)};
+    ColorDiffTracker tracker{image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 10, MULTIPLE};
+};
+
+std::string WithDocument(const std::string& timestamp, int seqnum, const std::string& document) {
+    return "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nContent-Length: " + std::to_string(document.size()) +
+           "\r\nContent-Type: text/xml \r\nTimestamp:" + timestamp + "\r\nSequence-Number: " + std::to_string(seqnum) +
+           "\r\n\r\n" + document;
+}
+
+TEST_F(Analytics, OneObjectOnce) {
+    tracker.t = 40;
+    EXPECT_EQ(Reply(" 1300000000", 17), EmptyAnalytics(" 1300000000", 17));
+    Add(2, 40, 12, true, 16, 63, 40, 63, 706);
+    EXPECT_EQ(Reply(" 1300000000", 17),
+              WithDocument(" 1300000000", 17,
+                           "<ANALYTICS>\n<FRAME DEVID=\"3\" TIMESTAMP=\" 1300000000\" SEQ=\"17\"/>\n"
+                           "<TRACKING ANALYZERID=\"5\"><OBJECT OID=\"3.5.12\">\n"
+                           "<BOX X=\"52\" Y=\"40\" W=\"24\" H=\"48\" DENS=\"61\"/>\n<SHAPE>\n</SHAPE>\n</OBJECT>"
+                           "</TRACKING>\n</ANALYTICS>\n"));
+    for (const ContNode* q = tracker.Ob[2].fnode; q != nullptr; q = q->link) EXPECT_TRUE(q->keepnode) << "a rectangle";
+    EXPECT_FALSE(tracker.Ob[2].reportit);
+    EXPECT_EQ(Reply("", -1), EmptyAnalytics("", -1)) << "reported once";
+}
+
+TEST_F(Analytics, OnlyMarkedRecordsOfTheFrameInTableOrder) {
+    tracker.t = 40;
+    Add(7, 40, 1, true, 0, 2, 0, 2, 1);
+    Add(3, 39, 2, true, 0, 2, 0, 2, 1);
+    Add(5, 40, 3, false, 0, 2, 0, 2, 1);
+    Add(1, 40, 0, true, 5, 5, 6, 6, 1);
+    tracker.usedob[tracker.numobjects++] = 1;  // a cell that stands twice is reported once
+    const std::string long_timestamp(300, '8');
+    EXPECT_EQ(Reply(long_timestamp, 2147483647, -4, 0),
+              WithDocument(long_timestamp, 2147483647,
+                           "<ANALYTICS>\n<FRAME DEVID=\"-4\" TIMESTAMP=\"" + long_timestamp +
+                               "\" SEQ=\"2147483647\"/>\n<TRACKING ANALYZERID=\"0\"><OBJECT OID=\"-4.0.1\">\n"
+                               "<BOX X=\"1\" Y=\"1\" W=\"3\" H=\"3\" DENS=\"11\"/>\n<SHAPE>\n</SHAPE>\n</OBJECT>"
+                               "<OBJECT OID=\"-4.0.0\">\n<BOX X=\"6\" Y=\"5\" W=\"1\" H=\"1\" DENS=\"100\"/>\n"
+                               "<SHAPE>\n</SHAPE>\n</OBJECT></TRACKING>\n</ANALYTICS>\n"));
+    EXPECT_TRUE(tracker.Ob[3].reportit) << "left for nobody, as it was";
+}
+
+// area / box in extended precision, rounded to single precision, then floored.
+TEST_F(Analytics, Density) {
+    const int cases[][4] = {{10, 10, 29, 29},           {10, 10, 7, 7}, {3, 1, 1, 33},  {3, 1, 2, 66},
+                            {100, 7, 399, 57},          {1, 1, 2, 200}, {64, 48, 0, 0}, {4096, 4096, 16777215, 99},
+                            {8192, 8192, 67108863, 100}};
+    for (const auto& c : cases) {
+        tracker.t++;
+        tracker.numobjects = 0;
+        Add(0, tracker.t, 1, true, 0, c[0] - 1, 0, c[1] - 1, c[2]);
+        const std::string reply = Reply("", 1);
+        EXPECT_NE(reply.find("DENS=\"" + std::to_string(c[3]) + "\""), std::string::npos) << c[2] << ": " << reply;
+    }
+}
+
+TEST_F(Analytics, NullTimestampFailsTheStream) {
+    RedirectedStreams streams;
+    int devid = 3, seqnum = 1, analyzerid = 5;
+    tracker.OutputAnalyticsXML(devid, nullptr, seqnum, analyzerid);
+    EXPECT_TRUE(std::cout.fail());
+    EXPECT_EQ(streams.Take(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:");
+}
+
+TEST_F(Analytics, DetectionsDocument) {
+    tracker.t = 40;
+    std::ostringstream empty, full, again;
+    tracker.OutputXML(empty);
+    const std::string head = "<DETECTIONS>\n         <FRAME SEQ=\"40\">\n", tail = "         </FRAME>\n</DETECTIONS>\n";
+    EXPECT_EQ(empty.str(), head + tail);
+    Add(2, 40, 12, true, 10, 13, 20, 27, 30);
+    Add(3, 40, 13, false, 10, 13, 20, 27, 30);
+    tracker.OutputXML(full);
+    EXPECT_EQ(full.str(), head +
+                              "               <OBJECT ID=\"12\">\n"
+                              "                      <POSITION X=\"24\"  Y=\"12\"/>\n"
+                              "                      <SIZE W=\"8\"  H=\"4\"  A=\"30\"/>\n"
+                              "               </OBJECT>\n" +
+                              tail);
+    tracker.OutputXML(again);
+    EXPECT_EQ(again.str(), head + tail);
+}
+
+}  // namespace
