@@ -72,7 +72,10 @@ void ColorDiffTracker::DetectForeground(KsColorImage& CI, int frame, float color
                                         float ir_high) {
     t = frame;
     G->ComputeDifferences(CI, B);
-    G->AddDifferences();
+    if (BT == MULTIPLE)
+        G->AddQuadrants();  // what AddDifferences would sum, from the comparison just made
+    else
+        G->AddDifferences();
     G->CellDerivatives();
     G->Confidences(clt, cht, lt, ht, dlt, dht, color_low, color_high, ir_low, ir_high);
     CleanObjectList(frame);  // before the labelling: it sees only records of earlier frames

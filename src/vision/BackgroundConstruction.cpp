@@ -9,7 +9,6 @@ BackgroundModel::BackgroundModel()
       CIr(COLOR),
       G(nullptr),
       BType(SINGLE),
-      cd(nullptr),
       n(nullptr),
       map1(nullptr),
       map2(nullptr),
@@ -49,24 +48,28 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
     cellsize = G->cellsize;
     cellsize_2 = G->cellsize_2;
     n = G->n;
-    cd = new KsBackgroundCell[static_cast<std::size_t>(cnum)]();
+    KsBackgroundCell* const cells = new KsBackgroundCell[static_cast<std::size_t>(cnum)]();
+    cd.cells = cells;
+    cd.shared.resize(static_cast<std::size_t>(cnum));
+    candidates.resize(static_cast<std::size_t>(cnum));
     const std::size_t pixels = cnum > 0 ? static_cast<std::size_t>(NofR) * static_cast<std::size_t>(NofC) : 0;
     map1 = new int[pixels];
     map2 = new int[pixels];
     for (std::size_t i = 0; i < pixels; i++) map2[i] = -1;
     for (int k = 0; k < cnum; k++) {
         const KsCellDiff& box = G->cd[k];
-        cd[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
+        cells[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
         int* map = k < cnum_2 ? map1 : map2;
         ForEachPixel(box, NofR, NofC, [&](int r, int c) {
             map[static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)] = k;
         });
     }
     for (int k = 0; k < cnum; k++) {
-        GatherSamples(cd[k], CI);
+        GatherSamples(cells[k], CI);
         // Deliberate: the colour form for IR models too. Their samples are (R, 0, 0), and the squared distance meets
         // the plain threshold, so such cells split more readily here than in later frames.
-        if (cd[k].nsamples + cellsize * cellsize > KsBackgroundCell::kMaxSamples) cd[k].ClusterCell(maxdist);
+        if (Full(cells[k])) cells[k].ClusterCell(maxdist);
+        kernels::ListCandidates(cells[k], CIr == IR, candidates[static_cast<std::size_t>(k)]);
     }
 }
 
@@ -74,7 +77,7 @@ BackgroundModel::~BackgroundModel() {
     // IBkg's buffer belongs to the frame it was taken from.
     delete[] map1;
     delete[] map2;
-    delete[] cd;
+    delete[] cd.cells;
 }
 
 void BackgroundModel::OutputBackgroundImage(const char* name) {

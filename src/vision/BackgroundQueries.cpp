@@ -37,21 +37,23 @@ int KsBackgroundCell::GetMinDifferenceGray(int minval, int R, int& Rd) const {
 }
 
 void BackgroundModel::GetDifference(int r, int c, int R, int Gr, int B, int& Rd, int& Gd, int& Bd) const {
+    const BackgroundCells& cells = cd;
     const int k = map1[static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)];
     if (k < 0) return;
-    int min = cd[k].GetMinDifference(kFarthest, R, Gr, B, Rd, Gd, Bd);
+    int min = cells[k].GetMinDifference(kFarthest, R, Gr, B, Rd, Gd, Bd);
     for (int slot = 4; slot < 8; slot++) {
         const int m = n[k].n[slot];
-        if (m >= 0) min = cd[m].GetMinDifference(min, R, Gr, B, Rd, Gd, Bd);
+        if (m >= 0) min = cells[m].GetMinDifference(min, R, Gr, B, Rd, Gd, Bd);
     }
 }
 
 void BackgroundModel::GetDifferenceGray(int r, int c, int Gr, int& Gd) const {
+    const BackgroundCells& cells = cd;
     const int k = map1[static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)];
     if (k < 0) return;
-    int min = cd[k].GetMinDifferenceGray(kFarthest, Gr, Gd);
+    int min = cells[k].GetMinDifferenceGray(kFarthest, Gr, Gd);
     for (int slot = 4; slot < 8; slot++) {
         const int m = n[k].n[slot];
-        if (m >= 0) min = cd[m].GetMinDifferenceGray(min, Gr, Gd);
+        if (m >= 0) min = cells[m].GetMinDifferenceGray(min, Gr, Gd);
     }
 }

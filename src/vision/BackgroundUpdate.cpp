@@ -1,4 +1,6 @@
 // The per-frame update of the background model.
+#include <cstring>
+
 #include "backgroundmodel.h"
 #include "pixelwalk.h"
 #include "randomdraws.h"
@@ -12,14 +14,37 @@ constexpr double kTwoToMinus31 = 4.656612873077393e-10;
 }  // namespace
 
 void BackgroundModel::GatherSamples(KsBackgroundCell& cell, const KsColorImage& CI) const {
+    int count = cell.nsamples;
+    if (CIr == COLOR && cellsize == 4 && cell.maxr < NofR && cell.maxc < NofC) {
+        const std::size_t stride = static_cast<std::size_t>(NofC) * 3;
+        kernels::PixelBlock px;
+        kernels::Active().load(
+            CI.rawsrc + static_cast<std::size_t>(cell.minr) * stride + static_cast<std::size_t>(cell.minc) * 3, stride,
+            px);
+        std::memcpy(&cell.cv[count], px.p, sizeof px.p);
+        cell.nsamples = static_cast<std::int16_t>(count + kernels::kPixels);
+        return;
+    }
     ForEachPixel(cell, NofR, NofC, [&](int r, int c) {
-        ColorSample& s = cell.cv[cell.nsamples++];
+        ColorSample& s = cell.cv[count++];
         s.R = static_cast<unsigned char>(CI.Red(r, c));
         if (CIr == COLOR) {
             s.G = static_cast<unsigned char>(CI.Green(r, c));
             s.B = static_cast<unsigned char>(CI.Blue(r, c));
         }
     });
+    cell.nsamples = static_cast<std::int16_t>(count);
+}
+
+// Whether the pixels of one more frame would not fit.
+bool BackgroundModel::Full(const KsBackgroundCell& cell) const {
+    return cell.nsamples + cellsize * cellsize > KsBackgroundCell::kMaxSamples;
+}
+
+void BackgroundModel::PrepareQueries() {
+    for (int k = 0; k < cnum; k++)
+        if (cd.shared[static_cast<std::size_t>(k)])
+            kernels::ListCandidates(cd.cells[k], CIr == IR, candidates[static_cast<std::size_t>(k)]);
 }
 
 void BackgroundModel::UpdateSingle(bool updateall) {
@@ -30,6 +55,41 @@ void BackgroundModel::UpdateSingle(bool updateall) {
     CountBrightness(IBkg, CIr, NofR, NofC, G->bhist);
 }
 
+void BackgroundModel::Learn(const KsColorImage& CI) {
+    for (int k = 0; k < cnum; k++) {
+        KsBackgroundCell& cell = cd.cells[k];
+        GatherSamples(cell, CI);
+        if (!Full(cell)) continue;
+        if (CIr == COLOR)
+            cell.ClusterCell(maxdist);
+        else
+            cell.ClusterCellGray(maxdist);
+        kernels::ListCandidates(cell, CIr == IR, candidates[static_cast<std::size_t>(k)]);
+    }
+}
+
+void BackgroundModel::MaintainCell(KsBackgroundCell& cell, bool forget) {
+    if (kernels::Active().maintain(cell, maxdist, forget, CIr == IR)) return;
+    if (CIr == COLOR) {
+        cell.UpdateCellClusters(maxdist);
+        if (forget) cell.ForgetUnsupportedClusters();
+    } else {
+        cell.UpdateCellClustersGray(maxdist);
+        if (forget) cell.ForgetUnsupportedClustersGray();
+    }
+}
+
+void BackgroundModel::Maintain(const KsColorImage& CI, bool updateall) {
+    for (int k = 0; k < cnum; k++) {
+        if (G->aux[k] == 0 && !(random_draws::Rand() * kTwoToMinus31 > kSkipForeground)) continue;
+        KsBackgroundCell& cell = cd.cells[k];
+        GatherSamples(cell, CI);
+        if (!Full(cell)) continue;
+        MaintainCell(cell, !updateall);
+        kernels::ListCandidates(cell, CIr == IR, candidates[static_cast<std::size_t>(k)]);
+    }
+}
+
 void BackgroundModel::UpdateBackground(KsColorImage& CI, bool updateall, int tnew) {
     t = tnew;
     if (BType == SINGLE) {
@@ -37,39 +97,9 @@ void BackgroundModel::UpdateBackground(KsColorImage& CI, bool updateall, int tne
         return;
     }
     if (cnum == 0) return;
-
-    const int NinCell = cellsize * cellsize;
-    const auto full = [NinCell](const KsBackgroundCell& cell) {
-        return cell.nsamples + NinCell > KsBackgroundCell::kMaxSamples;
-    };
-    for (int k = 0; k < cnum; k++) G->cd[k].AddAll(CI);
-
-    // Learning: cell 0 stands for the whole model.
-    if (cd[0].nclusters == 0) {
-        for (int k = 0; k < cnum; k++) {
-            GatherSamples(cd[k], CI);
-            if (!full(cd[k])) continue;
-            if (CIr == COLOR)
-                cd[k].ClusterCell(maxdist);
-            else
-                cd[k].ClusterCellGray(maxdist);
-        }
-    }
-
+    G->SumColors(CI);
+    if (cd.cells[0].nclusters == 0) Learn(CI);  // cell 0 stands for the whole model
     for (int i = 0; i < cnum; i++) G->aux[i] = G->conf[i] <= 0.0 || updateall;
-
-    // Maintenance. Deliberate: tested anew, so the frame whose samples were just clustered is gathered once more.
-    if (cd[0].nclusters == 0) return;
-    for (int k = 0; k < cnum; k++) {
-        if (G->aux[k] == 0 && !(random_draws::Rand() * kTwoToMinus31 > kSkipForeground)) continue;
-        GatherSamples(cd[k], CI);
-        if (!full(cd[k])) continue;
-        if (CIr == COLOR) {
-            cd[k].UpdateCellClusters(maxdist);
-            if (!updateall) cd[k].ForgetUnsupportedClusters();
-        } else {
-            cd[k].UpdateCellClustersGray(maxdist);
-            if (!updateall) cd[k].ForgetUnsupportedClustersGray();
-        }
-    }
+    // Deliberate: tested anew, so the frame whose samples were just clustered is gathered once more.
+    if (cd.cells[0].nclusters > 0) Maintain(CI, updateall);
 }

@@ -30,10 +30,10 @@ class KMeans {
         // Two clusters are kept only if the very first attempt succeeds and explains every sample. After any failed
         // attempt the cell goes on to three.
         for (;;) {
-            cell.nclusters = k + 1;
+            SetCount(k + 1);
             ChooseCenters();
             if (!Converge()) {  // a cluster came out empty
-                cell.nclusters = k;
+                SetCount(k);
                 if (k > 2) break;
                 first = false;
                 continue;
@@ -47,6 +47,8 @@ class KMeans {
     }
 
  private:
+    void SetCount(int n) { cell.nclusters = static_cast<std::int16_t>(n); }
+
     bool OneCluster(int maxdist) {
         Channels::Clear(cell.clustersum[0]);
         for (int i = 0; i < ns; i++) Channels::Add(cell.clustersum[0], cell.cv[i]);
@@ -57,7 +59,7 @@ class KMeans {
         cell.nclusters = 1;
         if (maxd > maxdist) return false;
         Channels::Copy(cell.clusters[0], mean);
-        cell.support[0] = ns;
+        cell.support[0] = static_cast<std::int16_t>(ns);
         cell.nsamples = 0;
         return true;
     }
@@ -100,7 +102,7 @@ class KMeans {
         }
         bool filled = true;
         for (int j = 0; j < cell.nclusters; j++) {
-            cell.support[j] = ncl[j];
+            cell.support[j] = static_cast<std::int16_t>(ncl[j]);
             if (ncl[j] > 0)
                 Channels::SetMean(cell.clusters[j], cell.clustersum[j], ncl[j]);
             else

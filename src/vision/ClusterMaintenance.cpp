@@ -44,11 +44,10 @@ class Maintenance {
         const int s = cell.support[i1] + cell.support[j1];
         Channels::Add(cell.clustersum[i1], cell.clustersum[j1]);
         if (s > 0) Channels::SetMean(cell.clusters[i1], cell.clustersum[i1], s);
-        cell.support[i1] = s;
-        if (s > KsBackgroundCell::kMaxSupport) {
+        cell.support[i1] =
+            static_cast<std::int16_t>(s < KsBackgroundCell::kMaxSupport ? s : KsBackgroundCell::kMaxSupport);
+        if (s > KsBackgroundCell::kMaxSupport)
             Channels::AddTimes(cell.clustersum[i1], cell.clusters[i1], KsBackgroundCell::kMaxSupport - s);
-            cell.support[i1] = KsBackgroundCell::kMaxSupport;
-        }
         Remove(j1);
     }
 
@@ -60,7 +59,7 @@ class Maintenance {
                 continue;
             }
             const int step = cell.added[j] - 2;
-            cell.support[j] += step;
+            cell.support[j] = static_cast<std::int16_t>(cell.support[j] + step);
             Channels::AddTimes(cell.clustersum[j], cell.clusters[j], step);
             if (cell.support[j] > 0)
                 j++;
@@ -95,7 +94,7 @@ class Maintenance {
 
     // Every sample joins its cluster. At full support the sum moves as if one sample at the mean were replaced.
     void Fold() {
-        std::fill_n(cell.added, cell.nclusters, 0);
+        std::fill_n(cell.added, cell.nclusters, std::int16_t{0});
         for (int i = 0; i < cell.nsamples; i++) {
             const int j = cl[i];
             Channels::Add(cell.clustersum[j], cell.cv[i]);

@@ -57,6 +57,7 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
     prevlabel = own->Ints(cells);
     labelconf = own->Doubles(cells + 1);  // labels start at 1
     aux = own->Ints(cells);
+    own->quadrants.resize(static_cast<std::size_t>(cnum_2));
     own->stack.resize(cells);
     own->cells.resize(cells);
 

@@ -8,7 +8,12 @@
 // Nothing else may draw from it (see randomdraws.h).
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
 #include "gridcolordiff.h"
+#include "kernels/kernels.h"
 #include "kscolor.h"
 #include "valuetypes.h"
 
@@ -19,17 +24,18 @@ class KsBackgroundCell {
     static constexpr int kMaxSamples = 64;
     static constexpr int kMaxClusters = 6;
     static constexpr int kMaxSupport = 512;  // a cluster is a running mean over about this many samples
+    static constexpr int kMinSupport = 128;  // queries see clusters with more support than this
 
-    int minr, maxr, minc, maxc;  // box, pixels, inclusive, not clipped; set once
-
-    int nsamples;                         // gathered since the last clustering, 0..64
-    int nclusters;                        // in use, 0..6; entries behind it are stale and never read
-    ColorSample cv[kMaxSamples];          // samples in the order gathered; in IR models G and B stay 0
+    // Two cache lines and a bit of what maintenance reads, then the samples, line by line.
+    int minr, maxr, minc, maxc;           // box, pixels, inclusive, not clipped; set once
+    std::int16_t nsamples;                // gathered since the last clustering, 0..64
+    std::int16_t nclusters;               // in use, 0..6; entries behind it are stale and never read
+    std::int16_t support[kMaxClusters];   // samples that a cluster stands for, 0..512
+    std::int16_t added[kMaxClusters];     // samples given by the latest maintenance; read by forgetting
+    ColorMean clusters[kMaxClusters];     // rounded means; can leave 0..255, see clustersum
     ColorValue clustersum[kMaxClusters];  // channel sums behind the means, about support x clusters. Can be negative:
                                           // forgetting subtracts rounded means
-    ColorValue clusters[kMaxClusters];    // rounded means; can leave 0..255 for the same reason
-    int support[kMaxClusters];            // samples that a cluster stands for, 0..512
-    int added[kMaxClusters];              // samples given by the latest maintenance; read by forgetting
+    alignas(64) ColorSample cv[kMaxSamples];  // samples in the order gathered; in IR models G and B stay 0
 
     // The derivative model of the same cell keeps a single sample and cluster; the main flow never uses it.
     int ndersamples, nderclusters;
@@ -72,6 +78,23 @@ class KsBackgroundCell {
     int GetMinDifferenceGray(int minval, int R, int& Rd) const;
 };
 
+// The cells of a model. A cell that is handed out may be changed by whoever holds the reference, so it counts as shared
+// from then on: what is derived from its clusters is derived anew for every frame.
+class BackgroundCells {
+ public:
+    KsBackgroundCell& operator[](int k) {
+        shared[static_cast<std::size_t>(k)] = 1;
+        return cells[static_cast<std::size_t>(k)];
+    }
+    const KsBackgroundCell& operator[](int k) const { return cells[static_cast<std::size_t>(k)]; }
+    bool operator==(std::nullptr_t) const { return cells == nullptr; }
+
+ private:
+    friend class BackgroundModel;
+    KsBackgroundCell* cells = nullptr;
+    std::vector<unsigned char> shared;
+};
+
 // Draws n distinct indices below range (n <= range) with random() % range, redrawing repeats.
 void RandomCenters(int* icl, int n, int range);
 
@@ -82,7 +105,7 @@ class BackgroundModel {
     GridColorDiff* G;  // not owned
     BackgroundType BType;
     KsColorImage IBkg;           // SINGLE only: shares the first frame's buffer, which the caller must keep alive
-    KsBackgroundCell* cd;        // MULTIPLE only: cnum cells, owned
+    BackgroundCells cd;          // MULTIPLE only: cnum cells, owned
     Neighbors* n;                // the grid's neighbours, not owned
     int *map1, *map2;            // MULTIPLE only, per pixel: index of its main cell; of its shifted cell or -1
     int cnum, cnum_2;            // cells of both lattices, of the main lattice
@@ -113,7 +136,17 @@ class BackgroundModel {
     // SINGLE: writes the red channel of the background image (KsWriteImage). Nothing for MULTIPLE.
     void OutputBackgroundImage(const char* name);
 
+    // What a query needs of a cell, kept up to date beside the cells. Valid after PrepareQueries.
+    const kernels::CandidateList& Candidates(int k) const { return candidates[static_cast<std::size_t>(k)]; }
+    void PrepareQueries();
+
  private:
     void UpdateSingle(bool updateall);
+    void Learn(const KsColorImage& CI);
+    void Maintain(const KsColorImage& CI, bool updateall);
     void GatherSamples(KsBackgroundCell& cell, const KsColorImage& CI) const;
+    void MaintainCell(KsBackgroundCell& cell, bool forget);
+    bool Full(const KsBackgroundCell& cell) const;
+
+    std::vector<kernels::CandidateList> candidates;
 };

@@ -18,6 +18,7 @@
 // each component BuildHistogramForComponent, BuildContourForObject and FindPotentialParents.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "kscolor.h"
@@ -66,7 +67,7 @@ class GridColorDiff {
     int NofR, NofC;        // frame rows and columns, pixels
 
     // --- per pixel, NofR x NofC, row-major; carried over: a pixel without background keeps its value ---
-    int *RedD, *GreenD, *BlueD;
+    std::int16_t *RedD, *GreenD, *BlueD;
 
     int bhist[256], chist[256], lut[256];  // brightness of the background, of a frame, and the map between them
 
@@ -145,6 +146,15 @@ class GridColorDiff {
     void ScoreHistDifference();
 
  private:
+    friend class ColorDiffTracker;
+    friend class BackgroundModel;
+    // The differences of a MULTIPLE background by cells, with their quadrant sums; then the cells' sums from those.
+    void CompareCells(KsColorImage& CI, BackgroundModel& B);
+    void AddQuadrants();
+    void SumColors(const KsColorImage& CI);  // AddAll of every cell
+    bool IsWhole(const KsCellDiff& cell) const;
+    template <class F>
+    void ForEachCellSum(F f) const;
     void BuildGeometry();
     void LinkNeighbors(int inum, int jnum);
     ContNode* NewPoolBlock();

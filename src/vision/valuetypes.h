@@ -14,9 +14,15 @@ struct ColorValue {
     int R, G, B;
 };
 
-// A gathered sample: a pixel's channels as they came, 0..255 each.
-struct ColorSample {
+// A gathered sample: a pixel's channels as they came, 0..255 each. Four bytes, so that 16 of them fill a cache line.
+struct alignas(4) ColorSample {
     std::uint8_t R, G, B;
+    operator ColorValue() const { return {R, G, B}; }
+};
+
+// The mean of a cluster. A little outside 0..255 at times; 16 bits hold it with room to spare.
+struct ColorMean {
+    std::int16_t R, G, B;
     operator ColorValue() const { return {R, G, B}; }
 };
 
