@@ -24,3 +24,8 @@ if(FLEIFEISA_INVARIANTS OR FLEIFEISA_SANITIZE OR FLEIFEISA_BUILD_FUZZ)
 else()
   target_compile_definitions(fleifeisa_options INTERFACE $<$<CONFIG:Debug>:FLEIFEISA_CHECK_INVARIANTS=1>)
 endif()
+
+if(FLEIFEISA_BUILD_FUZZ)
+  target_compile_options(fleifeisa_options INTERFACE -fsanitize=fuzzer-no-link)
+  target_compile_definitions(fleifeisa_options INTERFACE FLEIFEISA_SMALL_TABLES=1)
+endif()

@@ -10,9 +10,13 @@
 
 class ColorDiffTracker {
  public:
+#ifdef FLEIFEISA_SMALL_TABLES
+    static constexpr int kMaxObjects = 64, kMaxUsed = 32, kMaxId = 99;  // fuzz builds: small frames reach the bounds
+#else
     static constexpr int kMaxObjects = 10000;          // object cells
     static constexpr int kMaxUsed = 5000;              // records in use; further components of a frame get no record
     static constexpr int kMaxId = 99999;               // ids run 1 .. 99999 and repeat
+#endif
     static constexpr int kMaxAge = 25;                 // frames that a record stays in the table
     static constexpr double kPolygonTolerance = 1.41;  // pixels, of the polygons in replies
 

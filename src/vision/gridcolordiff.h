@@ -55,7 +55,11 @@ class KsCellDiff {
 
 class GridColorDiff {
  public:
+#ifdef FLEIFEISA_SMALL_TABLES
+    static constexpr int kPoolBlock = 128;  // fuzz builds: pools grow within a few small frames
+#else
     static constexpr int kPoolBlock = 100000;  // contour nodes allocated at a time
+#endif
 
     // --- set once ---
     bool Equalise, SharpChange;  // results of the brightness comparison, which the main flow does not invoke

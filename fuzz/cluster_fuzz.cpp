@@ -1,0 +1,115 @@
+// Clustering and maintenance of one background cell over an arbitrary sequence of samples and operations, against the
+// naive second implementation.
+//
+// Input: one byte of kind (bit 0 gray, bits 1.. the palette), one of the cluster distance, then operations.
+#include <vector>
+
+#include "backgroundmodel.h"
+#include "bytes.h"
+#include "naiveclusters.h"
+
+namespace {
+
+// Samples: freely chosen colours, or steps of a few levels, which make ties and empty clusters frequent.
+std::array<int, 3> TakeSample(Bytes& in, bool gray, int step) {
+    std::array<int, 3> s{};
+    for (std::size_t c = 0; c < (gray ? 1u : 3u); c++) s[c] = step == 0 ? in.Byte() : in.Byte() % 4 * step;
+    return s;
+}
+
+void Gather(Bytes& in, KsBackgroundCell& cell, NaiveCell& naive, int step) {
+    const int wanted = in.Within(1, KsBackgroundCell::kMaxSamples);
+    const int repeat = in.Within(0, 3) == 0 ? 16 : 1;
+    for (int i = 0; i < wanted;) {
+        const std::array<int, 3> s = TakeSample(in, naive.gray, step);
+        for (int r = 0; r < repeat && i < wanted; r++, i++) {
+            if (cell.nsamples == KsBackgroundCell::kMaxSamples) return;
+            ColorSample& to = cell.cv[cell.nsamples++];
+            to.R = static_cast<std::uint8_t>(s[0]);
+            to.G = static_cast<std::uint8_t>(s[1]);
+            to.B = static_cast<std::uint8_t>(s[2]);
+            naive.samples.push_back(s);
+        }
+    }
+}
+
+void Compare(const KsBackgroundCell& cell, const NaiveCell& naive, int operation) {
+    FUZZ_CHECK(cell.nclusters == naive.count, "operation %d: %d, %d", operation, cell.nclusters, naive.count);
+    FUZZ_CHECK(cell.nsamples == static_cast<int>(naive.samples.size()), "operation %d", operation);
+    for (int j = 0; j < naive.count; j++) {
+        const NaiveCluster& c = naive.clusters[static_cast<std::size_t>(j)];
+        const int mean[] = {cell.clusters[j].R, cell.clusters[j].G, cell.clusters[j].B};
+        const int sum[] = {cell.clustersum[j].R, cell.clustersum[j].G, cell.clustersum[j].B};
+        FUZZ_CHECK(cell.support[j] == c.support, "operation %d, cluster %d: %d, %d", operation, j, cell.support[j],
+                   c.support);
+        FUZZ_CHECK(cell.added[j] == naive.added[static_cast<std::size_t>(j)], "operation %d, cluster %d", operation, j);
+        for (std::size_t ch = 0; ch < (naive.gray ? 1u : 3u); ch++) {
+            FUZZ_CHECK(mean[ch] == c.mean[ch], "operation %d, cluster %d, channel %zu", operation, j, ch);
+            FUZZ_CHECK(sum[ch] == c.sum[ch], "operation %d, cluster %d, channel %zu", operation, j, ch);
+        }
+    }
+}
+
+void Operate(KsBackgroundCell& cell, NaiveCell& naive, int operation, int maxdist) {
+    switch (operation) {
+        case 0:
+            naive.gray ? cell.ClusterCellGray(maxdist) : cell.ClusterCell(maxdist);
+            break;
+        case 1:
+            naive.gray ? cell.UpdateCellClustersGray(maxdist) : cell.UpdateCellClusters(maxdist);
+            break;
+        case 2:
+            naive.gray ? cell.MergeClustersGray(maxdist) : cell.MergeClusters(maxdist);
+            break;
+        default:
+            naive.gray ? cell.ForgetUnsupportedClustersGray() : cell.ForgetUnsupportedClusters();
+    }
+}
+
+void OperateNaive(NaiveCell& naive, int operation, int maxdist) {
+    switch (operation) {
+        case 0:
+            naive.Cluster(maxdist);
+            break;
+        case 1:
+            naive.Update(maxdist);
+            break;
+        case 2:
+            naive.Merge(maxdist);
+            break;
+        default:
+            naive.Forget();
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Bytes in(data, size);
+    const int kind = in.Byte();
+    const bool gray = (kind & 1) != 0;
+    const int step = (kind >> 1) % 3 * 5 * ((kind >> 4) % 4 + 1);
+    const int radius = in.Within(0, 40), maxdist = gray ? radius : radius * radius;
+    KsBackgroundCell cell{};
+    NaiveCell naive(gray);
+    for (unsigned n = 0; n < 200 && !in.Empty(); n++) {
+        if (cell.nsamples == 0) Gather(in, cell, naive, step);
+        const int operation = in.Byte() % 8;  // maintenance is the most frequent one
+        const int todo = operation > 3 ? 1 : operation;
+        const int reach = todo == 2 ? in.Byte() * (gray ? 1 : 64) : maxdist;
+        if (todo == 0 && cell.nsamples == 0) continue;
+        srandom(n);
+        Operate(cell, naive, todo, reach);
+        const long drawn = random();
+        srandom(n);
+        OperateNaive(naive, todo, reach);
+        FUZZ_CHECK(drawn == random(), "operation %d drew another number of random values", todo);
+        Compare(cell, naive, todo);
+        if (operation == 7) {  // as in an update of the model
+            Operate(cell, naive, 3, 0);
+            OperateNaive(naive, 3, 0);
+            Compare(cell, naive, 3);
+        }
+    }
+    return 0;
+}
