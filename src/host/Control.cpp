@@ -74,6 +74,17 @@ bool IsRegular(std::FILE* f) {
     return fstat(fileno(f), &st) == 0 && S_ISREG(st.st_mode);
 }
 
+// A line, or as much of it as fits; as fgets, but tells the length also where the line holds NUL bytes.
+std::size_t ReadPiece(std::FILE* f, char* line, std::size_t size) {
+    std::size_t n = 0;
+    for (int ch; n + 1 < size && (ch = getc_unlocked(f)) != EOF;) {
+        line[n++] = static_cast<char>(ch);
+        if (ch == '\n') break;
+    }
+    line[n] = '\0';
+    return n;
+}
+
 }  // namespace
 
 std::string ControlPath(int devid) {
@@ -92,8 +103,9 @@ bool readControl(const std::string& path, control* c) {
     if (!f) return false;
     if (!IsRegular(f.get())) return true;
     char line[512];
-    for (long read = 0; std::fgets(line, sizeof line, f.get()) != nullptr;) {
-        read += static_cast<long>(std::strlen(line));
+    long read = 0;
+    for (std::size_t n; (n = ReadPiece(f.get(), line, sizeof line)) > 0;) {
+        read += static_cast<long>(n);
         if (read > kMaxControlFile) {
             std::fprintf(stderr, "The control file is longer than %ld bytes; the rest is ignored.\n", kMaxControlFile);
             break;

@@ -56,6 +56,9 @@ bool HasPixels(const KsColorImage& img) {
 class Analyzer {
  public:
     Analyzer(int argc, char** argv) { ParseArguments(argc, argv); }
+    ~Analyzer() { ReleaseFrame(); }
+    Analyzer(const Analyzer&) = delete;
+    Analyzer& operator=(const Analyzer&) = delete;
     [[noreturn]] void Run();
 
  private:

@@ -1,0 +1,211 @@
+// A request stream through the real main loop and tracker, with a control file that changes in between.
+//
+// Input: three bytes of set-up, then directives. A directive adds raw bytes, whole frames of a small scene or a command
+// to the stream, or changes the control file at this place of it. The parts reach the analyzer one by one, so that a
+// change is in force from the frame before it on.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <streambuf>
+#include <vector>
+
+#include "Control.h"
+#include "MainLoop.h"
+#include "bytes.h"
+#include "temproot.h"
+
+namespace {
+
+constexpr int kMaxFrames = 120;
+
+struct Part {
+    std::string bytes;
+    bool change = false;  // of the control file, behind the bytes
+    bool remove = false;
+    std::string settings;
+};
+
+// --- the control file, of device 3 ---
+
+class ControlFile {
+ public:
+    void Change(const Part& part) {
+        const std::string path = ControlPath(3);
+        if (part.remove) {
+            std::filesystem::remove(path);
+            return;
+        }
+        std::ofstream(path, std::ios::binary) << part.settings;
+        const timespec times[2] = {{++stamp, 0}, {stamp, 0}};  // modification times count in whole seconds
+        utimensat(AT_FDCWD, path.c_str(), times, 0);
+    }
+
+ private:
+    TempRoot root{3};
+    time_t stamp = 1000000000;
+};
+
+ControlFile& TheControlFile() {
+    static ControlFile file;
+    return file;
+}
+
+// --- standard input ---
+
+class Feed : public std::streambuf {
+ public:
+    explicit Feed(std::vector<Part>& p) : parts(p) {}
+
+ protected:
+    int_type underflow() override {
+        while (gptr() == egptr()) {
+            if (next > 0 && parts[next - 1].change) TheControlFile().Change(parts[next - 1]);
+            if (next == parts.size()) return traits_type::eof();
+            std::string& bytes = parts[next++].bytes;
+            setg(bytes.data(), bytes.data(), bytes.data() + bytes.size());
+        }
+        return traits_type::to_int_type(*gptr());
+    }
+
+ private:
+    std::vector<Part>& parts;
+    std::size_t next = 0;
+};
+
+// --- the stream ---
+
+class Script {
+ public:
+    explicit Script(Bytes& input) : in(input) {
+        type = in.Byte() % 5;
+        width = in.Within(1, 40);
+        height = in.Within(1, 40);
+        Setting(std::to_string(in.Within(0, 12)));
+        while (!in.Empty() && frames < kMaxFrames) Directive();
+    }
+
+    std::vector<Part> parts{1};  // the first one only sets the control file up
+    int type, frames = 0;
+    bool raw = false;          // holds bytes that are no message
+    int expected_replies = 1;  // where it holds none
+
+ private:
+    void Directive() {
+        const int what = in.Byte();
+        if (what < 24) return Raw(in.Text(static_cast<std::size_t>(in.Byte())));
+        if (what < 40) return Setting(std::to_string(in.Byte() - 5));
+        if (what < 48) return Change(in.Text(static_cast<std::size_t>(in.Byte())));
+        if (what < 52) return Remove();
+        if (what < 56) return Command();
+        const int count = what < 160 ? 1 : what % 12 + 1;
+        Blob blob{in.Byte(), in.Byte(), in.Byte(), in.Byte()};
+        for (int i = 0; i < count; i++, blob.x++) Frame(blob, count == 1 ? what % 16 : 0);
+    }
+
+    struct Blob {
+        int x, y, size, level;
+    };
+
+    void Raw(const std::string& text) {
+        raw = true;
+        parts.push_back({text, false, false, ""});
+    }
+    void Command() { parts.push_back({"ANALYTICS.CARTRIDGE\r\nCommand: RECONFIGURE\r\n\r\n", false, false, ""}); }
+    void Setting(const std::string& frames_text) {
+        Change("<param name=\"-bgframes\" value=\"" + frames_text + "\"/>\n");
+    }
+    void Change(const std::string& text) {
+        parts.back().change = true;
+        parts.back().remove = false;
+        parts.back().settings = text;
+    }
+    void Remove() {
+        Change("");
+        parts.back().remove = true;
+    }
+
+    // Variant 1 sends a short body, 2 a long one, 3 another size, 4 no pixels; the others are sound.
+    void Frame(const Blob& blob, int variant) {
+        frames++;
+        expected_replies++;
+        const int w = variant == 3 ? width + 1 : variant == 4 ? 0 : width, h = height;
+        std::string body;
+        for (int r = 0; r < h; r++)
+            for (int c = 0; c < w; c++) {
+                const bool on = r >= blob.y % h && r < blob.y % h + blob.size % 16 && c >= blob.x % w &&
+                                c < blob.x % w + blob.size / 16;
+                const int v = on ? blob.level : (r * 5 + c * 3 + frames % 3) % 160;
+                body += {static_cast<char>(v), static_cast<char>(v / 2), static_cast<char>(255 - v)};
+            }
+        if (variant == 1) body.resize(body.size() / 2 + 1);
+        if (variant == 2 || variant == 4) body += "more";
+        std::ostringstream out;
+        out << "ANALYTICS.CARTRIDGE\r\nContent-Length: " << body.size()
+            << "\r\nContent-Type: image/rgb\r\nImage-width: " << w << "\r\nImage-height: " << h
+            << "\r\nTimestamp: " << frames << "\r\nSequence-Number: " << frames << "\r\n\r\n"
+            << body;
+        parts.push_back({out.str(), false, false, ""});
+    }
+
+    Bytes& in;
+    int width, height;
+};
+
+// Announced images of many million pixels are legal and only slow; they are no work for a fuzzer.
+bool AnnouncesLargeImage(const std::vector<Part>& parts) {
+    std::string text;
+    for (const Part& p : parts)
+        for (const char c : p.bytes) text += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const char* key : {"image-width", "image-height"})
+        for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
+            const std::size_t digits = text.find_first_of("0123456789", at);
+            if (digits != std::string::npos && digits < at + 64 && std::atoll(text.c_str() + digits) > 300) return true;
+        }
+    return false;
+}
+
+int CountReplies(const std::string& output) {
+    int count = 0;
+    constexpr char kStart[] = "ANALYTICS.CARTRIDGE\r\nStatus: ";
+    for (std::size_t at = output.find(kStart); at != std::string::npos; at = output.find(kStart, at + 1)) count++;
+    return count;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    ControlFile& control_file = TheControlFile();
+    Bytes in(data, size);
+    Script script(in);
+    if (AnnouncesLargeImage(script.parts)) return 0;
+    control_file.Change(script.parts[0]);
+    const bool missing = script.parts[0].remove;
+    script.parts[0].change = false;
+
+    constexpr const char* kTypes[] = {"COLOR", "COLOR", "IR", "IR", "color"};
+    std::string args[] = {"fleifeisa", kTypes[script.type], "STREAMING", "3", "5"};
+    char* argv[] = {args[0].data(), args[1].data(), args[2].data(), args[3].data(), args[4].data(), nullptr};
+    Feed feed(script.parts);
+    std::stringbuf output, errors;
+    std::streambuf* const before[] = {std::cin.rdbuf(&feed), std::cout.rdbuf(&output), std::cerr.rdbuf(&errors)};
+    std::cin.clear();
+    const int status = RunAnalyzer(5, argv);
+    std::cin.rdbuf(before[0]);
+    std::cout.rdbuf(before[1]);
+    std::cerr.rdbuf(before[2]);
+
+    FUZZ_CHECK(status == 0 || status == 1, "status %d", status);
+    if (!script.raw) {
+        const int expected = script.expected_replies + (script.type == 4 ? 1 : 0) + (missing ? 1 : 0);
+        const int replies = CountReplies(output.str());
+        FUZZ_CHECK(status == 0, "status %d: %s", status, errors.str().c_str());
+        FUZZ_CHECK(replies == expected, "%d replies, not %d", replies, expected);
+    }
+    return 0;
+}
