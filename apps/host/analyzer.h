@@ -15,6 +15,8 @@ struct AnalyzerSettings {
     int device = 1;       ///< numbers that the analyzer writes into every object id
     int analyzer = 1;
     bool infrared = false;
+
+    bool operator==(const AnalyzerSettings&) const = default;
 };
 
 /// The analyzer ended, broke the protocol, or (a hung one) had to be given up.

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
+#include <filesystem>
 
 #include "log.h"
 
@@ -23,6 +23,18 @@ constexpr int kAttempts = 3;  // a frame over which so many analyzers die is giv
 // instead, so that what it sends is the newest there is.
 constexpr std::size_t kFileWindow = 2, kLiveWindow = 1;
 constexpr std::int64_t kLastSequence = 2'147'483'647;
+
+/// A service that starts again must not overwrite what it wrote before: frames.jsonl becomes frames.jsonl.1, or .2 ...
+void keepEarlierFile(const std::string& path) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::create_directories(fs::path(path).parent_path(), error);
+    if (!fs::is_regular_file(path, error) || fs::file_size(path, error) == 0) return;
+    int number = 1;
+    while (fs::exists(path + "." + std::to_string(number), error)) ++number;
+    fs::rename(path, path + "." + std::to_string(number), error);
+    if (error) throw OutputError(path + ": the file of an earlier run cannot be renamed: " + error.message());
+}
 
 }  // namespace
 
@@ -54,9 +66,18 @@ void Camera::prepare() {
     if (config_.analyzer.root.empty() && environment) config_.analyzer.root = environment;
     if (config_.control.any())
         writeControlFile(controlPath(config_.analyzer.root, config_.analyzer.device), controlText(config_.control));
-    for (const OutputSpec& spec : config_.outputs) {
+    for (const OutputSpec& spec : config_.outputs) openOutput(spec);
+}
+
+void Camera::openOutput(const OutputSpec& spec) {
+    try {
+        if (config_.service) keepEarlierFile(spec.path);
         owned_.push_back(makeOutput(spec, info()));
         sinks_.push_back({owned_.back().get(), spec.type});
+    } catch (const OutputError& error) {
+        if (!config_.service) throw;
+        logError(config_.name, "output " + spec.type + " is left out: " + error.what());
+        exit_code_ = EX_CANTCREAT;
     }
 }
 
@@ -238,8 +259,11 @@ void Camera::handleReply(const std::string& bytes) {
     } catch (const std::runtime_error& error) {
         throw AnalyzerError(error.what());
     }
+    if (!reply.numbered) {  // at the start; a missing control file is reported here and means the defaults
+        if (!reply.ok) logInfo(config_.name, "the analyzer reports: " + reply.status_text);
+        return;
+    }
     if (!reply.ok) logWarning(config_.name, "the analyzer answered: " + reply.status_text);
-    if (!reply.numbered) return;  // at the start
     if (in_flight_.empty() || reply.sequence != in_flight_.front().sequence)
         throw AnalyzerError("the analyzer answered a frame that it was not sent");
     const Request& request = in_flight_.front();

@@ -22,6 +22,9 @@ struct CameraConfig {
     ControlParameters control;
     std::vector<OutputSpec> outputs;
     double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
+    bool service = false;        ///< files of an earlier run are renamed; an output that cannot be made is left out
+
+    bool operator==(const CameraConfig&) const = default;
 };
 
 /// What a camera has done so far; read from other threads.
@@ -42,7 +45,7 @@ class Camera {
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
 
-    /// Writes the control file and opens the outputs. @throws OutputError, std::system_error
+    /// Writes the control file and opens the outputs. @throws OutputError (not as a service), std::system_error
     void prepare();
     /// `done` is set (among others) when the camera has ended.
     void start(const Event& done);
@@ -81,6 +84,7 @@ class Camera {
     void sendRequest(Request& request);
     void callOutputs(const std::function<void(Output&)>& call);
     void finishOutputs();
+    void openOutput(const OutputSpec& spec);
     CameraInfo info() const;
 
     CameraConfig config_;

@@ -174,6 +174,7 @@ int run(int argc, char** argv) {
     addReport(app, code);
     app.add_subcommand("scenes", "Lists the built-in synthetic scenes.")->callback([&code] { code = scenesCommand(); });
     app.require_subcommand(0, 1);
+    for (CLI::App* verb : app.get_subcommands({})) verb->fallthrough();  // -v may stand behind the verb
     app.footer(
         "Examples:\n"
         "  fleifeisa-host play scene:street        a synthetic street, outputs in out/\n"

@@ -85,6 +85,8 @@ class Output {
 struct OutputSpec {
     std::string type;
     std::string path;
+
+    bool operator==(const OutputSpec&) const = default;
 };
 
 /// Known types: jsonl, mot, onvif, tracks, video, report, replies, recording.

@@ -48,6 +48,8 @@ void toRgb(const PixelLayout& layout, std::span<const std::uint8_t> frame, std::
 
 struct Region {
     int left, top, width, height;
+
+    bool operator==(const Region&) const = default;
 };
 
 /// Cuts a region (which must lie inside) out of an RGB picture.

@@ -36,6 +36,8 @@ struct SourceOptions {
     int decoder_threads = 0;         ///< 0: as many as ffmpeg likes
     std::string ffmpeg = "ffmpeg";
     std::vector<std::string> ffmpeg_input_options;  ///< inserted before -i
+
+    bool operator==(const SourceOptions&) const = default;
 };
 
 /// A source that cannot deliver. `code` is the exit status that fits (sysexits).
