@@ -1,42 +1,100 @@
 #include "outputs/file_writer.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
-#include <cstring>
+#include <cstdio>
+#include <system_error>
+#include <utility>
 
 #include "output.h"
 
 namespace fleifeisa::host {
+namespace {
 
-FileWriter::FileWriter(std::string path) : path_(std::move(path)), file_(std::fopen(path_.c_str(), "wbe")) {
-    if (!file_) fail();
-    static_cast<void>(std::setvbuf(file_, nullptr, _IOFBF, 1 << 16));
+constexpr std::size_t kBufferBytes = 1 << 16;
+
+bool isRegularOrNew(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
+FileWriter::FileWriter(std::string path, WriteMode mode) : path_(std::move(path)), work_path_(path_) {
+    if (mode == WriteMode::kAtClose && isRegularOrNew(path_)) work_path_ += ".part";
+    file_ = ::open(work_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (file_ < 0) fail(errno);
 }
 
 FileWriter::~FileWriter() {
-    if (file_) std::fclose(file_);
+    if (file_ < 0) return;
+    try {
+        flush();
+    } catch (const OutputError&) {  // reported nowhere: the output was given up, or the host is going down
+    }
+    ::close(file_);
+}
+
+void FileWriter::writeThrough(const char* bytes, std::size_t count) {
+    while (count > 0) {
+        const ssize_t done = ::write(file_, bytes, count);
+        if (done < 0 && errno == EINTR) continue;
+        if (done < 0) fail(errno);
+        bytes += done;
+        count -= static_cast<std::size_t>(done);
+        written_ += static_cast<std::uint64_t>(done);
+    }
 }
 
 void FileWriter::write(std::string_view text) {
-    if (!file_ || std::fwrite(text.data(), 1, text.size(), file_) != text.size()) fail();
+    if (file_ < 0) fail(EBADF);
+    if (failed_) return;
+    if (buffer_.size() + text.size() <= kBufferBytes) {
+        buffer_ += text;
+        return;
+    }
+    flush();
+    if (text.size() < kBufferBytes)
+        buffer_ = text;
+    else
+        writeThrough(text.data(), text.size());  // a frame: not worth a copy
 }
 
 void FileWriter::write(std::span<const std::uint8_t> bytes) {
-    if (!file_ || std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) fail();
+    write(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
 void FileWriter::flush() {
-    if (!file_ || std::fflush(file_) != 0) fail();
+    if (file_ < 0) fail(EBADF);
+    if (failed_) return;
+    writeThrough(buffer_.data(), buffer_.size());
+    buffer_.clear();
+    if (record_end_ <= written_) safe_end_ = record_end_;
 }
 
 void FileWriter::close() {
-    if (!file_) return;
-    std::FILE* file = file_;
-    file_ = nullptr;
-    if (std::fclose(file) != 0) fail();
+    if (file_ < 0) return;
+    flush();
+    const int file = std::exchange(file_, -1);
+    if (::close(file) != 0 && errno != EINTR) fail(errno);
+    if (!failed_ && work_path_ != path_ && std::rename(work_path_.c_str(), path_.c_str()) != 0) fail(errno);
 }
 
-void FileWriter::fail() const {
-    throw OutputError(path_ + ": " + std::strerror(errno));
+void FileWriter::discard() {
+    if (file_ < 0) return;
+    ::close(std::exchange(file_, -1));
+    buffer_.clear();
+    if (isRegularOrNew(work_path_)) ::unlink(work_path_.c_str());
+}
+
+void FileWriter::fail(int error) {
+    failed_ = true;
+    buffer_.clear();
+    if (file_ >= 0 && ::ftruncate(file_, static_cast<off_t>(safe_end_)) != 0) errno = error;  // a pipe: nothing to undo
+    throw OutputError(path_ + ": " + std::generic_category().message(error));
 }
 
 }  // namespace fleifeisa::host

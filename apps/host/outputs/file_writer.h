@@ -1,34 +1,57 @@
-// A file that is written front to back, with errors that name it.
+// A file that is written front to back in whole records, with errors that name it.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <span>
 #include <string>
 #include <string_view>
 
 namespace fleifeisa::host {
 
+/// Where the bytes go until the file is complete.
+enum class WriteMode {
+    kInPlace,  ///< into the file itself, for formats that are of use while they grow
+    kAtClose,  ///< into "PATH.part", which close() renames: whoever sees PATH sees a complete file
+};
+
 /// Buffered; every failure (no space left, a vanished directory) throws OutputError with the path and the reason.
+///
+/// A write that fails (a full disk) takes the file back to the end of its last whole record, so that what is there
+/// can be read. What follows on a failure is dropped silently: the output is given up by then.
 class FileWriter {
  public:
-    explicit FileWriter(std::string path);
+    /// Creates or empties the file. A path that exists and is no regular file (a pipe, /dev/null) is written in place.
+    explicit FileWriter(std::string path, WriteMode mode = WriteMode::kInPlace);
+    /// Writes what is buffered where that still works; a ".part" file stays one.
     ~FileWriter();
     FileWriter(const FileWriter&) = delete;
     FileWriter& operator=(const FileWriter&) = delete;
 
     void write(std::string_view text);
     void write(std::span<const std::uint8_t> bytes);
+    /// What was written up to here is a whole number of records.
+    void endRecord() { record_end_ = written_ + buffer_.size(); }
     void flush();
-    /// Flushes and closes; later calls do nothing.
+    /// Flushes, closes and gives the file its name; later calls do nothing.
     void close();
+    /// Closes and removes the file, for an output that has nothing to say.
+    void discard();
+
     const std::string& path() const { return path_; }
+    /// The name it is written under: path(), or that with ".part".
+    const std::string& workPath() const { return work_path_; }
 
  private:
-    [[noreturn]] void fail() const;
+    void writeThrough(const char* bytes, std::size_t count);
+    [[noreturn]] void fail(int error);
 
-    std::string path_;
-    std::FILE* file_;
+    std::string path_, work_path_;
+    int file_ = -1;
+    std::string buffer_;
+    std::uint64_t written_ = 0;     ///< bytes in the file
+    std::uint64_t record_end_ = 0;  ///< where the last whole record ends, buffered bytes included
+    std::uint64_t safe_end_ = 0;    ///< the same for the bytes in the file
+    bool failed_ = false;
 };
 
 }  // namespace fleifeisa::host

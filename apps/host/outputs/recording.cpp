@@ -42,12 +42,14 @@ void RecordingOutput::frame(const FrameResult& result) {
     std::snprintf(text, sizeof text, "%zu %016llx", result.reply.size(),
                   static_cast<unsigned long long>(fnv1a(result.reply)));
     note("Recording-Reply", text);
+    file_.endRecord();  // a full disk leaves whole frames with their answers
 }
 
 void RecordingOutput::finish() {
     if (finished_) return;
     finished_ = true;
     file_.write("ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n");
+    file_.endRecord();
     file_.close();
 }
 

@@ -1,4 +1,4 @@
-// The exact bytes of every reply, one after the other.
+// The exact bytes of the answer to every frame, one after the other. Written in place.
 #pragma once
 
 #include "output.h"
@@ -9,7 +9,11 @@ namespace fleifeisa::host {
 class RepliesOutput : public Output {
  public:
     explicit RepliesOutput(const std::string& path) : file_(path) {}
-    void frame(const FrameResult& result) override { file_.write(result.reply); }
+    void frame(const FrameResult& result) override {
+        file_.write(result.reply);
+        file_.endRecord();
+        if (result.live) file_.flush();
+    }
     void finish() override { file_.close(); }
 
  private:

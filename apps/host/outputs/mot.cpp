@@ -1,0 +1,20 @@
+#include "outputs/mot.h"
+
+namespace fleifeisa::host {
+
+void MotOutput::frame(const FrameResult& result) {
+    const FollowedFrame followed = follower_.frame(result);
+    for (std::size_t i = 0; i < result.objects.size(); ++i) {
+        const TrackedObject& object = result.objects[i];
+        std::string line = std::to_string(result.sequence);
+        const std::int64_t values[] = {followed.numbers[i], object.left + 1, object.top + 1, object.width,
+                                       object.height};
+        for (const std::int64_t value : values) line += ',' + std::to_string(value);
+        // Confidence 1: the density says how full a box is, not how sure. There are no positions in the world.
+        file_.write(line + ",1,-1,-1,-1\n");
+    }
+    file_.endRecord();
+    if (result.live) file_.flush();
+}
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,40 @@
+// The way of one track, in bounded memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "output.h"
+
+namespace fleifeisa::host {
+
+/// Centre of an object's box in a frame. Centres fall on half pixels: x2 and y2 are twice the coordinates.
+struct PathPoint {
+    std::int64_t sequence;
+    int x2, y2;
+};
+
+/// Keeps every sighting up to kMaxPoints of them, then every second, every fourth ... and always the first and the last:
+/// the same sightings give the same points. The length counts all sightings, kept or not.
+class TrackPath {
+ public:
+    static constexpr std::size_t kMaxPoints = 256;
+
+    void add(std::int64_t sequence, const TrackedObject& object);
+
+    std::span<const PathPoint> points() const { return points_; }
+    /// Sum of the distances from sighting to sighting, in pixels.
+    double length() const { return length_; }
+    std::int64_t sightings() const { return sightings_; }
+
+ private:
+    std::vector<PathPoint> points_;
+    bool last_is_extra_ = false;  ///< the last point is there only because it is the last
+    std::int64_t sightings_ = 0;
+    std::int64_t stride_ = 1;
+    double length_ = 0;
+};
+
+}  // namespace fleifeisa::host
