@@ -1,17 +1,26 @@
 #include <array>
 
 #include "output.h"
+#include "outputs/jsonl.h"
+#include "outputs/mot.h"
+#include "outputs/onvif.h"
 #include "outputs/recording.h"
 #include "outputs/replies.h"
+#include "outputs/tracks.h"
 
 namespace fleifeisa::host {
 
 std::span<const std::string_view> outputTypes() {
-    static constexpr std::array<std::string_view, 2> kTypes = {"replies", "recording"};
+    static constexpr auto kTypes =
+        std::to_array<std::string_view>({"jsonl", "mot", "onvif", "tracks", "replies", "recording"});
     return kTypes;
 }
 
 std::unique_ptr<Output> makeOutput(const OutputSpec& spec, const CameraInfo& /*camera*/) {
+    if (spec.type == "jsonl") return std::make_unique<JsonlOutput>(spec.path);
+    if (spec.type == "mot") return std::make_unique<MotOutput>(spec.path);
+    if (spec.type == "onvif") return std::make_unique<OnvifOutput>(spec.path);
+    if (spec.type == "tracks") return std::make_unique<TracksOutput>(spec.path);
     if (spec.type == "replies") return std::make_unique<RepliesOutput>(spec.path);
     if (spec.type == "recording") return std::make_unique<RecordingOutput>(spec.path);
     throw OutputError("unknown output type '" + spec.type + "'");

@@ -106,12 +106,23 @@ std::string xmlText(std::string_view text) {
     std::string result;
     for (const char c : cleanUtf8(text)) {
         switch (c) {
-            case '&': result += "&amp;"; break;
-            case '<': result += "&lt;"; break;
-            case '>': result += "&gt;"; break;
-            case '"': result += "&quot;"; break;
-            case '\'': result += "&#39;"; break;
-            default: result += c;
+            case '&':
+                result += "&amp;";
+                break;
+            case '<':
+                result += "&lt;";
+                break;
+            case '>':
+                result += "&gt;";
+                break;
+            case '"':
+                result += "&quot;";
+                break;
+            case '\'':
+                result += "&#39;";
+                break;
+            default:
+                result += c;
         }
     }
     return result;
@@ -126,8 +137,7 @@ std::string base64(std::string_view bytes) {
         const std::size_t count = std::min<std::size_t>(3, bytes.size() - at);
         for (std::size_t i = 0; i < 3; ++i)
             group = group << 8 | (i < count ? static_cast<unsigned char>(bytes[at + i]) : 0u);
-        for (std::size_t i = 0; i < 4; ++i)
-            result += i <= count ? kDigits[group >> (18 - 6 * i) & 63u] : '=';
+        for (std::size_t i = 0; i < 4; ++i) result += i <= count ? kDigits[group >> (18 - 6 * i) & 63u] : '=';
     }
     return result;
 }

@@ -51,9 +51,9 @@ class TrackFollower {
     std::int64_t follow(const TrackedObject& object, std::int64_t sequence);
     void endUnseen(std::int64_t before);
 
-    std::map<int, Open> open_;                ///< by id
+    std::map<int, Open> open_;                 ///< by id
     std::map<int, std::int64_t> next_number_;  ///< by id, for ids that were used before
-    std::int64_t loose_ = 0;                  ///< last number given to an object without a track
+    std::int64_t loose_ = 0;                   ///< last number given to an object without a track
     std::vector<std::int64_t> numbers_, ended_;
 };
 

@@ -16,8 +16,8 @@ struct PathPoint {
     int x2, y2;
 };
 
-/// Keeps every sighting up to kMaxPoints of them, then every second, every fourth ... and always the first and the last:
-/// the same sightings give the same points. The length counts all sightings, kept or not.
+/// Keeps every sighting up to kMaxPoints of them, then every second, every fourth ... and always the first and the
+/// last: the same sightings give the same points. The length counts all sightings, kept or not.
 class TrackPath {
  public:
     static constexpr std::size_t kMaxPoints = 256;
