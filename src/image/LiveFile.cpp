@@ -14,11 +14,11 @@ LiveFile::Stamp LiveFile::StampOf(const struct stat& st) {
     return {st.st_mtim.tv_sec, st.st_mtim.tv_nsec, st.st_size, st.st_ino, st.st_dev};
 }
 
-// Whether a changed file may be read. A file with a new inode started empty, so that its format tells whether it is
-// whole. One that is written over in place may hold a new upper and an old lower half: it is left alone until nobody
-// has written to it for kSettle, or until it has not come to rest for kPatience.
+// Whether a changed file may be read. One with another inode than before started empty, so that its format tells
+// whether it is whole. One that is written over in place may hold a new upper and an old lower half: it is left alone
+// until nobody has written to it for kSettle, or until it has not come to rest for kPatience.
 bool LiveFile::Settled(const Stamp& now) {
-    if (now.inode != seen.inode || now.device != seen.device) return true;
+    if (seen != Stamp{} && (now.inode != seen.inode || now.device != seen.device)) return true;
     const Clock::time_point time = Clock::now();
     if (!writing) since = time;
     writing = true;
