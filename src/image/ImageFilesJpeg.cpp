@@ -74,7 +74,7 @@ const char* CheckHeader(const jpeg_decompress_struct& info, std::size_t bytes) {
         return "it is a CMYK JPEG; only grey and colour (YCbCr, RGB) are read";
     if (info.jpeg_color_space == JCS_UNKNOWN) return "its colour space is unknown";
     if (info.arith_code) return "it is an arithmetically coded JPEG, which is not read";
-    return CoversItsBlocks(info, bytes) ? nullptr : "it ends before its samples do";
+    return CoversItsBlocks(info, bytes) ? nullptr : "it is too short for its pixels";
 }
 
 void Open(Decoder& decoder, FileBytes bytes) {

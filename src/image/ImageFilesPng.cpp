@@ -98,7 +98,7 @@ bool Run(Decoder& decoder, FileBytes bytes, std::string& error) {
     decoder.height = png_get_image_height(decoder.png, decoder.info);
     if (!SizeAllowed(decoder.width, decoder.height, error)) return false;
     if (std::uint64_t{decoder.height} * png_get_rowbytes(decoder.png, decoder.info) / kMaxPacking > bytes.size())
-        png_error(decoder.png, "the file ends early");
+        png_error(decoder.png, "the file is too short for its pixels");
     decoder.pixels = AllocatePixels(static_cast<int>(decoder.width), static_cast<int>(decoder.height)).release();
     if (decoder.pixels == nullptr) png_error(decoder.png, "there is not enough memory");
     ReadRows(decoder);

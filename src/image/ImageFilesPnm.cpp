@@ -120,7 +120,7 @@ LoadedImage LoadPnm(FileBytes bytes) {
     // Nothing is allocated for samples that the file cannot hold: a plain one takes a digit and a separator.
     const Raster raster{std::size_t{width} * height * (grey ? 1 : 3), largest, grey};
     const std::size_t sample_bytes = plain || largest > 255 ? 2 : 1;
-    if (reader.Rest().size() < raster.samples * sample_bytes) return Refuse("it ends before its samples do");
+    if (reader.Rest().size() < raster.samples * sample_bytes) return Refuse("it is too short for its pixels");
 
     LoadedImage image{nullptr, static_cast<int>(width), static_cast<int>(height), ""};
     Pixels pixels = AllocatePixels(image.width, image.height);
