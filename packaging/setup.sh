@@ -15,7 +15,7 @@ packages_of() {
         build) echo g++ cmake ninja-build ;;
         host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev ;;
         video) echo ffmpeg ;;
-        test) echo libgtest-dev python3 ;;
+        test) echo libgtest-dev python3 xz-utils ;;
         *) return 1 ;;
     esac
 }
