@@ -141,10 +141,12 @@ def replay(analyzer, steps):
     with tempfile.TemporaryDirectory() as root:
         run = Example(analyzer, root, args)
         errors, status, startup = None, 0, any("startup" in a for _, _, a, _ in steps)
+        if any(a.get("control") == "missing" for _, _, a, _ in steps):
+            run.control(None)
         for line, kind, attributes, text in steps:
             status = int(attributes.get("exit", status))
             if kind == "control":
-                run.control(None if "missing" in attributes else text)
+                run.control(text)
                 continue
             if run.process is None:
                 run.start()
