@@ -74,14 +74,19 @@ std::string Reason(const char* what) {
     return std::string(what) + " (" + std::strerror(errno) + ")";
 }
 
-// Reads in growing pieces, so that memory follows the bytes that arrive. What no loader knows is not read to its end.
+// Reads in growing pieces, so that memory follows the bytes that arrive. What no loader knows, and what stands behind
+// an image of known length, is left unread.
 std::string ReadAll(int fd, std::vector<unsigned char>& bytes) {
+    std::size_t needed = kMaxImageFile;
     for (std::size_t step = kFirstRead;; step = std::min(step * 2, kLargestRead)) {
         const std::size_t old = bytes.size();
         if (!Append(fd, bytes, step)) return Reason("it cannot be read");
         if (bytes.size() < old + step) return "";
-        if (Recognise(bytes) == Format::kUnknown) return "";
-        if (bytes.size() > static_cast<std::size_t>(kMaxImageFile)) return "it is larger than 1 GiB";
+        if (old == 0) {
+            if (Recognise(bytes) == Format::kUnknown) return "";
+            if (const std::size_t size = BinaryPnmSize(bytes); size != 0) needed = size;
+        }
+        if (bytes.size() > needed) return needed == kMaxImageFile ? "it is larger than 1 GiB" : "";
     }
 }
 

@@ -67,10 +67,27 @@ unsigned char Level(unsigned sample, unsigned largest) {
 }
 
 struct Raster {
-    std::size_t samples;
-    unsigned largest;
+    unsigned width, height;  // of an allowed size
+    unsigned largest;        // sample
+    bool plain;
     bool grey;  // one sample fills all three channels
+
+    std::size_t Samples() const { return std::size_t{width} * height * (grey ? 1 : 3); }
+    // The least that the samples take in the file; a plain one takes a digit and a separator.
+    std::size_t Bytes() const { return Samples() * (plain || largest > 255 ? 2 : 1); }
 };
+
+// The header with what is wrong in reader.error, empty where nothing is.
+Raster ReadHeader(FileBytes bytes, Reader& reader) {
+    Raster raster{0, 0, 0, bytes[1] < '5', bytes[1] == '2' || bytes[1] == '5'};
+    if (bytes.size() > 2 && !IsSpace(bytes[2]) && bytes[2] != '#')
+        reader.error = "its format is unknown";
+    else if (reader.Number(raster.width, "width") && reader.Number(raster.height, "height") &&
+             reader.Number(raster.largest, "largest sample") &&
+             SizeAllowed(raster.width, raster.height, reader.error) && (raster.largest < 1 || raster.largest > 65535))
+        reader.error = "it is damaged: its largest sample is not within 1 and 65535";
+    return raster;
+}
 
 void Store(const Raster& raster, std::size_t i, unsigned sample, unsigned char* pixels) {
     const unsigned char level = Level(sample, raster.largest);
@@ -85,7 +102,7 @@ constexpr char kTooLarge[] = "it is damaged: a sample exceeds the largest that i
 // Both return what is wrong, null where nothing is.
 const char* ReadBinary(const Raster& raster, FileBytes data, unsigned char* pixels) {
     const bool wide = raster.largest > 255;
-    for (std::size_t i = 0; i < raster.samples; i++) {
+    for (std::size_t i = 0; i < raster.Samples(); i++) {
         const unsigned sample = wide ? data[2 * i] * 256u + data[2 * i + 1] : data[i];
         if (sample > raster.largest) return kTooLarge;
         Store(raster, i, sample, pixels);
@@ -94,7 +111,7 @@ const char* ReadBinary(const Raster& raster, FileBytes data, unsigned char* pixe
 }
 
 const char* ReadPlain(const Raster& raster, Reader& reader, unsigned char* pixels) {
-    for (std::size_t i = 0; i < raster.samples; i++) {
+    for (std::size_t i = 0; i < raster.Samples(); i++) {
         unsigned sample = 0;
         if (!reader.Number(sample, "samples")) return reader.error.c_str();
         if (sample > raster.largest) return kTooLarge;
@@ -105,28 +122,25 @@ const char* ReadPlain(const Raster& raster, Reader& reader, unsigned char* pixel
 
 }  // namespace
 
+std::size_t BinaryPnmSize(FileBytes begin) {
+    if (begin.size() < 2 || begin[0] != 'P' || (begin[1] != '5' && begin[1] != '6')) return 0;
+    Reader reader(begin);
+    const Raster raster = ReadHeader(begin, reader);
+    return reader.error.empty() ? begin.size() - reader.Rest().size() + raster.Bytes() : 0;
+}
+
 LoadedImage LoadPnm(FileBytes bytes) {
-    const bool plain = bytes[1] < '5';
-    const bool grey = bytes[1] == '2' || bytes[1] == '5';
-    if (bytes.size() > 2 && !IsSpace(bytes[2]) && bytes[2] != '#') return Refuse("its format is unknown");
     Reader reader(bytes);
-    unsigned width = 0, height = 0, largest = 0;
-    if (!reader.Number(width, "width") || !reader.Number(height, "height") || !reader.Number(largest, "largest sample"))
-        return Refuse(reader.error);
-    std::string error;
-    if (!SizeAllowed(width, height, error)) return Refuse(error);
-    if (largest < 1 || largest > 65535) return Refuse("it is damaged: its largest sample is not within 1 and 65535");
+    const Raster raster = ReadHeader(bytes, reader);
+    if (!reader.error.empty()) return Refuse(reader.error);
+    // Nothing is allocated for samples that the file cannot hold.
+    if (reader.Rest().size() < raster.Bytes()) return Refuse("it is too short for its pixels");
 
-    // Nothing is allocated for samples that the file cannot hold: a plain one takes a digit and a separator.
-    const Raster raster{std::size_t{width} * height * (grey ? 1 : 3), largest, grey};
-    const std::size_t sample_bytes = plain || largest > 255 ? 2 : 1;
-    if (reader.Rest().size() < raster.samples * sample_bytes) return Refuse("it is too short for its pixels");
-
-    LoadedImage image{nullptr, static_cast<int>(width), static_cast<int>(height), ""};
+    LoadedImage image{nullptr, static_cast<int>(raster.width), static_cast<int>(raster.height), ""};
     Pixels pixels = AllocatePixels(image.width, image.height);
     if (!pixels) return Refuse("there is not enough memory for it");
     const char* wrong =
-        plain ? ReadPlain(raster, reader, pixels.get()) : ReadBinary(raster, reader.Rest(), pixels.get());
+        raster.plain ? ReadPlain(raster, reader, pixels.get()) : ReadBinary(raster, reader.Rest(), pixels.get());
     if (wrong != nullptr) return Refuse(wrong);
     image.pixels = pixels.release();
     return image;

@@ -32,6 +32,8 @@ Pixels AllocatePixels(int width, int height);
 LoadedImage LoadPnm(FileBytes bytes);
 LoadedImage LoadJpeg(FileBytes bytes);
 LoadedImage LoadPng(FileBytes bytes);
+// The bytes of a binary grey map or pixmap whose header stands in `begin`, with the header; else 0.
+std::size_t BinaryPnmSize(FileBytes begin);
 std::string JpegLibrary();  // name and version, empty where not built in
 std::string PngLibrary();
 
