@@ -32,7 +32,54 @@ inline void Store(void* p, const T& v) {
     std::memcpy(p, &v, sizeof v);
 }
 inline V Max(V a, V b) {
+#if defined(__AVX512F__) && KERNELS_LANES == 16
+    return (V)_mm512_maskz_max_epi32(0xffff, (__m512i)a, (__m512i)b);  // the plain form warns in GCC 12's own header
+#elif defined(__AVX2__) && KERNELS_LANES == 8
+    return (V)_mm256_max_epi32((__m256i)a, (__m256i)b);
+#else
     return a > b ? a : b;
+#endif
+}
+
+// Largest lane.
+inline std::int32_t LargestLane(V v) {
+#if KERNELS_LANES == 16
+    v = Max(v, __builtin_shufflevector(v, v, 8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7));
+    v = Max(v, __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3, 12, 13, 14, 15, 8, 9, 10, 11));
+    v = Max(v, __builtin_shufflevector(v, v, 2, 3, 0, 1, 6, 7, 4, 5, 10, 11, 8, 9, 14, 15, 12, 13));
+    return Max(v, __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14))[0];
+#elif KERNELS_LANES == 8
+    v = Max(v, __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3));
+    v = Max(v, __builtin_shufflevector(v, v, 2, 3, 0, 1, 6, 7, 4, 5));
+    return Max(v, __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6))[0];
+#else
+    v = Max(v, __builtin_shufflevector(v, v, 2, 3, 0, 1));
+    return Max(v, __builtin_shufflevector(v, v, 1, 0, 3, 2))[0];
+#endif
+}
+
+// Sums of the lanes of a and of b, in the low and the high half of the result. Neither sum may exceed 32 bits.
+inline std::uint64_t SumLanes(V a, V b) {
+    std::uint64_t sums;
+#if KERNELS_LANES == 16
+    const V t = __builtin_shufflevector(a, b, 0, 16, 1, 17, 4, 20, 5, 21, 8, 24, 9, 25, 12, 28, 13, 29) +
+                __builtin_shufflevector(a, b, 2, 18, 3, 19, 6, 22, 7, 23, 10, 26, 11, 27, 14, 30, 15, 31);
+    typedef std::int32_t Half __attribute__((vector_size(32)));
+    const Half h = __builtin_shufflevector(t, t, 0, 1, 2, 3, 4, 5, 6, 7) +
+                   __builtin_shufflevector(t, t, 8, 9, 10, 11, 12, 13, 14, 15);
+    auto q = __builtin_shufflevector(h, h, 0, 1, 2, 3) + __builtin_shufflevector(h, h, 4, 5, 6, 7);
+    q += __builtin_shufflevector(q, q, 2, 3, 0, 1);
+#elif KERNELS_LANES == 8
+    const V t = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13) +
+                __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+    auto q = __builtin_shufflevector(t, t, 0, 1, 2, 3) + __builtin_shufflevector(t, t, 4, 5, 6, 7);
+    q += __builtin_shufflevector(q, q, 2, 3, 0, 1);
+#else
+    V q = __builtin_shufflevector(a, b, 0, 4, 1, 5) + __builtin_shufflevector(a, b, 2, 6, 3, 7);
+    q += __builtin_shufflevector(q, q, 2, 3, 0, 1);
+#endif
+    std::memcpy(&sums, &q, sizeof sums);
+    return sums;
 }
 
 // acc + a.low * b.low + a.high * b.high of every lane's 16-bit halves.
@@ -149,7 +196,7 @@ void Nearest(const PixelBlock& px, const CandidateList* const* lists, int nlists
             for (int i = 0; i < kChunks; i++) {
                 const V score = MultiplyAdd(MultiplyAdd(constant, rb[i], wrb), g[i], wg);
                 const auto better = score > best[i];
-                best[i] = better ? score : best[i];
+                best[i] = Max(best[i], score);  // beside the comparison, not behind it
                 brb[i] = better ? wrb : brb[i];
                 bg[i] = better ? wg : bg[i];
             }

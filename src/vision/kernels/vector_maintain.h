@@ -9,14 +9,6 @@ constexpr int kBound = 1024;  // of means, so that weights of 16 c fit 16 bits a
 
 alignas(64) constexpr std::int32_t kLane[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
-inline std::int32_t LargestLane(V v) {
-    alignas(64) std::int32_t a[N];
-    Store(a, v);
-    std::int32_t top = a[0];
-    for (int i = 1; i < N; i++) top = a[i] > top ? a[i] : top;
-    return top;
-}
-
 class Maintainer {
  public:
     Maintainer(KsBackgroundCell& c, bool g) : cell(c), gray(g) {}
@@ -139,21 +131,15 @@ class Maintainer {
                 srb += mine ? rb[i] : V{};
                 sg1 += mine ? g1[i] : V{};
             }
-            alignas(64) std::uint32_t a[N], b[N];
-            Store(a, srb);
-            Store(b, sg1);
-            std::uint32_t trb = 0, tg1 = 0;  // 64 x 255 fits a half
-            for (int i = 0; i < N; i++) {
-                trb += a[i];
-                tg1 += b[i];
-            }
-            const int count = static_cast<int>(tg1 >> 16);
+            const std::uint64_t sums = SumLanes(srb, sg1);  // 64 x 255 fits a half
+            const int red = sums & 0xffff, blue = sums >> 16 & 0xffff, green = sums >> 32 & 0xffff;
+            const int count = static_cast<int>(sums >> 48);
             const int room = KsBackgroundCell::kMaxSupport - cell.support[j];
             const int over = count > room ? count - room : 0;
-            cell.clustersum[j].R += static_cast<int>(trb & 0xffff) - over * cell.clusters[j].R;
+            cell.clustersum[j].R += red - over * cell.clusters[j].R;
             if (!gray) {
-                cell.clustersum[j].G += static_cast<int>(tg1 & 0xffff) - over * cell.clusters[j].G;
-                cell.clustersum[j].B += static_cast<int>(trb >> 16) - over * cell.clusters[j].B;
+                cell.clustersum[j].G += green - over * cell.clusters[j].G;
+                cell.clustersum[j].B += blue - over * cell.clusters[j].B;
             }
             cell.support[j] = static_cast<std::int16_t>(cell.support[j] + count - over);
             cell.added[j] = static_cast<std::int16_t>(count);
