@@ -4,6 +4,7 @@
 usage: plot.py SWEEP.json PLOT.svg
 """
 import json
+import statistics
 import sys
 
 try:
@@ -24,22 +25,24 @@ PEAK_LIMITS = [(320 * 240, 20), (768 * 576, 64), (1920 * 1080, 256)]  # pixels, 
 
 
 def milliseconds(point, key):
-    return point[key]["detection_mean_seconds"] * 1e3
+    """Median over the rounds of the mean detection frame: one disturbed round does not show."""
+    return statistics.median(r[key]["detection_mean_seconds"] for r in point["rounds"]) * 1e3
 
 
 def draw_times(axes, points, x):
     for key, label, colour, marker in CONTESTANTS:
-        if key in points[0]:
+        if key in points[0]["rounds"][0]:
             axes.plot(x, [milliseconds(p, key) for p in points], color=colour, marker=marker, label=label)
     for (key, share, label), colour in zip(BUDGETS, ("#b3541e", "#3b5b92")):
-        if key in points[0]:
+        if key in points[0]["rounds"][0]:
             axes.plot(x, [milliseconds(p, key) * share for p in points], color=colour, linestyle=":", label=label)
     axes.set_yscale("log")
     axes.set_ylabel("CPU time of a detection frame, ms")
 
 
 def draw_memory(axes, points, x):
-    axes.plot(x, [p["analyzer"]["peak_kib"] / 1024 for p in points], color="#0b6e4f", marker="o", label="analyzer, peak")
+    peaks = [max(r["analyzer"]["peak_kib"] for r in p["rounds"]) / 1024 for p in points]
+    axes.plot(x, peaks, color="#0b6e4f", marker="o", label="analyzer, peak")
     axes.set_ylabel("resident memory, MiB")
 
 
@@ -48,13 +51,13 @@ def main():
         sys.exit(__doc__)
     with open(sys.argv[1]) as file:
         sweep = json.load(file)
-    figure, ((size_time, object_time), (size_memory, object_memory)) = plt.subplots(2, 2, figsize=(12, 9))
+    figure, ((size_time, object_time), (size_memory, object_memory)) = plt.subplots(2, 2, figsize=(13, 9))
 
     sizes = sweep["sizes"]
     pixels = [p["width"] * p["height"] for p in sizes]
     draw_times(size_time, sizes, pixels)
     draw_memory(size_memory, sizes, pixels)
-    size_memory.plot(*zip(*PEAK_LIMITS), "_", color="black", markersize=16, label="limit")
+    size_memory.plot(*zip(*PEAK_LIMITS), "_", color="black", markersize=16, label="limit", markeredgewidth=2)
     size_memory.set_yscale("log")
     for axes in (size_time, size_memory):
         axes.set_xscale("log")
@@ -69,6 +72,8 @@ def main():
     object_memory.set_ylim(bottom=0)
     for axes in (object_time, object_memory):
         axes.set_xscale("symlog", linthresh=1)
+        axes.set_xlim(-0.4, max(shown) * 1.5)
+        axes.minorticks_off()
         axes.set_xticks(shown, [f"{n:.0f}" for n in shown])
         axes.set_xlabel(f"objects in a {objects[0]['width']}x{objects[0]['height']} frame")
 

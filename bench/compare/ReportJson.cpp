@@ -39,7 +39,7 @@ Json PointsJson(const std::vector<SweepPoint>& points) {
     for (const SweepPoint& point : points) {
         Json entry = {{"width", point.width}, {"height", point.height}};
         if (point.objects_shown >= 0.0) entry["objects_shown"] = point.objects_shown;
-        entry.update(RoundJson(point.round));
+        for (const RoundResult& round : point.rounds) entry["rounds"].push_back(RoundJson(round));
         json.push_back(entry);
     }
     return json;

@@ -178,26 +178,23 @@ Clip StreetScene(int width, int height, SceneLength length) {
 }
 
 Clip ManyObjects(int width, int height, size_t objects, SceneLength length) {
-    const std::vector<double> texture = TextureMap(width, height);
-    Clip clip = Paint("many objects", width, height, length,
-                      [&](int, int r, int c, int k) { return 40.0 + texture[Index(width, r, c, k)]; });
-    // Boxes on a raster, so that they stay apart: all drift together, each with a colour of its own.
-    const double share = static_cast<double>(width) * static_cast<double>(height) / static_cast<double>(objects + 1);
-    const int pitch = std::max(2 * kCell, static_cast<int>(std::sqrt(share)));
-    const int side = std::clamp(pitch / 2, kCell, 48);
+    Clip clip = Paint("many objects", width, height, length, [](int, int, int, int) { return 120.0; });
+    // Boxes on a raster with gaps of at least two cells, so that they stay apart, and with edges soft enough not to
+    // join them: 30 brighter than the wall. Boxes of a few cells drift; smaller ones would leave the cells they were
+    // seen in from one frame to the next, be taken for new objects, and fill the analyzer's table; they stand still.
+    const double share =
+        static_cast<double>(width) * static_cast<double>(height) / std::max(1.0, static_cast<double>(objects));
+    const int pitch = std::max(3 * kCell, static_cast<int>(std::sqrt(share)) / kCell * kCell);
+    const int side = std::clamp(pitch / 2 / kCell * kCell, kCell, std::min(48, pitch - 2 * kCell));
     const int columns = std::max(1, width / pitch);
     for (size_t frame = length.learning; frame < clip.Frames(); ++frame) {
-        const int drift = static_cast<int>(frame - length.learning) * 2;
+        const int drift = side < 4 * kCell ? 0 : static_cast<int>(frame - length.learning) / 2 * kCell;
         for (size_t object = 0; object < objects; ++object) {
             const int top = static_cast<int>(object) / columns * pitch;
             const int left = (static_cast<int>(object) % columns * pitch + drift) % (columns * pitch);
             for (int r = top; r < std::min(top + side, height); ++r) {
-                for (int c = left; c < std::min(left + side, width); ++c) {
-                    for (int k = 0; k < 3; ++k) {
-                        Pixel(clip, frame, r, c)[k] =
-                            static_cast<uint8_t>(180 + (object * 13 + static_cast<size_t>(k) * 29) % 70);
-                    }
-                }
+                uint8_t* row = Pixel(clip, frame, r, 0);
+                for (int c = left * 3; c < std::min(left + side, width) * 3; ++c) row[c] = Clamp(row[c] + 30.0);
             }
         }
     }

@@ -18,7 +18,8 @@ struct SceneLength {
 // An ordinary street with people and cars: stands in for footage where there is none.
 Clip StreetScene(int width, int height, SceneLength length);
 
-// A textured wall with `objects` boxes that drift across it, from the first detection frame on.
+// A plain wall with `objects` boxes on it, large ones drifting, from the first detection frame on. Short scenes only:
+// the boxes come back to where others have been, and the wall is then learnt with them.
 Clip ManyObjects(int width, int height, size_t objects, SceneLength length);
 
 struct WorstScene {

@@ -141,6 +141,18 @@ SuiteResult RunSuite(const SuiteOptions& options) {
     return result;
 }
 
+namespace {
+
+SweepPoint MeasurePoint(const SuiteOptions& options, const Clip& clip, size_t learning, double objects) {
+    constexpr size_t kRounds = 3;
+    SweepPoint point{clip.width, clip.height, objects, {}};
+    const CorePin pin(options.core);
+    for (size_t round = 0; round < kRounds; ++round) point.rounds.push_back(RunRound(clip, PlanFor(options, learning)));
+    return point;
+}
+
+}  // namespace
+
 SweepResult RunSweep(const SuiteOptions& options) {
     SweepResult result;
     const SceneLength length{60, 40};
@@ -152,15 +164,12 @@ SweepResult RunSweep(const SuiteOptions& options) {
         const Clip clip = std::filesystem::exists(path)
                               ? DecodeClip({"vtest", path, width, height, 200, length.learning + length.detection})
                               : StreetScene(width, height, length);
-        const CorePin pin(options.core);
-        result.sizes.push_back({width, height, -1.0, RunRound(clip, PlanFor(options, length.learning))});
+        result.sizes.push_back(MeasurePoint(options, clip, length.learning, -1.0));
     }
-    for (const size_t objects : {0, 1, 10, 30, 100, 300, 1000, 3000}) {
+    for (const size_t objects : {0, 1, 3, 10, 30, 100, 300, 1000, 3000}) {
         std::cerr << "  " << objects << " objects\n";
-        const Clip clip = ManyObjects(768, 576, objects, length);
-        const CorePin pin(options.core);
-        result.objects.push_back(
-            {768, 576, static_cast<double>(objects), RunRound(clip, PlanFor(options, length.learning))});
+        const Clip clip = ManyObjects(768, 576, objects, {length.learning, 16});
+        result.objects.push_back(MeasurePoint(options, clip, length.learning, static_cast<double>(objects)));
     }
     return result;
 }

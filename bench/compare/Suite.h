@@ -60,8 +60,8 @@ SuiteResult RunSuite(const SuiteOptions& options);
 struct SweepPoint {
     int width = 0;
     int height = 0;
-    double objects_shown = 0.0;  // in the scene; negative where not known
-    RoundResult round;
+    double objects_shown = 0.0;       // in the scene; negative where not known
+    std::vector<RoundResult> rounds;  // of the same frames
 };
 struct SweepResult {
     std::vector<SweepPoint> sizes;
