@@ -1,0 +1,258 @@
+// fleifeisa-inspect: what it shows is what the analyzer answers; its pictures, messages and exit statuses.
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "inspect.h"
+#include "page.h"
+#include "pictures.h"
+#include "support/images.h"
+#include "support/process.h"
+#include "support/protocol.h"
+#include "support/scene.h"
+
+namespace {
+
+namespace fi = fleifeisa::inspect;
+
+std::string Slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+Outcome Run(std::vector<std::string> args) {
+    std::vector<const char*> argv{"fleifeisa-inspect"};
+    for (const std::string& a : args) argv.push_back(a.c_str());
+    std::ostringstream err;
+    RedirectedStreams streams;
+    std::streambuf* old = std::cerr.rdbuf(err.rdbuf());
+    const int status = fi::InspectMain(static_cast<int>(argv.size()), argv.data());
+    std::cerr.rdbuf(old);
+    return {status, streams.Take(), err.str()};
+}
+
+TEST(InspectFrames, Ranges) {
+    struct Row {
+        const char* text;
+        std::vector<int> in, out;
+        int last;
+    };
+    for (const Row& r : {Row{"900", {900}, {899, 901}, 900}, Row{"890-892,950", {890, 892, 950}, {889, 893, 951}, 950},
+                         Row{"7-", {7, INT_MAX}, {6}, INT_MAX}, Row{"5,1-2", {1, 2, 5}, {3}, 5}}) {
+        const fi::FrameRanges ranges = fi::FrameRanges::Parse(r.text);
+        for (const int n : r.in) EXPECT_TRUE(ranges.Contains(n)) << r.text << " " << n;
+        for (const int n : r.out) EXPECT_FALSE(ranges.Contains(n)) << r.text << " " << n;
+        EXPECT_EQ(ranges.Last(), r.last) << r.text;
+    }
+    for (const char* bad : {"", ",", "1,", "0", "-5", "a", "1-a", "9-8", "1--2", "1-2-3", "1 ", "99999999999", "1;2"})
+        EXPECT_THROW(fi::FrameRanges::Parse(bad), std::invalid_argument) << bad;
+}
+
+TEST(InspectColours, EqualStepsLookEqualAndNumbersDiffer) {
+    const auto distance = [](fi::Rgb x, fi::Rgb y) {
+        const fi::Lab a = fi::ToLab(x), b = fi::ToLab(y);
+        return std::hypot(a.L - b.L, a.a - b.a, a.b - b.b);
+    };
+    const auto& map = fi::HeatMap();
+    double total = 0;
+    for (std::size_t i = 8; i < map.size(); i += 8) total += distance(map[i - 8], map[i]);
+    for (std::size_t i = 8; i < map.size(); i += 8) {
+        EXPECT_GT(fi::ToLab(map[i]).L, fi::ToLab(map[i - 8]).L) << i;
+        EXPECT_NEAR(distance(map[i - 8], map[i]), total / 31, 0.15 * total / 31) << i;
+    }
+    EXPECT_EQ(fi::Heat(-1, 10), map.front());
+    EXPECT_EQ(fi::Heat(10, 10), map.back());
+    EXPECT_EQ(fi::Heat(std::nan(""), 10), (fi::Rgb{128, 128, 128}));
+    for (int i = 1; i <= 200; i++)
+        for (int j = i + 1; j <= i + 8; j++)
+            EXPECT_GT(distance(fi::Distinct(i), fi::Distinct(j)), 0.07) << i << " " << j;
+}
+
+// "id x y w h" of every object, from the analyzer's reply and from the detections document.
+std::multimap<int, std::string> FromReplies(const std::string& replies) {
+    std::multimap<int, std::string> objects;
+    const std::regex frame(
+        "SEQ=\"(\\d+)\"/>|OID=\"3\\.5\\.(\\d+)\">\\s*<BOX X=\"(\\d+)\" Y=\"(\\d+)\" W=\"(\\d+)\" H=\"(\\d+)\"");
+    int number = 0;
+    for (std::sregex_iterator i(replies.begin(), replies.end(), frame), end; i != end; ++i) {
+        const std::smatch& m = *i;
+        if (m[1].matched)
+            number = std::stoi(m[1]);
+        else
+            objects.emplace(number,
+                            m[2].str() + " " + m[3].str() + " " + m[4].str() + " " + m[5].str() + " " + m[6].str());
+    }
+    return objects;
+}
+std::multimap<int, std::string> FromDocuments(const std::string& directory, int frames) {
+    std::multimap<int, std::string> objects;
+    const std::regex object(
+        "ID=\"(\\d+)\">\\s*<POSITION X=\"(\\d+)\"  Y=\"(\\d+)\"/>\\s*<SIZE W=\"(\\d+)\"  H=\"(\\d+)\"");
+    for (int number = 1; number <= frames; number++) {
+        char name[64];
+        std::snprintf(name, sizeof name, "/frame-%06d-detections.xml", number);
+        const std::string text = Slurp(directory + name);
+        for (std::sregex_iterator i(text.begin(), text.end(), object), end; i != end; ++i)
+            objects.emplace(number, (*i)[1].str() + " " + (*i)[2].str() + " " + (*i)[3].str() + " " + (*i)[4].str() +
+                                        " " + (*i)[5].str());
+    }
+    return objects;
+}
+
+// A frame of another size and a line that is no message stand in the middle: both are left out, with a word each.
+TEST(InspectRun, ShowsWhatTheAnalyzerAnswers) {
+    const Scene scene{64, 48, 60, 25, 3, 0, 11};
+    std::string stream = SceneStream(scene);
+    std::size_t middle = 0;
+    for (int i = 0; i < 40; i++) middle = stream.find("ANALYTICS.CARTRIDGE", middle + 1);
+    stream.insert(middle, FlatFrame(32, 32, 'x', 77) + "HELLO\r\n");
+    for (const std::string type : {"COLOR", "IR"}) {
+        TempDir dir;
+        dir.WriteControl(BackgroundFrames(20) + "<param name=\"-ir_low\" value=\"0.5\"/>\n");
+        const RunResult analyzer = RunAnalyzer({type, "STREAMING", "3", "5"}, stream, dir.path);
+        ASSERT_EQ(analyzer.status, 0);
+        const auto expected = FromReplies(analyzer.out);
+        ASSERT_GT(expected.size(), 20u) << type;
+
+        const std::string out = dir.path + "/out";
+        const Outcome tool = Run({dir.Write("in.stream", stream), "--type", type, "--control",
+                                  dir.path + "/opt/tesra/var/conf/3/qelparams2.conf", "--frames", "1-", "-o", out,
+                                  "--xml", "--scale", "1"});
+        EXPECT_EQ(tool.status, 0) << tool.err;
+        EXPECT_EQ(FromDocuments(out, 60), expected) << type;
+        EXPECT_NE(tool.err.find("the size differs"), std::string::npos) << tool.err;
+        EXPECT_NE(tool.err.find("Unknown command HELLO"), std::string::npos) << tool.err;
+        EXPECT_NE(tool.err.find("60 frames read, 60 shown"), std::string::npos) << tool.err;
+        EXPECT_EQ(tool.out, "");
+
+        // The page names every picture that there is, and no other.
+        const std::string page = Slurp(out + "/index.html");
+        const std::regex source("src=\"([^\"]+)\"");
+        std::size_t shown = 0;
+        for (std::sregex_iterator i(page.begin(), page.end(), source), end; i != end; ++i, shown++)
+            EXPECT_TRUE(std::filesystem::exists(out + "/" + (*i)[1].str())) << (*i)[1].str();
+        EXPECT_EQ(shown, 20u * 3 + 40u * 7);
+        EXPECT_NE(page.find("20 learning frames"), std::string::npos);
+    }
+}
+
+TEST(InspectRun, WritesDumpsOfASingleBackgroundAndATrace) {
+    TempDir dir;
+    const std::string stream = dir.Write("in.stream", SceneStream({32, 24, 30, 5, 1, 0, 2}));
+    const Outcome tool = Run({stream, "--background", "single", "--bgframes", "2", "--frames", "12,14", "--dumps",
+                              "--trace", "-q", "-o", dir.path + "/a/b"});
+    EXPECT_EQ(tool.status, 0);
+    EXPECT_EQ(tool.err, "");
+    EXPECT_EQ(std::count(tool.out.begin(), tool.out.end(), 'B') > 0, true) << tool.out;
+    const int cells = 6 * 8 + 5 * 7;
+    for (const char* name : {"edges.txt", "derivatives.txt"}) {
+        const std::string text = Slurp(dir.path + "/a/b/frame-000014-" + name);
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), cells) << name;
+    }
+    EXPECT_TRUE(Slurp(dir.path + "/a/b/frame-000012-background.pgm").starts_with("P2\n32 24\n255\n"));
+}
+
+// One bright box before a dark ground, 8 to 15 in both directions.
+TEST(InspectPictures, AreInTheRightPlaces) {
+    fi::Settings settings;
+    settings.background = SINGLE;
+    settings.parameters.bg_frames = 1;
+    fi::Session session(settings);
+    const auto feed = [&](bool box) {
+        TestImage image(24, 32, [box](int r, int c) {
+            return box && r >= 8 && r <= 15 && c >= 8 && c <= 15 ? ColorValue{250, 240, 230} : ColorValue{10, 20, 30};
+        });
+        const fi::Phase phase = session.Begin(image.image);
+        image.image.Detach();
+        return phase;
+    };
+    EXPECT_EQ(feed(false), fi::Phase::kFirst);
+    session.End();
+    const fi::Phase phase = feed(true);
+    ASSERT_EQ(phase, fi::Phase::kDetection);
+    const fi::FrameFacts facts = fi::GatherFacts(session, phase, {});
+    ASSERT_EQ(facts.objects.size(), 1u);
+    EXPECT_EQ(facts.objects[0].x, 4);
+    EXPECT_EQ(facts.objects[0].width, 16);
+    EXPECT_EQ(facts.components, 1);
+    EXPECT_GE(facts.objects[0].Corners(), 4);
+
+    std::map<std::string, fi::Raster> pictures;
+    for (fi::Picture& p : fi::DrawPictures(session, facts, 4)) pictures.emplace(p.name, std::move(p.image));
+    const auto at = [&](const char* name, int r, int c) { return pictures.at(name).At(c * 4 + 2, r * 4 + 2); };
+    EXPECT_EQ(at("objects", 12, 12), (fi::Rgb{250, 240, 230}));
+    EXPECT_EQ(at("objects", 2, 30), (fi::Rgb{10, 20, 30}));
+    EXPECT_EQ(pictures.at("objects").At(4 * 4, 20 * 4 - 1), fi::Distinct(1));  // a corner of the box
+    EXPECT_EQ(at("background", 12, 12), (fi::Rgb{10, 20, 30}));
+    EXPECT_EQ(at("difference", 12, 12), fi::HeatMap().back());
+    EXPECT_EQ(at("difference", 22, 30), fi::HeatMap().front());
+    EXPECT_EQ(at("confidence", 9, 9), fi::HeatMap().back());
+    EXPECT_EQ(at("derivative", 22, 30), fi::HeatMap().front());
+    EXPECT_EQ(at("labels", 9, 9), fi::Distinct(1));
+    EXPECT_EQ(pictures.count("clusters"), 0u);
+
+    // The file holds the same pixels.
+    TempDir dir;
+    const fi::Raster& written = pictures.at("labels");
+    written.WritePng(dir.path + "/labels.png");
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, (dir.path + "/labels.png").c_str()));
+    image.format = PNG_FORMAT_RGB;
+    std::vector<fi::Rgb> pixels(PNG_IMAGE_SIZE(image) / 3);
+    ASSERT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
+    ASSERT_EQ(image.width, 128u);
+    EXPECT_EQ(pixels[static_cast<std::size_t>(9 * 4 * 128 + 9 * 4)], fi::Distinct(1));
+    EXPECT_THROW(written.WritePng(dir.path + "/missing/labels.png"), std::runtime_error);
+}
+
+TEST(InspectRun, SaysWhatIsWrong) {
+    TempDir dir;
+    const std::string whole = SceneStream({32, 24, 10, 5, 1, 0, 2});
+    const std::string stream = dir.Write("in.stream", whole);
+    const std::string cut = dir.Write("cut.stream", whole.substr(0, whole.size() / 2));
+    const std::string empty = dir.Write("empty", ""), text = dir.Write("text", "no image\n");
+    const std::string bare = dir.Write("bare.stream", kShutdownMessage), taken = dir.Write("taken", "");
+    const std::string out = dir.path + "/out";
+    struct Row {
+        std::vector<std::string> args;
+        int status;
+        const char* says;
+    };
+    for (const Row& r :
+         {Row{{}, 64, "no input given"}, Row{{stream, "--frames", "5-3", "-o", out}, 64, "ends before it begins"},
+          Row{{stream, "--type", "color", "-o", out}, 64, "COLOR"},
+          Row{{stream, stream, "-o", out}, 64, "only one request stream"},
+          Row{{stream, "--list", text}, 64, "instead of an input"},
+          Row{{dir.path + "/none", "-o", out}, 66, "no such file"}, Row{{dir.path, "-o", out}, 66, "is not a file"},
+          Row{{stream, "--control", dir.path + "/none", "-o", out}, 66, "cannot be opened"},
+          Row{{"--list", empty, "-o", out}, 65, "names no image"}, Row{{text, "-o", out}, 65, "no frame has pixels"},
+          Row{{bare, "-o", out}, 65, "holds no frame"}, Row{{stream, "-o", out}, 65, "--bgframes"},
+          Row{{stream, "--frames", "11", "-o", out}, 65, "ends before the frames"},
+          Row{{stream, "--frames", "9-11", "-o", out}, 0, "ends before frame 11"},
+          Row{{stream, "-o", taken, "--frames", "2"}, 73, "cannot be created"},
+          Row{{cut, "--frames", "2-", "-o", dir.path + "/cut"}, 65, "ends inside a message"}}) {
+        const Outcome o = Run(r.args);
+        EXPECT_EQ(o.status, r.status) << r.says << ": " << o.err;
+        EXPECT_NE(o.err.find(r.says), std::string::npos) << r.says << ": " << o.err;
+    }
+    EXPECT_TRUE(std::filesystem::exists(dir.path + "/cut/index.html"));  // what came before the cut is shown
+    EXPECT_NE(Run({"--version"}).out.find("image formats: "), std::string::npos);
+    EXPECT_EQ(fi::Escape("<a href=\"x\">&"), "&lt;a href=&quot;x&quot;&gt;&amp;");
+}
+
+}  // namespace
