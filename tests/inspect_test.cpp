@@ -34,7 +34,7 @@ struct Outcome {
     int status;
     std::string out, err;
 };
-Outcome Run(std::vector<std::string> args) {
+Outcome Tool(std::vector<std::string> args) {
     std::vector<const char*> argv{"fleifeisa-inspect"};
     for (const std::string& a : args) argv.push_back(a.c_str());
     std::ostringstream err;
@@ -129,9 +129,9 @@ TEST(InspectRun, ShowsWhatTheAnalyzerAnswers) {
         ASSERT_GT(expected.size(), 20u) << type;
 
         const std::string out = dir.path + "/out";
-        const Outcome tool = Run({dir.Write("in.stream", stream), "--type", type, "--control",
-                                  dir.path + "/opt/tesra/var/conf/3/qelparams2.conf", "--frames", "1-", "-o", out,
-                                  "--xml", "--scale", "1"});
+        const Outcome tool = Tool({dir.Write("in.stream", stream), "--type", type, "--control",
+                                   dir.path + "/opt/tesra/var/conf/3/qelparams2.conf", "--frames", "1-", "-o", out,
+                                   "--xml", "--scale", "1"});
         EXPECT_EQ(tool.status, 0) << tool.err;
         EXPECT_EQ(FromDocuments(out, 60), expected) << type;
         EXPECT_NE(tool.err.find("the size differs"), std::string::npos) << tool.err;
@@ -153,8 +153,8 @@ TEST(InspectRun, ShowsWhatTheAnalyzerAnswers) {
 TEST(InspectRun, WritesDumpsOfASingleBackgroundAndATrace) {
     TempDir dir;
     const std::string stream = dir.Write("in.stream", SceneStream({32, 24, 30, 5, 1, 0, 2}));
-    const Outcome tool = Run({stream, "--background", "single", "--bgframes", "2", "--frames", "12,14", "--dumps",
-                              "--trace", "-q", "-o", dir.path + "/a/b"});
+    const Outcome tool = Tool({stream, "--background", "single", "--bgframes", "2", "--frames", "12,14", "--dumps",
+                               "--trace", "-q", "-o", dir.path + "/a/b"});
     EXPECT_EQ(tool.status, 0);
     EXPECT_EQ(tool.err, "");
     EXPECT_EQ(std::count(tool.out.begin(), tool.out.end(), 'B') > 0, true) << tool.out;
@@ -246,12 +246,12 @@ TEST(InspectRun, SaysWhatIsWrong) {
           Row{{stream, "--frames", "9-11", "-o", out}, 0, "ends before frame 11"},
           Row{{stream, "-o", taken, "--frames", "2"}, 73, "cannot be created"},
           Row{{cut, "--frames", "2-", "-o", dir.path + "/cut"}, 65, "ends inside a message"}}) {
-        const Outcome o = Run(r.args);
+        const Outcome o = Tool(r.args);
         EXPECT_EQ(o.status, r.status) << r.says << ": " << o.err;
         EXPECT_NE(o.err.find(r.says), std::string::npos) << r.says << ": " << o.err;
     }
     EXPECT_TRUE(std::filesystem::exists(dir.path + "/cut/index.html"));  // what came before the cut is shown
-    EXPECT_NE(Run({"--version"}).out.find("image formats: "), std::string::npos);
+    EXPECT_NE(Tool({"--version"}).out.find("image formats: "), std::string::npos);
     EXPECT_EQ(fi::Escape("<a href=\"x\">&"), "&lt;a href=&quot;x&quot;&gt;&amp;");
 }
 
