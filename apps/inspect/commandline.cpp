@@ -3,13 +3,7 @@
 #include <iostream>
 #include <new>
 
-#if __has_include("ImageFiles.h")
 #include "ImageFiles.h"
-#else
-static std::string ImageFormatsBuiltIn() {
-    return "none";
-}
-#endif
 #include "inspect.h"
 
 namespace fleifeisa::inspect {

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "ImageFiles.h"
 #include "Streaming.h"
 
 namespace fleifeisa::inspect {
@@ -113,22 +114,23 @@ class Stream : public FrameSource {
 
 class Images : public FrameSource {
  public:
-    explicit Images(std::vector<std::string> names) : names_(std::move(names)) {}
+    Images(std::vector<std::string> names, Warn warn) : names_(std::move(names)), warn_(std::move(warn)) {}
     bool Next(SourceFrame& frame) override {
         if (at_ == names_.size()) return false;
         frame = SourceFrame();
         frame.name = names_[at_++];
-#if __has_include("ImageFiles.h")
-        frame.image.KsReadImageFile(frame.name.c_str());  // says itself what is wrong
-#endif
+        const LoadedImage loaded = LoadImageFile(frame.name.c_str());
+        if (loaded.pixels == nullptr)
+            warn_(frame.name + ": " + loaded.error);
+        else
+            frame.image.KsReadImageMemory(loaded.pixels, loaded.height, loaded.width);
         return true;
     }
-    bool DropsOtherSizes() const override {
-        return false;
-    }
+    bool DropsOtherSizes() const override { return false; }
 
  private:
     std::vector<std::string> names_;
+    Warn warn_;
     std::size_t at_ = 0;
 };
 
@@ -172,8 +174,8 @@ std::unique_ptr<FrameSource> OpenStream(const std::string& path, Warn warn) {
     return std::make_unique<Stream>(path, std::move(warn));
 }
 
-std::unique_ptr<FrameSource> OpenImages(std::vector<std::string> names) {
-    return std::make_unique<Images>(std::move(names));
+std::unique_ptr<FrameSource> OpenImages(std::vector<std::string> names, Warn warn) {
+    return std::make_unique<Images>(std::move(names), std::move(warn));
 }
 
 bool LooksLikeStream(const std::string& path) {

@@ -51,8 +51,8 @@ using Warn = std::function<void(const std::string&)>;
 /// The requests that a host sent, from a file or ("-") standard input. While it lives, std::cin reads that file.
 /// Throws std::runtime_error where the file cannot be opened.
 std::unique_ptr<FrameSource> OpenStream(const std::string& path, Warn warn);
-/// Image files, one frame each.
-std::unique_ptr<FrameSource> OpenImages(std::vector<std::string> names);
+/// Image files, one frame each; one that cannot be read is a frame without pixels.
+std::unique_ptr<FrameSource> OpenImages(std::vector<std::string> names, Warn warn);
 
 /// Whether the file begins as a request stream does.
 bool LooksLikeStream(const std::string& path);

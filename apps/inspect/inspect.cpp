@@ -60,7 +60,7 @@ std::vector<std::string> ReadList(const std::string& path, const std::string& pr
 }
 
 std::unique_ptr<FrameSource> Open(const Options& options) {
-    if (!options.list.empty()) return OpenImages(ReadList(options.list, options.prefix));
+    if (!options.list.empty()) return OpenImages(ReadList(options.list, options.prefix), Say);
     const std::string& first = options.inputs.front();
     // Pipes are not looked into: what was read from them would be gone.
     std::error_code error;
@@ -68,7 +68,7 @@ std::unique_ptr<FrameSource> Open(const Options& options) {
         for (const std::string& name : options.inputs)
             if (!fs::is_regular_file(name, error))
                 throw Failure(kNoInput, name + (fs::exists(name, error) ? ": is not a file" : ": no such file"));
-        if (!LooksLikeStream(first)) return OpenImages(options.inputs);
+        if (!LooksLikeStream(first)) return OpenImages(options.inputs, Say);
     }
     if (options.inputs.size() > 1) throw Failure(kUsage, "only one request stream can be read at a time");
     return OpenStream(first, Say);
