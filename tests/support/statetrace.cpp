@@ -24,7 +24,8 @@ std::string Hex(const StateHash& hash) {
     return Text("%016llx", static_cast<unsigned long long>(hash.value));
 }
 
-StateHash OfInts(const int* v, int n) {
+template <class Integer>
+StateHash OfInts(const Integer* v, int n) {
     StateHash h;
     h.Ints(v, static_cast<std::size_t>(n));
     return h;
@@ -38,7 +39,7 @@ StateHash OfDoubles(const double* v, int n) {
 // For every cell: sample and cluster counts, then the clusters in use. Counts cells per number of clusters.
 StateHash OfBackground(const BackgroundModel& model, int (&per_count)[KsBackgroundCell::kMaxClusters + 1]) {
     StateHash h;
-    const auto colours = [&](const ColorValue* v, int n) {
+    const auto colours = [&](const auto* v, int n) {
         for (int i = 0; i < n; i++) {
             h.Int(v[i].R);
             h.Int(model.CIr == COLOR ? v[i].G : 0);
@@ -100,10 +101,6 @@ void StateHash::Double(double v) {
     Int(static_cast<std::int32_t>(bits >> 32));
 }
 
-void StateHash::Ints(const int* v, std::size_t n) {
-    for (std::size_t i = 0; i < n; i++) Int(v[i]);
-}
-
 void StateHash::Doubles(const double* v, std::size_t n) {
     for (std::size_t i = 0; i < n; i++) Double(v[i]);
 }
@@ -133,7 +130,7 @@ std::string GoldenLine(const ReplayedFrame& frame) {
     int per_count[KsBackgroundCell::kMaxClusters + 1] = {};
     StateHash counters, differences, confidences, labels, records, reply;
     counters.Bytes(Thresholds(frame.tracker));
-    for (const int* plane : {g.RedD, g.GreenD, g.BlueD}) differences.Ints(plane, pixels);
+    for (const auto* plane : {g.RedD, g.GreenD, g.BlueD}) differences.Ints(plane, pixels);
     for (const double* plane : {g.diff, g.conf, g.der_conf}) confidences.Doubles(plane, cells);
     labels.Ints(g.label, cells);
     records.Bytes(Records(frame.tracker));

@@ -12,7 +12,11 @@ class StateHash {
     void Bytes(const std::string& bytes);
     void Int(std::int32_t v);
     void Double(double v);
-    void Ints(const int* v, std::size_t n);
+    // Of any width: the hash of the values as 32-bit numbers.
+    template <class Integer>
+    void Ints(const Integer* v, std::size_t n) {
+        for (std::size_t i = 0; i < n; i++) Int(v[i]);
+    }
     void Doubles(const double* v, std::size_t n);
     std::uint64_t value = 14695981039346656037ULL;
 };
