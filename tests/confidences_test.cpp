@@ -14,9 +14,9 @@ TEST(Differences, SumsOverTheCellsPixels) {
         GridColorDiff g(image, 4, type);
         TestRandom random(3);
         for (int i = 0; i < 11 * 14; i++) {
-            g.RedD[i] = random.Range(-255, 255);
-            g.GreenD[i] = random.Range(-255, 255);
-            g.BlueD[i] = random.Range(-255, 255);
+            Put(g.RedD[i], random.Range(-255, 255));
+            Put(g.GreenD[i], random.Range(-255, 255));
+            Put(g.BlueD[i], random.Range(-255, 255));
         }
         for (int k = 0; k < g.cnum; k++) g.cd[k].GreenDiff = g.cd[k].BlueDiff = 7;
         g.AddDifferences();

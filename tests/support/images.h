@@ -37,6 +37,12 @@ class TestImage {
     KsColorImage image;
 };
 
+// Stores a value in a field of any integer type.
+template <class Field>
+void Put(Field& field, int v) {
+    field = static_cast<Field>(v);
+}
+
 inline auto Flat(int v) {
     return [v](int, int) { return ColorValue{v, v, v}; };
 }
