@@ -5,6 +5,7 @@
 #   packaging/setup.sh host         libraries of the camera host
 #   packaging/setup.sh video        ffmpeg: video files, streams, cameras, annotated video
 #   packaging/setup.sh test         what the tests need
+#   packaging/setup.sh bench        OpenCV to compare with, and what draws the plots
 #   packaging/setup.sh host video   several at once
 #
 # Says nothing when nothing is missing.
@@ -16,6 +17,9 @@ packages_of() {
         host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev ;;
         video) echo ffmpeg ;;
         test) echo libgtest-dev python3 xz-utils ;;
+        bench)
+            echo libopencv-dev libopencv-contrib-dev nlohmann-json3-dev ffmpeg libbenchmark-dev python3-matplotlib
+            ;;
         *) return 1 ;;
     esac
 }
@@ -28,7 +32,7 @@ fi
 missing=()
 for verb in "$@"; do
     if ! packages=$(packages_of "$verb"); then
-        echo "setup.sh: there is no '$verb' (there are build, host, video, test)" >&2
+        echo "setup.sh: there is no '$verb' (there are build, host, video, test, bench)" >&2
         exit 64
     fi
     for package in $packages; do
