@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr int kMinSupport = 128;    // a cluster qualifies with more support than this
 constexpr int kFarthest = 1000000;  // only clusters nearer than this count, squared for colour
 
 }  // namespace
