@@ -1,0 +1,43 @@
+// RGB pictures to an MP4 file, through ffmpeg as a child process.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "outputs/file_writer.h"
+#include "process.h"
+
+namespace fleifeisa::host {
+
+/// H.264 by one encoder thread from planar YUV that is converted here: the same pictures give the same file with the
+/// same ffmpeg, on any number of processors. Written to "PATH.part" and renamed by finish().
+class Encoder {
+ public:
+    /// @throws OutputError without an ffmpeg, or where the file cannot be created
+    Encoder(std::string path, double rate);
+
+    /// Every picture has the size of the first. @throws OutputError with what ffmpeg said
+    void frame(std::span<const std::uint8_t> rgb, int width, int height);
+    /// Waits for ffmpeg. Without a picture there is no file. Later calls do nothing.
+    void finish();
+
+ private:
+    void start(int width, int height);
+    void convert(std::span<const std::uint8_t> rgb, int width, int height);
+    void send();
+    void readMessages();
+    [[noreturn]] void fail(const std::string& why);
+
+    FileWriter file_;  ///< never written to: it creates the file, and gives it its name in the end
+    std::string path_;
+    double rate_;
+    std::optional<Process> ffmpeg_;
+    std::string messages_;  ///< the end of what ffmpeg said
+    std::vector<std::uint8_t> planes_;
+    bool finished_ = false;
+};
+
+}  // namespace fleifeisa::host

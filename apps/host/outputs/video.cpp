@@ -1,0 +1,120 @@
+#include "outputs/video.h"
+
+#include <algorithm>
+
+#include "outputs/canvas.h"
+#include "outputs/text.h"
+
+namespace fleifeisa::host {
+namespace {
+
+constexpr std::size_t kTrailPoints = 100;
+constexpr double kUnknownRate = 10;
+constexpr Rgb kBlack = {0, 0, 0}, kWhite = {255, 255, 255};
+
+/// Size of a text's dots: about one fiftieth of the picture's height for a line.
+int textScale(int height) {
+    return std::clamp(height / 360, 1, 6);
+}
+
+/// "gate  0:12.4  frame 125": of live cameras the time of day in UTC.
+std::string caption(const FrameResult& result) {
+    const std::string time = result.live ? rfc3339(result.time_ns).substr(11, 8) + " UTC" : clockTime(result.time_ns);
+    std::string text = std::string(result.camera) + "  " + time + "  frame " + std::to_string(result.sequence);
+    return result.detection ? text : text + "  learning";
+}
+
+}  // namespace
+
+VideoOutput::VideoOutput(const std::string& path, const CameraInfo& camera)
+    : encoder_(path, camera.rate > 0 ? camera.rate : kUnknownRate) {}
+
+void VideoOutput::started(const CameraInfo& /*camera*/) {
+    follower_.endAll();
+    trails_.clear();
+}
+
+VideoOutput::Point VideoOutput::toPicture(const FrameResult& result, int x, int y) const {
+    if (shown_width_ == result.width && shown_height_ == result.height) return {left_ + x, top_ + y};
+    return {left_ + static_cast<int>(std::int64_t{x} * shown_width_ / result.width),
+            top_ + static_cast<int>(std::int64_t{y} * shown_height_ / result.height)};
+}
+
+void VideoOutput::paint(const FrameResult& result) {
+    if (width_ == 0) {
+        width_ = result.width;
+        height_ = result.height;
+    }
+    if (result.width == width_ && result.height == height_) {
+        left_ = top_ = 0;
+        shown_width_ = width_;
+        shown_height_ = height_;
+        picture_.assign(result.rgb.begin(), result.rgb.end());
+        return;
+    }
+    const bool wider = std::int64_t{result.width} * height_ > std::int64_t{width_} * result.height;
+    shown_width_ = wider ? width_ : static_cast<int>(std::int64_t{result.width} * height_ / result.height);
+    shown_height_ = wider ? static_cast<int>(std::int64_t{result.height} * width_ / result.width) : height_;
+    shown_width_ = std::max(1, shown_width_);
+    shown_height_ = std::max(1, shown_height_);
+    left_ = (width_ - shown_width_) / 2;
+    top_ = (height_ - shown_height_) / 2;
+    picture_.assign(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_) * 3, 0);
+    for (int y = 0; y < shown_height_; ++y) {
+        const std::int64_t from = std::int64_t{y} * result.height / shown_height_ * result.width;
+        const std::int64_t to = std::int64_t{top_ + y} * width_ + left_;
+        for (int x = 0; x < shown_width_; ++x) {
+            const std::int64_t column = std::int64_t{x} * result.width / shown_width_;
+            std::copy_n(result.rgb.begin() + static_cast<std::ptrdiff_t>((from + column) * 3), 3,
+                        picture_.begin() + static_cast<std::ptrdiff_t>((to + x) * 3));
+        }
+    }
+}
+
+void VideoOutput::annotate(const FrameResult& result, const FollowedFrame& followed) {
+    Canvas canvas(picture_, width_, height_);
+    const int scale = textScale(height_), thick = scale;
+    for (const auto& [number, trail] : trails_)
+        for (std::size_t i = 1; i < trail.size(); ++i)
+            canvas.line(trail[i - 1].x, trail[i - 1].y, trail[i].x, trail[i].y, trackColour(number), thick + 1,
+                        // older points fade
+                        static_cast<int>(64 + 192 * (kTrailPoints - (trail.size() - i)) / kTrailPoints));
+    for (std::size_t i = 0; i < result.objects.size(); ++i) {
+        const TrackedObject& object = result.objects[i];
+        const std::int64_t number = followed.numbers[i];
+        const Point corner = toPicture(result, object.left, object.top);
+        const Point end = toPicture(result, object.left + object.width, object.top + object.height);
+        const int width = std::max(1, end.x - corner.x), height = std::max(1, end.y - corner.y);
+        canvas.box(corner.x - 1, corner.y - 1, width + 2, height + 2, kBlack, 1);
+        canvas.box(corner.x, corner.y, width, height, trackColour(number), thick);
+        if (!isTrack(number)) continue;
+        const std::string label = std::to_string(object.id);
+        const int label_width = Canvas::textWidth(label, scale) + 4 * scale;
+        const int label_height = Canvas::textHeight(scale) + 4 * scale;
+        const int top = std::max(0, corner.y - label_height);
+        const int left = std::clamp(corner.x, 0, std::max(0, width_ - label_width));
+        canvas.fill(left, top, label_width, label_height, trackColour(number));
+        canvas.text(left + 2 * scale, top + 2 * scale, label, kBlack, scale);
+    }
+    const std::string line = caption(result);
+    const int height = Canvas::textHeight(scale) + 6 * scale;
+    canvas.fill(0, height_ - height, Canvas::textWidth(line, scale) + 8 * scale, height, kBlack, 150);
+    canvas.text(4 * scale, height_ - height + 3 * scale, line, kWhite, scale);
+}
+
+void VideoOutput::frame(const FrameResult& result) {
+    paint(result);
+    const FollowedFrame followed = follower_.frame(result);
+    for (const std::int64_t number : followed.ended) trails_.erase(number);
+    for (std::size_t i = 0; i < result.objects.size(); ++i) {
+        if (!isTrack(followed.numbers[i])) continue;
+        const TrackedObject& object = result.objects[i];
+        std::deque<Point>& trail = trails_[followed.numbers[i]];
+        trail.push_back(toPicture(result, object.left + object.width / 2, object.top + object.height));
+        if (trail.size() > kTrailPoints) trail.pop_front();
+    }
+    annotate(result, followed);
+    encoder_.frame(picture_, width_, height_);
+}
+
+}  // namespace fleifeisa::host
