@@ -28,8 +28,10 @@ constexpr std::array<Rgb, 10> kTrackColours = {{
 
 constexpr Rgb kLooseColour = {200, 200, 200};  ///< objects without a track
 
+/// Ids that stand side by side, and ids a multiple of ten apart, rarely share a colour.
 constexpr std::size_t trackColourIndex(std::int64_t number) {
-    return static_cast<std::size_t>(number % kTrackNumberStep) % kTrackColours.size();
+    const auto mixed = static_cast<std::uint32_t>(number % kTrackNumberStep) * 2654435769u;
+    return (mixed >> 16) * kTrackColours.size() >> 16;
 }
 
 constexpr Rgb trackColour(std::int64_t number) {

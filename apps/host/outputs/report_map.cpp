@@ -1,0 +1,112 @@
+// The report's map: the ways of all tracks over the background.
+#include <algorithm>
+#include <cstdlib>
+
+#include "outputs/palette.h"
+#include "outputs/report_data.h"
+#include "outputs/text.h"
+
+namespace fleifeisa::host {
+namespace {
+
+using Points = std::vector<PathPoint>;
+
+/// Keeps the points that a straight line would miss by more than one pixel, between `first` and `last`.
+void markCorners(const Points& points, std::size_t first, std::size_t last, std::vector<bool>& keep) {
+    if (last <= first + 1) return;
+    const std::int64_t dx = points[last].x2 - points[first].x2, dy = points[last].y2 - points[first].y2;
+    std::int64_t farthest = 0;
+    std::size_t corner = first;
+    for (std::size_t i = first + 1; i < last; ++i) {
+        const std::int64_t x = points[i].x2 - points[first].x2, y = points[i].y2 - points[first].y2;
+        // Twice the triangle's area; where both ends coincide, the distance from them.
+        const std::int64_t away = dx == 0 && dy == 0 ? std::abs(x) + std::abs(y) : std::abs(dx * y - dy * x);
+        if (away > farthest) {
+            farthest = away;
+            corner = i;
+        }
+    }
+    const std::int64_t length_squared = dx * dx + dy * dy;
+    const std::int64_t limit = 2;  // half pixels
+    const bool straight =
+        length_squared == 0 ? farthest <= limit : farthest / limit * (farthest / limit) <= length_squared;
+    if (corner == first || straight) return;
+    keep[corner] = true;
+    markCorners(points, first, corner, keep);
+    markCorners(points, corner, last, keep);
+}
+
+Points corners(std::span<const PathPoint> path) {
+    const Points points(path.begin(), path.end());
+    std::vector<bool> keep(points.size(), false);
+    keep.front() = keep.back() = true;
+    markCorners(points, 0, points.size() - 1, keep);
+    Points result;
+    for (std::size_t i = 0; i < points.size(); ++i)
+        if (keep[i]) result.push_back(points[i]);
+    return result;
+}
+
+/// Half pixels as the shortest decimal: "12" or "12.5".
+std::string halves(std::int64_t value) {
+    return value % 2 == 0 ? std::to_string(value / 2) : fixedPoint(value * 5, 1);
+}
+
+/// Arrow head at the end of a way, pointing along its last 12 pixels or more.
+std::string arrow(const Points& points, int size) {
+    const PathPoint& tip = points.back();
+    std::int64_t dx = 0, dy = 0;
+    for (std::size_t i = points.size() - 1; i-- > 0 && dx * dx + dy * dy < 24 * 24;) {
+        dx = tip.x2 - points[i].x2;
+        dy = tip.y2 - points[i].y2;
+    }
+    const std::int64_t longer = std::max(std::abs(dx), std::abs(dy));
+    if (longer == 0) return "";
+    const auto ahead = [&](std::int64_t along, std::int64_t across) {
+        return halves(tip.x2 + (along * dx - across * dy) / longer) + " " +
+               halves(tip.y2 + (along * dy + across * dx) / longer);
+    };
+    return "<path class=\"tip\" d=\"M" + ahead(2 * size, 0) + "L" + ahead(-size, size) + "L" + ahead(-size, -size) +
+           "Z\"/>";
+}
+
+std::string trackOnMap(const ReportTrack& track, int unit) {
+    const Points points = corners(track.path.points());
+    const std::string number = std::to_string(track.number);
+    std::string way = "M" + halves(points[0].x2) + " " + halves(points[0].y2);
+    for (std::size_t i = 1; i < points.size(); ++i)
+        way += (i == 1 ? "l" : " ") + halves(points[i].x2 - points[i - 1].x2) + " " +
+               halves(points[i].y2 - points[i - 1].y2);
+    std::string text = "<g class=\"track k" + std::to_string(trackColourIndex(track.number)) +
+                       (track.brief() ? " brief" : "") + "\" id=\"m" + number + "\" data-t=\"" + number + "\">";
+    text += "<title>Track " + number + "</title>";
+    if (points.size() > 1) text += "<path class=\"under\" d=\"" + way + "\"/><path class=\"way\" d=\"" + way + "\"/>";
+    text += "<circle class=\"from\" cx=\"" + halves(points[0].x2) + "\" cy=\"" + halves(points[0].y2) + "\" r=\"" +
+            std::to_string(unit) + "\"/>";
+    if (track.brief()) return text + "</g>\n";
+    text += arrow(points, 2 * unit);
+    text += "<text x=\"" + halves(points.back().x2 + 5 * unit) + "\" y=\"" + halves(points.back().y2 - 4 * unit) +
+            "\" font-size=\"" + std::to_string(4 * unit) + "\">" + number + "</text>";
+    return text + "</g>\n";
+}
+
+}  // namespace
+
+std::string trackMap(const ReportData& data) {
+    const std::string size = std::to_string(data.width) + " " + std::to_string(data.height);
+    const int unit =
+        std::max(1, (data.width + 128) / 256);  // about 1/256 of the width: markers and labels scale with it
+    std::string text = "<svg class=\"map\" viewBox=\"0 0 " + size + "\" role=\"img\" aria-labelledby=\"map-title\">\n";
+    text += "<title id=\"map-title\">The ways of " + std::to_string(data.tracks.size()) +
+            " tracks over the picture. The table below lists them all.</title>\n";
+    if (!data.background.empty())
+        text += "<image width=\"" + std::to_string(data.width) + "\" height=\"" + std::to_string(data.height) +
+                "\" preserveAspectRatio=\"none\" href=\"data:image/jpeg;base64," + base64(data.background) + "\"/>\n";
+    // Brief tracks first, so that they lie below.
+    for (const bool brief : {true, false})
+        for (const ReportTrack& track : data.tracks)
+            if (track.brief() == brief) text += trackOnMap(track, unit);
+    return text + "</svg>\n";
+}
+
+}  // namespace fleifeisa::host
