@@ -38,8 +38,7 @@ int even(int value) {
 
 }  // namespace
 
-Encoder::Encoder(std::string path, double rate)
-    : file_(path, WriteMode::kAtClose), path_(std::move(path)), rate_(rate) {
+Encoder::Encoder(std::string path) : file_(path, WriteMode::kAtClose), path_(std::move(path)) {
     if (findProgram("ffmpeg").empty()) {
         file_.discard();
         throw OutputError(path_ +
@@ -47,9 +46,9 @@ Encoder::Encoder(std::string path, double rate)
     }
 }
 
-void Encoder::start(int width, int height) {
+void Encoder::start(int width, int height, double rate) {
     Process::Options options;
-    options.argv = arguments(file_.workPath(), rate_, even(width), even(height));
+    options.argv = arguments(file_.workPath(), rate, even(width), even(height));
     options.pipe_in = options.pipe_err = true;
     try {
         ffmpeg_.emplace(options);
@@ -84,8 +83,8 @@ void Encoder::convert(std::span<const std::uint8_t> rgb, int width, int height) 
     }
 }
 
-void Encoder::frame(std::span<const std::uint8_t> rgb, int width, int height) {
-    if (!ffmpeg_) start(width, height);
+void Encoder::frame(std::span<const std::uint8_t> rgb, int width, int height, double rate) {
+    if (!ffmpeg_) start(width, height, rate);
     convert(rgb, width, height);
     send();
 }

@@ -17,15 +17,15 @@ namespace fleifeisa::host {
 class Encoder {
  public:
     /// @throws OutputError without an ffmpeg, or where the file cannot be created
-    Encoder(std::string path, double rate);
+    explicit Encoder(std::string path);
 
-    /// Every picture has the size of the first. @throws OutputError with what ffmpeg said
-    void frame(std::span<const std::uint8_t> rgb, int width, int height);
+    /// Every picture has the size and the rate of the first. @throws OutputError with what ffmpeg said
+    void frame(std::span<const std::uint8_t> rgb, int width, int height, double rate);
     /// Waits for ffmpeg. Without a picture there is no file. Later calls do nothing.
     void finish();
 
  private:
-    void start(int width, int height);
+    void start(int width, int height, double rate);
     void convert(std::span<const std::uint8_t> rgb, int width, int height);
     void send();
     void readMessages();
@@ -33,7 +33,6 @@ class Encoder {
 
     FileWriter file_;  ///< never written to: it creates the file, and gives it its name in the end
     std::string path_;
-    double rate_;
     std::optional<Process> ffmpeg_;
     std::string messages_;  ///< the end of what ffmpeg said
     std::vector<std::uint8_t> planes_;

@@ -64,6 +64,9 @@ std::string eventsBehind(const ReportData& data, std::int64_t bottom) {
         const std::int64_t to = placeOf(data, data.spans[i - 1].end_ns);
         text += "<rect class=\"learning\" x=\"" + tenths(from) + "\" y=\"6\" width=\"" + tenths(to - from) +
                 "\" height=\"" + height + "\"><title>The background is learnt</title></rect>\n";
+        if (to - from >= 500)
+            text += "<text x=\"" + tenths((from + to) / 2) + "\" y=\"" + std::to_string(bottom - 6) +
+                    "\" text-anchor=\"middle\">learning</text>\n";
     }
     for (const std::int64_t time : data.restarts_ns)
         text += "<path class=\"restart\" d=\"M" + tenths(placeOf(data, time)) + " 6V" + std::to_string(bottom) +

@@ -1,6 +1,7 @@
 // The report's map: the ways of all tracks over the background.
 #include <algorithm>
 #include <cstdlib>
+#include <numeric>
 
 #include "outputs/palette.h"
 #include "outputs/report_data.h"
@@ -70,7 +71,49 @@ std::string arrow(const Points& points, int size) {
            "Z\"/>";
 }
 
-std::string trackOnMap(const ReportTrack& track, int unit) {
+/// Where a track's number stands: beside its end, within the picture.
+struct Label {
+    std::int64_t left, top, width, height;  ///< half pixels
+    bool shown;                             ///< else only while the track is highlighted
+
+    bool overlaps(const Label& other) const {
+        return left < other.left + other.width && other.left < left + width && top < other.top + other.height &&
+               other.top < top + height;
+    }
+};
+
+/// Labels of all tracks that are not brief, in their order. The longest tracks choose first; what would cover a label
+/// that stands already is not shown.
+std::vector<Label> placeLabels(const ReportData& data, const std::vector<const ReportTrack*>& tracks, int unit) {
+    std::vector<Label> labels;
+    for (const ReportTrack* track : tracks) {
+        const PathPoint& end = track->path.points().back();
+        const auto digits = static_cast<std::int64_t>(std::to_string(track->number).size());
+        Label label{end.x2 + 5 * unit, end.y2 - 11 * unit, 5 * unit * digits, 8 * unit, false};
+        label.left = std::clamp<std::int64_t>(label.left, 0, std::max<std::int64_t>(0, 2 * data.width - label.width));
+        label.top = std::clamp<std::int64_t>(label.top, 0, std::max<std::int64_t>(0, 2 * data.height - label.height));
+        labels.push_back(label);
+    }
+    std::vector<std::size_t> order(tracks.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(), [&tracks](std::size_t a, std::size_t b) {
+        return tracks[a]->path.sightings() > tracks[b]->path.sightings();
+    });
+    std::vector<std::size_t> standing;
+    for (const std::size_t i : order) {
+        labels[i].shown = std::none_of(standing.begin(), standing.end(),
+                                       [&](std::size_t other) { return labels[i].overlaps(labels[other]); });
+        if (labels[i].shown) standing.push_back(i);
+    }
+    return labels;
+}
+
+std::string labelText(const Label& label, const std::string& number, int unit) {
+    return std::string("<text") + (label.shown ? "" : " class=\"extra\"") + " x=\"" + halves(label.left) + "\" y=\"" +
+           halves(label.top + 7 * unit) + "\" font-size=\"" + std::to_string(4 * unit) + "\">" + number + "</text>";
+}
+
+std::string trackOnMap(const ReportTrack& track, const Label* label, int unit) {
     const Points points = corners(track.path.points());
     const std::string number = std::to_string(track.number);
     std::string way = "M" + halves(points[0].x2) + " " + halves(points[0].y2);
@@ -83,29 +126,31 @@ std::string trackOnMap(const ReportTrack& track, int unit) {
     if (points.size() > 1) text += "<path class=\"under\" d=\"" + way + "\"/><path class=\"way\" d=\"" + way + "\"/>";
     text += "<circle class=\"from\" cx=\"" + halves(points[0].x2) + "\" cy=\"" + halves(points[0].y2) + "\" r=\"" +
             std::to_string(unit) + "\"/>";
-    if (track.brief()) return text + "</g>\n";
-    text += arrow(points, 2 * unit);
-    text += "<text x=\"" + halves(points.back().x2 + 5 * unit) + "\" y=\"" + halves(points.back().y2 - 4 * unit) +
-            "\" font-size=\"" + std::to_string(4 * unit) + "\">" + number + "</text>";
+    if (label) text += arrow(points, 2 * unit) + labelText(*label, number, unit);
     return text + "</g>\n";
 }
 
 }  // namespace
 
 std::string trackMap(const ReportData& data) {
-    const std::string size = std::to_string(data.width) + " " + std::to_string(data.height);
-    const int unit =
-        std::max(1, (data.width + 128) / 256);  // about 1/256 of the width: markers and labels scale with it
-    std::string text = "<svg class=\"map\" viewBox=\"0 0 " + size + "\" role=\"img\" aria-labelledby=\"map-title\">\n";
+    const std::string width = std::to_string(data.width), height = std::to_string(data.height);
+    const int unit = std::max(1, (data.width + 128) / 256);  // markers and labels grow with the picture
+    std::string text =
+        "<svg class=\"map\" viewBox=\"0 0 " + width + " " + height + "\" role=\"img\" aria-labelledby=\"map-title\">\n";
     text += "<title id=\"map-title\">The ways of " + std::to_string(data.tracks.size()) +
             " tracks over the picture. The table below lists them all.</title>\n";
     if (!data.background.empty())
-        text += "<image width=\"" + std::to_string(data.width) + "\" height=\"" + std::to_string(data.height) +
+        text += "<image width=\"" + width + "\" height=\"" + height +
                 "\" preserveAspectRatio=\"none\" href=\"data:image/jpeg;base64," + base64(data.background) + "\"/>\n";
-    // Brief tracks first, so that they lie below.
-    for (const bool brief : {true, false})
-        for (const ReportTrack& track : data.tracks)
-            if (track.brief() == brief) text += trackOnMap(track, unit);
+    std::vector<const ReportTrack*> lasting;
+    for (const ReportTrack& track : data.tracks) {
+        if (track.brief())
+            text += trackOnMap(track, nullptr, unit);
+        else
+            lasting.push_back(&track);
+    }
+    const std::vector<Label> labels = placeLabels(data, lasting, unit);
+    for (std::size_t i = 0; i < lasting.size(); ++i) text += trackOnMap(*lasting[i], &labels[i], unit);
     return text + "</svg>\n";
 }
 

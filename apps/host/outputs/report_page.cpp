@@ -30,7 +30,13 @@ std::string figures(const ReportData& data) {
     }
     const auto brief = std::count_if(data.tracks.begin(), data.tracks.end(), [](const auto& t) { return t.brief(); });
     const auto all = static_cast<std::int64_t>(data.tracks.size());
-    const std::string rate = data.rate > 0 ? fixedPoint(std::llround(data.rate * 10), 1) + " a second" : "rate unknown";
+    // The rate that was really seen: live frames may have been dropped.
+    const std::string rate =
+        data.duration_ns > 0
+            ? fixedPoint(std::llround(1e10 * static_cast<double>(data.frames) / static_cast<double>(data.duration_ns)),
+                         1) +
+                  " a second"
+            : "one picture";
     std::string text = "<dl class=\"figures\">\n";
     text += figure(clockTime(data.duration_ns), "Length", counted(data.frames, "frame") + ", " + rate);
     text += figure(std::to_string(all - brief), "Tracks",

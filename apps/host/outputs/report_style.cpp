@@ -40,12 +40,13 @@ body:has(#show-brief:checked) tr.brief { display: table-row; }
 svg { display: block; width: 100%; height: auto; }
 .map { border-radius: 6px; background: #444; }
 .map path { fill: none; stroke-linejoin: round; stroke-linecap: round; vector-effect: non-scaling-stroke; }
-.map .under { stroke: #000; stroke-opacity: .55; stroke-width: 4.5px; }
-.map .way { stroke: var(--k); stroke-width: 2.2px; }
+.map .under { stroke: #000; stroke-opacity: .5; stroke-width: 3.6px; }
+.map .way { stroke: var(--k); stroke-width: 1.8px; }
 .map .tip { fill: var(--k); stroke: #000; stroke-opacity: .7; stroke-width: 1px; }
 .map .from { fill: #0008; stroke: var(--k); stroke-width: 1.6px; vector-effect: non-scaling-stroke; }
 .map text { fill: var(--k); font-weight: 700; paint-order: stroke; stroke: #000c; stroke-width: 3px;
   vector-effect: non-scaling-stroke; }
+.map .extra { display: none; } .lit .map .on .extra { display: inline; }
 .map .brief .under { stroke-width: 2.5px; } .map .brief .way { stroke-width: 1.2px; }
 .track { cursor: pointer; }
 .lit .track:not(.on), .lit .bar:not(.on) { opacity: .16; }

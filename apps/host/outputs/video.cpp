@@ -26,10 +26,10 @@ std::string caption(const FrameResult& result) {
 
 }  // namespace
 
-VideoOutput::VideoOutput(const std::string& path, const CameraInfo& camera)
-    : encoder_(path, camera.rate > 0 ? camera.rate : kUnknownRate) {}
+VideoOutput::VideoOutput(const std::string& path, const CameraInfo& camera) : encoder_(path), rate_(camera.rate) {}
 
-void VideoOutput::started(const CameraInfo& /*camera*/) {
+void VideoOutput::started(const CameraInfo& camera) {
+    if (rate_ <= 0) rate_ = camera.rate;  // known by now, perhaps
     follower_.endAll();
     trails_.clear();
 }
@@ -102,7 +102,16 @@ void VideoOutput::annotate(const FrameResult& result, const FollowedFrame& follo
     canvas.text(4 * scale, height_ - height + 3 * scale, line, kWhite, scale);
 }
 
+void VideoOutput::sendWaiting(std::int64_t now_ns) {
+    if (!waiting_) return;
+    waiting_ = false;
+    const std::int64_t step = now_ns - waiting_since_ns_;
+    rate_ = step > 0 ? std::clamp(1e9 / static_cast<double>(step), 0.1, 1000.0) : kUnknownRate;
+    encoder_.frame(picture_, width_, height_, rate_);
+}
+
 void VideoOutput::frame(const FrameResult& result) {
+    sendWaiting(result.time_ns);
     paint(result);
     const FollowedFrame followed = follower_.frame(result);
     for (const std::int64_t number : followed.ended) trails_.erase(number);
@@ -114,7 +123,14 @@ void VideoOutput::frame(const FrameResult& result) {
         if (trail.size() > kTrailPoints) trail.pop_front();
     }
     annotate(result, followed);
-    encoder_.frame(picture_, width_, height_);
+    if (rate_ > 0) return encoder_.frame(picture_, width_, height_, rate_);
+    waiting_ = true;
+    waiting_since_ns_ = result.time_ns;
+}
+
+void VideoOutput::finish() {
+    sendWaiting(waiting_since_ns_);
+    encoder_.finish();
 }
 
 }  // namespace fleifeisa::host
