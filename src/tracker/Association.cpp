@@ -2,6 +2,7 @@
 // most.
 #include <vector>
 
+#include "gridprivate.h"
 #include "kscolortracker.h"
 
 void GridColorDiff::FindPotentialParents(Object& COb) {
@@ -9,17 +10,22 @@ void GridColorDiff::FindPotentialParents(Object& COb) {
         int label, cells;
     };
     std::vector<Candidate> candidates;
+    own->candidate.resize(static_cast<std::size_t>(numprevlabel) + 1);  // place of a label among them, from 1
     COb.numcells = 0;
-    for (int k = 0; k < cnum; k++) {
-        if (label[k] != COb.label) continue;
+    for (const int k : CellsOf(COb.label)) {
         COb.numcells++;
         const int q = prevlabel[k];
         if (q == 0) continue;
-        std::size_t i = 0;
-        while (i < candidates.size() && candidates[i].label != q) i++;
-        if (i == candidates.size()) candidates.push_back({q, 0});
-        candidates[i].cells++;
+        if (static_cast<std::size_t>(q) >= own->candidate.size())
+            own->candidate.resize(static_cast<std::size_t>(q) + 1);
+        int& place = own->candidate[static_cast<std::size_t>(q)];
+        if (place == 0) {
+            candidates.push_back({q, 0});
+            place = static_cast<int>(candidates.size());
+        }
+        candidates[static_cast<std::size_t>(place) - 1].cells++;
     }
+    for (const Candidate& c : candidates) own->candidate[static_cast<std::size_t>(c.label)] = 0;
     COb.numparents = 0;
     while (!candidates.empty() && COb.numparents < Object::kMaxParents) {
         std::size_t best = 0;

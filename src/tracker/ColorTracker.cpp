@@ -71,15 +71,21 @@ void ColorDiffTracker::UpdateBackground(KsColorImage& CI, bool updateall) {
 void ColorDiffTracker::DetectForeground(KsColorImage& CI, int frame, float color_low, float color_high, float ir_low,
                                         float ir_high) {
     t = frame;
-    G->ComputeDifferences(CI, B);
-    if (BT == MULTIPLE)
-        G->AddQuadrants();  // what AddDifferences would sum, from the comparison just made
-    else
+    if (BT == MULTIPLE) {
+        G->Compare(CI, *B);
+        G->Score(clt, cht, lt, ht, dlt, dht, CIr == COLOR ? color_low : ir_low, CIr == COLOR ? color_high : ir_high);
+    } else {
+        G->ComputeDifferences(CI, B);
         G->AddDifferences();
-    G->CellDerivatives();
-    G->Confidences(clt, cht, lt, ht, dlt, dht, color_low, color_high, ir_low, ir_high);
+        G->CellDerivatives();
+        G->Confidences(clt, cht, lt, ht, dlt, dht, color_low, color_high, ir_low, ir_high);
+    }
     CleanObjectList(frame);  // before the labelling: it sees only records of earlier frames
-    G->ConnectedComponents();
+    if (BT == MULTIPLE)
+        G->Label();
+    else
+        G->ConnectedComponents();
+    G->ListComponents();
     for (int label = 1; label <= G->GetNumLabel(); label++) {
         if (!(G->GetConfCC(label) > 0.1)) continue;
         const int k = NextFreeObjectCell(frame);
@@ -91,6 +97,7 @@ void ColorDiffTracker::DetectForeground(KsColorImage& CI, int frame, float color
         if (DEBUG) TraceId(Ob[k]);
         if (NextTmpObId > kMaxId) NextTmpObId = 1;
     }
+    G->ForgetComponents();
     ChooseBestFive();
     if (DEBUG) TraceSummary();
     CheckFrame(*this, "the detection");

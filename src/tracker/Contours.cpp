@@ -80,14 +80,14 @@ struct Point {
 struct Cut {
     Point first, second;
 };
-Cut CutCorner(const Direction& d, const KsCellDiff& q, int Rt, int Ct) {
+Cut CutCorner(const Direction& d, const CellBox& q, int Rt, int Ct) {
     if (&d == &kDown) return {{q.minr - 1, Ct}, {q.minr, Ct - 1}};
     if (&d == &kRight) return {{Rt, q.minc - 1}, {Rt + 1, q.minc}};
     if (&d == &kUp) return {{q.maxr + 1, Ct}, {q.maxr, Ct + 1}};
     return {{Rt, q.maxc + 1}, {Rt - 1, q.maxc}};
 }
 
-Point OuterCorner(const Direction& d, const KsCellDiff& cell, int Rt, int Ct) {
+Point OuterCorner(const Direction& d, const CellBox& cell, int Rt, int Ct) {
     if (&d == &kDown) return {cell.maxr, Ct};
     if (&d == &kRight) return {Rt, cell.maxc};
     if (&d == &kUp) return {cell.minr, Ct};
@@ -98,10 +98,12 @@ Point OuterCorner(const Direction& d, const KsCellDiff& cell, int Rt, int Ct) {
 
 ContNode* GridColorDiff::BuildContourForObject(int lab) {
     int start = -1;  // the uppermost, then leftmost cell; the first in cell order on a tie
-    for (int k = 0; k < cnum; k++) {
-        if (label[k] != lab) continue;
-        if (start < 0 || cd[k].minr < cd[start].minr || (cd[k].minr == cd[start].minr && cd[k].minc < cd[start].minc))
-            start = k;
+    CellBox top{};
+    for (const int k : CellsOf(lab)) {
+        const CellBox box = Box(k);
+        if (start >= 0 && (box.minr > top.minr || (box.minr == top.minr && box.minc >= top.minc))) continue;
+        start = k;
+        top = box;
     }
     if (start < 0) return nullptr;
     return TraceContour(start, lab);
@@ -110,8 +112,8 @@ ContNode* GridColorDiff::BuildContourForObject(int lab) {
 ContNode* GridColorDiff::TraceContour(int start, int lab) {
     ContNode* const first = GetNewNode();
     ContNode* last = first;
-    first->r = cd[start].minr;
-    first->c = cd[start].minc;
+    first->r = Box(start).minr;
+    first->c = Box(start).minc;
     const auto emit = [&](Point p) {
         ContNode* node = GetNewNode();
         node->r = p.r;
@@ -143,14 +145,14 @@ ContNode* GridColorDiff::TraceContour(int start, int lab) {
             reference = ahead;
         }
         if (turn >= 0) {
-            const Cut cut = CutCorner(d, cd[reference], Rt, Ct);
+            const Cut cut = CutCorner(d, Box(reference), Rt, Ct);
             emit(cut.first);
             emit(cut.second);
             cell = turn;
             state = d.turned;
             continue;
         }
-        emit(OuterCorner(d, cd[cell], Rt, Ct));
+        emit(OuterCorner(d, Box(cell), Rt, Ct));
         state = d.corner;
         if (state == A && last->r == first->r && last->c == first->c) {
             last->link = nullptr;

@@ -57,7 +57,7 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
     map2 = new int[pixels];
     for (std::size_t i = 0; i < pixels; i++) map2[i] = -1;
     for (int k = 0; k < cnum; k++) {
-        const KsCellDiff& box = G->cd[k];
+        const CellBox box = G->Box(k);
         cells[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
         int* map = k < cnum_2 ? map1 : map2;
         ForEachPixel(box, NofR, NofC, [&](int r, int c) {

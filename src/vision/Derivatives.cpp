@@ -25,46 +25,48 @@ void DeriveCells(const Neighbors* n, int cnum, Value value, Set set) {
 }  // namespace
 
 void GridColorDiff::CellDerivatives() {
+    KsCellDiff* const cells = ShareAll();
     DeriveCells(
-        n, cnum, [this](int k) { return cd[k].RedDiff; },
-        [this](int k, int x, int y) {
-            cd[k].Rx = x;
-            cd[k].Ry = y;
+        n, cnum, [cells](int k) { return cells[k].RedDiff; },
+        [cells](int k, int x, int y) {
+            cells[k].Rx = x;
+            cells[k].Ry = y;
         });
     if (CIr != COLOR) return;
     DeriveCells(
-        n, cnum, [this](int k) { return cd[k].GreenDiff; },
-        [this](int k, int x, int y) {
-            cd[k].Gx = x;
-            cd[k].Gy = y;
+        n, cnum, [cells](int k) { return cells[k].GreenDiff; },
+        [cells](int k, int x, int y) {
+            cells[k].Gx = x;
+            cells[k].Gy = y;
         });
     DeriveCells(
-        n, cnum, [this](int k) { return cd[k].BlueDiff; },
-        [this](int k, int x, int y) {
-            cd[k].Bx = x;
-            cd[k].By = y;
+        n, cnum, [cells](int k) { return cells[k].BlueDiff; },
+        [cells](int k, int x, int y) {
+            cells[k].Bx = x;
+            cells[k].By = y;
         });
 }
 
 void GridColorDiff::CellPartialDerivatives() {
+    KsCellDiff* const cells = ShareAll();
     DeriveCells(
-        n, cnum, [this](int k) { return cd[k].sum.R; },
-        [this](int k, int x, int y) {
-            cd[k].der.Rx = x;
-            cd[k].der.Ry = y;
+        n, cnum, [cells](int k) { return cells[k].sum.R; },
+        [cells](int k, int x, int y) {
+            cells[k].der.Rx = x;
+            cells[k].der.Ry = y;
         });
     if (CIr != COLOR) return;
     DeriveCells(
-        n, cnum, [this](int k) { return cd[k].sum.G; },
-        [this](int k, int x, int y) {
-            cd[k].der.Gx = x;
-            cd[k].der.Gy = y;
+        n, cnum, [cells](int k) { return cells[k].sum.G; },
+        [cells](int k, int x, int y) {
+            cells[k].der.Gx = x;
+            cells[k].der.Gy = y;
         });
     DeriveCells(
-        n, cnum, [this](int k) { return cd[k].sum.B; },
-        [this](int k, int x, int y) {
-            cd[k].der.Bx = x;
-            cd[k].der.By = y;
+        n, cnum, [cells](int k) { return cells[k].sum.B; },
+        [cells](int k, int x, int y) {
+            cells[k].der.Bx = x;
+            cells[k].der.By = y;
         });
 }
 

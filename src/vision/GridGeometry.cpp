@@ -1,6 +1,8 @@
 // Construction of the grid: boxes, neighbours, arrays, tables, the contour node pool.
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "gridcolordiff.h"
 #include "gridprivate.h"
@@ -22,7 +24,6 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
       bhist{},
       chist{},
       lut{},
-      cd(nullptr),
       n(nullptr),
       cnum(0),
       cnum_2(0),
@@ -58,6 +59,12 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
     labelconf = own->Doubles(cells + 1);  // labels start at 1
     aux = own->Ints(cells);
     own->quadrants.resize(static_cast<std::size_t>(cnum_2));
+    own->colors.resize(static_cast<std::size_t>(cnum_2));
+    for (std::vector<int>* sums : {&own->red, &own->green, &own->blue}) sums->resize(cells + 1);
+    own->squares.resize(static_cast<std::size_t>(own->jnum));
+    own->seeds.reserve(cells);
+    own->first.resize(cells + 2);
+    own->members.resize(cells);
     own->stack.resize(cells);
     own->cells.resize(cells);
 
@@ -70,13 +77,8 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
 
     if (cnum == 0) return;
     CountBrightness(CI, CIr, NofR, NofC, bhist);
-    // Deliberate: the shifted cells get no sums before the first background update.
-    for (int k = 0; k < cnum_2; k++) {
-        if (CIr == COLOR)
-            cd[k].AddAll(CI);
-        else
-            cd[k].AddAllGray(CI);
-    }
+    SumColors(CI);
+    own->updated = false;
 }
 
 GridColorDiff::~GridColorDiff() = default;
@@ -88,19 +90,17 @@ void GridColorDiff::BuildGeometry() {
     cnum_2 = inum * jnum;
     cnum = empty ? 0 : cnum_2 + (inum - 1) * (jnum - 1);
 
-    own->cd.resize(static_cast<std::size_t>(cnum));
-    own->n.resize(static_cast<std::size_t>(cnum), Neighbors{{-1, -1, -1, -1, -1, -1, -1, -1}});
-    cd = own->cd.data();
+    own->inum = inum;
+    own->jnum = jnum;
+    const std::size_t cells = static_cast<std::size_t>(cnum);
+    own->cd.reset(static_cast<KsCellDiff*>(std::calloc(cells + 1, sizeof(KsCellDiff))));
+    if (own->cd == nullptr) throw std::bad_alloc();
+    own->shared.resize(cells);
+    own->n.resize(cells, Neighbors{{-1, -1, -1, -1, -1, -1, -1, -1}});
+    cd.grid = this;
+    cd.cells = own->cd.get();
     n = own->n.data();
 
-    const auto box = [this](int k, int r0, int c0) {
-        cd[k].KsSetBoxBounds(r0, r0 + cellsize - 1, c0, c0 + cellsize - 1);
-    };
-    for (int i = 0; i < inum; i++)
-        for (int j = 0; j < jnum; j++) box(i * jnum + j, i * cellsize, j * cellsize);
-    for (int i = 0; i + 1 < inum; i++)
-        for (int j = 0; j + 1 < jnum; j++)
-            box(cnum_2 + i * (jnum - 1) + j, i * cellsize + cellsize_2, j * cellsize + cellsize_2);
     LinkNeighbors(inum, jnum);
 }
 
@@ -118,18 +118,4 @@ void GridColorDiff::LinkNeighbors(int inum, int jnum) {
         for (int j = 0; j + 1 < jnum; j++)
             n[shifted(i, j)] = {{shifted(i, j + 1), shifted(i - 1, j), shifted(i, j - 1), shifted(i + 1, j),
                                  main_cell(i, j + 1), main_cell(i, j), main_cell(i + 1, j), main_cell(i + 1, j + 1)}};
-}
-
-void KsCellDiff::AddAll(KsColorImage& CI) {
-    sum = {0, 0, 0};
-    ForEachPixel(*this, CI.NofR, CI.NofC, [&](int r, int c) {
-        sum.R += CI.Red(r, c);
-        sum.G += CI.Green(r, c);
-        sum.B += CI.Blue(r, c);
-    });
-}
-
-void KsCellDiff::AddAllGray(KsColorImage& CI) {
-    sum.R = 0;
-    ForEachPixel(*this, CI.NofR, CI.NofC, [&](int r, int c) { sum.R += CI.Red(r, c); });
 }

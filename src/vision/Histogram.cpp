@@ -42,9 +42,8 @@ int GridColorDiff::BuildHistogramForComponent(KsColorImage& CI, KsHistogram& hco
         area += h * h;  // Deliberate: a full quadrant, even where the frame's edge clips it
     };
     const auto in_component = [&](int k) { return k >= 0 && label[k] == lab; };
-    for (int i = 0; i < cnum; i++) {
-        if (label[i] != lab) continue;
-        const KsCellDiff& cell = cd[i];
+    for (const int i : CellsOf(lab)) {
+        const CellBox cell = Box(i);
         labconf = labelconf[lab];
         r0 = std::min(r0, cell.minr);
         r1 = std::max(r1, cell.maxr);

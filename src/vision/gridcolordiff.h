@@ -20,11 +20,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "kscolor.h"
 #include "valuetypes.h"
 
 class BackgroundModel;
+class GridColorDiff;
 class KsHistogram;
 class Object;
 
@@ -53,6 +55,23 @@ class KsCellDiff {
     void AddAllGray(KsColorImage& CI);
 };
 
+// Pixel box of a cell, inclusive, not clipped.
+struct CellBox {
+    int minr, maxr, minc, maxc;
+};
+
+// The cells of a grid. The stages of a frame keep what they need in arrays of their own; a record is filled in when it
+// is first asked for, and kept up to date from then on.
+class GridCells {
+ public:
+    KsCellDiff& operator[](int k) const;
+
+ private:
+    friend class GridColorDiff;
+    GridColorDiff* grid = nullptr;
+    KsCellDiff* cells = nullptr;
+};
+
 class GridColorDiff {
  public:
 #ifdef FLEIFEISA_SMALL_TABLES
@@ -76,7 +95,7 @@ class GridColorDiff {
     int bhist[256], chist[256], lut[256];  // brightness of the background, of a frame, and the map between them
 
     // --- per cell, cnum entries each ---
-    KsCellDiff* cd;
+    GridCells cd;
     Neighbors* n;
     int cnum;                        // cells of both lattices; 0 for a frame without pixels
     int cnum_2;                      // cells of the main lattice
@@ -118,8 +137,12 @@ class GridColorDiff {
     // --- components ---
     // Labels 1 .. numlabel, gap-free, in the order of their seeds. The cells of dropped components lose their conf.
     void ConnectedComponents();
-    double GetConfCC(int cc) const { return labelconf[cc]; }
-    int GetNumLabel() const { return numlabel; }
+    double GetConfCC(int cc) const {
+        return labelconf[cc];
+    }
+    int GetNumLabel() const {
+        return numlabel;
+    }
 
     // Colours, box and area (pixels) of component `lab`; labconf is its confidence, rc and cc the sums of the rows and
     // columns of its pixels. hcomp must be clear. A label that no cell carries gives area 0, the box
@@ -152,13 +175,35 @@ class GridColorDiff {
  private:
     friend class ColorDiffTracker;
     friend class BackgroundModel;
-    // The differences of a MULTIPLE background by cells, with their quadrant sums; then the cells' sums from those.
-    void CompareCells(KsColorImage& CI, BackgroundModel& B);
-    void AddQuadrants();
+    friend class GridCells;
+
+    // The stages of a detection frame over a MULTIPLE background in one go: from ComputeDifferences to
+    // ConnectedComponents, with the same results.
+    void Compare(KsColorImage& CI, BackgroundModel& B);
+    void Score(double& clt, double& cht, double ltmin, double htmin, double derlt, double derht, double low,
+               double high);
+    void Label();
+    void ListComponents();  // for the stages behind; valid until the labels change or ForgetComponents
+    void ForgetComponents();
     void SumColors(const KsColorImage& CI);  // AddAll of every cell
-    bool IsWhole(const KsCellDiff& cell) const;
-    template <class F>
-    void ForEachCellSum(F f) const;
+
+    void PlainCell(const KsColorImage& CI, const BackgroundModel& B, int k);
+    void SumCells();
+    void AdaptThresholds(double total, double squares, double& clt, double& cht, double ltmin, double htmin, double low,
+                         double high) const;
+    void LabelFrom(const int* seeds, int count);
+    void ScoreDerivatives(double derlt, double derht);
+    void ScoreRow(int k, int above, int below, int count, double derlt, double derht);
+    std::span<const int> CellsOf(int lab);
+    CellBox Box(int k) const;
+    bool IsWhole(const CellBox& box) const;
+
+    // Records that somebody holds.
+    void Share(int k);
+    KsCellDiff* ShareAll();
+    void PublishDifferences(int k);
+    void PublishSums(int k);
+
     void BuildGeometry();
     void LinkNeighbors(int inum, int jnum);
     ContNode* NewPoolBlock();

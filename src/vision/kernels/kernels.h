@@ -66,6 +66,12 @@ struct Table {
     bool (*maintain)(KsBackgroundCell& cell, int maxdist, bool forget, bool gray);
     // Quadrant sums of the pixels themselves.
     void (*sums)(const PixelBlock& px, QuadrantSums& q);
+    // Difference measure of n cells from their channel sums: the length of the vector, truncated. Adds the measures to
+    // `total` and their squares to `squares`.
+    void (*measure)(const int* r, const int* g, const int* b, int n, double* diff, double& total, double& squares);
+    // Squared derivatives, over all channels (red, green, blue), of n cells of a row. Cell j lies between cells j and
+    // j + 1 of the rows above and below it in the other lattice.
+    void (*derive)(const int* const* up, const int* const* down, int n, double* squares);
 };
 
 // The best version for this processor, or the one that $FLEIFEISA_KERNELS names (scalar, sse2, avx2, avx512, neon).

@@ -3,6 +3,7 @@
 
 #include "backgroundmodel.h"
 #include "kernels.h"
+#include "row_loops.h"
 
 namespace kernels {
 
@@ -75,6 +76,6 @@ bool Maintain(KsBackgroundCell&, int, bool, bool) {
 
 }  // namespace
 
-const Table scalar{"scalar", LoadPixels, Nearest, Maintain, Sums};
+const Table scalar{"scalar", LoadPixels, Nearest, Maintain, Sums, Measure, Derive};
 
 }  // namespace kernels

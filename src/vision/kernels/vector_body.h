@@ -6,6 +6,7 @@
 
 #include "backgroundmodel.h"
 #include "kernels.h"
+#include "row_loops.h"
 
 #if defined(__SSE2__)
 #include <immintrin.h>
@@ -227,6 +228,6 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
 }  // namespace
 
 extern const Table KERNELS_NAME;
-const Table KERNELS_NAME{KERNELS_STRING, LoadPixels, Nearest, Maintain, Sums};
+const Table KERNELS_NAME{KERNELS_STRING, LoadPixels, Nearest, Maintain, Sums, Measure, Derive};
 
 }  // namespace kernels
