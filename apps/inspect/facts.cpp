@@ -11,7 +11,6 @@ ObjectFacts FactsOf(const Object& ob) {
     ObjectFacts f{};
     f.id = ob.id;
     f.label = ob.label;
-    f.confidence = ob.conf;
     f.x = ob.h.minc;
     f.y = ob.h.minr;
     f.width = ob.h.maxc - ob.h.minc + 1;
@@ -51,8 +50,6 @@ void GatherDetection(ColorDiffTracker& tracker, FrameFacts& f) {
         tracker.PolygonalApproximation(ob.fnode, ColorDiffTracker::kPolygonTolerance);
         f.objects.push_back(FactsOf(ob));
     }
-    for (int label = 1; label <= f.components; label++)
-        if (!(G.GetConfCC(label) > 0.1)) f.weak++;
 }
 
 double MeanClusters(const BackgroundModel& B) {

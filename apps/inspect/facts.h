@@ -12,7 +12,6 @@ namespace fleifeisa::inspect {
 /// One record of the frame.
 struct ObjectFacts {
     int id, label;
-    double confidence;
     int x, y, width, height;  ///< box: upper left corner and size, pixels
     int area, density;        ///< pixels; per cent of the box, as in replies
     int row, column;          ///< centre, pixels
@@ -41,8 +40,8 @@ struct FrameFacts {
     double clt = 0, cht = 0;        ///< thresholds of the difference measure, as used in this frame
     double mean = 0, greatest = 0;  ///< of the difference measure
     int foreground = 0;             ///< cells that belong to a component
-    int components = 0, weak = 0;   ///< all, and those too weak to become a record
-    int table = 0;                  ///< records in the object table, of all frames
+    int components = 0;
+    int table = 0;  ///< records in the object table, of all frames
     std::vector<ObjectFacts> objects;
 };
 

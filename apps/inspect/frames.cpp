@@ -121,7 +121,7 @@ class Images : public FrameSource {
         frame.name = names_[at_++];
         const LoadedImage loaded = LoadImageFile(frame.name.c_str());
         if (loaded.pixels == nullptr)
-            warn_(frame.name + ": " + loaded.error);
+            warn_(loaded.error);
         else
             frame.image.KsReadImageMemory(loaded.pixels, loaded.height, loaded.width);
         return true;

@@ -63,8 +63,7 @@ std::string Numbers(const FrameFacts& f, bool clusters) {
         html += Number("Threshold clt", Text(f.clt, 1)) + Number("Threshold cht", Text(f.cht, 1)) +
                 Number("Difference, mean", Text(f.mean, 1)) + Number("Difference, greatest", Text(f.greatest, 0)) +
                 Number("Foreground cells", f.foreground) + Number("Components", f.components) +
-                Number("of these too weak", f.weak) + Number("Records", static_cast<int>(f.objects.size())) +
-                Number("Records in the table", f.table);
+                Number("Records", static_cast<int>(f.objects.size())) + Number("Records in the table", f.table);
     }
     html += Number("Cells", std::to_string(f.cells) + " (" + std::to_string(f.main_cells) + " + " +
                                 std::to_string(f.cells - f.main_cells) + ")");
@@ -84,14 +83,13 @@ std::string Swatch(int number) {
 std::string Table(const std::vector<ObjectFacts>& objects) {
     if (objects.empty()) return "<p>No component became a record in this frame.</p>\n";
     std::string html =
-        "<div class=\"scroll\"><table>\n<thead><tr><th>Id</th><th>Label</th><th>Confidence</th><th>X</th><th>Y</th>"
+        "<div class=\"scroll\"><table>\n<thead><tr><th>Id</th><th>Label</th><th>X</th><th>Y</th>"
         "<th>Width</th><th>Height</th><th>Area</th><th>Density</th><th>Centre x, y</th><th>Cells</th><th>Frames</th>"
         "<th>Points</th><th>Corners</th><th>Came from</th>"
         "</tr></thead>\n<tbody>\n";
     const auto cell = [](const std::string& text) { return "<td>" + text + "</td>"; };
     for (const ObjectFacts& o : objects) {
-        html += "<tr>" + cell(Swatch(o.id) + std::to_string(o.id)) + cell(std::to_string(o.label)) +
-                cell(Text(o.confidence, 2));
+        html += "<tr>" + cell(Swatch(o.id) + std::to_string(o.id)) + cell(std::to_string(o.label));
         for (const int v : {o.x, o.y, o.width, o.height, o.area}) html += cell(std::to_string(v));
         html += cell(std::to_string(o.density) + " %") + cell(std::to_string(o.column) + ", " + std::to_string(o.row)) +
                 cell(std::to_string(o.cells)) + cell(std::to_string(o.frames)) +

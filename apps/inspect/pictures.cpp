@@ -222,7 +222,7 @@ Picture Painter::Confidence() {
     std::vector<Mark> marks;
     for (const double v : UnitMarks()) marks.push_back({v, std::to_string(v).substr(0, 4)});
     return {"confidence", "Confidence",
-            "0 up to clt, 1 from cht on. Cells whose component was dropped as too small are back at 0.",
+            "0 up to clt, 1 from cht on. Cells whose component was dropped for want of a cell at 1 are back at 0.",
             HeatPicture(PerPixel(G_, [this](int k) { return G_.conf[k]; }), 1, marks)};
 }
 
@@ -269,7 +269,7 @@ Picture Painter::Labels() {
 }  // namespace
 
 int PictureScale(int frame_width) {
-    return std::clamp(640 / std::max(1, frame_width), 1, 8);
+    return std::clamp((640 + frame_width / 2) / std::max(1, frame_width), 1, 8);
 }
 
 std::vector<Picture> DrawPictures(Session& session, const FrameFacts& facts, int scale) {
