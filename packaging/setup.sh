@@ -14,7 +14,7 @@ set -euo pipefail
 packages_of() {
     case "$1" in
         build) echo g++ cmake ninja-build ;;
-        host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libjpeg62-turbo-dev ;;
+        host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libjpeg62-turbo-dev libpng-dev ;;
         video) echo ffmpeg ;;
         test) echo libgtest-dev python3 xz-utils ;;
         bench)
