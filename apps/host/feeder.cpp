@@ -15,6 +15,11 @@ constexpr double kFirstDelay = 0.5, kLongestDelay = 30;
 constexpr int kFileRetries = 3;
 constexpr Clock::duration kSound = std::chrono::seconds(10);  // a source that ran so long starts with the first delay
 
+std::int64_t wallClock() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
 }  // namespace
 
 Feeder::Feeder(std::string camera, SourceOptions options)
@@ -105,40 +110,54 @@ void Feeder::deliver(RawFrame&& frame) {
     ready_.set();
 }
 
+/// Waits for a frame's moment where that is asked for, and gives frames of live sources their time. False on a stop.
+bool Feeder::inTime(RawFrame& frame) {
+    // What no decoder delivers comes as fast as it is asked for, also where it is to be taken for a camera.
+    const bool paced = live_ ? !needsDecoder(options_) : options_.realtime;
+    if (paced) {
+        const std::chrono::nanoseconds offset(frame.time_ns);
+        if (begin_ == Clock::time_point{}) begin_ = Clock::now() - offset;
+        if (!waitUntil(begin_ + offset)) return false;
+    }
+    if (live_) frame.time_ns = wallClock();
+    return true;
+}
+
+void Feeder::noteProgress(const Source& source) {
+    const std::lock_guard lock(mutex_);
+    const double share = options_.rate > 0 && source.rate() > options_.rate ? options_.rate / source.rate() : 1;
+    expected_ = options_.loop ? 0 : std::llround(static_cast<double>(source.expectedFrames()) * share);
+    if (options_.frames > 0) expected_ = expected_ == 0 ? options_.frames : std::min(expected_, options_.frames);
+    rate_ = options_.rate > 0 ? options_.rate : source.rate();
+}
+
+RawFrame Feeder::emptyFrame() {
+    RawFrame frame;
+    const std::lock_guard lock(mutex_);
+    if (spare_.empty()) return frame;
+    frame.bytes = std::move(spare_.front());
+    spare_.pop_front();
+    return frame;
+}
+
 /// Opens the source and reads it to its end.
 Feeder::Outcome Feeder::readOnce() {
     try {
         const auto source = openSource(options_, stop_);
         const std::int64_t skip = live_ ? 0 : delivered_;
+        if (live_) begin_ = {};
         RawFrame frame;
         for (std::int64_t number = 0; source->next(frame); ++number) {
             if (number < skip) continue;
             ++delivered_;
             frame.time_ns += loop_offset_ns_;
             last_time_ns_ = frame.time_ns;
+            if (!inTime(frame)) return Outcome::kStopped;
             if (!wanted(frame.time_ns)) continue;
-            if (options_.realtime && !live_) {
-                if (begin_ == Clock::time_point{}) begin_ = Clock::now() - std::chrono::nanoseconds(frame.time_ns);
-                if (!waitUntil(begin_ + std::chrono::nanoseconds(frame.time_ns))) return Outcome::kStopped;
-            }
-            RawFrame next;
-            {
-                const std::lock_guard lock(mutex_);
-                if (stopping_) return Outcome::kStopped;
-                const double share =
-                    options_.rate > 0 && source->rate() > options_.rate ? options_.rate / source->rate() : 1;
-                expected_ = options_.loop ? 0 : std::llround(static_cast<double>(source->expectedFrames()) * share);
-                if (options_.frames > 0)
-                    expected_ = expected_ == 0 ? options_.frames : std::min(expected_, options_.frames);
-                rate_ = options_.rate > 0 ? options_.rate : source->rate();
-                if (!spare_.empty()) {
-                    next.bytes = std::move(spare_.front());
-                    spare_.pop_front();
-                }
-            }
+            noteProgress(*source);
             deliver(std::move(frame));
             if (options_.frames > 0 && ++handed_on_ >= options_.frames) return Outcome::kEnough;
-            frame = std::move(next);
+            frame = emptyFrame();
         }
         if (const std::string text = source->complaints(); !text.empty()) logWarning(camera_, text);
     } catch (const SourceError& error) {

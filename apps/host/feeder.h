@@ -44,6 +44,9 @@ class Feeder {
 
     void run();
     Outcome readOnce();
+    bool inTime(RawFrame& frame);
+    void noteProgress(const Source& source);
+    RawFrame emptyFrame();
     void deliver(RawFrame&& frame);
     bool wanted(std::int64_t time_ns);
     bool waitUntil(Clock::time_point when) const;

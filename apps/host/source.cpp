@@ -16,8 +16,7 @@ constexpr std::int64_t kBillion = 1'000'000'000;
 
 class SceneSource : public Source {
  public:
-    SceneSource(const std::string& description, const Event& stop) try
-        : scene_(scenes::parseSceneSpec(description)), stop_(stop) {
+    explicit SceneSource(const std::string& description) try : scene_(scenes::parseSceneSpec(description)) {
     } catch (const std::invalid_argument& error) {
         throw SourceError(EX_USAGE, error.what());
     }
@@ -37,7 +36,6 @@ class SceneSource : public Source {
 
  private:
     scenes::Scene scene_;
-    const Event& stop_;
     std::int64_t number_ = 0;
 };
 
@@ -73,7 +71,7 @@ std::string baseName(const std::string& source) {
 }
 
 std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop) {
-    if (options.source.starts_with("scene:")) return std::make_unique<SceneSource>(options.source, stop);
+    if (options.source.starts_with("scene:")) return std::make_unique<SceneSource>(options.source);
     if (isRecording(options.source)) return std::make_unique<RecordingSource>(options.source);
     return std::make_unique<FfmpegSource>(options, stop);
 }

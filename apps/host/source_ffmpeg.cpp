@@ -260,10 +260,6 @@ bool FfmpegSource::next(RawFrame& frame) {
         throw SourceError(EX_PROTOCOL, "a frame of " + std::to_string(frame.bytes.size()) + " bytes where " +
                                            std::to_string(frameBytes(layout_)) + " were expected");
     frame.layout = layout_;
-    if (live_)
-        frame.time_ns =
-            std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-                .count();
     ++frames_;
     return true;
 }
