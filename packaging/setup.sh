@@ -16,7 +16,7 @@ packages_of() {
         build) echo g++ cmake ninja-build ;;
         host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libjpeg62-turbo-dev libpng-dev ;;
         video) echo ffmpeg ;;
-        test) echo libgtest-dev python3 xz-utils ;;
+        test) echo libgtest-dev python3 ffmpeg xz-utils ;;
         bench)
             echo libopencv-dev libopencv-contrib-dev nlohmann-json3-dev ffmpeg libbenchmark-dev python3-matplotlib
             ;;

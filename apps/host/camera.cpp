@@ -119,10 +119,11 @@ void Camera::run() {
 /// Until the source has ended and everything is answered, or the stop came and what is in work is answered.
 void Camera::serve() {
     for (;;) {
-        if (!analyzer_ && Clock::now() >= restart_at_) startAnalyzer();
+        if (!analyzer_ && !given_up_ && Clock::now() >= restart_at_) startAnalyzer();
+        if (given_up_) return;
         applyControl();
         takeFrames();
-        if (in_flight_.empty() && (stopping_ || given_up_ || (feeder_.ended() && !held_))) return;
+        if (in_flight_.empty() && (stopping_ || (feeder_.ended() && !held_))) return;
         // Without an analyzer nothing more gets answered, so a stop does not wait for one to come.
         if (stopping_ && !analyzer_) return;
         try {

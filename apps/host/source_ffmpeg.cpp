@@ -135,7 +135,8 @@ void FfmpegSource::inputArguments(std::vector<std::string>& argv) {
     for (const std::string& option : options_.ffmpeg_input_options) argv.push_back(option);
     if (source.find("://") != std::string::npos) {
         if (source.starts_with("rtsp")) add({"-rtsp_transport", "tcp"});
-        if (live_) add({"-fflags", "nobuffer", "-flags", "low_delay"});
+        // A second of the stream is enough to know it by; the default of five would delay every reconnection.
+        if (live_) add({"-fflags", "nobuffer", "-flags", "low_delay", "-analyzeduration", "1000000"});
         argv.insert(argv.end(), {"-i", source});
         return;
     }
@@ -260,6 +261,8 @@ bool FfmpegSource::next(RawFrame& frame) {
         throw SourceError(EX_PROTOCOL, "a frame of " + std::to_string(frame.bytes.size()) + " bytes where " +
                                            std::to_string(frameBytes(layout_)) + " were expected");
     frame.layout = layout_;
+    // The demuxer for images counts in 1/25 s, whatever their rate.
+    if (images_ > 0) frame.time_ns = std::llround(static_cast<double>(frames_) * 1e9 / rate_);
     ++frames_;
     return true;
 }

@@ -1,0 +1,368 @@
+"""The camera host end to end, with real processes: sources, supervision, signals, exit codes, recordings.
+
+    FLEIFEISA_HOST=build/fleifeisa-host python3 tests/host/host_test.py [-v] [Class.test]
+"""
+import os
+import signal
+import subprocess
+import time
+import unittest
+
+from support import (HostTest, RtspServer, StallingServer, needs_ffmpeg, recorded_frames, sequences, times)
+
+SMALL = "scene:street?size=96x64&frames=120&quiet=10"
+
+
+def config(*cameras):
+    """A configuration of cameras given as dictionaries of TOML values."""
+    text = 'root = "root"\noutputs = "out"\n'
+    for camera in cameras:
+        text += "[[camera]]\n" + "".join(f"{key} = {value}\n" for key, value in camera.items())
+    return text
+
+
+def scene_camera(name, device, frames=0, **more):
+    return {"name": f'"{name}"', "device": device, "source": f'"scene:street?size=96x64&rate=50&frames={frames}"',
+            "realtime": "true", "outputs": '["replies"]', "control": "{ bgframes = 10 }", **more}
+
+
+class Play(HostTest):
+    def test_every_frame_is_answered_and_runs_repeat(self):
+        table = self.host("play", SMALL, "--out", "a", "--bgframes", 20, "--output", "replies", "--output", "recording")
+        self.host("play", SMALL, "--out", "b", "--bgframes", 20, "--output", "replies", "--quiet")
+        self.assertEqual(sequences(self.dir / "a/replies.txt"), list(range(1, 121)))
+        self.assertEqual((self.dir / "a/replies.txt").read_bytes(), (self.dir / "b/replies.txt").read_bytes())
+        self.assertIn("median box", table.stdout)
+        self.assertIn("120 frames", table.stdout)
+        self.assertIn("detection on 100 of them", table.stdout)
+        self.assertEqual(table.stderr, "")  # no progress where nobody watches
+        # The recorded run, once more: from the exact requests, and as a source of frames.
+        self.host("replay", "a/recording.bin", "--verify", "--replies", "c.txt")
+        self.assertEqual((self.dir / "a/replies.txt").read_bytes(), (self.dir / "c.txt").read_bytes())
+        self.host("play", "a/recording.bin", "--out", "d", "--bgframes", 20, "--output", "replies", "--quiet")
+        self.assertEqual((self.dir / "a/replies.txt").read_bytes(), (self.dir / "d/replies.txt").read_bytes())
+
+    def test_a_changed_recording_is_found_out(self):
+        self.host("play", SMALL, "--output", "recording=r", "--quiet", "--frames", 40, "--bgframes", 5)
+        data = bytearray((self.dir / "r").read_bytes())
+        where = data.rindex(b"Sequence-Number: 40\r\n\r\n") + 23
+        data[where:where + 3000] = bytes(3000)
+        (self.dir / "r2").write_bytes(data)
+        self.assertIn("frame 40", self.host("replay", "r2", "--verify", expect=65).stderr)
+        (self.dir / "r3").write_bytes(data[:len(data) // 2])
+        self.assertIn("damaged", self.host("replay", "r3", "--verify", expect=65).stderr)
+
+    def test_size_region_and_rate(self):
+        self.host("play", SMALL, "--output", "recording=full", "--frames", 3, "--quiet")
+        self.host("play", SMALL, "--output", "recording=part", "--frames", 3, "--quiet", "--region", "40x20+8+4")
+        self.host("play", SMALL, "--output", "recording=half", "--frames", 3, "--quiet", "--size", "48x32")
+        full, part, half = (recorded_frames(self.dir / name) for name in ("full", "part", "half"))
+        for (w, _, whole), (pw, ph, cut), (hw, hh, small) in zip(full, part, half):
+            self.assertEqual((pw, ph, hw, hh), (40, 20, 48, 32))
+            rows = b"".join(whole[((4 + y) * w + 8) * 3:((4 + y) * w + 48) * 3] for y in range(20))
+            self.assertEqual(cut, rows)
+            for i in range(0, len(small), 31):
+                x, y, c = i // 3 % 48, i // 3 // 48, i % 3
+                four = [whole[((2 * y + dy) * w + 2 * x + dx) * 3 + c] for dy in (0, 1) for dx in (0, 1)]
+                self.assertEqual(small[i], (sum(four) + 2) // 4)
+        self.host("play", SMALL, "--out", "r", "--output", "replies", "--rate", 5, "--quiet")
+        self.assertEqual(times(self.dir / "r/replies.txt"), [n / 5 for n in range(60)])
+
+    def test_exit_codes_and_messages(self):
+        self.write("empty.avi", "")
+        self.write("noise.mp4", "this is no video\n" * 200)
+        rows = [(("play",), 64, "SOURCE"), (("play", "scene:nowhere"), 64, "walkers"),
+                (("play", "missing.avi"), 66, "missing.avi: No such file"), (("play", "empty.avi"), 65, "empty"),
+                (("play", SMALL, "--analyzer", "./nothing"), 69, "./nothing"),
+                (("play", SMALL, "--size", "12"), 64, "320x240"), (("play", SMALL, "--output", "smoke"), 64, "replies"),
+                (("play", SMALL, "--output", "replies=no/such/dir"), 73, "no/such/dir"), (("fly",), 64, "fly"),
+                (("replay", "empty.avi"), 65, "no frames"), (("run", "missing.toml"), 78, "missing.toml")]
+        for args, code, words in rows:
+            done = self.host(*args, expect=code)
+            self.assertIn(words, done.stderr, args)
+            self.assertEqual(done.stderr.count("\n"), 1, done.stderr)
+        self.assertIn("Examples", self.host("play", "--help").stdout)
+        self.assertIn("scene:street", self.host("scenes").stdout)
+
+    def test_a_full_disk_costs_the_output_only(self):
+        done = self.host("play", SMALL, "--output", "replies=/dev/full", "--output", "recording=good", expect=74)
+        self.assertIn("No space left on device", done.stderr)
+        self.assertEqual(len(recorded_frames(self.dir / "good")), 120)
+
+    def test_broken_analyzers(self):
+        frame = SMALL + "&frames=20"
+        start = 'import sys\nprint("ANALYTICS.CARTRIDGE\\r\\nStatus: OK\\r\\n\\r", flush=True)\n'
+        rows = {"dies": "raise SystemExit(3)\n", "babbles": 'print("hello", flush=True)\nsys.stdin.read()\n',
+                "wrong": start + 'print("ANALYTICS.CARTRIDGE\\r\\nStatus: OK\\r\\nTimestamp: 0\\r\\nSequence-Number:999\\r\\n\\r", '
+                                 'flush=True)\nsys.stdin.read()\n'}
+        for name, body in rows.items():
+            analyzer = self.script(name, "import sys\n" + body)
+            done = self.host("play", frame, "--analyzer", analyzer, expect=69)
+            self.assertIn("given up", done.stderr, name)
+
+
+class Video(HostTest):
+    @needs_ffmpeg
+    def test_pixels_are_those_of_the_definition(self):
+        """RGB bytes against a conversion of the decoder's planes, in Python's integers."""
+        self.video("v.avi", frames=12, size="34x22", codec=("-c:v", "ffv1", "-pix_fmt", "yuv420p"))
+        self.ffmpeg("-i", "v.avi", "-f", "rawvideo", "-pix_fmt", "yuv420p", "planes")
+        planes = (self.dir / "planes").read_bytes()
+        self.host("play", "v.avi", "--output", "recording=r", "--quiet")
+        frames = recorded_frames(self.dir / "r")
+        self.assertEqual(len(frames), 12)
+        w, h = 34, 22
+        size = w * h + 2 * (w // 2) * (h // 2)
+
+        def byte(value):
+            return max(0, min(255, value >> 16))
+        for n, (_, _, rgb) in enumerate(frames):
+            y_plane, rest = planes[n * size:n * size + w * h], planes[n * size + w * h:(n + 1) * size]
+            for i in range(0, w * h, 7):
+                x, y = i % w, i // w
+                chroma = y // 2 * (w // 2) + x // 2
+                luma = (y_plane[i] - 16) * 76309 + 32768
+                u, v = rest[chroma] - 128, rest[(w // 2) * (h // 2) + chroma] - 128
+                expected = (byte(luma + 104597 * v), byte(luma - 25675 * u - 53279 * v), byte(luma + 132201 * u))
+                self.assertEqual(tuple(rgb[3 * i:3 * i + 3]), expected, (n, x, y))
+
+    @needs_ffmpeg
+    def test_times_are_presentation_times(self):
+        """Also of a file with a variable rate, and of one whose first frame is not at zero."""
+        self.ffmpeg("-f", "lavfi", "-i", "testsrc=size=64x48:rate=30000/1001", "-frames:v", 40, "-vf",
+                    "select='not(between(n,5,15))',setpts=PTS+2/TB", "-fps_mode", "vfr", "-c:v", "mpeg4", "v.mkv")
+        shown = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries", "frame=pts_time",
+                                "-of", "csv=p=0", self.dir / "v.mkv"], capture_output=True, text=True, check=True)
+        expected = [float(line.strip(",")) for line in shown.stdout.split()]
+        self.host("play", "v.mkv", "--out", "o", "--output", "replies", "--quiet")
+        found = times(self.dir / "o/replies.txt")
+        self.assertEqual(len(found), len(expected))
+        self.assertGreater(max(b - a for a, b in zip(found, found[1:])), 0.3)
+        for have, want in zip(found, expected):
+            self.assertAlmostEqual(have - found[0], want - expected[0], places=3)
+
+    @needs_ffmpeg
+    def test_images_by_directory_and_by_list(self):
+        (self.dir / "pictures").mkdir()
+        self.video("pictures/%03d.png", frames=7, size="64x48", codec=())
+        self.write("pictures/notes.txt", "not a picture")
+        self.host("play", "pictures", "--out", "a", "--output", "replies", "--quiet", "--rate", 4)
+        self.assertEqual(times(self.dir / "a/replies.txt"), [n / 4 for n in range(7)])
+        self.write("some.txt", "# two of them\npictures/003.png\n\npictures/001.png\n")
+        self.host("play", "list:some.txt", "--output", "recording=l", "--quiet")
+        self.host("play", "pictures", "--output", "recording=d", "--quiet")
+        listed, all_of_them = recorded_frames(self.dir / "l"), recorded_frames(self.dir / "d")
+        self.assertEqual(listed, [all_of_them[2], all_of_them[0]])
+        self.write("bad.txt", "pictures/001.png\npictures/009.png\n")
+        self.assertIn("line 2", self.host("play", "list:bad.txt", expect=66).stderr)
+
+    @needs_ffmpeg
+    def test_a_corrupt_file(self):
+        data = bytearray(self.video("v.avi", frames=80).read_bytes())
+        data[len(data) // 2:len(data) // 2 + 2000] = os.urandom(2000)
+        (self.dir / "hurt.avi").write_bytes(data)
+        done = self.host("play", "hurt.avi", "--out", "o", "--output", "replies", expect=None)
+        self.assertIn(done.returncode, (0, 65))
+        self.assertIn("hurt", done.stderr)  # it is said
+        self.assertGreater(len(sequences(self.dir / "o/replies.txt")), 30)
+        (self.dir / "cut.mp4").write_bytes(self.video("v.mp4").read_bytes()[:3000])
+        self.assertIn("no frame could be read", self.host("play", "cut.mp4", expect=65).stderr)
+
+    @needs_ffmpeg
+    def test_a_size_that_changes_in_mid_stream(self):
+        codec = ("-c:v", "mpeg2video", "-q:v", "3", "-f", "mpegts")
+        first = self.video("a.ts", frames=30, size="96x64", rate=25, codec=codec).read_bytes()
+        second = self.video("b.ts", frames=30, size="128x96", rate=25, codec=codec).read_bytes()
+        (self.dir / "both.ts").write_bytes(first + second)
+        self.host("play", "both.ts", "--output", "recording=r", "--quiet", expect=None)
+        sizes = [frame[:2] for frame in recorded_frames(self.dir / "r")]
+        self.assertGreaterEqual(len(sizes), 59)
+        self.assertEqual(set(sizes), {(96, 64)})
+        # A recording may hold two sizes, of two runs: then a new analyzer takes over, and no frame is refused.
+        self.host("play", "a.ts", "--output", "recording=r1", "--quiet")
+        self.host("play", "b.ts", "--output", "recording=r2", "--quiet")
+        (self.dir / "r3").write_bytes((self.dir / "r1").read_bytes() + (self.dir / "r2").read_bytes())
+        done = self.host("play", "r3", "--out", "o", "--output", "replies")
+        self.assertIn("the frames are now 128x96", done.stderr)
+        self.assertNotIn(b"ERROR", (self.dir / "o/replies.txt").read_bytes())
+        self.assertEqual(len(sequences(self.dir / "o/replies.txt")), 60)
+
+    @needs_ffmpeg
+    def test_a_decoder_that_stalls_loses_no_frame(self):
+        self.video("v.avi", frames=100)
+        process = self.start("play", "v.avi", "--realtime", "--stall-timeout", 1, "--out", "o", "--output", "replies")
+        decoder = self.until(lambda: self.children(process, "ffmpeg"), "ffmpeg")[0][0]
+        time.sleep(0.3)
+        os.kill(decoder, signal.SIGSTOP)
+        self.assertEqual(process.wait(timeout=40), 0, self.log())
+        self.assertEqual(sequences(self.dir / "o/replies.txt"), list(range(1, 101)))
+        found = times(self.dir / "o/replies.txt")
+        self.assertEqual(found, sorted(set(found)))
+
+
+class Live(HostTest):
+    @needs_ffmpeg
+    def test_a_stream_that_stalls_or_ends_is_opened_again(self):
+        self.video("v.ts", frames=100, rate=25, codec=("-c:v", "mpeg2video", "-f", "mpegts"))
+        for close in (False, True):
+            server = StallingServer(self.dir / "v.ts", close=close)
+            process = self.start("-v", "play", server.url, "--stall-timeout", 3, "--out", "o", "--output", "replies",
+                                 "--bgframes", 5)
+            self.until(lambda: server.requests >= 2, "a second request")
+            self.until(lambda: "again" in self.log(), "a report")
+            self.assertEqual(self.end(process), 0)
+            self.assertIn("the source ended" if close else "no frame for 3 s", self.log())
+            server.close()
+            self.assertEqual(len(set(sequences(self.dir / "o/replies.txt"))), len(sequences(self.dir / "o/replies.txt")))
+            self.assertLess(abs(times(self.dir / "o/replies.txt")[0] - time.time()), 60)  # wall clock
+
+    @needs_ffmpeg
+    def test_rtsp_over_tcp(self):
+        self.video("v.avi", frames=50, size="128x96", rate=25)
+        server = RtspServer(self.dir / "v.avi")
+        self.addCleanup(server.close)
+        process = self.start("play", server.url, "--frames", 40, "--out", "o", "--output", "replies", "--bgframes", 5)
+        self.assertEqual(process.wait(timeout=40), 0, self.log())
+        numbers = sequences(self.dir / "o/replies.txt")
+        self.assertEqual(numbers, list(range(1, len(numbers) + 1)))
+        self.assertGreater(len(numbers), 5)
+        self.assertTrue(all("TCP" in transport for transport in server.transports), server.transports)
+
+    def test_the_newest_frame_wins(self):
+        """An analyzer of 20 frames a second on a camera of 200: answers stay fresh, drops are counted."""
+        slow = self.script("slow", f"""
+import subprocess, sys, threading, time, os
+child = subprocess.Popen([os.environ["REAL"]] + sys.argv[1:], stdin=subprocess.PIPE)
+while True:
+    lines = []
+    while not lines or lines[-1].strip():
+        line = sys.stdin.buffer.readline()
+        if not line: raise SystemExit(0)
+        lines.append(line)
+    size = sum(int(l.split(b": ")[1]) for l in lines if l.startswith(b"Content-Length"))
+    child.stdin.write(b"".join(lines) + sys.stdin.buffer.read(size))
+    child.stdin.flush()
+    if any(b"SHUTDOWN" in l for l in lines): raise SystemExit(child.wait())
+    time.sleep(0.05)
+""")
+        os.environ["REAL"] = os.environ["FLEIFEISA"]
+        done = self.host("play", "scene:street?size=96x64&rate=200&frames=0", "--live", "--frames", 300, "--analyzer", slow,
+                         "--out", "o", "--output", "replies")
+        answered = len(sequences(self.dir / "o/replies.txt"))
+        self.assertEqual(sequences(self.dir / "o/replies.txt"), list(range(1, answered + 1)))
+        self.assertIn(f"{300 - answered} live frames were dropped", done.stdout)
+        self.assertLess(answered, 60)
+        gaps = [b - a for a, b in zip(times(self.dir / "o/replies.txt"), times(self.dir / "o/replies.txt")[1:])]
+        self.assertLess(sorted(gaps)[len(gaps) // 2], 0.2)
+
+
+class Service(HostTest):
+    def test_a_killed_and_a_stopped_analyzer(self):
+        """Frames of a file are all answered, in order, and the other camera notices nothing."""
+        self.write("c.toml", config(scene_camera("killed", 1, 150), scene_camera("stopped", 2, 150, answer_timeout=0.5),
+                                    scene_camera("other", 3, 150)))
+        process = self.start("-v", "run", "c.toml")
+        self.until(lambda: (self.dir / "out/other/replies.txt").exists(), "outputs")
+        time.sleep(0.7)
+        killed, stopped = self.analyzer_of(process, 1), self.analyzer_of(process, 2)
+        os.kill(killed, signal.SIGKILL)
+        os.kill(stopped, signal.SIGSTOP)
+        self.assertEqual(process.wait(timeout=30), 0, self.log())
+        for name in ("killed", "stopped", "other"):
+            self.assertEqual(sequences(self.dir / f"out/{name}/replies.txt"), list(range(1, 151)), name)
+        self.assertIn("killed: the analyzer died: signal 9", self.log())
+        self.assertIn("stopped: the analyzer gave no answer for 0.5 s", self.log())
+        self.assertIn("other: 150 frames answered, 0 dropped, 0 lost, analyzer restarted 0 times", self.log())
+
+    def test_a_live_camera_loses_less_than_a_second(self):
+        self.write("c.toml", config(scene_camera("gate", 1, live="true")))
+        process = self.start("-v", "run", "c.toml")
+        analyzer = self.analyzer_of(process, 1)
+        time.sleep(0.7)
+        os.kill(analyzer, signal.SIGKILL)
+        time.sleep(0.7)
+        self.assertEqual(self.end(process), 0)
+        found = times(self.dir / "out/gate/replies.txt")
+        self.assertLess(max(b - a for a, b in zip(found, found[1:])), 1)
+        self.assertIn("analyzer restarted 1 times", self.log())
+
+    def test_reload_reaches_only_what_changed(self):
+        kept, tuned = scene_camera("kept", 1), scene_camera("tuned", 2)
+        self.write("c.toml", config(kept, tuned, scene_camera("removed", 3)))
+        process = self.start("-v", "run", "c.toml")
+        pids = [self.analyzer_of(process, device) for device in (1, 2, 3)]
+        time.sleep(0.5)
+        tuned["control"] = "{ bgframes = 12, color_low = 0.3 }"
+        self.write("c.toml", config(kept, tuned, scene_camera("new", 4)))
+        process.send_signal(signal.SIGHUP)
+        self.analyzer_of(process, 4)
+        self.until(lambda: "learnt anew" in self.log(), "new parameters")
+        self.assertEqual([self.analyzer_of(process, device) for device in (1, 2)], pids[:2])
+        self.assertNotIn("3", [argv[3] for _, argv in self.children(process)])
+        self.assertIn('"-color_low" value="0.3"',
+                      (self.dir / "root/opt/tesra/var/conf/2/qelparams2.conf").read_text())
+        # A file with errors changes nothing.
+        self.write("c.toml", config(kept) + "colour = 3\n")
+        process.send_signal(signal.SIGHUP)
+        self.until(lambda: "stays" in self.log(), "the refusal")
+        self.assertEqual(self.end(process), 0)
+        self.assertIn("kept: ", self.log())
+        # The next run keeps what this one wrote.
+        self.write("c.toml", config(scene_camera("kept", 1, 20)))
+        before = (self.dir / "out/kept/replies.txt").read_bytes()
+        self.host("run", "c.toml")
+        self.assertEqual((self.dir / "out/kept/replies.txt.1").read_bytes(), before)
+
+    def test_signals(self):
+        self.write("c.toml", config(scene_camera("gate", 1, outputs='["replies", "recording"]')))
+        process = self.start("run", "c.toml")
+        analyzer = self.analyzer_of(process, 1)
+        time.sleep(0.4)
+        self.assertEqual(self.end(process, signal.SIGINT), 0)
+        self.assertEqual(self.log(), "")
+        self.assertFalse(os.path.exists(f"/proc/{analyzer}"))
+        self.assertTrue((self.dir / "out/gate/recording.bin").read_bytes().endswith(b"Command: SHUTDOWN\r\n\r\n"))
+        self.assertEqual(len(recorded_frames(self.dir / "out/gate/recording.bin")),
+                         len(sequences(self.dir / "out/gate/replies.txt")))
+        # With an analyzer that hangs, the first signal waits for it and the second does not.
+        process = self.start("run", "c.toml")
+        analyzer = self.analyzer_of(process, 1)
+        os.kill(analyzer, signal.SIGSTOP)
+        time.sleep(0.3)
+        process.send_signal(signal.SIGTERM)
+        time.sleep(0.3)
+        self.assertIsNone(process.poll())
+        begin = time.monotonic()
+        self.assertEqual(self.end(process), 128 + signal.SIGTERM)
+        self.assertLess(time.monotonic() - begin, 1)
+        self.until(lambda: not os.path.exists(f"/proc/{analyzer}"), "the end of the analyzer")
+
+    def test_bad_cameras_do_not_disturb_good_ones(self):
+        self.write("c.toml", config(scene_camera("good", 1, 60), scene_camera("gone", 2, source='"gone.avi"'),
+                                    scene_camera("full", 3, 30, outputs='["replies=/dev/full"]')))
+        done = self.host("run", "c.toml", expect=66)
+        self.assertEqual(sequences(self.dir / "out/good/replies.txt"), list(range(1, 61)))
+        self.assertIn("gone.avi", done.stderr)
+        self.assertIn("No space left", done.stderr)
+
+    def test_configuration_faults_name_line_and_key(self):
+        self.write("c.toml", 'rooot = "x"\n[[camera]]\nname = "a"\nsourc = "scene:street"\ndevice = "1"\ntype = "infra"\n'
+                             'size = "320"\n[camera.control]\nbgframes = -3\n[[camera]]\nname = "a"\n'
+                             'source = "scene:street"\ndevice = 2\noutputs = ["replies", "smoke"]\nrate = "x"\n')
+        lines = self.host("run", "--check-config", "c.toml", expect=78).stderr.splitlines()
+        for expected in ("c.toml:1: rooot: unknown key (did you mean root?)", "c.toml:2: camera[1].source: every camera",
+                         "c.toml:4: camera[1].sourc: unknown key (did you mean source?)",
+                         "c.toml:5: camera[1].device: expected a whole number", "c.toml:6: camera[1].type: expected color",
+                         "c.toml:7: camera[1].size: expected WIDTHxHEIGHT", "c.toml:9: camera[1].control.bgframes: expected",
+                         "c.toml:11: camera[2].name: another camera", "c.toml:14: camera[2].outputs: there is no output",
+                         "c.toml:15: camera[2].rate: expected a number"):
+            self.assertEqual(sum(expected in line for line in lines), 1, (expected, lines))
+        self.assertEqual(len(lines), 10)
+        self.write("c.toml", "[[camera]]\nname = 'a\n")
+        self.assertIn("c.toml:2: ", self.host("run", "--check-config", "c.toml", expect=78).stderr)
+        self.write("c.toml", config(scene_camera("a", 1), scene_camera("b", 2)))
+        self.assertIn("2 cameras, no errors", self.host("run", "--check-config", "c.toml").stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()
