@@ -47,8 +47,12 @@ void addSourceOptions(CLI::App& app, CameraConfig& camera) {
     app.add_option_function<std::string>(
         "--range", valueOption(parseFullRange, [&source](bool full) { source.full_range = full; }),
         "levels of the video: full or limited (else as the video says)");
-    app.add_flag("--live,!--no-live", source.live,
-                 "treat as live: wall clock times, newest frame wins, reopened at its end");
+    // Not bound to the field: an absent flag must leave it unset, not false.
+    app.add_flag_callback(
+        "--live", [&source] { source.live = true; },
+        "treat as live: wall clock times, newest frame wins, reopened at its end");
+    app.add_flag_callback(
+        "--no-live", [&source] { source.live = false; }, "treat a stream as a file: every frame, once");
     app.add_flag("--loop", source.loop, "begin anew at the end");
     app.add_flag("--realtime", source.realtime, "play a file at its own speed");
     app.add_option("--stall-timeout", source.stall_seconds,
