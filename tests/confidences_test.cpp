@@ -153,6 +153,11 @@ TEST_F(Confidence, RampsAreInclusiveAtBothEnds) {
         EXPECT_EQ(grid->conf[k], conf[k]) << k;
         EXPECT_EQ(grid->der_conf[k], der[k]) << k;
     }
+    // Both thresholds in one place: the low end wins.
+    grid->Confidences(clt = 0, cht = 0, 150, 150, 10, 10, 0, 0, -100.0f, 0);
+    EXPECT_EQ(grid->conf[2], 0.0);
+    EXPECT_EQ(grid->der_conf[0], 0.0);
+    EXPECT_EQ(grid->conf[3], 1.0);
 }
 
 TEST_F(Confidence, ColourMeasureIsATruncatedNorm) {

@@ -211,7 +211,9 @@ TEST(Polygon, TableTurnedAndMirrored) {
     // Deliberate: the narrowing wraps an angle difference once only. Straight down, where the angle passes through 0,
     // the sector can therefore widen, and the same figure keeps one vertex less than in any other direction.
     EXPECT_EQ(KeptOf(tracker, {{0, 0}, {11, 1}, {24, 0}, {25, -1}}, 1.41), "K..K");
+    EXPECT_EQ(KeptOf(tracker, {{0, 0}, {0, -1}, {2, -1}, {20, 1}}, 1.41), "K..K");
     EXPECT_EQ(KeptOf(tracker, {{0, 0}, {-11, 1}, {-24, 0}, {-25, -1}}, 1.41), "K.KK");
+    EXPECT_EQ(KeptOf(tracker, {{0, 0}, {0, -1}, {-2, -1}, {-20, 1}}, 1.41), "K.KK");
     EXPECT_EQ(KeptOf(tracker, {{0, 0}, {1, 11}, {0, 24}, {-1, 25}}, 1.41), "K.KK");
 }
 
