@@ -13,6 +13,7 @@
 #include <string>
 
 #include "Control.h"
+#include "Sandbox.h"
 #include "Streaming.h"
 #include "kscolortracker.h"
 
@@ -135,6 +136,8 @@ void Analyzer::StartUp() {
 
 void Analyzer::Run() {
     StartUp();
+    // The file modes open images for as long as they run; a stream needs nothing more than is open now.
+    if (mode == kStreaming) ConfineProcess(ControlPath(devid).c_str());
     for (;;) {
         frame++;
         NextFrame();

@@ -382,6 +382,24 @@ def control_file_rewritten_all_the_time(analyzer, root):
     talk.close()
 
 
+# --- confinement ---
+
+@case
+def confined_while_it_runs(analyzer, root):
+    """Where the kernel can and nobody asked for less: a filter holds, and no new privileges."""
+    talk = Conversation(analyzer, root)
+    talk.expect('start-up', START)
+    talk.send(frame(1))
+    talk.expect('first frame', ok(1))
+    with open('/proc/%d/status' % talk.p.pid) as f:
+        status = dict(line.rstrip().split(':\t', 1) for line in f if ':\t' in line)
+    talk.close()
+    if os.environ.get('FLEIFEISA_SANDBOX') == 'off' or not analyzer.check_memory:
+        return  # sanitizer builds run unconfined
+    if status.get('Seccomp') != '2' or status.get('NoNewPrivs') != '1':
+        raise Failed('Seccomp %s, NoNewPrivs %s' % (status.get('Seccomp'), status.get('NoNewPrivs')))
+
+
 # --- arguments ---
 
 @case
