@@ -392,7 +392,7 @@ def confined_while_it_runs(analyzer, root):
     talk.send(frame(1))
     talk.expect('first frame', ok(1))
     with open('/proc/%d/status' % talk.p.pid) as f:
-        status = dict(line.rstrip().split(':\t', 1) for line in f if ':\t' in line)
+        status = dict(line.rstrip('\n').split(':\t', 1) for line in f if ':\t' in line)
     talk.close()
     if os.environ.get('FLEIFEISA_SANDBOX') == 'off' or not analyzer.check_memory:
         return  # sanitizer builds run unconfined
