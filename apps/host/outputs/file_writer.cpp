@@ -14,7 +14,8 @@
 namespace fleifeisa::host {
 namespace {
 
-constexpr std::size_t kBufferBytes = 1 << 16;
+/// Whole records are collected up to this size; only one that is longer than kMaxBufferBytes goes out in pieces.
+constexpr std::size_t kBufferBytes = 1 << 16, kMaxBufferBytes = 1 << 20;
 
 bool isRegularOrNew(const std::string& path) {
     struct stat info {};
@@ -52,15 +53,17 @@ void FileWriter::writeThrough(const char* bytes, std::size_t count) {
 void FileWriter::write(std::string_view text) {
     if (file_ < 0) fail(EBADF);
     if (failed_) return;
-    if (buffer_.size() + text.size() <= kBufferBytes) {
+    if (text.size() < kBufferBytes && buffer_.size() < kMaxBufferBytes) {
         buffer_ += text;
         return;
     }
     flush();
-    if (text.size() < kBufferBytes)
-        buffer_ = text;
-    else
-        writeThrough(text.data(), text.size());  // a frame: not worth a copy
+    writeThrough(text.data(), text.size());  // a frame: not worth a copy
+}
+
+void FileWriter::endRecord() {
+    record_end_ = written_ + buffer_.size();
+    if (buffer_.size() >= kBufferBytes) flush();
 }
 
 void FileWriter::write(std::span<const std::uint8_t> bytes) {

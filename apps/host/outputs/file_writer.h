@@ -29,8 +29,9 @@ class FileWriter {
 
     void write(std::string_view text);
     void write(std::span<const std::uint8_t> bytes);
-    /// What was written up to here is a whole number of records.
-    void endRecord() { record_end_ = written_ + buffer_.size(); }
+    /// What was written up to here is a whole number of records. They leave together, so that a host that is killed
+    /// leaves whole records, too.
+    void endRecord();
     void flush();
     /// Flushes, closes and gives the file its name; later calls do nothing.
     void close();

@@ -1,0 +1,325 @@
+// Outputs of the camera host: documented bytes, independent readers, failures.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include "host/output_runs.h"
+#include "outputs/text.h"
+#include "outputs/track_follower.h"
+#include "outputs/track_path.h"
+#include "process.h"
+#include "support/process.h"
+
+namespace fleifeisa::host::test {
+namespace {
+
+/// The message of the OutputError that `action` ends with, "" where it ends without.
+template <typename Action>
+std::string failureOf(const Action& action) {
+    try {
+        action();
+    } catch (const OutputError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+/// The blocks of docs/outputs.md that begin with ```TYPE example, unescaped where they are shown with escapes.
+std::string documented(const std::string& type) {
+    const std::string text = readFile(std::string(FLEIFEISA_SOURCE_DIR) + "/docs/outputs.md");
+    const std::string open = "```" + type + " example\n";
+    const std::size_t begin = text.find(open);
+    if (begin == std::string::npos) return "no example of " + type;
+    const std::size_t end = text.find("```", begin + open.size());
+    return text.substr(begin + open.size(), end - begin - open.size());
+}
+
+/// Requests and replies as docs/outputs.md writes them: \r\n spelt out, bodies as {LENGTH bytes}.
+std::string spelt(std::string bytes) {
+    const std::regex body("(image/rgb\r\nContent-Length: (\\d+)\r\n[^]*?\r\n\r\n)");
+    std::string result;
+    std::smatch found;
+    while (std::regex_search(bytes, found, body)) {
+        result += found.prefix().str() + found[1].str() + "{" + found[2].str() + " bytes}\n";
+        bytes = bytes.substr(static_cast<std::size_t>(found.position()) + static_cast<std::size_t>(found.length()) +
+                             std::stoul(found[2]));
+    }
+    return std::regex_replace(result + bytes, std::regex("\r\n"), "\\r\\n\n");
+}
+
+TEST(OutputFiles, AreThoseOfTheDocumentation) {
+    const TempDir directory;
+    for (const std::string type : {"jsonl", "mot", "onvif", "tracks", "recording", "replies"}) {
+        const std::string path = directory.path + "/" + type;
+        play(documentedRun(), type, path);
+        const std::string bytes = readFile(path);
+        EXPECT_EQ(type == "recording" || type == "replies" ? spelt(bytes) : bytes, documented(type)) << type;
+        EXPECT_FALSE(exists(path + ".part")) << type;
+    }
+}
+
+TEST(OutputFiles, HoldUnderIndependentReaders) {
+    const TempDir directory;
+    const std::string checker = std::string(FLEIFEISA_SOURCE_DIR) + "/tests/host/check_outputs.py";
+    for (const std::uint32_t seed : {1u, 2u, 3u}) {
+        const Scenario run = awkwardRun(seed);
+        for (const std::string type : {"jsonl", "mot", "onvif", "tracks", "report"})
+            play(run, type, directory.path + "/" + type);
+        const std::string once = readFile(directory.path + "/report");
+        play(run, "report", directory.path + "/again");
+        EXPECT_EQ(once, readFile(directory.path + "/again")) << "the same run gives another report";
+        std::string starts;
+        for (std::size_t i = 0; i < run.frames.size(); ++i)
+            if (i == 0 || run.frames[i].restart) starts += " " + std::to_string(i + 1);
+        const std::string command = "python3 -B '" + checker + "' '" + directory.path + "'" + starts;
+        EXPECT_EQ(std::system(command.c_str()), 0) << "seed " << seed;
+    }
+}
+
+TEST(OutputFiles, AreThereOnceComplete) {
+    struct Case {
+        std::string type;
+        bool in_place;
+        bool without_frames;  ///< a file even then
+    };
+    const TempDir directory;
+    for (const Case& c : {Case{"jsonl", true, true},
+                          {"mot", true, true},
+                          {"tracks", true, true},
+                          {"replies", true, true},
+                          {"recording", true, true},
+                          {"onvif", false, true},
+                          {"report", false, true},
+                          {"video", false, false}}) {
+        if (c.type == "video" && findProgram("ffmpeg").empty()) continue;
+        const std::string path = directory.path + "/" + c.type;
+        const std::unique_ptr<Output> output = makeOutput({c.type, path}, documentedRun().camera);
+        EXPECT_EQ(exists(path), c.in_place) << c.type;
+        EXPECT_EQ(exists(path + ".part"), !c.in_place) << c.type;
+        output->finish();
+        output->finish();
+        EXPECT_EQ(exists(path), c.without_frames) << c.type;
+        EXPECT_FALSE(exists(path + ".part")) << c.type;
+    }
+}
+
+TEST(OutputFiles, ThatCannotBeMadeSayWhy) {
+    const TempDir directory;
+    const CameraInfo camera = documentedRun().camera;
+    for (const std::string_view type : outputTypes()) {
+        const std::string path = directory.path + "/missing/file";
+        EXPECT_EQ(failureOf([&] {
+                      makeOutput({std::string(type), path}, camera);
+                  }),
+                  path + ": No such file or directory")
+            << type;
+    }
+    EXPECT_NE(failureOf([&] {
+                  makeOutput({"jsonl", directory.path}, camera);
+              }).find("Is a directory"),
+              std::string::npos);
+    EXPECT_NE(failureOf([&] { makeOutput({"pdf", directory.path + "/x"}, camera); }).find("'pdf'"), std::string::npos);
+    for (const std::string type : {"jsonl", "onvif", "report", "recording"})
+        EXPECT_EQ(failureOf([&] { play(awkwardRun(1), type, "/dev/full"); }), "/dev/full: No space left on device")
+            << type;
+}
+
+/// Plays with files of at most `limit` bytes, as on a disk that runs full; in a process of its own.
+std::string playOnFullDisk(const Scenario& run, const std::string& type, const std::string& path, rlim_t limit) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit size{limit, limit};
+        ::setrlimit(RLIMIT_FSIZE, &size);
+        const std::string why = failureOf([&] { play(run, type, path); });
+        ::_exit(why == path + ": File too large" ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return status == 0 ? readFile(path) : "failed otherwise";
+}
+
+TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
+    const TempDir directory;
+    const Scenario run = awkwardRun(4);
+    for (const std::string type : {"jsonl", "mot", "tracks", "replies", "recording"}) {
+        const std::string path = directory.path + "/" + type;
+        play(run, type, path);
+        const std::string whole = readFile(path);
+        ASSERT_GT(whole.size(), 300u);
+        for (const std::size_t limit : {whole.size() / 3, whole.size() - 1}) {
+            const std::string cut = playOnFullDisk(run, type, path, limit);
+            EXPECT_EQ(cut, whole.substr(0, cut.size())) << type;
+            const std::string end = type == "recording" ? "\r\n\r\n" : "\n";
+            EXPECT_TRUE(cut.ends_with(end)) << type << " ends with: " << cut.substr(cut.size() - 40);
+            const bool answered = cut.substr(cut.size() - 64).find("Recording-Reply") != std::string::npos;
+            EXPECT_EQ(answered, type == "recording");
+        }
+    }
+    const std::string path = directory.path + "/onvif";
+    EXPECT_EQ(playOnFullDisk(run, "onvif", path, 5000), "");
+    EXPECT_FALSE(exists(path)) << "an incomplete document under the name of a complete one";
+}
+
+TEST(TrackNumbers, AreUniqueAndEndAfterAGap) {
+    struct Step {
+        std::int64_t sequence;
+        std::vector<int> ids;
+        std::vector<std::int64_t> numbers, ended;
+    };
+    TrackFollower follower;
+    const Step steps[] = {
+        {1, {7, 0, 0, 7}, {7, 100000, 200000, 300000}, {}},
+        {2, {8}, {8}, {}},
+        {25, {}, {}, {}},
+        {26, {7}, {7}, {}},                         // the 25th frame after: still the same
+        {27, {-5, 100000}, {400000, 500000}, {8}},  // 8 was not in the 25 frames up to this one
+        {50, {}, {}, {}},
+        {51, {}, {}, {7}},
+        {52, {7, 99999}, {100007, 99999}, {}},
+        {90, {7}, {200007}, {99999, 100007}},  // frames are missing
+    };
+    for (const Step& step : steps) {
+        std::vector<TrackedObject> objects;
+        for (const int id : step.ids) objects.push_back(object(id, 0, 0, 1, 1, 100));
+        FrameResult result;
+        result.sequence = step.sequence;
+        result.objects = objects;
+        const FollowedFrame found = follower.frame(result);
+        EXPECT_EQ(std::vector<std::int64_t>(found.numbers.begin(), found.numbers.end()), step.numbers) << step.sequence;
+        EXPECT_EQ(std::vector<std::int64_t>(found.ended.begin(), found.ended.end()), step.ended) << step.sequence;
+    }
+    ASSERT_EQ(follower.endAll().size(), 1u);
+}
+
+TEST(TrackPaths, StayShortAndKeepTheirEnds) {
+    for (const int count : {1, 2, 255, 256, 257, 511, 512, 513, 20'000}) {
+        TrackPath path;
+        for (int i = 0; i < count; ++i) path.add(i, object(1, 3 * i, 4 * i, 10, 10, 50));
+        ASSERT_LE(path.points().size(), TrackPath::kMaxPoints) << count;
+        EXPECT_EQ(path.points().front().sequence, 0) << count;
+        EXPECT_EQ(path.points().back().sequence, count - 1) << count;
+        EXPECT_DOUBLE_EQ(path.length(), 5.0 * (count - 1)) << count;
+        std::int64_t widest = 0;
+        for (std::size_t i = 1; i < path.points().size(); ++i)
+            widest = std::max(widest, path.points()[i].sequence - path.points()[i - 1].sequence);
+        EXPECT_LE(widest, 1 + count / 64) << "thinned unevenly";
+    }
+}
+
+TEST(Report, StaysBoundedAndSaysWhatIsMissing) {
+    Scenario run = documentedRun();
+    run.frames.clear();
+    for (int i = 0; i < 6000; ++i)  // a new track every other frame; each third one lasts 12 frames
+        run.frames.push_back({.width = 16, .height = 12, .objects = {}});
+    for (int track = 0; track < 3000; ++track)
+        for (int i = 0; i < (track % 3 ? 1 : 12) && 2 * track + i < 6000; ++i)
+            run.frames[static_cast<std::size_t>(2 * track + i)].objects.push_back(object(track + 1, 2, 2, 5, 5, 50));
+    const TempDir directory;
+    play(run, "report", directory.path + "/page");
+    const std::string page = readFile(directory.path + "/page");
+    const std::regex row("<tr data-t");
+    const auto rows = std::distance(std::sregex_iterator(page.begin(), page.end(), row), std::sregex_iterator());
+    EXPECT_GE(rows, 800);
+    EXPECT_LE(rows, 1000);
+    EXPECT_NE(page.find("briefest " + std::to_string(3000 - rows) + " are not shown"), std::string::npos);
+    EXPECT_LT(page.size(), 4'000'000u);
+}
+
+/// Sets PATH for as long as it lives.
+class OtherPath {
+ public:
+    explicit OtherPath(const std::string& path) : before_(std::getenv("PATH")) { ::setenv("PATH", path.c_str(), 1); }
+    ~OtherPath() { ::setenv("PATH", before_.c_str(), 1); }
+    OtherPath(const OtherPath&) = delete;
+    OtherPath& operator=(const OtherPath&) = delete;
+
+ private:
+    std::string before_;
+};
+
+TEST(Video, NeedsAnEncoderThatWorks) {
+    std::signal(SIGPIPE, SIG_IGN);  // as the host does
+    const TempDir directory;
+    const std::string path = directory.path + "/out.mp4";
+    const OtherPath other(directory.path);
+    EXPECT_NE(failureOf([&] { play(documentedRun(), "video", path); }).find("ffmpeg, which was not found"),
+              std::string::npos);
+    EXPECT_FALSE(exists(path + ".part"));
+    std::ofstream(directory.path + "/ffmpeg") << "#!/bin/sh\necho 'Unknown encoder' >&2\nexit 3\n";
+    std::filesystem::permissions(directory.path + "/ffmpeg", std::filesystem::perms::owner_all);
+    const std::string why = failureOf([&] { play(awkwardRun(5), "video", path); });
+    EXPECT_NE(why.find(path), std::string::npos) << why;
+    EXPECT_NE(why.find("Unknown encoder"), std::string::npos) << why;
+    EXPECT_FALSE(exists(path));
+}
+
+TEST(Video, ShowsBoxesWhereTheyAre) {
+    if (findProgram("ffmpeg").empty()) GTEST_SKIP() << "no ffmpeg";
+    const TempDir directory;
+    const std::string path = directory.path + "/out.mp4";
+    Scenario run;
+    run.camera = {.name = "x", .source = "x", .control = ""};  // rate unknown: that of the first two frames
+    run.step_ns = 40'000'000;
+    for (int i = 0; i < 8; ++i) {
+        run.frames.push_back(
+            {.width = 99, .height = 75, .objects = {object(7, 20, 20, 40, 30, 90), object(0, 70, -9, 60, 20, 5)}});
+        // From the fifth frame on twice the size: the same picture in the same place.
+        if (i >= 4) run.frames.back() = {.width = 198, .height = 150, .objects = {object(7, 40, 40, 80, 60, 90)}};
+    }
+    play(run, "video", path);
+    const std::string once = readFile(path);
+    play(run, "video", path);
+    EXPECT_EQ(once, readFile(path)) << "the same run gives another video";
+    const std::string raw = directory.path + "/raw", note = directory.path + "/note";
+    const std::string decode =
+        "ffmpeg -hide_banner -nostdin -i " + path + " -f rawvideo -pix_fmt yuv420p -y " + raw + " 2> " + note;
+    ASSERT_EQ(std::system(decode.c_str()), 0);
+    EXPECT_NE(readFile(note).find("25 fps"), std::string::npos);
+    const std::string decoded = readFile(raw);
+    constexpr std::size_t kPicture = 100 * 76 * 3 / 2;  // even sizes
+    ASSERT_EQ(decoded.size(), 8 * kPicture);
+    for (const std::size_t picture : {std::size_t{0}, std::size_t{7}}) {
+        const auto luma = [&](std::size_t x, std::size_t y) {
+            return static_cast<int>(static_cast<unsigned char>(decoded[picture * kPicture + y * 100 + x]));
+        };
+        // Ground of 90, the box's line brighter, its black outline darker.
+        EXPECT_NEAR(luma(10, 35), 16 + 90 * 220 / 256, 8) << picture;
+        EXPECT_GT(luma(20, 35), luma(10, 35) + 20) << picture;
+        EXPECT_LT(luma(19, 35), luma(10, 35) - 10) << picture;
+    }
+}
+
+TEST(Text, OfTimesAndNumbers) {
+    const std::pair<std::int64_t, const char*> times[] = {
+        {0, "1970-01-01T00:00:00.000000000Z"},
+        {-1, "1969-12-31T23:59:59.999999999Z"},
+        {951'782'400'000'000'001, "2000-02-29T00:00:00.000000001Z"},
+        {1'709'164'800'000'000'000 - 1, "2024-02-28T23:59:59.999999999Z"},
+        {4'107'542'400'000'000'000, "2100-03-01T00:00:00.000000000Z"},  // no leap day before it
+        {INT64_MIN, "1677-09-21T00:12:43.145224192Z"},
+    };
+    for (const auto& [time, text] : times) EXPECT_EQ(rfc3339(time), text);
+    EXPECT_EQ(fixedPoint(-5, 2), "-0.05");
+    EXPECT_EQ(fixedPoint(1234, 1), "123.4");
+    EXPECT_EQ(clockTime(3'723'960'000'000), "1:02:03.9");
+    const std::pair<const char*, const char*> names[] = {
+        {"\xC3\xA4\xF0\x9F\x98\x80", "\xC3\xA4\xF0\x9F\x98\x80"},
+        {"\xC0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD"},                  // overlong
+        {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},  // half of a surrogate pair
+        {"a\x1B\xE2\x82", "a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+    };
+    for (const auto& [name, clean] : names) EXPECT_EQ(cleanUtf8(name), clean);
+    const std::pair<const char*, const char*> codes[] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo\xFF", "Zm9v/w=="}};
+    for (const auto& [bytes, code] : codes) EXPECT_EQ(base64(bytes), code);
+}
+
+}  // namespace
+}  // namespace fleifeisa::host::test
