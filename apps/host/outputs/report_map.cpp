@@ -37,8 +37,13 @@ void markCorners(const Points& points, std::size_t first, std::size_t last, std:
     markCorners(points, corner, last, keep);
 }
 
-Points corners(std::span<const PathPoint> path) {
-    const Points points(path.begin(), path.end());
+/// The way in the map's units, without what a straight line shows as well.
+Points corners(std::span<const PathPoint> path, int scale) {
+    Points points(path.begin(), path.end());
+    for (PathPoint& point : points) {
+        point.x2 *= scale;
+        point.y2 *= scale;
+    }
     std::vector<bool> keep(points.size(), false);
     keep.front() = keep.back() = true;
     markCorners(points, 0, points.size() - 1, keep);
@@ -71,6 +76,18 @@ std::string arrow(const Points& points, int size) {
            "Z\"/>";
 }
 
+/// The map's units: pixels, or a whole part of them where pictures are small, so that lines and labels can be fine.
+struct MapSize {
+    int scale, width, height;
+    int unit;  ///< about 1/256 of the width: markers and labels grow with the picture
+
+    explicit MapSize(const ReportData& data)
+        : scale(std::max(1, 512 / std::max(1, data.width))),
+          width(data.width * scale),
+          height(data.height * scale),
+          unit(std::max(1, (width + 128) / 256)) {}
+};
+
 /// Where a track's number stands: beside its end, within the picture.
 struct Label {
     std::int64_t left, top, width, height;  ///< half pixels
@@ -84,14 +101,16 @@ struct Label {
 
 /// Labels of all tracks that are not brief, in their order. The longest tracks choose first; what would cover a label
 /// that stands already is not shown.
-std::vector<Label> placeLabels(const ReportData& data, const std::vector<const ReportTrack*>& tracks, int unit) {
+std::vector<Label> placeLabels(const std::vector<const ReportTrack*>& tracks, const MapSize& size) {
+    const int unit = size.unit;
     std::vector<Label> labels;
     for (const ReportTrack* track : tracks) {
         const PathPoint& end = track->path.points().back();
         const auto digits = static_cast<std::int64_t>(std::to_string(track->number).size());
-        Label label{end.x2 + 5 * unit, end.y2 - 11 * unit, 5 * unit * digits, 8 * unit, false};
-        label.left = std::clamp<std::int64_t>(label.left, 0, std::max<std::int64_t>(0, 2 * data.width - label.width));
-        label.top = std::clamp<std::int64_t>(label.top, 0, std::max<std::int64_t>(0, 2 * data.height - label.height));
+        Label label{end.x2 * size.scale + 5 * unit, end.y2 * size.scale - 11 * unit, 6 * unit * digits, 8 * unit,
+                    false};
+        label.left = std::clamp<std::int64_t>(label.left, 0, std::max<std::int64_t>(0, 2 * size.width - label.width));
+        label.top = std::clamp<std::int64_t>(label.top, 0, std::max<std::int64_t>(0, 2 * size.height - label.height));
         labels.push_back(label);
     }
     std::vector<std::size_t> order(tracks.size());
@@ -113,8 +132,9 @@ std::string labelText(const Label& label, const std::string& number, int unit) {
            halves(label.top + 7 * unit) + "\" font-size=\"" + std::to_string(4 * unit) + "\">" + number + "</text>";
 }
 
-std::string trackOnMap(const ReportTrack& track, const Label* label, int unit) {
-    const Points points = corners(track.path.points());
+std::string trackOnMap(const ReportTrack& track, const Label* label, const MapSize& size) {
+    const Points points = corners(track.path.points(), size.scale);
+    const int unit = size.unit;
     const std::string number = std::to_string(track.number);
     std::string way = "M" + halves(points[0].x2) + " " + halves(points[0].y2);
     for (std::size_t i = 1; i < points.size(); ++i)
@@ -133,8 +153,8 @@ std::string trackOnMap(const ReportTrack& track, const Label* label, int unit) {
 }  // namespace
 
 std::string trackMap(const ReportData& data) {
-    const std::string width = std::to_string(data.width), height = std::to_string(data.height);
-    const int unit = std::max(1, (data.width + 128) / 256);  // markers and labels grow with the picture
+    const MapSize size(data);
+    const std::string width = std::to_string(size.width), height = std::to_string(size.height);
     std::string text =
         "<svg class=\"map\" viewBox=\"0 0 " + width + " " + height + "\" role=\"img\" aria-labelledby=\"map-title\">\n";
     text += "<title id=\"map-title\">The ways of " + std::to_string(data.tracks.size()) +
@@ -145,12 +165,12 @@ std::string trackMap(const ReportData& data) {
     std::vector<const ReportTrack*> lasting;
     for (const ReportTrack& track : data.tracks) {
         if (track.brief())
-            text += trackOnMap(track, nullptr, unit);
+            text += trackOnMap(track, nullptr, size);
         else
             lasting.push_back(&track);
     }
-    const std::vector<Label> labels = placeLabels(data, lasting, unit);
-    for (std::size_t i = 0; i < lasting.size(); ++i) text += trackOnMap(*lasting[i], &labels[i], unit);
+    const std::vector<Label> labels = placeLabels(lasting, size);
+    for (std::size_t i = 0; i < lasting.size(); ++i) text += trackOnMap(*lasting[i], &labels[i], size);
     return text + "</svg>\n";
 }
 

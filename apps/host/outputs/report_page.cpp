@@ -155,7 +155,8 @@ std::string reportPage(const ReportData& data) {
                                     : "Nothing was tracked.") +
                 "</p>\n";
     if (brief > 0)
-        text += "<label class=\"switch\"><input type=\"checkbox\" id=\"show-brief\"> Show " +
+        text += std::string("<label class=\"switch\"><input type=\"checkbox\" id=\"show-brief\"") +
+                (brief == static_cast<std::int64_t>(data.tracks.size()) ? " checked" : "") + "> Show " +
                 counted(brief, "brief track") + "</label>\n";
     text += drawings(data);
     if (!data.tracks.empty()) text += "<section>\n<h2>Tracks</h2>\n" + table(data) + "</section>\n";
