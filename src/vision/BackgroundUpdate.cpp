@@ -68,25 +68,23 @@ void BackgroundModel::Learn(const KsColorImage& CI) {
     }
 }
 
-void BackgroundModel::MaintainCell(KsBackgroundCell& cell, bool forget) {
-    if (kernels::Active().maintain(cell, maxdist, forget, CIr == IR)) return;
-    if (CIr == COLOR) {
-        cell.UpdateCellClusters(maxdist);
-        if (forget) cell.ForgetUnsupportedClusters();
-    } else {
-        cell.UpdateCellClustersGray(maxdist);
-        if (forget) cell.ForgetUnsupportedClustersGray();
-    }
+// The kernels take full cells that fit them and that nobody else holds; all others go the plain way.
+void BackgroundModel::MaintainCell(int k, bool forget) {
+    KsBackgroundCell& cell = cd.cells[k];
+    kernels::CandidateList& list = candidates[static_cast<std::size_t>(k)];
+    const bool fits = list.n >= 0 && !cd.shared[static_cast<std::size_t>(k)] && cell.nclusters > 0 &&
+                      cell.nsamples == KsBackgroundCell::kMaxSamples && maxdist >= 0 && maxdist < 182;
+    (fits ? kernels::Active() : kernels::scalar).maintain(cell, maxdist, CIr == IR);
+    if (forget && CIr == COLOR) cell.ForgetUnsupportedClusters();
+    if (forget && CIr == IR) cell.ForgetUnsupportedClustersGray();
+    kernels::ListCandidates(cell, CIr == IR, list);
 }
 
 void BackgroundModel::Maintain(const KsColorImage& CI, bool updateall) {
     for (int k = 0; k < cnum; k++) {
         if (G->aux[k] == 0 && !(random_draws::Rand() * kTwoToMinus31 > kSkipForeground)) continue;
-        KsBackgroundCell& cell = cd.cells[k];
-        GatherSamples(cell, CI);
-        if (!Full(cell)) continue;
-        MaintainCell(cell, !updateall);
-        kernels::ListCandidates(cell, CIr == IR, candidates[static_cast<std::size_t>(k)]);
+        GatherSamples(cd.cells[k], CI);
+        if (Full(cd.cells[k])) MaintainCell(k, !updateall);
     }
 }
 

@@ -145,7 +145,7 @@ class BackgroundModel {
     void Learn(const KsColorImage& CI);
     void Maintain(const KsColorImage& CI, bool updateall);
     void GatherSamples(KsBackgroundCell& cell, const KsColorImage& CI) const;
-    void MaintainCell(KsBackgroundCell& cell, bool forget);
+    void MaintainCell(int k, bool forget);
     bool Full(const KsBackgroundCell& cell) const;
 
     std::vector<kernels::CandidateList> candidates;

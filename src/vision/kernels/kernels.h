@@ -25,14 +25,15 @@ struct alignas(64) PixelBlock {
     std::uint32_t p[kPixels];
 };
 
-// The clusters of one cell that qualify for queries, in order.
+// The clusters of one cell that qualify for queries, in order. A cell fits the kernels if all its clusters in use, not
+// only these, have means within the bounds and support.
 struct CandidateList {
     struct Candidate {
         std::int32_t constant;  // -|c|^2
         std::int32_t rb;        // 2 R in the low, 2 B in the high 16 bits
         std::int32_t g;         // 2 G in the low 16 bits
     };
-    std::int32_t n;  // -1: a cluster is out of bounds, use the plain code
+    std::int32_t n;  // -1: the cell does not fit, use the plain code
     Candidate c[6];
 };
 
@@ -61,9 +62,9 @@ struct Table {
     // sums. There is at least one candidate and no list is out of bounds.
     void (*nearest)(const PixelBlock& px, const CandidateList* const* lists, int nlists, DifferenceBlock& d,
                     QuadrantSums& q);
-    // UpdateCellClusters, then ForgetUnsupportedClusters if `forget`; `gray` takes the red channel alone. False, with
-    // nothing changed, where the cell needs the plain code.
-    bool (*maintain)(KsBackgroundCell& cell, int maxdist, bool forget, bool gray);
+    // UpdateCellClusters of a cell that Fits and holds 64 samples; `gray` takes the red channel alone. maxdist is below
+    // 32768 (below 182 for gray).
+    void (*maintain)(KsBackgroundCell& cell, int maxdist, bool gray);
     // Quadrant sums of the pixels themselves.
     void (*sums)(const PixelBlock& px, QuadrantSums& q);
     // Difference measure of n cells from their channel sums: the length of the vector, truncated. Adds the measures to

@@ -10,13 +10,13 @@ namespace kernels {
 void ListCandidates(const KsBackgroundCell& cell, bool gray, CandidateList& list) {
     int n = 0;
     for (int j = 0; j < cell.nclusters; j++) {
-        if (cell.support[j] <= KsBackgroundCell::kMinSupport) continue;
         const int r = cell.clusters[j].R, g = gray ? 0 : cell.clusters[j].G, b = gray ? 0 : cell.clusters[j].B;
         for (const int v : {r, g, b})
-            if (v < kLowest || v > kHighest) {
+            if (v < kLowest || v > kHighest || cell.support[j] < 1) {
                 list.n = -1;
                 return;
             }
+        if (cell.support[j] <= KsBackgroundCell::kMinSupport) continue;
         const std::uint32_t rb =
             (static_cast<std::uint32_t>(2 * r) & 0xffff) | (static_cast<std::uint32_t>(2 * b) << 16);
         list.c[n++] = {-(r * r + g * g + b * b), static_cast<std::int32_t>(rb), (2 * g) & 0xffff};
@@ -70,8 +70,11 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
     for (int i = 0; i < kPixels; i++) q.Add(Quadrant(i), px.p[i] & 255, px.p[i] >> 8 & 255, px.p[i] >> 16 & 255);
 }
 
-bool Maintain(KsBackgroundCell&, int, bool, bool) {
-    return false;
+void Maintain(KsBackgroundCell& cell, int maxdist, bool gray) {
+    if (gray)
+        cell.UpdateCellClustersGray(maxdist);
+    else
+        cell.UpdateCellClusters(maxdist);
 }
 
 }  // namespace

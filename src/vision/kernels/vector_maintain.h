@@ -1,57 +1,48 @@
 // Vector form of a cell's cluster maintenance; part of vector_body.h. The steps are those of ClusterMaintenance.cpp.
 //
 // The cluster of a sample is the one with the largest key 8 (2 p.c - |c|^2) + (7 - j): the index j in the low bits lets
-// the lower cluster win ties, and the distance comes back as |p|^2 - (key >> 3).
+// the lower cluster win ties, and the distance comes back as |p|^2 - (key >> 3). With means within kLowest .. kHighest
+// weights of 16 c fit 16 bits and distances times 64 fit 32. A merged mean may leave those bounds a little: the sum of
+// a cluster differs from support x mean by at most 256, so it stays within -512 .. 767, for which all this still holds.
 
-constexpr int kSamples = KsBackgroundCell::kMaxSamples;
-constexpr int kGroups = kSamples / N;
-constexpr int kBound = 1024;  // of means, so that weights of 16 c fit 16 bits and distances times 64 fit 32
+constexpr int kGroups = KsBackgroundCell::kMaxSamples / N;
 
 alignas(64) constexpr std::int32_t kLane[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+
+// Three channels of a cluster in the lanes of a small vector; the fourth lane is whatever follows in memory.
+typedef std::int32_t V4 __attribute__((vector_size(16)));
+typedef float F4 __attribute__((vector_size(16)));
 
 class Maintainer {
  public:
     Maintainer(KsBackgroundCell& c, bool g) : cell(c), gray(g) {}
 
-    // Whether every cluster is within the bounds that keep the arithmetic exact, now and after any merge.
-    bool Fits() const {
-        if (cell.nsamples != kSamples || cell.nclusters < 1 || cell.nclusters > KsBackgroundCell::kMaxClusters)
-            return false;
-        for (int j = 0; j < cell.nclusters; j++) {
-            const int s = cell.support[j], limit = kBound * s;
-            if (s < 1 || s > KsBackgroundCell::kMaxSupport) return false;
-            for (const int m : {cell.clusters[j].R, cell.clusters[j].G, cell.clusters[j].B})
-                if (m < -kBound || m > kBound) return false;
-            for (const int v : {cell.clustersum[j].R, cell.clustersum[j].G, cell.clustersum[j].B})
-                if (v < -limit || v > limit) return false;
-        }
-        return true;
-    }
-
     void Update(int maxdist) {
         LoadSamples();
         for (int j = 0; j < cell.nclusters; j++) SetWeights(j);
-        Assign();
+        Assign(0);
         for (int round = 0; round < 3 && dmax > maxdist; round++) {
+            int first = cell.nclusters;  // of the clusters that the samples have not been compared with
             if (cell.nclusters == KsBackgroundCell::kMaxClusters) {
                 Merge();
                 if (cell.nclusters == KsBackgroundCell::kMaxClusters) break;
+                first = 0;
             }
             Open();
-            Assign();
+            Assign(first);
         }
         Fold();
-        Settle();
         cell.nsamples = 0;
     }
 
  private:
     void LoadSamples() {
         const V channels = V{} + (gray ? 0xff : 0xff00ff);
+        const V green = V{} + (gray ? 0 : 0xff);
         for (int i = 0; i < kGroups; i++) {
             const V p = Load(&cell.cv[N * i]);
             rb[i] = p & channels;
-            g1[i] = (gray ? V{} : Green(p)) | 0x10000;  // a one to count with
+            g1[i] = ((p >> 8) & green) | 0x10000;  // a one to count with
             pp[i] = MultiplyAdd(MultiplyAdd(V{} - 1, rb[i], rb[i]), g1[i], g1[i]);
         }
     }
@@ -64,23 +55,24 @@ class Maintainer {
         constant[j] = -8 * (r * r + g * g + b * b) + 7 - j;
     }
 
-    // Keys of all samples; the largest distance and the first sample with it. Samples behind nsamples get the key of no
-    // cluster (its low bits are those of j = 7).
-    void Assign() {
+    // Compares the samples with the clusters from `first` on; those before it they know. Then the largest distance and
+    // the first sample with it.
+    void Assign(int first) {
+        if (first == 0)
+            for (int i = 0; i < kGroups; i++) key[i] = V{} + INT_MIN;
+        for (int j = first; j < cell.nclusters; j++) {
+            const V weight_rb = V{} + wrb[j], weight_g = V{} + wg[j], start = V{} + constant[j];
+            for (int i = 0; i < kGroups; i++)
+                key[i] = Max(key[i], MultiplyAdd(MultiplyAdd(start, rb[i], weight_rb), g1[i], weight_g));
+        }
         V top = V{} - 1;
         for (int i = 0; i < kGroups; i++) {
-            V best = V{} + INT_MIN;
-            for (int j = 0; j < cell.nclusters; j++)
-                best = Max(best, MultiplyAdd(MultiplyAdd(V{} + constant[j], rb[i], V{} + wrb[j]), g1[i], V{} + wg[j]));
-            const V index = Load(kLane) + N * i;
-            const auto in_store = index < cell.nsamples;
-            key[i] = in_store ? best : V{} + INT_MIN;
-            const V ranked = ((pp[i] - (best >> 3)) << 6) + (kSamples - 1 - index);
-            top = Max(top, in_store ? ranked : V{} - 1);
+            const V rank = (63 - N * i) - Load(kLane);  // the earlier sample wins
+            top = Max(top, ((pp[i] - (key[i] >> 3)) << 6) + rank);
         }
         const std::int32_t t = LargestLane(top);
         dmax = t >> 6;
-        worst = kSamples - 1 - (t & 63);
+        worst = 63 - (t & 63);
     }
 
     // The closest pair becomes one cluster, if it is closer than the worst sample.
@@ -111,54 +103,49 @@ class Maintainer {
         SetWeights(j);
         const int last = --cell.nsamples;
         cell.cv[worst] = cell.cv[last];
-        MoveLane(rb, worst, last);
-        MoveLane(g1, worst, last);
-        MoveLane(pp, worst, last);
+        for (V* v : {rb, g1, pp, key}) std::memcpy(Lane(v, worst), Lane(v, last), 4);
+        // The lane left over is farther from no cluster than any sample, has no channels and counts as none.
+        const std::int32_t nothing = 0, near = -(1 << 24);
+        std::memcpy(Lane(rb, last), &nothing, 4);
+        std::memcpy(Lane(g1, last), &nothing, 4);
+        std::memcpy(Lane(pp, last), &near, 4);
     }
 
-    static void MoveLane(V* v, int to, int from) {
-        auto* lanes = reinterpret_cast<unsigned char*>(v);
-        std::memcpy(lanes + 4 * to, lanes + 4 * from, 4);
-    }
+    static unsigned char* Lane(V* v, int i) { return reinterpret_cast<unsigned char*>(v) + 4 * i; }
 
     // Sums are order-free, so the samples of a cluster join it all at once; those that find it at full support each
-    // replace one sample at its mean.
+    // replace one sample at its mean. Then the fresh mean. Its quotient in single precision truncates exactly: a sum is
+    // below 2^19, and a quotient that is no integer lies at least 1/512 from one.
     void Fold() {
+        for (int i = 0; i < kGroups; i++) key[i] &= 7;
         for (int j = 0; j < cell.nclusters; j++) {
             V srb{}, sg1{};
             for (int i = 0; i < kGroups; i++) {
-                const auto mine = (key[i] & 7) == 7 - j;
-                srb += mine ? rb[i] : V{};
-                sg1 += mine ? g1[i] : V{};
+                const V mine = (V)(key[i] == 7 - j);
+                srb += mine & rb[i];
+                sg1 += mine & g1[i];
             }
             const std::uint64_t sums = SumLanes(srb, sg1);  // 64 x 255 fits a half
             const int red = sums & 0xffff, blue = sums >> 16 & 0xffff, green = sums >> 32 & 0xffff;
             const int count = static_cast<int>(sums >> 48);
-            const int room = KsBackgroundCell::kMaxSupport - cell.support[j];
-            const int over = count > room ? count - room : 0;
-            cell.clustersum[j].R += red - over * cell.clusters[j].R;
-            if (!gray) {
-                cell.clustersum[j].G += green - over * cell.clusters[j].G;
-                cell.clustersum[j].B += blue - over * cell.clusters[j].B;
-            }
-            cell.support[j] = static_cast<std::int16_t>(cell.support[j] + count - over);
+            const int all = cell.support[j] + count;
+            const int support = all < KsBackgroundCell::kMaxSupport ? all : KsBackgroundCell::kMaxSupport;
+            cell.support[j] = static_cast<std::int16_t>(support);
             cell.added[j] = static_cast<std::int16_t>(count);
-        }
-    }
 
-    // Fresh means. The quotients in single precision truncate exactly: a sum is below 2^20, and a quotient that is no
-    // integer lies at least 1/512 from one.
-    void Settle() {
-        for (int j = 0; j < cell.nclusters; j++) {
-            const int s = cell.support[j];
-            const auto mean = [s](int sum) {
-                return static_cast<std::int16_t>(static_cast<float>(sum + s / 2) / static_cast<float>(s));
-            };
-            cell.clusters[j].R = mean(cell.clustersum[j].R);
-            if (!gray) {
-                cell.clusters[j].G = mean(cell.clustersum[j].G);
-                cell.clusters[j].B = mean(cell.clustersum[j].B);
-            }
+            const int over = all - support;
+            ColorMean& m = cell.clusters[j];
+            ColorValue& s = cell.clustersum[j];
+            const V4 sum = V4{s.R + red, s.G + green, s.B + blue, 0} - V4{m.R, m.G, m.B, 0} * over;
+            const V4 mean = __builtin_convertvector(
+                __builtin_convertvector(sum + support / 2, F4) / static_cast<float>(support), V4);
+            s.R = sum[0];
+            m.R = static_cast<std::int16_t>(mean[0]);
+            if (gray) continue;
+            s.G = sum[1];
+            s.B = sum[2];
+            m.G = static_cast<std::int16_t>(mean[1]);
+            m.B = static_cast<std::int16_t>(mean[2]);
         }
     }
 
@@ -170,15 +157,6 @@ class Maintainer {
     int dmax = 0, worst = 0;
 };
 
-bool Maintain(KsBackgroundCell& cell, int maxdist, bool forget, bool gray) {
-    Maintainer m(cell, gray);
-    if (!m.Fits()) return false;
-    m.Update(gray ? maxdist * maxdist : maxdist);
-    if (forget) {
-        if (gray)
-            cell.ForgetUnsupportedClustersGray();
-        else
-            cell.ForgetUnsupportedClusters();
-    }
-    return true;
+void Maintain(KsBackgroundCell& cell, int maxdist, bool gray) {
+    Maintainer(cell, gray).Update(gray ? maxdist * maxdist : maxdist);
 }
