@@ -143,18 +143,29 @@ TEST(Background, SingleModelDrawsAndHistogram) {
     EXPECT_EQ(g.RedD[95], 87) << "frame minus background";
 }
 
+// Against maps painted from the cells' boxes.
 TEST(Background, PixelMaps) {
-    TestImage image(10, 13, Flat(3));
-    GridColorDiff g(image, 4, COLOR);
-    BackgroundModel model(image, 0.95, COLOR, &g, MULTIPLE, 7);
-    for (int r = 0; r < 10; r++) {
-        for (int c = 0; c < 13; c++) {
-            EXPECT_EQ(model.map1[r * 13 + c], r / 4 * 4 + c / 4);
-            const int i = r < 2 ? -1 : (r - 2) / 4, j = c < 2 ? -1 : (c - 2) / 4;
-            const bool covered = i >= 0 && j >= 0 && i < 2 && j < 3;
-            EXPECT_EQ(model.map2[r * 13 + c], covered ? 12 + i * 3 + j : -1) << r << "," << c;
+    const std::pair<int, int> sizes[] = {{1, 1},   {1, 9},   {9, 1},   {4, 4},  {7, 8},
+                                         {10, 13}, {16, 24}, {23, 17}, {31, 33}};
+    for (const auto& [rows, cols] : sizes) {
+        for (int cellsize = 1; cellsize <= 8; cellsize++) {
+            TestImage image(rows, cols, Flat(3));
+            GridColorDiff g(image, cellsize, COLOR);
+            BackgroundModel model(image, 0.95, COLOR, &g, MULTIPLE, 7);
+            const auto pixels = static_cast<std::size_t>(rows * cols);
+            std::vector<int> main(pixels, -1), shifted(pixels, -1);
+            for (int k = 0; k < g.cnum; k++)
+                for (int r = g.cd[k].minr; r <= std::min(g.cd[k].maxr, rows - 1); r++)
+                    for (int c = g.cd[k].minc; c <= std::min(g.cd[k].maxc, cols - 1); c++)
+                        (k < g.cnum_2 ? main : shifted)[static_cast<std::size_t>(r * cols + c)] = k;
+            for (std::size_t i = 0; i < pixels; i++) {
+                ASSERT_EQ(model.map1[i], main[i]) << rows << "x" << cols << " cell " << cellsize << " pixel " << i;
+                ASSERT_EQ(model.map2[i], shifted[i]) << rows << "x" << cols << " cell " << cellsize << " pixel " << i;
+            }
+            EXPECT_FALSE(model.map1 == nullptr || model.map2 == nullptr);
         }
     }
+    EXPECT_TRUE(BackgroundModel().map1 == nullptr && BackgroundModel().map2 == nullptr);
 }
 
 // The nearest well-supported cluster among a pixel's cell and its four diagonal neighbours, by exhaustive search.

@@ -1,6 +1,5 @@
 // Construction of the background model over the first frame.
 #include "backgroundmodel.h"
-#include "pixelwalk.h"
 #include "randomdraws.h"
 
 BackgroundModel::BackgroundModel()
@@ -10,8 +9,6 @@ BackgroundModel::BackgroundModel()
       G(nullptr),
       BType(SINGLE),
       n(nullptr),
-      map1(nullptr),
-      map2(nullptr),
       cnum(0),
       cnum_2(0),
       cellsize(0),
@@ -52,17 +49,12 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
     cd.cells = cells;
     cd.shared.resize(static_cast<std::size_t>(cnum));
     candidates.resize(static_cast<std::size_t>(cnum));
-    const std::size_t pixels = cnum > 0 ? static_cast<std::size_t>(NofR) * static_cast<std::size_t>(NofC) : 0;
-    map1 = new int[pixels];
-    map2 = new int[pixels];
-    for (std::size_t i = 0; i < pixels; i++) map2[i] = -1;
+    const int inum = (NofR + cellsize - 1) / cellsize, jnum = (NofC + cellsize - 1) / cellsize;
+    map1 = CellMap(cellsize, 0, inum, jnum, 0, NofC);
+    map2 = CellMap(cellsize, cellsize_2, inum - 1, jnum - 1, cnum_2, NofC);
     for (int k = 0; k < cnum; k++) {
         const CellBox box = G->Box(k);
         cells[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
-        int* map = k < cnum_2 ? map1 : map2;
-        ForEachPixel(box, NofR, NofC, [&](int r, int c) {
-            map[static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)] = k;
-        });
     }
     for (int k = 0; k < cnum; k++) {
         GatherSamples(cells[k], CI);
@@ -75,8 +67,6 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
 
 BackgroundModel::~BackgroundModel() {
     // IBkg's buffer belongs to the frame it was taken from.
-    delete[] map1;
-    delete[] map2;
     delete[] cd.cells;
 }
 

@@ -37,7 +37,7 @@ int KsBackgroundCell::GetMinDifferenceGray(int minval, int R, int& Rd) const {
 
 void BackgroundModel::GetDifference(int r, int c, int R, int Gr, int B, int& Rd, int& Gd, int& Bd) const {
     const BackgroundCells& cells = cd;
-    const int k = map1[static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)];
+    const int k = map1.At(r, c);
     if (k < 0) return;
     int min = cells[k].GetMinDifference(kFarthest, R, Gr, B, Rd, Gd, Bd);
     for (int slot = 4; slot < 8; slot++) {
@@ -48,7 +48,7 @@ void BackgroundModel::GetDifference(int r, int c, int R, int Gr, int B, int& Rd,
 
 void BackgroundModel::GetDifferenceGray(int r, int c, int Gr, int& Gd) const {
     const BackgroundCells& cells = cd;
-    const int k = map1[static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)];
+    const int k = map1.At(r, c);
     if (k < 0) return;
     int min = cells[k].GetMinDifferenceGray(kFarthest, Gr, Gd);
     for (int slot = 4; slot < 8; slot++) {

@@ -95,6 +95,33 @@ class BackgroundCells {
     std::vector<unsigned char> shared;
 };
 
+// Which cell of one lattice a pixel lies in. Looks like an array over the pixels, row by row, but is computed: arrays
+// would cost 8 bytes a pixel for what two divisions tell.
+class CellMap {
+ public:
+    CellMap() = default;
+    // Cells of the given edge from pixel (offset, offset) on, `rows` x `cols` of them, numbered row by row from
+    // `first`; `width` pixels to a row of the frame.
+    CellMap(int edge_in, int offset_in, int rows_in, int cols_in, int first_in, int width_in)
+        : edge(edge_in), offset(offset_in), rows(rows_in), cols(cols_in), first(first_in), width(width_in) {}
+
+    // Index of the pixel's cell, -1 where the lattice does not reach.
+    int At(int r, int c) const {
+        if (r < offset || c < offset) return -1;
+        const int i = (r - offset) / edge, j = (c - offset) / edge;
+        return i < rows && j < cols ? first + i * cols + j : -1;
+    }
+    // The same for pixel i, counted row by row. i lies inside the frame.
+    int operator[](std::size_t i) const {
+        const auto w = static_cast<std::size_t>(width);
+        return At(static_cast<int>(i / w), static_cast<int>(i % w));
+    }
+    bool operator==(std::nullptr_t) const { return edge == 0; }
+
+ private:
+    int edge = 0, offset = 0, rows = 0, cols = 0, first = 0, width = 0;
+};
+
 // Draws n distinct indices below range (n <= range) with random() % range, redrawing repeats.
 void RandomCenters(int* icl, int n, int range);
 
@@ -107,7 +134,7 @@ class BackgroundModel {
     KsColorImage IBkg;           // SINGLE only: shares the first frame's buffer, which the caller must keep alive
     BackgroundCells cd;          // MULTIPLE only: cnum cells, owned
     Neighbors* n;                // the grid's neighbours, not owned
-    int *map1, *map2;            // MULTIPLE only, per pixel: index of its main cell; of its shifted cell or -1
+    CellMap map1, map2;          // MULTIPLE only, per pixel: index of its main cell; of its shifted cell or -1
     int cnum, cnum_2;            // cells of both lattices, of the main lattice
     int cellsize, cellsize_2;    // pixels
     int maxdist;                 // cluster radius: squared for COLOR, plain for IR
