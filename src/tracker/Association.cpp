@@ -2,6 +2,7 @@
 // most.
 #include <vector>
 
+#include "frameindex.h"
 #include "gridprivate.h"
 #include "kscolortracker.h"
 
@@ -40,7 +41,7 @@ void GridColorDiff::FindPotentialParents(Object& COb) {
     }
 }
 
-void ColorDiffTracker::Associate(int k, int frame) {
+void ColorDiffTracker::Associate(int k) {
     Object& ob = Ob[k];
     if (ob.numparents < 1) {
         ob.id = NextTmpObId++;
@@ -48,23 +49,19 @@ void ColorDiffTracker::Associate(int k, int frame) {
         return;
     }
     const int n = numobjects - 1;  // entries before the new one
-    const auto find = [&](auto matches) {
-        int i = 0;
-        while (i < n && !matches(Ob[usedob[i]])) i++;
-        return i < n ? &Ob[usedob[i]] : nullptr;
-    };
-    const Object* parent = find([&](const Object& o) { return o.framenum == frame - 1 && o.label == ob.parents[0]; });
     // Deliberate: where the overlapped label has no record (too weak, or frames are not consecutive), the record is
     // its own parent and takes id 0, as long as no other record of this frame did so before.
-    if (parent == nullptr) parent = &ob;
+    const int parent_at = index->Parent(ob.parents[0], n);
+    const Object* parent = parent_at >= 0 ? &Ob[usedob[parent_at]] : &ob;
     const int pid = parent->id;
     const int numframes = parent->numframes + 1;
-    Object* rival = find([&](const Object& o) { return o.framenum == frame && o.id == pid; });
-    if (rival == nullptr) {
+    const int rival_at = index->Holder(pid, n);
+    if (rival_at < 0) {
         ob.id = pid;
-    } else if (ob.area > rival->area) {  // the track splits: the larger part keeps the id
-        rival->id = NextTmpObId++;
+    } else if (Object& rival = Ob[usedob[rival_at]]; ob.area > rival.area) {  // a split: the larger part keeps the id
+        rival.id = NextTmpObId++;
         ob.id = pid;
+        index->Note(rival_at);
     } else {
         ob.id = NextTmpObId++;
     }

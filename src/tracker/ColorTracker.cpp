@@ -5,6 +5,8 @@
 #include <memory>
 #include <new>
 
+#include "frameindex.h"
+
 #include "Invariants.h"
 
 namespace {
@@ -53,6 +55,7 @@ ColorDiffTracker::ColorDiffTracker(KsColorImage& CI, int lt_in, int ht_in, doubl
     Ob = NewObjectTable();
     G = grid.release();
     B = model.release();
+    index = std::make_unique<FrameIndex>(*this);
     CheckGeometry(*this);
 }
 
@@ -86,14 +89,16 @@ void ColorDiffTracker::DetectForeground(KsColorImage& CI, int frame, float color
     else
         G->ConnectedComponents();
     G->ListComponents();
+    index->Begin(frame, G->numprevlabel);
     for (int label = 1; label <= G->GetNumLabel(); label++) {
         if (!(G->GetConfCC(label) > 0.1)) continue;
-        const int k = NextFreeObjectCell(frame);
+        const int k = TakeObjectCell();
         if (k == kMaxObjects) continue;  // table full: no record, id or contour for this component
         Observe(CI, k, label);
         if (DEBUG) TraceRecord(Ob[k]);
         G->FindPotentialParents(Ob[k]);
-        Associate(k, frame);
+        Associate(k);
+        index->Note(numobjects - 1);
         if (DEBUG) TraceId(Ob[k]);
         if (NextTmpObId > kMaxId) NextTmpObId = 1;
     }

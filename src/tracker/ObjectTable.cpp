@@ -1,7 +1,8 @@
 // The table of observed objects: handing out cells, ageing, releasing.
 #include <algorithm>
-#include <vector>
+#include <unordered_map>
 
+#include "frameindex.h"
 #include "kscolortracker.h"
 
 // Frees the record at a position of usedob. The last entry moves into the position, so the caller examines it again.
@@ -20,10 +21,20 @@ int ColorDiffTracker::NextFreeObjectCell(int framenum) {
         else
             i++;
     }
-    if (numobjects >= kMaxUsed) return kMaxObjects;
     int k = 0;
     while (k < kMaxObjects && Ob[k].id != 0) k++;
-    if (k == kMaxObjects) return kMaxObjects;
+    return HandOut(k);
+}
+
+// The same within a detection frame, where CleanObjectList has just done the ageing.
+int ColorDiffTracker::TakeObjectCell() {
+    const int k = HandOut(index->FirstFree());
+    if (k != kMaxObjects) index->Place(numobjects - 1);
+    return k;
+}
+
+int ColorDiffTracker::HandOut(int k) {
+    if (numobjects >= kMaxUsed || k == kMaxObjects) return kMaxObjects;
     // A record with id 0 left its cell free while still owning a contour.
     G->ReturnNodes(Ob[k].fnode);
     Ob[k].fnode = nullptr;
@@ -33,26 +44,18 @@ int ColorDiffTracker::NextFreeObjectCell(int framenum) {
 
 void ColorDiffTracker::CleanObjectList(int framenum) {
     // The latest frame of every id in use.
-    std::vector<int> trackedobjects, lastframe;
+    std::unordered_map<int, int> lastframe;
     for (int i = 0; i < numobjects; i++) {
         const Object& ob = Ob[usedob[i]];
-        const auto found = std::find(trackedobjects.begin(), trackedobjects.end(), ob.id);
-        if (found == trackedobjects.end()) {
-            trackedobjects.push_back(ob.id);
-            lastframe.push_back(ob.framenum);
-        } else {
-            int& last = lastframe[static_cast<std::size_t>(found - trackedobjects.begin())];
-            last = std::max(last, ob.framenum);
-        }
+        const auto [found, fresh] = lastframe.try_emplace(ob.id, ob.framenum);
+        if (!fresh) found->second = std::max(found->second, ob.framenum);
     }
     // Deliberate: driven by the id's newest record but each record's own numframes, so a track survives a gap no
     // longer than it has been followed, and its older records go before its newer ones.
     for (int i = 0; i < numobjects;) {
         const Object& ob = Ob[usedob[i]];
-        const auto found = std::find(trackedobjects.begin(), trackedobjects.end(), ob.id);
-        const int last = found == trackedobjects.end()
-                             ? ob.framenum
-                             : lastframe[static_cast<std::size_t>(found - trackedobjects.begin())];
+        const auto found = lastframe.find(ob.id);
+        const int last = found == lastframe.end() ? ob.framenum : found->second;
         if (last + ob.numframes < framenum || framenum > ob.framenum + kMaxAge)
             ReleaseRecord(i);
         else

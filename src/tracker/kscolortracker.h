@@ -5,6 +5,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <memory>
 
 #include "kshistograms.h"
 
@@ -13,9 +14,9 @@ class ColorDiffTracker {
 #ifdef FLEIFEISA_SMALL_TABLES
     static constexpr int kMaxObjects = 64, kMaxUsed = 32, kMaxId = 99;  // fuzz builds: small frames reach the bounds
 #else
-    static constexpr int kMaxObjects = 10000;          // object cells
-    static constexpr int kMaxUsed = 5000;              // records in use; further components of a frame get no record
-    static constexpr int kMaxId = 99999;               // ids run 1 .. 99999 and repeat
+    static constexpr int kMaxObjects = 10000;  // object cells
+    static constexpr int kMaxUsed = 5000;      // records in use; further components of a frame get no record
+    static constexpr int kMaxId = 99999;       // ids run 1 .. 99999 and repeat
 #endif
     static constexpr int kMaxAge = 25;                 // frames that a record stays in the table
     static constexpr double kPolygonTolerance = 1.41;  // pixels, of the polygons in replies
@@ -84,7 +85,11 @@ class ColorDiffTracker {
  private:
     void ReleaseRecord(int position);
     void Observe(KsColorImage& CI, int k, int label);  // colours, box, contour and centre of a component into cell k
-    void Associate(int k, int frame);                  // id and numframes of cell k, the last of usedob
+    class FrameIndex;                                  // finds records of a detection frame without walking the table
+    std::unique_ptr<FrameIndex> index;
+    int TakeObjectCell();
+    int HandOut(int k);
+    void Associate(int k);  // id and numframes of cell k, the last of usedob
     void TraceRecord(const Object& ob) const;
     void TraceId(const Object& ob) const;
     void TraceSummary() const;
