@@ -199,6 +199,7 @@ bool Camera::readFrame(Request& request) {
     if (frame.layout.format.name == "rgb24") {
         request.rgb = std::move(frame.bytes);
     } else {
+        request.rgb = std::move(spare_rgb_);
         request.rgb.resize(static_cast<std::size_t>(request.width) * static_cast<std::size_t>(request.height) * 3);
         toRgb(frame.layout, frame.bytes, request.rgb);
         feeder_.recycle(std::move(frame.bytes));
@@ -285,7 +286,10 @@ void Camera::handleReply(const std::string& bytes) {
     ++counts_.answered;
     if (reply.detection) ++counts_.detected;
     failures_in_a_row_ = 0;
-    feeder_.recycle(std::move(in_flight_.front().rgb));
+    if (spare_rgb_.empty())
+        spare_rgb_ = std::move(in_flight_.front().rgb);
+    else
+        feeder_.recycle(std::move(in_flight_.front().rgb));
     in_flight_.pop_front();
     waiting_since_ = Clock::now();
 }

@@ -106,9 +106,10 @@ class Camera {
     std::vector<std::unique_ptr<Output>> owned_;
     std::vector<Sink> sinks_;
     std::unique_ptr<Analyzer> analyzer_;
-    std::deque<Request> in_flight_;  ///< sent or to be sent, oldest first
-    std::optional<Request> held_;    ///< waits for a new analyzer, because its size differs
-    const std::size_t window_;       ///< how many may be under way
+    std::deque<Request> in_flight_;        ///< sent or to be sent, oldest first
+    std::vector<std::uint8_t> spare_rgb_;  ///< memory of an answered frame
+    std::optional<Request> held_;          ///< waits for a new analyzer, because its size differs
+    const std::size_t window_;             ///< how many may be under way
     std::optional<ControlParameters> pending_control_;
     Clock::time_point waiting_since_{};  ///< the oldest request's turn began
     Clock::time_point restart_at_{};

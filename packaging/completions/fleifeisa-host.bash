@@ -1,0 +1,48 @@
+# bash completion for fleifeisa-host
+
+_fleifeisa_host() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb='' word
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+        case $word in play | run | replay | report | scenes) verb=$word && break ;; esac
+    done
+    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --realtime --stall-timeout"
+    local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
+        --answer-timeout"
+    local words=''
+    COMPREPLY=()
+    case $previous in
+        --type) words="color ir" ;;
+        --log-format) words="text json" ;;
+        --matrix) words="bt601 bt709 bt2020" ;;
+        --range) words="full limited" ;;
+        --output) [ "$verb" = play ] && words="replies recording jsonl mot onvif tracks video report" ;;
+        --analyzer | --out | --replies | -o) ;;
+        *)
+            case $verb in
+                '') words="play run replay report scenes --verbose --log-format --version --help" ;;
+                play) words="$source $analyzer --out --output --quiet --help" ;;
+                report) words="$source $analyzer --output --help" ;;
+                run) words="--check-config --analyzer --help" ;;
+                replay) words="--verify --replies --analyzer --help" ;;
+                scenes) words="--help" ;;
+            esac
+            if [[ $current != -* && -n $verb && $verb != scenes ]]; then
+                words=''
+                if [[ $verb == play || $verb == report ]] && [[ $current == scene* ]]; then
+                    # A colon begins a new word in bash: only what follows it is completed.
+                    words="scene:street scene:walkers scene:crowd scene:static scene:lights scene:night-ir"
+                fi
+            fi
+            ;;
+    esac
+    if [ "$current" = : ] || [ "$previous" = : ]; then
+        words="street walkers crowd static lights night-ir"
+        current=${current#:}
+    fi
+    if [ -n "$words" ]; then
+        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+    else
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+    fi
+}
+complete -o filenames -F _fleifeisa_host fleifeisa-host
