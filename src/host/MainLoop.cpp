@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <iostream>
 #include <limits>
 #include <memory>
@@ -13,6 +12,7 @@
 #include <string>
 
 #include "Control.h"
+#include "FileFrames.h"
 #include "Sandbox.h"
 #include "Streaming.h"
 #include "kscolortracker.h"
@@ -66,7 +66,7 @@ class Analyzer {
     void ParseArguments(int argc, char** argv);
     void StartUp();
     void NextFrame();
-    void NextStoredFrame();
+    void NextFileFrame();
     void NextStreamedFrame();
     bool ReadMessage();
     void ReleaseFrame();
@@ -82,7 +82,7 @@ class Analyzer {
     int NofBckgFrames = 0;
 
     // Carried from frame to frame.
-    std::ifstream fnames;                  // list of image names, stored sequences
+    FileFrames files;                      // source of the file modes
     KsColorImage Img;                      // the frame; owns its pixels
     streamin streamdata{};                 // its message
     std::unique_ptr<ColorDiffTracker> TD;  // built over the first frame that has pixels
@@ -118,13 +118,11 @@ void Analyzer::StartUp() {
             throw Exit{0};
         }
         AckError("Cannot open configuration file.");
-    } else if (mode == kStored) {
-        fnames.open(list_name);
-        if (!fnames) {
-            std::cout << "\n Invalid file name " << list_name << std::endl;
-            throw Exit{1};
-        }
+    } else if (mode == kStored && !files.OpenList(list_name, name_path)) {
+        std::cout << "\n Invalid file name " << list_name << std::endl;
+        throw Exit{1};
     }
+    if (mode == kLive) files.Follow(list_name);
     NofBckgFrames = c.bg_frames;  // fixed for the rest of the run
     if (std::strcmp(type_text, "COLOR") != 0) {
         CIr = IR;
@@ -193,7 +191,7 @@ void Analyzer::NextFrame() {
     if (mode == kStreaming)
         NextStreamedFrame();
     else
-        NextStoredFrame();
+        NextFileFrame();
 }
 
 // Releases the pixels and the texts of the previous message, once.
@@ -242,14 +240,13 @@ bool Analyzer::ReadMessage() {
     return true;
 }
 
-void Analyzer::NextStoredFrame() {
+void Analyzer::NextFileFrame() {
     ReleaseFrame();
-    std::string in_name = list_name;
-    if (mode == kStored) {
-        std::string s;
-        if (!(fnames >> s)) throw Exit{0};
-        in_name = name_path + s;
-    }
+    std::cout.flush();  // nothing read from standard input does it here
+    if (!std::cout) throw Exit{1};
+    const bool sized = TD != nullptr;
+    const FileFrames::Result next = files.Next(Img, frame, sized ? TD->G->NofR : 0, sized ? TD->G->NofC : 0);
+    if (next != FileFrames::kFrame) throw Exit{next == FileFrames::kEnd ? 0 : 1};
     char text[80];
     std::snprintf(text, sizeof text, "%d", static_cast<int>(std::time(nullptr)));
     streamdata.timestamp = strdup(text);

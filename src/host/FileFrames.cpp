@@ -1,0 +1,65 @@
+#include "FileFrames.h"
+
+#include <cctype>
+#include <filesystem>
+#include <iomanip>
+#include <iostream>
+
+namespace {
+
+constexpr int kLongestName = 4096;  // bytes; longer ones cannot be opened anyway
+
+}  // namespace
+
+bool FileFrames::OpenList(const std::string& list, const std::string& name_path) {
+    path = name_path;
+    names.open(list);
+    std::error_code ignored;
+    return names && !std::filesystem::is_directory(list, ignored);
+}
+
+// False at the end of the list. What exceeds the longest name is cut off.
+bool FileFrames::NextName(std::string& name) {
+    names >> std::setw(kLongestName) >> name;
+    if (static_cast<int>(name.size()) == kLongestName)
+        while (names.good() && std::isspace(names.peek()) == 0) names.ignore();
+    return !name.empty();
+}
+
+void FileFrames::LoadLive(KsColorImage& img) {
+    const LoadedImage image = live->WaitForFrame();
+    if (image.pixels != nullptr) img.KsReadImageMemory(image.pixels, image.height, image.width);
+    if (!image.error.empty()) std::cerr << image.error << std::endl;
+}
+
+FileFrames::Result FileFrames::Next(KsColorImage& img, int number, int rows, int cols) {
+    if (live != nullptr) {
+        LoadLive(img);
+    } else {
+        std::string name;
+        const bool found = NextName(name);
+        if (names.bad()) {
+            std::cerr << "The list of images cannot be read to its end." << std::endl;
+            return kUnreadableList;
+        }
+        if (!found) return kEnd;
+        img.KsReadImageFile((path + name).c_str());
+    }
+    if (rows > 0 && img.raw) CheckSize(img, number, rows, cols);
+    return kFrame;
+}
+
+void FileFrames::CheckSize(KsColorImage& img, int number, int rows, int cols) {
+    if (img.NofR == rows && img.NofC == cols) {
+        odd_rows = odd_cols = 0;
+        return;
+    }
+    // A camera that was switched to another size goes on with it: one line says it all.
+    if (live == nullptr || img.NofR != odd_rows || img.NofC != odd_cols)
+        std::cerr << "Frame " << number << ": an image of " << img.NofC << "x" << img.NofR << " pixels, the first had "
+                  << cols << "x" << rows << "; it counts as a frame without pixels." << std::endl;
+    odd_rows = img.NofR;
+    odd_cols = img.NofC;
+    img.KsFreeImageMemory();
+    img.Detach();
+}

@@ -1,0 +1,36 @@
+// Where the file modes get their frames from: the images of a list, or one file that a camera keeps writing
+// (docs/image-files.md). What is wrong with an image goes to standard error, one line each.
+#pragma once
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "LiveFile.h"
+#include "kscolor.h"
+
+class FileFrames {
+ public:
+    enum Result { kFrame, kEnd, kUnreadableList };
+
+    // A list of names, separated by white space; `name_path` comes directly in front of each. False where the list
+    // cannot be opened or is a directory.
+    bool OpenList(const std::string& list, const std::string& name_path);
+
+    // A file that is written again and again.
+    void Follow(const std::string& file) { live = std::make_unique<LiveFile>(file); }
+
+    // The next frame, after OpenList or Follow; following waits for it. `img` must own nothing. It stays without pixels
+    // where the image cannot be read or is not of rows x cols pixels, if these are not 0. `number` is the frame's.
+    Result Next(KsColorImage& img, int number, int rows, int cols);
+
+ private:
+    bool NextName(std::string& name);
+    void LoadLive(KsColorImage& img);
+    void CheckSize(KsColorImage& img, int number, int rows, int cols);
+
+    std::ifstream names;
+    std::string path;                // in front of the names
+    std::unique_ptr<LiveFile> live;  // null with a list
+    int odd_rows = 0, odd_cols = 0;  // size that was complained about, since the latest frame of the right size
+};
