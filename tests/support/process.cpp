@@ -1,11 +1,13 @@
 #include "support/process.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -138,6 +140,15 @@ std::string Session::Reply() {
         break;
     }
     return reply;
+}
+
+bool Session::Quiet(int milliseconds) const {
+    pollfd output{from, POLLIN, 0};
+    return poll(&output, 1, milliseconds) == 0;
+}
+
+void Session::Signal(int number) const {
+    kill(child, number);
 }
 
 int Session::Finish() {

@@ -45,6 +45,8 @@ class Session {
     Session& operator=(const Session&) = delete;
     void Send(const std::string& bytes);  // small messages only: waits until the pipe has taken them
     std::string Reply();                  // headers and body of the next reply; what there was at the end of output
+    bool Quiet(int milliseconds) const;   // whether nothing comes for so long
+    void Signal(int number) const;        // to the process
     int Finish();                         // closes the input, waits, returns the exit status
 
  private:
