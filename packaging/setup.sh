@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a task needs and what is missing, from Debian packages (Debian 12). As root, or with sudo.
 #
-#   packaging/setup.sh build        compiler, CMake, Ninja: the analyzer
+#   packaging/setup.sh build        compiler, CMake, Ninja, image libraries: the analyzer
 #   packaging/setup.sh host         libraries of the camera host
 #   packaging/setup.sh video        ffmpeg: video files, streams, cameras, annotated video
 #   packaging/setup.sh test         what the tests need
@@ -13,7 +13,7 @@ set -euo pipefail
 
 packages_of() {
     case "$1" in
-        build) echo g++ cmake ninja-build ;;
+        build) echo g++ cmake ninja-build libjpeg62-turbo-dev libpng-dev ;; # the last two: image files, optional
         host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libjpeg62-turbo-dev libpng-dev ;;
         video) echo ffmpeg ;;
         test) echo libgtest-dev python3 ffmpeg xz-utils ;;
