@@ -5,6 +5,9 @@
 #   packaging/setup.sh host         libraries of the camera host
 #   packaging/setup.sh video        ffmpeg: video files, streams, cameras, annotated video
 #   packaging/setup.sh test         what the tests need
+#   packaging/setup.sh matrix       Clang, and the compiler and emulator for aarch64
+#   packaging/setup.sh fuzz         Clang and its fuzzing and sanitizer libraries
+#   packaging/setup.sh lint         static analysis
 #   packaging/setup.sh bench        OpenCV to compare with, and what draws the plots
 #   packaging/setup.sh host video   several at once
 #
@@ -17,6 +20,9 @@ packages_of() {
         host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libjpeg62-turbo-dev libpng-dev ;;
         video) echo ffmpeg ;;
         test) echo libgtest-dev python3 ffmpeg xz-utils ;;
+        matrix) echo clang libgtest-dev g++-aarch64-linux-gnu qemu-user ;;
+        fuzz) echo clang libclang-rt-14-dev cmake ninja-build ;;
+        lint) echo clang-tidy cppcheck ;;
         bench)
             echo libopencv-dev libopencv-contrib-dev nlohmann-json3-dev ffmpeg libbenchmark-dev python3-matplotlib
             ;;
@@ -32,7 +38,7 @@ fi
 missing=()
 for verb in "$@"; do
     if ! packages=$(packages_of "$verb"); then
-        echo "setup.sh: there is no '$verb' (there are build, host, video, test, bench)" >&2
+        echo "setup.sh: there is no '$verb' (there are build, host, video, test, matrix, fuzz, lint, bench)" >&2
         exit 64
     fi
     for package in $packages; do

@@ -59,6 +59,11 @@ StateHash OfBackground(const BackgroundModel& model, int (&per_count)[KsBackgrou
     return h;
 }
 
+// The sign of what is no number depends on the processor, and nothing reads it.
+double WithoutSign(double v) {
+    return std::isnan(v) ? std::copysign(v, 1.0) : v;
+}
+
 std::string Records(const ColorDiffTracker& tracker) {
     std::string text;
     for (int pos = 0; pos < tracker.numobjects; pos++) {
@@ -68,7 +73,7 @@ std::string Records(const ColorDiffTracker& tracker) {
         text += Text("obj pos=%d slot=%d id=%d label=%d numframes=%d area=%d rc=%d cc=%d", pos, slot, o.id, o.label,
                      o.numframes, o.area, o.rc, o.cc);
         text += Text(" box=%d,%d,%d,%d numcells=%d conf=%.17g\n parents %d", o.h.minr, o.h.maxr, o.h.minc, o.h.maxc,
-                     o.numcells, o.conf, o.numparents);
+                     o.numcells, WithoutSign(o.conf), o.numparents);
         for (int i = 0; i < o.numparents; i++) text += Text(" %d:%d", o.parents[i], static_cast<int>(o.dist[i]));
         int length = 0;
         std::string points;
@@ -80,8 +85,9 @@ std::string Records(const ColorDiffTracker& tracker) {
 }
 
 std::string Thresholds(const ColorDiffTracker& tracker) {
-    return Text("thr clt=%.17g cht=%.17g numlabel=%d draws=%lld nextid=%d used=%d\n", tracker.clt, tracker.cht,
-                tracker.G->numlabel, random_draws::count, tracker.NextTmpObId, tracker.numobjects);
+    return Text("thr clt=%.17g cht=%.17g numlabel=%d draws=%lld nextid=%d used=%d\n", WithoutSign(tracker.clt),
+                WithoutSign(tracker.cht), tracker.G->numlabel, random_draws::count, tracker.NextTmpObId,
+                tracker.numobjects);
 }
 
 }  // namespace
