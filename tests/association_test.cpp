@@ -1,0 +1,251 @@
+// Identity and the object table against a second, slow association that walks over all records for every question.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <set>
+
+#include "kscolortracker.h"
+#include "support/images.h"
+
+namespace {
+
+struct Record {
+    int framenum = 0, id = 0, label = 0, numframes = 0, area = 0;
+};
+
+class SlowTable {
+ public:
+    std::vector<Record> cells{std::vector<Record>(ColorDiffTracker::kMaxObjects)};
+    std::vector<int> used;
+    int next = 1;
+    // What has happened so far, to see that the cases of interest occur.
+    int splits = 0, takeovers = 0, orphans = 0, shared = 0, twins = 0, refused = 0;
+
+    // Associates the components that the grid has found in a frame.
+    void Frame(const GridColorDiff& g, int frame) {
+        Clean(frame);
+        for (int label = 1; label <= g.numlabel; label++) {
+            if (!(g.labelconf[label] > 0.1)) continue;
+            const int k = Take(frame);
+            if (k < 0) {
+                refused++;
+                continue;
+            }
+            Record& r = cells[static_cast<std::size_t>(k)];
+            r.framenum = frame;
+            r.label = label;
+            r.area = AreaOf(g, label);
+            Associate(r, ParentOf(g, label), frame);
+            if (next > ColorDiffTracker::kMaxId) next = 1;
+        }
+    }
+
+    static int AreaOf(const GridColorDiff& g, int label) {
+        std::set<std::pair<int, int>> pixels;
+        for (int k = 0; k < g.cnum; k++) {
+            if (g.label[k] != label) continue;
+            const RasterPlace at = PlaceOf(g, k);
+            for (int r = at.row * 2; r < std::min(at.row * 2 + 4, g.NofR); r++)
+                for (int c = at.col * 2; c < std::min(at.col * 2 + 4, g.NofC); c++) pixels.insert({r, c});
+        }
+        return static_cast<int>(pixels.size());
+    }
+
+ private:
+    Record& Used(std::size_t i) { return cells[static_cast<std::size_t>(used[i])]; }
+
+    void Release(std::size_t i) {
+        Used(i).id = 0;
+        used[i] = used.back();
+        used.pop_back();
+    }
+
+    void Clean(int frame) {
+        std::map<int, int> newest;
+        for (const int k : used) {
+            const Record& r = cells[static_cast<std::size_t>(k)];
+            newest[r.id] = std::max(newest.count(r.id) != 0 ? newest[r.id] : r.framenum, r.framenum);
+        }
+        for (std::size_t i = 0; i < used.size();) {
+            const Record& r = Used(i);
+            const int last = newest.count(r.id) != 0 ? newest[r.id] : r.framenum;
+            if (last + r.numframes < frame || frame > r.framenum + ColorDiffTracker::kMaxAge)
+                Release(i);
+            else
+                i++;
+        }
+    }
+
+    int Take(int frame) {
+        for (std::size_t i = 0; i < used.size();) {
+            if (Used(i).framenum + ColorDiffTracker::kMaxAge < frame)
+                Release(i);
+            else
+                i++;
+        }
+        if (used.size() >= ColorDiffTracker::kMaxUsed) return -1;
+        for (int k = 0; k < ColorDiffTracker::kMaxObjects; k++) {
+            if (cells[static_cast<std::size_t>(k)].id != 0) continue;
+            used.push_back(k);
+            return k;
+        }
+        return -1;
+    }
+
+    // The earlier label with most cells, the one met first on a tie; 0 for none.
+    static int ParentOf(const GridColorDiff& g, int label) {
+        std::vector<std::pair<int, int>> counts;
+        for (int k = 0; k < g.cnum; k++) {
+            if (g.label[k] != label || g.prevlabel[k] == 0) continue;
+            std::size_t i = 0;
+            while (i < counts.size() && counts[i].first != g.prevlabel[k]) i++;
+            if (i == counts.size()) counts.push_back({g.prevlabel[k], 0});
+            counts[i].second++;
+        }
+        std::pair<int, int> best{0, 0};
+        for (const auto& c : counts)
+            if (c.second > best.second) best = c;
+        return best.first;
+    }
+
+    template <class F>
+    Record* Find(F matches) {
+        for (std::size_t i = 0; i + 1 < used.size(); i++)
+            if (matches(Used(i))) return &Used(i);
+        return nullptr;
+    }
+
+    void Associate(Record& r, int parent_label, int frame) {
+        if (parent_label == 0) {
+            r.id = next++;
+            r.numframes = 1;
+            return;
+        }
+        Record* parent = Find([&](const Record& o) { return o.framenum == frame - 1 && o.label == parent_label; });
+        orphans += parent == nullptr;
+        if (parent == nullptr) parent = &r;
+        const int id = parent->id, numframes = parent->numframes + 1;
+        int holders = 0;
+        Find([&](const Record& o) { return holders += o.framenum == frame && o.id == id && &o != &r, false; });
+        twins += holders > 1;
+        Record* rival = Find([&](const Record& o) { return o.framenum == frame && o.id == id; });
+        shared += rival == &r;
+        splits += rival != nullptr;
+        if (rival == nullptr) {
+            r.id = id;
+        } else if (r.area > rival->area) {
+            takeovers++;
+            rival->id = next++;
+            r.id = id;
+        } else {
+            r.id = next++;
+        }
+        r.numframes = numframes;
+    }
+};
+
+struct Blob {
+    int row, col, height, width, level;
+};
+
+class Association : public testing::Test {
+ protected:
+    void Build(int rows, int cols) {
+        image = std::make_unique<TestImage>(rows, cols, Flat(100));
+        tracker =
+            std::make_unique<ColorDiffTracker>(*image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 20, MULTIPLE);
+        for (int f = 2; f <= 20; f++) tracker->UpdateBackground(*image, true);
+        slow = {};
+    }
+
+    // Detects a frame on both sides and compares the tables.
+    void Step(int frame, const std::vector<Blob>& blobs) {
+        image->Fill(Flat(100));
+        for (const Blob& b : blobs)
+            for (int r = std::max(b.row, 0); r < std::min(b.row + b.height, image->image.NofR); r++)
+                for (int c = std::max(b.col, 0); c < std::min(b.col + b.width, image->image.NofC); c++) {
+                    image->image.SetRed(r, c, static_cast<unsigned char>(b.level));
+                    image->image.SetGreen(r, c, static_cast<unsigned char>(b.level));
+                }
+        tracker->DetectForeground(*image, frame, 0.25f, 0.5f, 1.0f, 2.0f);
+        slow.Frame(*tracker->G, frame);
+        ASSERT_EQ(std::vector<int>(tracker->usedob, tracker->usedob + tracker->numobjects), slow.used);
+        for (const int k : slow.used) {
+            const Object& o = tracker->Ob[k];
+            const Record& r = slow.cells[static_cast<std::size_t>(k)];
+            ASSERT_EQ(o.id, r.id) << "cell " << k << ", label " << r.label;
+            ASSERT_EQ(o.numframes, r.numframes) << "cell " << k << ", label " << r.label;
+            ASSERT_EQ(std::tuple(o.framenum, o.label, o.area), std::tuple(r.framenum, r.label, r.area));
+        }
+        ASSERT_EQ(tracker->NextTmpObId, slow.next);
+    }
+
+    std::unique_ptr<TestImage> image;
+    std::unique_ptr<ColorDiffTracker> tracker;
+    SlowTable slow;
+};
+
+// Blobs that wander, grow, part and meet. Frame numbers leap as they do over relearning. The next id is set back now
+// and then, to the last ones or to ones that are in use, so that several objects of a frame hold the same.
+TEST_F(Association, RandomComponents) {
+    const char* text = std::getenv("ASSOCIATION_TEST_SEED");
+    const int first = text != nullptr ? std::atoi(text) : 1;
+    SlowTable sum;
+    int wraps = 0;
+    for (int seed = first; seed < first + 12; seed++) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        TestRandom random(static_cast<unsigned>(seed));
+        Build(64, 120);
+        std::vector<Blob> blobs;
+        int frame = 20;
+        for (int turn = 0; turn < 120; turn++) {
+            frame += random.Below(8) == 0 ? random.Range(2, 30) : 1;
+            for (Blob& b : blobs) {
+                b.row += random.Range(-4, 4);
+                b.col += random.Range(-4, 4);
+                b.width = std::clamp(b.width + random.Range(-3, 3), 4, 40);
+            }
+            if (random.Below(3) == 0 && !blobs.empty())
+                blobs.erase(blobs.begin() + random.Below(static_cast<int>(blobs.size())));
+            while (blobs.size() < 3 || random.Below(2) == 0)
+                blobs.push_back({random.Below(60), random.Below(112), random.Range(4, 20), random.Range(4, 30),
+                                 random.Below(6) == 0 ? random.Range(110, 130) : random.Range(150, 255)});
+            if (blobs.size() > 16) blobs.resize(4);
+            if (random.Below(15) == 0)
+                slow.next = tracker->NextTmpObId =
+                    random.Below(2) != 0 ? random.Range(1, 9) : random.Range(99990, 99999);
+            const int before = slow.next;
+            Step(frame, blobs);
+            if (HasFatalFailure()) return;
+            wraps += slow.next < before;
+        }
+        sum.splits += slow.splits;
+        sum.takeovers += slow.takeovers;
+        sum.orphans += slow.orphans;
+        sum.shared += slow.shared;
+        sum.twins += slow.twins;
+    }
+    EXPECT_GT(wraps, 0);
+    EXPECT_GT(sum.splits, 0);
+    EXPECT_GT(sum.takeovers, 0);
+    EXPECT_GT(sum.orphans, 0) << "no component over labels without a record";
+    EXPECT_GT(sum.shared, 0) << "no cell stood twice";
+    EXPECT_GT(sum.twins, 0) << "no id with several holders in a frame";
+}
+
+// More components than the table takes, standing and flickering.
+TEST_F(Association, FullTable) {
+    TestRandom random(5);
+    Build(360, 360);
+    for (int frame = 30; frame < 64; frame++) {
+        std::vector<Blob> blobs;
+        for (int i = 0; i < 225; i++)
+            if (frame < 54 || random.Below(3) != 0) blobs.push_back({8 + i / 15 * 24, 8 + i % 15 * 24, 8, 8, 250});
+        Step(frame, blobs);
+        if (HasFatalFailure()) return;
+    }
+    EXPECT_GT(slow.refused, 0);
+}
+
+}  // namespace
