@@ -121,7 +121,7 @@ TEST(Histogram, AgainstAUnionOfQuadrants) {
         int box[4] = {100000, -1, 100000, -1};
         for (int k = 0; k < g.cnum; k++) {
             g.label[k] = random.Below(3);
-            if (g.label[k] != 2) continue;
+            if (g.label[k] != 1) continue;
             const RasterPlace at = PlaceOf(g, k);
             for (const int i : {0, 1})
                 for (const int j : {0, 1}) quadrants.insert({at.row + i, at.col + j});
@@ -142,11 +142,11 @@ TEST(Histogram, AgainstAUnionOfQuadrants) {
                 col_sum += c;
             }
         }
-        g.labelconf[2] = 0.75;
+        g.labelconf[1] = 0.75;
         KsHistogram histogram;
         double conf = -1;
         int rc = 9, cc = 9;
-        const int area = g.BuildHistogramForComponent(image, histogram, 2, conf, rc, cc);
+        const int area = g.BuildHistogramForComponent(image, histogram, 1, conf, rc, cc);
         SCOPED_TRACE(testing::Message() << "seed " << seed);
         EXPECT_EQ(area, static_cast<int>(quadrants.size()) * h * h) << "unclipped";
         EXPECT_EQ(histogram.csum, pixels);
