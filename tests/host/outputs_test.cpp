@@ -230,6 +230,10 @@ TEST(Report, StaysBoundedAndSaysWhatIsMissing) {
     EXPECT_LE(rows, 1000);
     EXPECT_NE(page.find("briefest " + std::to_string(3000 - rows) + " are not shown"), std::string::npos);
     EXPECT_LT(page.size(), 4'000'000u);
+    std::int64_t share = 0;  // in millionths of the picture: half of 5 x 5 pixels of 16 x 12 for each object
+    for (const Frame& frame : run.frames)
+        share += static_cast<std::int64_t>(frame.objects.size()) * 25 * 1'000'000 / 2 / (16 * 12);
+    EXPECT_NE(page.find(fixedPoint((share / 6000 + 500) / 1000, 1) + " %<small>of the picture"), std::string::npos);
 }
 
 /// Sets PATH for as long as it lives.
@@ -269,9 +273,9 @@ TEST(Video, ShowsBoxesWhereTheyAre) {
     run.step_ns = 40'000'000;
     for (int i = 0; i < 8; ++i) {
         run.frames.push_back(
-            {.width = 99, .height = 75, .objects = {object(7, 20, 20, 40, 30, 90), object(0, 70, -9, 60, 20, 5)}});
+            {.width = 99, .height = 75, .objects = {object(6, 20, 20, 40, 30, 90), object(0, 70, -9, 60, 20, 5)}});
         // From the fifth frame on twice the size: the same picture in the same place.
-        if (i >= 4) run.frames.back() = {.width = 198, .height = 150, .objects = {object(7, 40, 40, 80, 60, 90)}};
+        if (i >= 4) run.frames.back() = {.width = 198, .height = 150, .objects = {object(6, 40, 40, 80, 60, 90)}};
     }
     play(run, "video", path);
     const std::string once = readFile(path);
@@ -293,6 +297,14 @@ TEST(Video, ShowsBoxesWhereTheyAre) {
         EXPECT_NEAR(luma(10, 35), 16 + 90 * 220 / 256, 8) << picture;
         EXPECT_GT(luma(20, 35), luma(10, 35) + 20) << picture;
         EXPECT_LT(luma(19, 35), luma(10, 35) - 10) << picture;
+        // The object is red as far as it reaches.
+        const auto chroma = [&](std::size_t plane, std::size_t x) {
+            return static_cast<int>(
+                static_cast<unsigned char>(decoded[picture * kPicture + 100 * 76 + plane * 50 * 38 + 18 * 50 + x / 2]));
+        };
+        EXPECT_NEAR(chroma(0, 40), 128 - 14, 8) << picture;
+        EXPECT_NEAR(chroma(1, 40), 128 + 61, 12) << picture;
+        EXPECT_NEAR(chroma(1, 66), 128, 8) << picture;
     }
 }
 

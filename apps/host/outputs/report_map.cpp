@@ -127,12 +127,14 @@ std::vector<Label> placeLabels(const std::vector<const ReportTrack*>& tracks, co
     return labels;
 }
 
-std::string labelText(const Label& label, const std::string& number, int unit) {
-    return std::string("<text") + (label.shown ? "" : " class=\"extra\"") + " x=\"" + halves(label.left) + "\" y=\"" +
-           halves(label.top + 7 * unit) + "\" font-size=\"" + std::to_string(4 * unit) + "\">" + number + "</text>";
+std::string labelText(const ReportTrack& track, const Label& label, int unit) {
+    const std::string number = std::to_string(track.number);
+    return "<text class=\"name k" + std::to_string(trackColourIndex(track.number)) + (label.shown ? "" : " extra") +
+           "\" data-t=\"" + number + "\" x=\"" + halves(label.left) + "\" y=\"" + halves(label.top + 7 * unit) +
+           "\" font-size=\"" + std::to_string(4 * unit) + "\">" + number + "</text>\n";
 }
 
-std::string trackOnMap(const ReportTrack& track, const Label* label, const MapSize& size) {
+std::string trackOnMap(const ReportTrack& track, const MapSize& size) {
     const Points points = corners(track.path.points(), size.scale);
     const int unit = size.unit;
     const std::string number = std::to_string(track.number);
@@ -146,7 +148,7 @@ std::string trackOnMap(const ReportTrack& track, const Label* label, const MapSi
     if (points.size() > 1) text += "<path class=\"under\" d=\"" + way + "\"/><path class=\"way\" d=\"" + way + "\"/>";
     text += "<circle class=\"from\" cx=\"" + halves(points[0].x2) + "\" cy=\"" + halves(points[0].y2) + "\" r=\"" +
             std::to_string(unit) + "\"/>";
-    if (label) text += arrow(points, 2 * unit) + labelText(*label, number, unit);
+    if (!track.brief()) text += arrow(points, 2 * unit);
     return text + "</g>\n";
 }
 
@@ -165,12 +167,13 @@ std::string trackMap(const ReportData& data) {
     std::vector<const ReportTrack*> lasting;
     for (const ReportTrack& track : data.tracks) {
         if (track.brief())
-            text += trackOnMap(track, nullptr, size);
+            text += trackOnMap(track, size);
         else
             lasting.push_back(&track);
     }
+    for (const ReportTrack* track : lasting) text += trackOnMap(*track, size);
     const std::vector<Label> labels = placeLabels(lasting, size);
-    for (std::size_t i = 0; i < lasting.size(); ++i) text += trackOnMap(*lasting[i], &labels[i], size);
+    for (std::size_t i = 0; i < lasting.size(); ++i) text += labelText(*lasting[i], labels[i], size.unit);
     return text + "</svg>\n";
 }
 

@@ -46,10 +46,10 @@ svg { display: block; width: 100%; height: auto; }
 .map .from { fill: #0008; stroke: var(--k); stroke-width: 1.6px; vector-effect: non-scaling-stroke; }
 .map text { fill: var(--k); font-weight: 700; paint-order: stroke; stroke: #000c; stroke-width: 3px;
   vector-effect: non-scaling-stroke; }
-.map .extra { display: none; } .lit .map .on .extra { display: inline; }
+.map .extra { display: none; } .lit .map .on.extra { display: inline; }
 .map .brief .under { stroke-width: 2.5px; } .map .brief .way { stroke-width: 1.2px; }
-.track { cursor: pointer; }
-.lit .track:not(.on), .lit .bar:not(.on) { opacity: .16; }
+.track, .name { cursor: pointer; }
+.lit :is(.track, .name, .bar):not(.on) { opacity: .16; }
 .lit .track.on .way, .track:target .way { stroke-width: 4px; }
 .lit .track.on .under, .track:target .under { stroke-width: 7px; }
 .track:target { display: block; }
@@ -83,7 +83,7 @@ footer ul { padding-left: 1.2rem; } footer li { margin: .3rem 0; max-width: 75ch
 .c5 { --c: #c02f86; } .c6 { --c: #0a7d6f; } .c7 { --c: #b4560a; } .c8 { --c: #4a5fd0; } .c9 { --c: #68740f; }
 @media (max-width: 640px) {
   .map text { display: none; }
-  .lit .map .on text { display: inline; }
+  .lit .map text.on { display: inline; }
   thead { display: none; }
   table, tbody { display: block; }
   tr { display: grid; grid-template-columns: 84px 1fr 1fr; gap: .1rem .75rem; padding: .5rem 0; border-bottom: 1px solid var(--line); }
@@ -96,7 +96,7 @@ footer ul { padding-left: 1.2rem; } footer li { margin: .3rem 0; max-width: 75ch
   td[data-l]::before { content: attr(data-l); display: block; color: var(--soft); font-size: .75rem; line-height: 1.2; }
 }
 @media print { body { background: #fff; } .switch { display: none; } section { break-inside: avoid-page; } }
-@media (prefers-reduced-motion: no-preference) { .track, .bar { transition: opacity .12s; } }
+@media (prefers-reduced-motion: no-preference) { .track, .name, .bar { transition: opacity .12s; } }
 )css";
 
 const char* const kReportScript = R"js('use strict';

@@ -50,7 +50,8 @@ std::size_t utf8Length(std::string_view text) {
 }  // namespace
 
 std::string fixedPoint(std::int64_t value, int decimals) {
-    std::string digits = std::to_string(value < 0 ? -value : value);
+    const auto bits = static_cast<std::uint64_t>(value);
+    std::string digits = std::to_string(value < 0 ? 0 - bits : bits);
     const auto places = static_cast<std::size_t>(decimals);
     if (digits.size() <= places) digits.insert(0, places + 1 - digits.size(), '0');
     if (places > 0) digits.insert(digits.size() - places, 1, '.');
@@ -58,14 +59,15 @@ std::string fixedPoint(std::int64_t value, int decimals) {
 }
 
 std::string rfc3339(std::int64_t time_ns) {
-    const std::int64_t whole = time_ns / kSecond - (time_ns % kSecond < 0 ? 1 : 0);
+    const bool before = time_ns % kSecond < 0;  // rounds down, also before 1970
+    const std::int64_t whole = time_ns / kSecond - before;
     const std::int64_t day = (whole >= 0 ? whole : whole - 86399) / 86400;
     const int second = static_cast<int>(whole - day * 86400);
     const Date date = dateOfDay(day);
     char text[64];
     std::snprintf(text, sizeof text, "%04lld-%02d-%02dT%02d:%02d:%02d.%09lldZ", static_cast<long long>(date.year),
                   date.month, date.day, second / 3600, second / 60 % 60, second % 60,
-                  static_cast<long long>(time_ns - whole * kSecond));
+                  static_cast<long long>(time_ns % kSecond + before * kSecond));
     return text;
 }
 
