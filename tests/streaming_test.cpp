@@ -135,7 +135,7 @@ TEST(StreamIo, BodyAndImageOfDifferentLength) {
 
 TEST(StreamIo, EndOfInputInsideABodyDropsTheMessage) {
     for (const std::string length : {"12", "268435456"}) {
-        for (const std::size_t there : {0, 1, 11}) {
+        for (const std::size_t there : {0u, 1u, 11u}) {
             KsColorImage image;
             RedirectedStreams streams(
                 Message("Image-width:\r\nContent-Type: image/rgb\r\nContent-Length: " + length + "\r\n",
