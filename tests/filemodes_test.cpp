@@ -38,10 +38,10 @@ std::string WithoutTimes(std::string replies) {
 
 // --- stored sequences ---
 
-constexpr int kWidth = 160, kHeight = 120, kFrames = 70;
+constexpr int kWidth = 160, kHeight = 120, kFrames = 45;
 
 std::vector<std::string> StreetFrames() {
-    fleifeisa::scenes::Scene scene(parseSceneSpec("street?size=160x120&quiet=16&seed=5"));
+    fleifeisa::scenes::Scene scene(parseSceneSpec("street?size=160x120&quiet=12&seed=5"));
     std::vector<std::string> frames;
     std::vector<std::uint8_t> rgb(kWidth * kHeight * 3);
     for (int f = 0; f < kFrames; f++) {
@@ -62,15 +62,14 @@ struct StoredCase {
 TEST(StoredSequence, AnswersAsTheSameFramesInAStream) {
     const std::vector<std::string> scene = StreetFrames();
     const StoredCase cases[] = {
-        {"COLOR", "ppm", {}, 0},
         {"IR", "ppm", {{20, 'd'}, {40, 's'}}, 2},
-        {"COLOR", "jpeg", {{9, 'm'}, {30, 'd'}, {31, 'm'}, {45, 'u'}, {46, 's'}, {50, 'p'}, {kFrames, 'd'}}, 7},
+        {"COLOR", "jpeg", {{9, 'm'}, {30, 'd'}, {31, 'm'}, {35, 'u'}, {36, 's'}, {40, 'p'}, {kFrames, 'd'}}, 7},
         {"COLOR", "jpeg", {{1, 'm'}, {2, 'd'}}, 2},
     };
     for (const StoredCase& test : cases) {
         SCOPED_TRACE(testing::Message() << test.type << " " << test.format << ", " << test.lines << " lines");
         const TempDir root;
-        root.WriteControl(BackgroundFrames(20));
+        root.WriteControl(BackgroundFrames(14));
         std::string names, stream;
         for (int f = 1; f <= kFrames; f++) {
             std::string pixels = scene[static_cast<std::size_t>(f - 1)], file = Pixmap(kWidth, kHeight, pixels);
