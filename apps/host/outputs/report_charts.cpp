@@ -123,13 +123,15 @@ std::string barText(const Bar& bar, std::int64_t top, std::int64_t height) {
 
 /// A round share at or above the highest one, in millionths.
 std::int64_t topOfScale(std::int64_t highest) {
-    for (const std::int64_t top : {1000, 2000, 5000, 10'000, 20'000, 50'000, 100'000, 200'000, 500'000})
+    for (const std::int64_t top :
+         {1000, 2000, 5000, 10'000, 20'000, 30'000, 50'000, 100'000, 200'000, 300'000, 500'000})
         if (highest <= top) return top;
     return 1'000'000;
 }
 
 std::string percentText(std::int64_t millionths) {
-    return (millionths % 10'000 == 0 ? std::to_string(millionths / 10'000) : fixedPoint(millionths / 1000, 1)) + " %";
+    const int decimals = millionths % 10'000 == 0 ? 0 : millionths % 1000 == 0 ? 1 : 2;
+    return fixedPoint(millionths / (decimals == 0 ? 10'000 : decimals == 1 ? 1000 : 100), decimals) + " %";
 }
 
 }  // namespace
