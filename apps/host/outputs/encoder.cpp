@@ -137,7 +137,9 @@ void Encoder::fail(const std::string& why) {
         static_cast<void>(ffmpeg_->wait(Clock::now() + seconds(2)));  // its last words
         readMessages();
     }
-    std::string said = cleanUtf8(messages_.substr(0, messages_.find_last_not_of("\r\n") + 1));
+    std::string said = messages_.substr(0, messages_.find_last_not_of("\r\n") + 1);
+    std::replace(said.begin(), said.end(), '\n', ';');
+    said = cleanUtf8(said);
     throw OutputError(path_ + ": " + why + (said.empty() ? "" : " (" + said + ")"));
 }
 
