@@ -48,10 +48,10 @@ constexpr std::array<Lane, 8> kCrowd = {{
 }};
 constexpr int kLongestStop = 90;
 
-std::span<const Lane> lanesOf(const SceneSpec& spec) {
-    if (spec.name == "static") return {};
-    if (spec.name == "walkers") return kWalkers;
-    if (spec.name == "crowd") return kCrowd;
+std::span<const Lane> lanesOf(const SceneDescription& description) {
+    if (description.name == "static") return {};
+    if (description.name == "walkers") return kWalkers;
+    if (description.name == "crowd") return kCrowd;
     return kStreet;
 }
 
@@ -80,9 +80,9 @@ Colour paint(Random& draw, bool grey) {
 }
 
 /// The way of one actor; x grows to the right here and is mirrored afterwards for leftward lanes.
-std::vector<Waypoint> wayOf(const SceneSpec& spec, const Lane& lane, Random& draw, int width) {
-    const Sub w = static_cast<Sub>(spec.width) * kSub;
-    const Sub h = static_cast<Sub>(spec.height) * kSub;
+std::vector<Waypoint> wayOf(const SceneDescription& description, const Lane& lane, Random& draw, int width) {
+    const Sub w = static_cast<Sub>(description.width) * kSub;
+    const Sub h = static_cast<Sub>(description.height) * kSub;
     const Sub y = h * lane.y_permille / 1000;
     const Sub outside = static_cast<Sub>(width) * kSub;
     std::vector<Waypoint> way = {{-outside, y, 0}};
@@ -102,22 +102,22 @@ std::vector<Waypoint> wayOf(const SceneSpec& spec, const Lane& lane, Random& dra
     return way;
 }
 
-Actor makeActor(const SceneSpec& spec, std::size_t lane_index, const Lane& lane, std::int64_t k) {
-    Random draw(mix(spec.seed, lane_index + 1, static_cast<std::uint64_t>(k)));
-    const bool grey = spec.name == "night-ir";
+Actor makeActor(const SceneDescription& description, std::size_t lane_index, const Lane& lane, std::int64_t k) {
+    Random draw(mix(description.seed, lane_index + 1, static_cast<std::uint64_t>(k)));
+    const bool grey = description.name == "night-ir";
     Actor actor;
     actor.id =
         static_cast<int>(k * static_cast<std::int64_t>(kCrowd.size()) + static_cast<std::int64_t>(lane_index)) + 1;
     actor.person = lane.person;
-    actor.start = spec.quiet + k * lane.period + draw.below(lane.period / 2);
+    actor.start = description.quiet + k * lane.period + draw.below(lane.period / 2);
     const int frames = draw.between(lane.min_frames, lane.max_frames);
-    actor.speed = std::max<Sub>(1, static_cast<Sub>(spec.width) * kSub / frames);
+    actor.speed = std::max<Sub>(1, static_cast<Sub>(description.width) * kSub / frames);
     const int scale = draw.between(88, 112);
-    actor.height = std::max(1, spec.height * (lane.person ? 19 : 12) * scale / 10000);
+    actor.height = std::max(1, description.height * (lane.person ? 19 : 12) * scale / 10000);
     actor.width = std::max(1, lane.person ? actor.height * 2 / 5 : actor.height * 5 / 2);
     actor.top = paint(draw, grey);
     actor.bottom = lane.person ? paint(draw, grey) : grey ? Colour{70, 70, 70} : Colour{45, 55, 70};
-    actor.way = wayOf(spec, lane, draw, actor.width);
+    actor.way = wayOf(description, lane, draw, actor.width);
     return actor;
 }
 
@@ -152,22 +152,22 @@ std::optional<Pose> poseIn(const Actor& actor, std::int64_t number) {
 
 }  // namespace
 
-Layout layoutOf(const SceneSpec& spec) {
-    return {spec.height * 32 / 100, spec.height * 47 / 100, spec.height * 76 / 100};
+Layout layoutOf(const SceneDescription& description) {
+    return {description.height * 32 / 100, description.height * 47 / 100, description.height * 76 / 100};
 }
 
-std::vector<Present> presentIn(const SceneSpec& spec, std::int64_t number) {
+std::vector<Present> presentIn(const SceneDescription& description, std::int64_t number) {
     std::vector<Present> present;
-    const std::span<const Lane> lanes = lanesOf(spec);
+    const std::span<const Lane> lanes = lanesOf(description);
     for (std::size_t index = 0; index < lanes.size(); ++index) {
         const Lane& lane = lanes[index];
-        const std::int64_t since = number - spec.quiet;
+        const std::int64_t since = number - description.quiet;
         if (since < 0) continue;
         // Nobody stays longer than this: the ways outside the frame, the detours of those who cross, one stop.
         const std::int64_t longest = 3 * lane.max_frames + kLongestStop + lane.period;
         for (std::int64_t k = std::max<std::int64_t>(0, (since - longest) / lane.period); k <= since / lane.period;
              ++k) {
-            Actor actor = makeActor(spec, index, lane, k);
+            Actor actor = makeActor(description, index, lane, k);
             if (const auto pose = poseIn(actor, number)) present.push_back({std::move(actor), *pose});
         }
     }

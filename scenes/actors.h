@@ -47,7 +47,7 @@ struct Present {
     Actor actor;
     Pose pose;
 };
-std::vector<Present> presentIn(const SceneSpec& spec, std::int64_t number);
+std::vector<Present> presentIn(const SceneDescription& description, std::int64_t number);
 
 /// Rows of the picture at which things stand, pixels.
 struct Layout {
@@ -55,6 +55,6 @@ struct Layout {
     int road_begin;  ///< far pavement ends
     int road_end;    ///< near pavement begins
 };
-Layout layoutOf(const SceneSpec& spec);
+Layout layoutOf(const SceneDescription& description);
 
 }  // namespace fleifeisa::scenes

@@ -60,26 +60,27 @@ Colour scaled(Colour c, int percent) {
 }
 
 /// The colour of the ground, before its grain.
-Colour groundAt(const SceneSpec& spec, const Layout& rows, int x, int y) {
-    const int brick = std::max(2, spec.height / 24);
+Colour groundAt(const SceneDescription& description, const Layout& rows, int x, int y) {
+    const int brick = std::max(2, description.height / 24);
     if (y < rows.wall_end) {
         const bool joint = y % brick == 0 || (x + (y / brick % 2) * brick) % (2 * brick) == 0;
         return joint ? Colour{138, 128, 118} : Colour{152, 112, 92};
     }
     if (y < rows.road_begin || y >= rows.road_end) {
-        const int slab = std::max(3, spec.height / 14);
+        const int slab = std::max(3, description.height / 14);
         return (x + y / 2) % slab == 0 || y % slab == 0 ? Colour{122, 120, 114} : Colour{146, 143, 136};
     }
     const int middle = (rows.road_begin + rows.road_end) / 2;
-    const int dash = std::max(2, spec.width / 16);
+    const int dash = std::max(2, description.width / 16);
     if (y == middle && x / dash % 2 == 0) return {205, 203, 190};
     return {104, 106, 110};
 }
 
 /// Grain: per pixel, and in blocks of 8 pixels as worn patches.
-int grain(const SceneSpec& spec, int x, int y) {
-    const std::uint64_t fine = mix(spec.seed, 1000u + static_cast<unsigned>(x), static_cast<unsigned>(y));
-    const std::uint64_t coarse = mix(spec.seed, 90000u + static_cast<unsigned>(x / 8), static_cast<unsigned>(y / 8));
+int grain(const SceneDescription& description, int x, int y) {
+    const std::uint64_t fine = mix(description.seed, 1000u + static_cast<unsigned>(x), static_cast<unsigned>(y));
+    const std::uint64_t coarse =
+        mix(description.seed, 90000u + static_cast<unsigned>(x / 8), static_cast<unsigned>(y / 8));
     return static_cast<int>(fine % 13) - 6 + static_cast<int>(coarse % 9) - 4;
 }
 
@@ -118,11 +119,11 @@ void drawCar(Canvas& canvas, const Actor& a, const Pose& p, bool shadow) {
 }
 
 /// Brightness of the light in frame `number`, in 1/1024: a triangle wave.
-int lightIn(const SceneSpec& spec, std::int64_t number) {
-    const bool clouds = spec.name == "lights";
+int lightIn(const SceneDescription& description, std::int64_t number) {
+    const bool clouds = description.name == "lights";
     const int half = clouds ? 45 : 400;   // frames
     const int depth = clouds ? 256 : 24;  // peak to peak
-    if (clouds && number < spec.quiet) return 1024;
+    if (clouds && number < description.quiet) return 1024;
     const auto phase = static_cast<int>(number % (2 * half));
     return 1024 - depth * std::min(phase, 2 * half - phase) / half;
 }
@@ -139,11 +140,11 @@ constexpr std::array<std::int8_t, 256> makeBell() {
 }
 constexpr std::array<std::int8_t, 256> kBell = makeBell();
 
-void addLightAndNoise(const SceneSpec& spec, std::int64_t number, std::span<std::uint8_t> rgb) {
-    const int light = lightIn(spec, number);
-    const bool grey = spec.name == "night-ir";
-    const int noise = grey ? spec.noise * 2 : spec.noise;
-    Random draw(mix(spec.seed, 7, static_cast<std::uint64_t>(number)));
+void addLightAndNoise(const SceneDescription& description, std::int64_t number, std::span<std::uint8_t> rgb) {
+    const int light = lightIn(description, number);
+    const bool grey = description.name == "night-ir";
+    const int noise = grey ? description.noise * 2 : description.noise;
+    Random draw(mix(description.seed, 7, static_cast<std::uint64_t>(number)));
     std::array<std::int16_t, 256> jitter{};
     for (std::size_t i = 0; i < jitter.size(); ++i) jitter[i] = static_cast<std::int16_t>(kBell[i] * noise / 2);
     std::uint64_t bits = 0;
@@ -162,32 +163,33 @@ void addLightAndNoise(const SceneSpec& spec, std::int64_t number, std::span<std:
     }
 }
 
-void check(const SceneSpec& spec) {
+void check(const SceneDescription& description) {
     bool known = false;
-    for (const SceneKind& kind : sceneKinds()) known = known || kind.name == spec.name;
-    if (!known || spec.width < 1 || spec.height < 1 || spec.width > 8192 || spec.height > 8192)
+    for (const SceneKind& kind : sceneKinds()) known = known || kind.name == description.name;
+    if (!known || description.width < 1 || description.height < 1 || description.width > 8192 ||
+        description.height > 8192)
         throw std::invalid_argument("scene: description out of range");
 }
 
 }  // namespace
 
 struct Scene::State {
-    SceneSpec spec;
+    SceneDescription description;
     std::vector<std::uint8_t> ground;
 };
 
-Scene::Scene(const SceneSpec& spec) : state_(std::make_unique<State>()) {
-    check(spec);
-    state_->spec = spec;
+Scene::Scene(const SceneDescription& description) : state_(std::make_unique<State>()) {
+    check(description);
+    state_->description = description;
     std::vector<std::uint8_t>& ground = state_->ground;
-    ground.resize(static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(spec.height) * 3);
-    Canvas canvas{spec.width, spec.height, ground};
-    const Layout rows = layoutOf(spec);
-    const bool night = spec.name == "night-ir";
-    for (int y = 0; y < spec.height; ++y)
-        for (int x = 0; x < spec.width; ++x) {
-            Colour c = groundAt(spec, rows, x, y);
-            const int g = grain(spec, x, y);
+    ground.resize(static_cast<std::size_t>(description.width) * static_cast<std::size_t>(description.height) * 3);
+    Canvas canvas{description.width, description.height, ground};
+    const Layout rows = layoutOf(description);
+    const bool night = description.name == "night-ir";
+    for (int y = 0; y < description.height; ++y)
+        for (int x = 0; x < description.width; ++x) {
+            Colour c = groundAt(description, rows, x, y);
+            const int g = grain(description, x, y);
             if (night) c.r = c.g = c.b = static_cast<std::uint8_t>((c.r + c.g + c.b) / 6);
             canvas.set(x, y, {toByte(c.r + g), toByte(c.g + g), toByte(c.b + g)});
         }
@@ -195,33 +197,33 @@ Scene::Scene(const SceneSpec& spec) : state_(std::make_unique<State>()) {
 
 Scene::~Scene() = default;
 
-const SceneSpec& Scene::spec() const {
-    return state_->spec;
+const SceneDescription& Scene::description() const {
+    return state_->description;
 }
 
 void Scene::render(std::int64_t number, std::span<std::uint8_t> rgb) {
-    const SceneSpec& spec = state_->spec;
+    const SceneDescription& description = state_->description;
     if (rgb.size() != state_->ground.size()) throw std::invalid_argument("scene: buffer of another size");
     std::copy(state_->ground.begin(), state_->ground.end(), rgb.begin());
-    Canvas canvas{spec.width, spec.height, rgb};
-    const bool shadow = spec.name != "night-ir";
-    for (const Present& one : presentIn(spec, number)) {
+    Canvas canvas{description.width, description.height, rgb};
+    const bool shadow = description.name != "night-ir";
+    for (const Present& one : presentIn(description, number)) {
         if (one.actor.person)
             drawPerson(canvas, one.actor, one.pose, shadow);
         else
             drawCar(canvas, one.actor, one.pose, shadow);
     }
-    addLightAndNoise(spec, number, rgb);
+    addLightAndNoise(description, number, rgb);
 }
 
 std::vector<TruthBox> Scene::truth(std::int64_t number) const {
-    const SceneSpec& spec = state_->spec;
+    const SceneDescription& description = state_->description;
     std::vector<TruthBox> boxes;
-    for (const Present& one : presentIn(spec, number)) {
+    for (const Present& one : presentIn(description, number)) {
         const int left = std::max(0, one.pose.x - one.actor.width / 2);
         const int top = std::max(0, one.pose.y - one.actor.height + 1);
-        const int right = std::min(spec.width, one.pose.x - one.actor.width / 2 + one.actor.width);
-        const int bottom = std::min(spec.height, one.pose.y + 1);
+        const int right = std::min(description.width, one.pose.x - one.actor.width / 2 + one.actor.width);
+        const int bottom = std::min(description.height, one.pose.y + 1);
         if (right > left && bottom > top)
             boxes.push_back({one.actor.id, left, top, right - left, bottom - top, one.actor.person});
     }

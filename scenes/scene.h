@@ -14,7 +14,7 @@
 namespace fleifeisa::scenes {
 
 /// A scene's description, as in "street?seed=3&size=320x240&frames=600".
-struct SceneSpec {
+struct SceneDescription {
     std::string name = "street";
     std::uint64_t seed = 1;
     int width = 320;            ///< pixels, 1 to 8192
@@ -35,7 +35,7 @@ std::span<const SceneKind> sceneKinds();
 
 /// Reads "name?key=value&..." (a leading "scene:" is allowed); whatever is not given keeps its default.
 /// @throws std::invalid_argument with a message that names the key and what it takes
-SceneSpec parseSceneSpec(std::string_view text);
+SceneDescription parseSceneSpec(std::string_view text);
 
 /// What really is where: the visible part of one person or car.
 struct TruthBox {
@@ -47,12 +47,12 @@ struct TruthBox {
 class Scene {
  public:
     /// Paints the empty scene. @throws std::invalid_argument where the description is out of range
-    explicit Scene(const SceneSpec& spec);
+    explicit Scene(const SceneDescription& description);
     ~Scene();
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    const SceneSpec& spec() const;
+    const SceneDescription& description() const;
     /// Frame `number` (from 0) as width * height * 3 bytes, rows from the top, R G B interleaved.
     void render(std::int64_t number, std::span<std::uint8_t> rgb);
     /// Everything that shows in frame `number`, clipped to the frame, far things first.

@@ -17,8 +17,8 @@ std::uint64_t hashOf(std::span<const std::uint8_t> bytes, std::uint64_t hash) {
 }
 
 std::vector<std::uint8_t> frameOf(Scene& scene, std::int64_t number) {
-    std::vector<std::uint8_t> rgb(static_cast<std::size_t>(scene.spec().width) *
-                                  static_cast<std::size_t>(scene.spec().height) * 3);
+    std::vector<std::uint8_t> rgb(static_cast<std::size_t>(scene.description().width) *
+                                  static_cast<std::size_t>(scene.description().height) * 3);
     scene.render(number, rgb);
     return rgb;
 }
@@ -26,7 +26,7 @@ std::vector<std::uint8_t> frameOf(Scene& scene, std::int64_t number) {
 // Recordings and benchmark figures refer to scenes by name: their bytes must never change.
 TEST(Scenes, BytesAreFixed) {
     const struct {
-        const char* spec;
+        const char* description;
         std::uint64_t hash;
     } rows[] = {
         {"street?seed=3&size=96x64", 0x4bfaafdb374aca99}, {"walkers?size=64x64", 0x31559fc279db161a},
@@ -34,10 +34,10 @@ TEST(Scenes, BytesAreFixed) {
         {"lights?size=40x40", 0x291acaf4927bcfbd},        {"night-ir?seed=9&size=64x48", 0xa9bca045d0fd485d},
     };
     for (const auto& row : rows) {
-        Scene scene(parseSceneSpec(row.spec));
+        Scene scene(parseSceneSpec(row.description));
         std::uint64_t hash = 14695981039346656037u;
         for (const std::int64_t number : {0, 61, 200, 333, 100000}) hash = hashOf(frameOf(scene, number), hash);
-        EXPECT_EQ(hash, row.hash) << row.spec << std::hex << " gives 0x" << hash;
+        EXPECT_EQ(hash, row.hash) << row.description << std::hex << " gives 0x" << hash;
     }
 }
 
@@ -81,7 +81,7 @@ TEST(Scenes, TruthShowsInThePicture) {
 
 TEST(Scenes, BadDescriptionsAreRefusedByName) {
     const struct {
-        const char* spec;
+        const char* description;
         const char* named;
     } rows[] = {
         {"", "there is no scene ''"},    {"plaza", "walkers"},           {"street?size=320", "size"},
@@ -91,17 +91,19 @@ TEST(Scenes, BadDescriptionsAreRefusedByName) {
     };
     for (const auto& row : rows) {
         try {
-            parseSceneSpec(row.spec);
-            ADD_FAILURE() << row.spec << " was accepted";
+            parseSceneSpec(row.description);
+            ADD_FAILURE() << row.description << " was accepted";
         } catch (const std::invalid_argument& error) {
-            EXPECT_NE(std::string(error.what()).find(row.named), std::string::npos) << row.spec << ": " << error.what();
+            EXPECT_NE(std::string(error.what()).find(row.named), std::string::npos)
+                << row.description << ": " << error.what();
         }
     }
-    const SceneSpec spec = parseSceneSpec("scene:crowd?seed=7&size=12x8&frames=0&rate=25&noise=0&quiet=3");
-    EXPECT_EQ(spec.name, "crowd");
-    EXPECT_EQ(spec.seed, 7u);
-    EXPECT_EQ(spec.width * 100 + spec.height, 1208);
-    EXPECT_EQ(spec.frames + spec.rate + spec.noise + spec.quiet, 28);
+    const SceneDescription description =
+        parseSceneSpec("scene:crowd?seed=7&size=12x8&frames=0&rate=25&noise=0&quiet=3");
+    EXPECT_EQ(description.name, "crowd");
+    EXPECT_EQ(description.seed, 7u);
+    EXPECT_EQ(description.width * 100 + description.height, 1208);
+    EXPECT_EQ(description.frames + description.rate + description.noise + description.quiet, 28);
 }
 
 }  // namespace

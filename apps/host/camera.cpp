@@ -66,17 +66,17 @@ void Camera::prepare() {
     if (config_.analyzer.root.empty() && environment) config_.analyzer.root = environment;
     if (config_.control.any())
         writeControlFile(controlPath(config_.analyzer.root, config_.analyzer.device), controlText(config_.control));
-    for (const OutputSpec& spec : config_.outputs) openOutput(spec);
+    for (const OutputChoice& wanted : config_.outputs) openOutput(wanted);
 }
 
-void Camera::openOutput(const OutputSpec& spec) {
+void Camera::openOutput(const OutputChoice& wanted) {
     try {
-        if (config_.service) keepEarlierFile(spec.path);
-        owned_.push_back(makeOutput(spec, info()));
-        sinks_.push_back({owned_.back().get(), spec.type});
+        if (config_.service) keepEarlierFile(wanted.path);
+        owned_.push_back(makeOutput(wanted, info()));
+        sinks_.push_back({owned_.back().get(), wanted.type});
     } catch (const OutputError& error) {
         if (!config_.service) throw;
-        logError(config_.name, "output " + spec.type + " is left out: " + error.what());
+        logError(config_.name, "output " + wanted.type + " is left out: " + error.what());
         exit_code_ = EX_CANTCREAT;
     }
 }

@@ -20,7 +20,7 @@ struct CameraConfig {
     SourceOptions source;
     AnalyzerSettings analyzer;
     ControlParameters control;
-    std::vector<OutputSpec> outputs;
+    std::vector<OutputChoice> outputs;
     double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
     bool service = false;        ///< files of an earlier run are renamed; an output that cannot be made is left out
 
@@ -84,7 +84,7 @@ class Camera {
     void sendRequest(Request& request);
     void callOutputs(const std::function<void(Output&)>& call);
     void finishOutputs();
-    void openOutput(const OutputSpec& spec);
+    void openOutput(const OutputChoice& wanted);
     CameraInfo info() const;
 
     CameraConfig config_;

@@ -237,16 +237,17 @@ class Loader {
 
     void readOutputs(const Table& in, CameraConfig& camera) {
         for (const std::string& text : in.texts("outputs")) {
-            OutputSpec spec{text.substr(0, text.find('=')), ""};
-            if (text.find('=') != std::string::npos) spec.path = resolved(text.substr(text.find('=') + 1));
-            if (std::ranges::count(outputTypes(), spec.type) == 0) {
-                in.complain("outputs", "there is no output '" + spec.type + "'");
+            OutputChoice wanted{text.substr(0, text.find('=')), ""};
+            if (text.find('=') != std::string::npos) wanted.path = resolved(text.substr(text.find('=') + 1));
+            if (std::ranges::count(outputTypes(), wanted.type) == 0) {
+                in.complain("outputs", "there is no output '" + wanted.type + "'");
                 continue;
             }
-            if (spec.path.empty())
-                spec.path = (fs::path(output_directory_) / camera.name / defaultFileName(spec.type)).string();
-            if (!paths_.insert(spec.path).second) in.complain("outputs", spec.path + " is written by another output");
-            camera.outputs.push_back(spec);
+            if (wanted.path.empty())
+                wanted.path = (fs::path(output_directory_) / camera.name / defaultFileName(wanted.type)).string();
+            if (!paths_.insert(wanted.path).second)
+                in.complain("outputs", wanted.path + " is written by another output");
+            camera.outputs.push_back(wanted);
         }
     }
 

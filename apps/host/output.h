@@ -82,11 +82,11 @@ class Output {
 };
 
 /// One output as configured: `type` is one of outputTypes(), `path` the file (or directory) it writes.
-struct OutputSpec {
+struct OutputChoice {
     std::string type;
     std::string path;
 
-    bool operator==(const OutputSpec&) const = default;
+    bool operator==(const OutputChoice&) const = default;
 };
 
 /// Known types: jsonl, mot, onvif, tracks, video, report, replies, recording.
@@ -94,6 +94,6 @@ std::span<const std::string_view> outputTypes();
 
 /// Opens the output (its file is created here, so that a path that cannot be written fails at once).
 /// @throws OutputError
-std::unique_ptr<Output> makeOutput(const OutputSpec& spec, const CameraInfo& camera);
+std::unique_ptr<Output> makeOutput(const OutputChoice& wanted, const CameraInfo& camera);
 
 }  // namespace fleifeisa::host

@@ -62,8 +62,8 @@ class Progress {
     double rate_ = 0;
 };
 
-std::vector<OutputSpec> chosenOutputs(const PlayOptions& options) {
-    std::vector<OutputSpec> specs;
+std::vector<OutputChoice> chosenOutputs(const PlayOptions& options) {
+    std::vector<OutputChoice> specs;
     if (options.outputs.empty()) {
         for (const std::string_view usual : {"replies", "jsonl", "report"})
             if (std::ranges::count(outputTypes(), usual) > 0)
@@ -85,8 +85,8 @@ void printEnd(const Camera& camera, const TrackTable& table, double elapsed) {
     if (counts.restarts > 0)
         std::printf("The analyzer was restarted %lld times, %lld frames were lost.\n",
                     static_cast<long long>(counts.restarts), static_cast<long long>(counts.lost));
-    for (const OutputSpec& spec : camera.config().outputs)
-        std::printf("%-10s %s\n", spec.type.c_str(), spec.path.c_str());
+    for (const OutputChoice& wanted : camera.config().outputs)
+        std::printf("%-10s %s\n", wanted.type.c_str(), wanted.path.c_str());
 }
 
 int play(PlayOptions& options) {
@@ -138,19 +138,19 @@ std::string defaultFileName(const std::string& type) {
     return type + ".bin";
 }
 
-OutputSpec parseOutputSpec(const std::string& text, const std::string& directory) {
+OutputChoice parseOutputSpec(const std::string& text, const std::string& directory) {
     const std::size_t equals = text.find('=');
-    OutputSpec spec{text.substr(0, equals), equals == std::string::npos ? "" : text.substr(equals + 1)};
-    if (std::ranges::count(outputTypes(), spec.type) == 0) {
+    OutputChoice wanted{text.substr(0, equals), equals == std::string::npos ? "" : text.substr(equals + 1)};
+    if (std::ranges::count(outputTypes(), wanted.type) == 0) {
         std::string known;
         for (const std::string_view type : outputTypes()) known += (known.empty() ? "" : ", ") + std::string(type);
-        throw SourceError(EX_USAGE, "there is no output '" + spec.type + "' (there are " + known + ")");
+        throw SourceError(EX_USAGE, "there is no output '" + wanted.type + "' (there are " + known + ")");
     }
-    if (spec.path.empty()) {
+    if (wanted.path.empty()) {
         makeDirectory(directory);
-        spec.path = (fs::path(directory) / defaultFileName(spec.type)).string();
+        wanted.path = (fs::path(directory) / defaultFileName(wanted.type)).string();
     }
-    return spec;
+    return wanted;
 }
 
 void makeDirectory(const std::string& path) {

@@ -22,17 +22,17 @@ class SceneSource : public Source {
     }
 
     bool next(RawFrame& frame) override {
-        const scenes::SceneSpec& spec = scene_.spec();
-        if (spec.frames != 0 && number_ >= spec.frames) return false;
-        frame.layout = {*findFormat("rgb24"), spec.width, spec.height};
+        const scenes::SceneDescription& wanted = scene_.description();
+        if (wanted.frames != 0 && number_ >= wanted.frames) return false;
+        frame.layout = {*findFormat("rgb24"), wanted.width, wanted.height};
         frame.bytes.resize(frameBytes(frame.layout));
         scene_.render(number_, frame.bytes);
-        frame.time_ns = number_ * kBillion / spec.rate;
+        frame.time_ns = number_ * kBillion / wanted.rate;
         ++number_;
         return true;
     }
-    std::int64_t expectedFrames() const override { return scene_.spec().frames; }
-    double rate() const override { return scene_.spec().rate; }
+    std::int64_t expectedFrames() const override { return scene_.description().frames; }
+    double rate() const override { return scene_.description().rate; }
 
  private:
     scenes::Scene scene_;

@@ -167,11 +167,11 @@ Clip SteepButUncertain(int width, int height, SceneLength length) {
 
 Clip StreetScene(int width, int height, SceneLength length) {
     Clip clip = EmptyClip("street", width, height, length);
-    fleifeisa::scenes::SceneSpec spec;
-    spec.width = width;
-    spec.height = height;
-    spec.frames = static_cast<int64_t>(clip.Frames());
-    fleifeisa::scenes::Scene scene(spec);
+    fleifeisa::scenes::SceneDescription description;
+    description.width = width;
+    description.height = height;
+    description.frames = static_cast<int64_t>(clip.Frames());
+    fleifeisa::scenes::Scene scene(description);
     for (size_t i = 0; i < clip.Frames(); ++i)
         scene.render(static_cast<int64_t>(i), {clip.Frame(i), clip.FrameBytes()});
     return clip;

@@ -18,16 +18,16 @@ std::span<const std::string_view> outputTypes() {
     return kTypes;
 }
 
-std::unique_ptr<Output> makeOutput(const OutputSpec& spec, const CameraInfo& camera) {
-    if (spec.type == "jsonl") return std::make_unique<JsonlOutput>(spec.path);
-    if (spec.type == "mot") return std::make_unique<MotOutput>(spec.path);
-    if (spec.type == "onvif") return std::make_unique<OnvifOutput>(spec.path);
-    if (spec.type == "tracks") return std::make_unique<TracksOutput>(spec.path);
-    if (spec.type == "video") return std::make_unique<VideoOutput>(spec.path, camera);
-    if (spec.type == "report") return std::make_unique<ReportOutput>(spec.path, camera);
-    if (spec.type == "replies") return std::make_unique<RepliesOutput>(spec.path);
-    if (spec.type == "recording") return std::make_unique<RecordingOutput>(spec.path);
-    throw OutputError("unknown output type '" + spec.type + "'");
+std::unique_ptr<Output> makeOutput(const OutputChoice& wanted, const CameraInfo& camera) {
+    if (wanted.type == "jsonl") return std::make_unique<JsonlOutput>(wanted.path);
+    if (wanted.type == "mot") return std::make_unique<MotOutput>(wanted.path);
+    if (wanted.type == "onvif") return std::make_unique<OnvifOutput>(wanted.path);
+    if (wanted.type == "tracks") return std::make_unique<TracksOutput>(wanted.path);
+    if (wanted.type == "video") return std::make_unique<VideoOutput>(wanted.path, camera);
+    if (wanted.type == "report") return std::make_unique<ReportOutput>(wanted.path, camera);
+    if (wanted.type == "replies") return std::make_unique<RepliesOutput>(wanted.path);
+    if (wanted.type == "recording") return std::make_unique<RecordingOutput>(wanted.path);
+    throw OutputError("unknown output type '" + wanted.type + "'");
 }
 
 }  // namespace fleifeisa::host

@@ -31,27 +31,27 @@ Int number(std::string_view key, std::string_view value, Int low, Int high) {
     return result;
 }
 
-void setSize(SceneSpec& spec, std::string_view value) {
+void setSize(SceneDescription& description, std::string_view value) {
     const std::size_t x = value.find('x');
     if (x == std::string_view::npos) bad("size", value, "WIDTHxHEIGHT, such as 320x240");
-    spec.width = number("size", value.substr(0, x), 1, 8192);
-    spec.height = number("size", value.substr(x + 1), 1, 8192);
+    description.width = number("size", value.substr(0, x), 1, 8192);
+    description.height = number("size", value.substr(x + 1), 1, 8192);
 }
 
-void set(SceneSpec& spec, std::string_view key, std::string_view value) {
+void set(SceneDescription& description, std::string_view key, std::string_view value) {
     constexpr std::int64_t kMaxFrames = 1'000'000'000;
     if (key == "seed")
-        spec.seed = number<std::uint64_t>(key, value, 0, std::numeric_limits<std::uint64_t>::max());
+        description.seed = number<std::uint64_t>(key, value, 0, std::numeric_limits<std::uint64_t>::max());
     else if (key == "size")
-        setSize(spec, value);
+        setSize(description, value);
     else if (key == "frames")
-        spec.frames = number<std::int64_t>(key, value, 0, kMaxFrames);
+        description.frames = number<std::int64_t>(key, value, 0, kMaxFrames);
     else if (key == "rate")
-        spec.rate = number(key, value, 1, 1000);
+        description.rate = number(key, value, 1, 1000);
     else if (key == "noise")
-        spec.noise = number(key, value, 0, 20);
+        description.noise = number(key, value, 0, 20);
     else if (key == "quiet")
-        spec.quiet = number(key, value, 0, 1'000'000);
+        description.quiet = number(key, value, 0, 1'000'000);
     else
         throw std::invalid_argument("scene: unknown setting '" + std::string(key) +
                                     "' (there are seed, size, frames, rate, noise, quiet)");
@@ -63,19 +63,19 @@ std::span<const SceneKind> sceneKinds() {
     return kKinds;
 }
 
-SceneSpec parseSceneSpec(std::string_view text) {
+SceneDescription parseSceneSpec(std::string_view text) {
     if (text.starts_with("scene:")) text.remove_prefix(6);
-    SceneSpec spec;
+    SceneDescription description;
     const std::size_t question = text.find('?');
-    spec.name = text.substr(0, question);
+    description.name = text.substr(0, question);
     bool known = false;
-    for (const SceneKind& kind : kKinds) known = known || kind.name == spec.name;
+    for (const SceneKind& kind : kKinds) known = known || kind.name == description.name;
     if (!known) {
         std::string names;
         for (const SceneKind& kind : kKinds) names += (names.empty() ? "" : ", ") + std::string(kind.name);
-        throw std::invalid_argument("scene: there is no scene '" + spec.name + "' (there are " + names + ")");
+        throw std::invalid_argument("scene: there is no scene '" + description.name + "' (there are " + names + ")");
     }
-    if (question == std::string_view::npos) return spec;
+    if (question == std::string_view::npos) return description;
     std::string_view rest = text.substr(question + 1);
     while (!rest.empty()) {
         const std::string_view item = rest.substr(0, rest.find('&'));
@@ -83,9 +83,9 @@ SceneSpec parseSceneSpec(std::string_view text) {
         const std::size_t equals = item.find('=');
         if (equals == std::string_view::npos)
             throw std::invalid_argument("scene: '" + std::string(item) + "' is not of the form key=value");
-        set(spec, item.substr(0, equals), item.substr(equals + 1));
+        set(description, item.substr(0, equals), item.substr(equals + 1));
     }
-    return spec;
+    return description;
 }
 
 }  // namespace fleifeisa::scenes
