@@ -134,7 +134,7 @@ void Open(benchmark::State& state, const Table* table) {
     }
 }
 
-// Per pixel of a 320 x 240 frame, whose 9421 cells lie in two lattices.
+// Per pixel of a 320 x 240 frame, whose 9461 cells lie in two lattices.
 constexpr int kFrame = 320 * 240, kCells = 80 * 60 + 79 * 59, kRow = 80;
 
 std::vector<int> Row(int n) {
