@@ -114,9 +114,13 @@ void GridColorDiff::ScoreRow(int k, int above, int below, int count, double derl
 // other values of num change nothing. Scores start at 0 and stay within 0..1.
 void GridColorDiff::ConfidencesMotion(double clt, double cht, int num) {
     if (num != 4 && num != 3 && num != 0) return;
-    if (motion == nullptr)
-        for (double** scores : {&motion1, &motion2, &motion5, &motion})
-            *scores = own->Doubles(static_cast<std::size_t>(cnum));
+    if (motion == nullptr) {
+        const std::size_t cells = static_cast<std::size_t>(cnum);
+        motion1 = own->Doubles(cells);
+        motion2 = own->Doubles(cells);
+        motion5 = own->Doubles(cells);
+        motion = own->Doubles(cells);
+    }
     double* score = num == 4 ? motion1 : num == 3 ? motion2 : motion5;
     const double memory = num == 4 ? 1 : num == 3 ? 2 : 5;
     for (int k = 0; k < cnum; k++) {
