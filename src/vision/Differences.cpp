@@ -65,7 +65,8 @@ void GridColorDiff::Compare(KsColorImage& CI, BackgroundModel& B) {
     const kernels::Table& kernel = kernels::Active();
     const std::size_t width = static_cast<std::size_t>(NofC);
     B.PrepareQueries();
-    const kernels::CandidateList* const lists = cnum > 0 ? &B.Candidates(0) : nullptr;
+    if (cnum == 0) return;
+    const kernels::CandidateList* const lists = &B.Candidates(0);
     const int whole_rows = cellsize == 4 ? NofR / 4 : 0, whole_cols = NofC / 4;
     for (int k = 0, i = 0; i < own->inum; i++) {
         for (int j = 0; j < own->jnum; j++, k++) {
