@@ -193,28 +193,40 @@ TEST_F(Association, RandomComponents) {
     const int first = text != nullptr ? std::atoi(text) : 1;
     SlowTable sum;
     int wraps = 0;
-    for (int seed = first; seed < first + 12; seed++) {
+    for (int seed = first; seed < first + 10; seed++) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         TestRandom random(static_cast<unsigned>(seed));
-        Build(64, 120);
+        Build(64, 160);
         std::vector<Blob> blobs;
         int frame = 20;
         for (int turn = 0; turn < 120; turn++) {
             frame += random.Below(8) == 0 ? random.Range(2, 30) : 1;
             for (Blob& b : blobs) {
-                b.row += random.Range(-4, 4);
-                b.col += random.Range(-4, 4);
-                b.width = std::clamp(b.width + random.Range(-3, 3), 4, 40);
+                b.row = std::clamp(b.row + random.Range(-4, 4), -4, 60);
+                b.col = std::clamp(b.col + random.Range(-4, 4), -8, 150);
+                b.width = std::clamp(b.width + random.Range(-3, 6), 4, 60);
             }
             if (random.Below(3) == 0 && !blobs.empty())
                 blobs.erase(blobs.begin() + random.Below(static_cast<int>(blobs.size())));
             while (blobs.size() < 3 || random.Below(2) == 0)
-                blobs.push_back({random.Below(60), random.Below(112), random.Range(4, 20), random.Range(4, 30),
+                blobs.push_back({random.Below(60), random.Below(152), random.Range(4, 20), random.Range(4, 50),
                                  random.Below(6) == 0 ? random.Range(110, 130) : random.Range(150, 255)});
             if (blobs.size() > 16) blobs.resize(4);
-            if (random.Below(15) == 0)
-                slow.next = tracker->NextTmpObId =
-                    random.Below(2) != 0 ? random.Range(1, 9) : random.Range(99990, 99999);
+            for (std::size_t i = 0; i < blobs.size(); i++) {
+                if (blobs[i].width < 36 || random.Below(2) != 0) continue;
+                Blob right = blobs[i];  // parts with a gap between them
+                blobs[i].width /= 3;
+                right.width -= blobs[i].width + 16;
+                right.col += blobs[i].width + 16;
+                blobs.push_back(right);
+            }
+            const int jump = random.Below(12);
+            if (jump == 0) slow.next = random.Range(99990, 99999);
+            if (jump > 8 && !slow.used.empty()) {
+                const int k = slow.used[static_cast<std::size_t>(random.Below(static_cast<int>(slow.used.size())))];
+                slow.next = std::max(1, slow.cells[static_cast<std::size_t>(k)].id - random.Below(3));
+            }
+            tracker->NextTmpObId = slow.next;
             const int before = slow.next;
             Step(frame, blobs);
             if (HasFatalFailure()) return;

@@ -2,8 +2,9 @@
 //
 // The cluster of a sample is the one with the largest key 8 (2 p.c - |c|^2) + (7 - j): the index j in the low bits lets
 // the lower cluster win ties, and the distance comes back as |p|^2 - (key >> 3). With means within kLowest .. kHighest
-// weights of 16 c fit 16 bits and distances times 64 fit 32. A merged mean may leave those bounds a little: the sum of
-// a cluster differs from support x mean by at most 256, so it stays within -512 .. 767, for which all this still holds.
+// weights of 16 c fit 16 bits and distances times 64 fit 32. A merged mean may leave those bounds: the sum of a cluster
+// lies at most 256 above support x mean and, as negative means are rounded towards zero, at most 768 below. So it stays
+// within -1024 .. 767; all this holds up to 2047 either way.
 
 constexpr int kGroups = KsBackgroundCell::kMaxSamples / N;
 
