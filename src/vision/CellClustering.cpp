@@ -1,6 +1,7 @@
 // First clustering of a cell's samples: one cluster if they lie close together, else a small k-means with random
 // starting centres for two and then three clusters.
 #include <algorithm>
+#include <cstdint>
 
 #include "backgroundmodel.h"
 #include "clusterchannels.h"
@@ -21,7 +22,15 @@ constexpr int kPasses = 16;  // of assignment and recentring in one attempt
 template <class Channels>
 class KMeans {
  public:
-    explicit KMeans(KsBackgroundCell& c) : cell(c), ns(c.nsamples) {}
+    explicit KMeans(KsBackgroundCell& c) : cell(c), ns(c.nsamples) {
+        for (int i = 0; i < ns; i++) {
+            const ColorSample v = cell.cv[i];
+            r[i] = v.R;
+            g[i] = v.G;
+            b[i] = v.B;
+            packed[i] = v.R | std::uint64_t{v.G} << 16 | std::uint64_t{v.B} << 32 | std::uint64_t{1} << 48;
+        }
+    }
 
     void Run(int maxdist) {
         if (OneCluster(maxdist)) return;
@@ -81,8 +90,7 @@ class KMeans {
     // Passes until nothing moves, at most 16. False where a cluster came out empty.
     bool Converge() {
         for (int pass = 0; pass < kPasses; pass++) {
-            for (int i = 0; i < ns; i++)
-                cl[i] = NearestCluster<Channels>(cell.clusters, cell.nclusters, cell.cv[i], d[i]);
+            Assign();
             // Deliberate: prcl carries over from one attempt to the next. A first pass that reproduces the earlier
             // assignment counts as converged: the centres stay at sample colours, and support keeps the values of the
             // failed attempt, one of which can be 0 (maintenance removes that cluster).
@@ -93,29 +101,47 @@ class KMeans {
         return true;
     }
 
-    bool Recentre() {
-        int ncl[KsBackgroundCell::kMaxClusters] = {};
-        for (int j = 0; j < cell.nclusters; j++) Channels::Clear(cell.clustersum[j]);
-        for (int i = 0; i < ns; i++) {
-            Channels::Add(cell.clustersum[cl[i]], cell.cv[i]);
-            ncl[cl[i]]++;
+    // Nearest centre of every sample, the lower one on a tie. Over the whole arrays, a loop that compilers turn into
+    // vectors; what stands behind the samples is never read.
+    void Assign() {
+        for (int j = 0; j < cell.nclusters; j++) {
+            const ColorMean c = cell.clusters[j];
+            for (int i = 0; i < kSamples; i++) {
+                const int dj =
+                    Channels::Length(static_cast<std::int16_t>(r[i] - c.R), static_cast<std::int16_t>(g[i] - c.G),
+                                     static_cast<std::int16_t>(b[i] - c.B));
+                const bool closer = j == 0 || dj < d[i];
+                d[i] = closer ? dj : d[i];
+                cl[i] = closer ? j : cl[i];
+            }
         }
+    }
+
+    bool Recentre() {
+        std::uint64_t sums[KsBackgroundCell::kMaxClusters] = {};  // 64 x 255 fits a quarter
+        for (int i = 0; i < ns; i++) sums[cl[i]] += packed[i];
         bool filled = true;
         for (int j = 0; j < cell.nclusters; j++) {
-            cell.support[j] = static_cast<std::int16_t>(ncl[j]);
-            if (ncl[j] > 0)
-                Channels::SetMean(cell.clusters[j], cell.clustersum[j], ncl[j]);
+            const auto part = [&](int shift) { return static_cast<int>(sums[j] >> shift & 0xffff); };
+            const int count = part(48);
+            Channels::Copy(cell.clustersum[j], ColorValue{part(0), part(16), part(32)});
+            cell.support[j] = static_cast<std::int16_t>(count);
+            if (count > 0)
+                Channels::SetMean(cell.clusters[j], cell.clustersum[j], count);
             else
                 filled = false;
         }
         return filled;
     }
 
+    static constexpr int kSamples = KsBackgroundCell::kMaxSamples;
     KsBackgroundCell& cell;
     const int ns;
-    int d[KsBackgroundCell::kMaxSamples] = {};     // distance of each sample to its centre, latest pass
-    int cl[KsBackgroundCell::kMaxSamples] = {};    // cluster of each sample, latest pass
-    int prcl[KsBackgroundCell::kMaxSamples] = {};  // the same of the pass before
+    std::int16_t r[kSamples] = {}, g[kSamples] = {}, b[kSamples] = {};  // channels of the samples
+    std::uint64_t packed[kSamples];  // all three and a one to count with, 16 bits each
+    int d[kSamples] = {};            // distance of each sample to its centre, latest pass
+    int cl[kSamples] = {};           // cluster of each sample, latest pass
+    int prcl[kSamples] = {};         // the same of the pass before
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Colour and grey clustering from one body: the channel policies of the cluster templates.
 #pragma once
 
+#include <cstdint>
 #include <cstdlib>
 
 #include "valuetypes.h"
@@ -13,6 +14,8 @@ constexpr auto Narrow(int v) {
 
 // All three channels; the distance is the squared Euclidean one.
 struct ColorChannels {
+    // Distance over the given channel differences.
+    static int Length(std::int16_t r, std::int16_t g, std::int16_t b) { return r * r + g * g + b * b; }
     template <class P, class Q>
     static int Distance(const P& a, const Q& b) {
         const int r = a.R - b.R, g = a.G - b.G, bl = a.B - b.B;
@@ -45,6 +48,7 @@ struct ColorChannels {
 
 // The red member alone; the others are not written. The distance is the absolute difference.
 struct GrayChannel {
+    static int Length(std::int16_t r, std::int16_t, std::int16_t) { return std::abs(r); }
     template <class P, class Q>
     static int Distance(const P& a, const Q& b) {
         return std::abs(a.R - b.R);
