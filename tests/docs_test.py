@@ -22,8 +22,8 @@ TOKEN = re.compile(r"\\x([0-9a-fA-F]{2})|\\(.)|\{([^}]*)\}|([^\\{]+)")
 DEADLINE = 60  # seconds that a reply may take; far more than any takes
 
 
-def image(spec):
-    size, *patches = [part.split() for part in spec.split(";")]
+def image(drawing):
+    size, *patches = [part.split() for part in drawing.split(";")]
     width, height = map(int, size[0].split("x"))
     pixels = bytearray([int(size[1])]) * (width * height * 3)
     for rows, columns, value in patches:
