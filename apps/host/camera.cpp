@@ -149,7 +149,8 @@ void Camera::applyControl() {
     try {
         if (writeControlFile(controlPath(config_.analyzer.root, config_.analyzer.device), text)) {
             logInfo(config_.name, "new control parameters, the background is learnt anew");
-            callOutputs([&text](Output& output) { output.controlChanged(text); });
+            // Outputs that are still to hear of the analyzer hear of these with it.
+            if (!unannounced_) callOutputs([&text](Output& output) { output.controlChanged(text); });
         }
     } catch (const std::system_error& error) {
         logError(config_.name, std::string("control file: ") + error.what());
@@ -223,7 +224,12 @@ bool Camera::readFrame(Request& request) {
     return true;
 }
 
+/// The outputs hear of an analyzer when it gets its first frame: some sources know their rate no earlier.
 void Camera::sendRequest(Request& request) {
+    if (std::exchange(unannounced_, false)) {
+        const CameraInfo camera = info();
+        callOutputs([&camera](Output& output) { output.started(camera); });
+    }
     width_ = request.width;
     height_ = request.height;
     analyzer_->send(std::span<const char>(request.header));
@@ -310,8 +316,7 @@ void Camera::startAnalyzer() {
     }
     started_at_ = waiting_since_ = Clock::now();
     width_ = height_ = 0;
-    const CameraInfo camera = info();
-    callOutputs([&camera](Output& output) { output.started(camera); });
+    unannounced_ = true;
     for (Request& request : in_flight_) sendRequest(request);
 }
 

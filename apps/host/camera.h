@@ -119,6 +119,7 @@ class Camera {
     bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
     int width_ = 0, height_ = 0;  ///< of this analyzer's frames
+    bool unannounced_ = false;    ///< the outputs have not heard of this analyzer
     std::thread thread_;
 };
 

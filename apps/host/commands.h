@@ -1,6 +1,7 @@
 // The verbs of fleifeisa-host. Each returns an exit status after sysexits.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,9 @@ struct ReplayOptions {
 int replayCommand(const ReplayOptions& options);
 
 int scenesCommand();
+
+/// What the verb returns, or the exit status that fits the exception it ends with, which is logged.
+int statusOf(const std::function<int()>& verb);
 
 /// File name of an output type inside an output directory: "frames.jsonl", "report.html" ...
 std::string defaultFileName(const std::string& type);

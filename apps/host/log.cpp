@@ -3,10 +3,9 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <mutex>
 
-#include "json_text.h"
+#include "outputs/text.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -34,12 +33,12 @@ void log(LogLevel level, std::string_view camera, std::string_view message) {
     std::string line;
     if (as_json) {
         line = "{\"time\":\"" + rfc3339(now) + "\",\"level\":\"" + std::string(name) + "\"";
-        if (!camera.empty()) line += ",\"camera\":" + jsonText(camera);
-        line += ",\"message\":" + jsonText(message) + "}\n";
+        if (!camera.empty()) line += ",\"camera\":" + jsonString(camera);
+        line += ",\"message\":" + jsonString(message) + "}\n";
     } else {
         line = "fleifeisa-host: " + std::string(name) + ": ";
-        if (!camera.empty()) line += std::string(camera) + ": ";
-        line += std::string(message) + "\n";
+        if (!camera.empty()) line += cleanUtf8(camera) + ": ";
+        line += cleanUtf8(message) + "\n";
     }
     if (!progress.empty()) put("\r\033[K");
     put(line);
@@ -58,23 +57,6 @@ void showProgress(std::string_view line) {
     put("\r\033[K");
     put(line);
     progress = line;
-}
-
-std::string rfc3339(long long time_ns) {
-    constexpr long long kBillion = 1'000'000'000;
-    long long fraction = time_ns % kBillion;
-    std::time_t whole = static_cast<std::time_t>(time_ns / kBillion);
-    if (fraction < 0) {
-        fraction += kBillion;
-        --whole;
-    }
-    std::tm parts{};
-    ::gmtime_r(&whole, &parts);
-    std::array<char, 40> text{};
-    const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::array<char, 16> tail{};
-    std::snprintf(tail.data(), tail.size(), ".%09lldZ", fraction);
-    return std::string(text.data(), length) + tail.data();
 }
 
 std::string withoutPassword(std::string_view url) {

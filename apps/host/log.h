@@ -8,7 +8,7 @@ namespace fleifeisa::host {
 
 enum class LogLevel { kError, kWarning, kInfo, kDebug };
 
-/// `camera` may be empty: the event concerns the host as a whole.
+/// `camera` may be empty: the event concerns the host as a whole. Whatever the texts hold, it stays one line of UTF-8.
 void log(LogLevel level, std::string_view camera, std::string_view message);
 
 inline void logError(std::string_view camera, std::string_view message) {
@@ -28,9 +28,6 @@ void setLog(LogLevel least, bool json);
 
 /// The line that is rewritten in place at a terminal; the log clears it before it writes. "" removes it.
 void showProgress(std::string_view line);
-
-/// "2026-11-21T10:20:30.123456789Z" from nanoseconds since 1970.
-std::string rfc3339(long long time_ns);
 
 /// A URL without the password it may carry.
 std::string withoutPassword(std::string_view url);

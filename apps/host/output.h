@@ -4,8 +4,8 @@
 //
 //   started (frame frame ...) [started (frame ...)] ... finish
 //
-// Each `started` announces a fresh analyzer process: its background is unlearnt and its object ids begin again, so
-// whatever was followed until then has ended.
+// Each `started` announces a fresh analyzer process, when its first frame is known: its background is unlearnt and its
+// object ids begin again, so whatever was followed until then has ended.
 //
 // An output that fails throws OutputError. The host reports it once, drops that output and the camera goes on.
 #pragma once
@@ -47,7 +47,7 @@ struct FrameResult {
     std::string_view reply;                  ///< the exact bytes of the answer
 };
 
-/// What is known of a camera when its outputs are made, and of the analyzer process behind each `started`.
+/// What is known of a camera when its outputs are made (nothing was read then: no rate), and at each `started`.
 struct CameraInfo {
     std::string name;    ///< as in the configuration; of a single source: its base name
     std::string source;  ///< as the user wrote it, without passwords
@@ -77,7 +77,8 @@ class Output {
     /// The control file changed between two frames: `control` is its new text.
     virtual void controlChanged(std::string_view /*control*/) {}
     virtual void frame(const FrameResult& result) = 0;
-    /// Makes the files complete. Called once more than needed is harmless. Destruction without it leaves what there is.
+    /// Makes the files complete. Called once more than needed is harmless. Destruction without it leaves what
+    /// there is, where that is of use.
     virtual void finish() = 0;
 };
 

@@ -5,9 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <system_error>
 
 #include "commands.h"
 #include "log.h"
@@ -16,8 +13,6 @@
 
 namespace fleifeisa::host {
 namespace {
-
-namespace fs = std::filesystem;
 
 /// The line at the terminal: how far, how fast, how long still.
 class Progress {
@@ -118,60 +113,8 @@ int play(PlayOptions& options) {
 
 }  // namespace
 
-PrivateRoot::PrivateRoot() : path_((fs::temp_directory_path() / "fleifeisa-XXXXXX").string()) {
-    if (!::mkdtemp(path_.data())) throw SourceError(EX_CANTCREAT, path_ + ": cannot be created");
-}
-
-PrivateRoot::~PrivateRoot() {
-    std::error_code error;
-    fs::remove_all(path_, error);
-}
-
-std::string defaultFileName(const std::string& type) {
-    if (type == "replies") return "replies.txt";
-    if (type == "jsonl") return "frames.jsonl";
-    if (type == "mot") return "mot.csv";
-    if (type == "onvif") return "onvif.xml";
-    if (type == "tracks") return "tracks.jsonl";
-    if (type == "video") return "annotated.mp4";
-    if (type == "report") return "report.html";
-    return type + ".bin";
-}
-
-OutputChoice parseOutputSpec(const std::string& text, const std::string& directory) {
-    const std::size_t equals = text.find('=');
-    OutputChoice wanted{text.substr(0, equals), equals == std::string::npos ? "" : text.substr(equals + 1)};
-    if (std::ranges::count(outputTypes(), wanted.type) == 0) {
-        std::string known;
-        for (const std::string_view type : outputTypes()) known += (known.empty() ? "" : ", ") + std::string(type);
-        throw SourceError(EX_USAGE, "there is no output '" + wanted.type + "' (there are " + known + ")");
-    }
-    if (wanted.path.empty()) {
-        makeDirectory(directory);
-        wanted.path = (fs::path(directory) / defaultFileName(wanted.type)).string();
-    }
-    return wanted;
-}
-
-void makeDirectory(const std::string& path) {
-    std::error_code error;
-    fs::create_directories(path, error);
-    if (error) throw SourceError(EX_CANTCREAT, path + ": " + error.message());
-}
-
 int playCommand(PlayOptions options) {
-    try {
-        return play(options);
-    } catch (const SourceError& error) {
-        logError("", error.what());
-        return error.code;
-    } catch (const OutputError& error) {
-        logError("", error.what());
-        return EX_CANTCREAT;
-    } catch (const std::exception& error) {
-        logError("", error.what());
-        return EX_OSERR;
-    }
+    return statusOf([&options] { return play(options); });
 }
 
 }  // namespace fleifeisa::host

@@ -6,9 +6,7 @@
 #include <charconv>
 #include <cinttypes>
 #include <cstdio>
-#include <functional>
 #include <sstream>
-#include <system_error>
 
 #include "commands.h"
 #include "log.h"
@@ -149,21 +147,7 @@ class Replay {
 }  // namespace
 
 int replayCommand(const ReplayOptions& options) {
-    try {
-        return Replay(options).run();
-    } catch (const SourceError& error) {
-        logError("", error.what());
-        return error.code;
-    } catch (const AnalyzerError& error) {
-        logError("", error.what());
-        return EX_SOFTWARE;
-    } catch (const OutputError& error) {
-        logError("", error.what());
-        return EX_CANTCREAT;
-    } catch (const std::exception& error) {
-        logError("", error.what());
-        return EX_OSERR;
-    }
+    return statusOf([&options] { return Replay(options).run(); });
 }
 
 }  // namespace fleifeisa::host

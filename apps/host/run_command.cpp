@@ -128,12 +128,7 @@ class Service {
 }  // namespace
 
 int runCommand(const RunOptions& options) {
-    try {
-        return Service(options).run();
-    } catch (const std::exception& error) {
-        logError("", error.what());
-        return EX_OSERR;
-    }
+    return statusOf([&options] { return Service(options).run(); });
 }
 
 }  // namespace fleifeisa::host

@@ -8,6 +8,7 @@
 #include <array>
 
 #include "log.h"
+#include "outputs/file_writer.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -57,6 +58,7 @@ void Supervisor::handleSignals(const std::function<void()>& reload) {
         if (stopping_) {
             showProgress("");
             killAllChildren();
+            removeUnfinishedFiles();
             ::_exit(128 + number);
         }
         stopping_ = true;

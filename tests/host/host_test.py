@@ -84,6 +84,10 @@ class Play(HostTest):
         self.assertIn("Examples", self.host("play", "--help").stdout)
         self.assertIn("scene:street", self.host("scenes").stdout)
 
+    def test_outputs_know_the_rate_with_the_first_frame(self):
+        self.host("play", "scene:street?size=96x64&rate=2&frames=1", "--output", "report=r", "--quiet")
+        self.assertIn("0:00.5", (self.dir / "r").read_text())  # one frame lasts half a second
+
     def test_a_full_disk_costs_the_output_only(self):
         done = self.host("play", SMALL, "--output", "replies=/dev/full", "--output", "recording=good", expect=74)
         self.assertIn("No space left on device", done.stderr)
@@ -314,7 +318,7 @@ class Service(HostTest):
         self.assertEqual((self.dir / "out/kept/replies.txt.1").read_bytes(), before)
 
     def test_signals(self):
-        self.write("c.toml", config(scene_camera("gate", 1, outputs='["replies", "recording"]')))
+        self.write("c.toml", config(scene_camera("gate", 1, outputs='["replies", "recording", "report"]')))
         process = self.start("run", "c.toml")
         analyzer = self.analyzer_of(process, 1)
         time.sleep(0.4)
@@ -336,6 +340,7 @@ class Service(HostTest):
         self.assertEqual(self.end(process), 128 + signal.SIGTERM)
         self.assertLess(time.monotonic() - begin, 1)
         self.until(lambda: not os.path.exists(f"/proc/{analyzer}"), "the end of the analyzer")
+        self.assertFalse((self.dir / "out/gate/report.html.part").exists())
 
     def test_bad_cameras_do_not_disturb_good_ones(self):
         self.write("c.toml", config(scene_camera("good", 1, 60), scene_camera("gone", 2, source='"gone.avi"'),

@@ -87,19 +87,25 @@ TEST(OutputFiles, AreThereOnceComplete) {
         std::string type;
         bool in_place;
         bool without_frames;  ///< a file even then
+        bool part_stays;      ///< of an output that was not finished
     };
     const TempDir directory;
-    for (const Case& c : {Case{"jsonl", true, true},
-                          {"mot", true, true},
-                          {"tracks", true, true},
-                          {"replies", true, true},
-                          {"recording", true, true},
-                          {"onvif", false, true},
-                          {"report", false, true},
-                          {"video", false, false}}) {
+    for (const Case& c : {Case{"jsonl", true, true, false},
+                          {"mot", true, true, false},
+                          {"tracks", true, true, false},
+                          {"replies", true, true, false},
+                          {"recording", true, true, false},
+                          {"onvif", false, true, true},
+                          {"report", false, true, false},
+                          {"video", false, false, false}}) {
         if (c.type == "video" && findProgram("ffmpeg").empty()) continue;
         const std::string path = directory.path + "/" + c.type;
-        const std::unique_ptr<Output> output = makeOutput({c.type, path}, documentedRun().camera);
+        std::unique_ptr<Output> output = makeOutput({c.type, path}, documentedRun().camera);
+        feed(*output, documentedRun(), 0);
+        output.reset();
+        EXPECT_EQ(exists(path), c.in_place) << c.type;
+        EXPECT_EQ(exists(path + ".part"), c.part_stays) << c.type;
+        output = makeOutput({c.type, path}, documentedRun().camera);
         EXPECT_EQ(exists(path), c.in_place) << c.type;
         EXPECT_EQ(exists(path + ".part"), !c.in_place) << c.type;
         output->finish();
@@ -162,9 +168,12 @@ TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
             EXPECT_EQ(answered, type == "recording");
         }
     }
-    const std::string path = directory.path + "/onvif";
-    EXPECT_EQ(playOnFullDisk(run, "onvif", path, 5000), "");
-    EXPECT_FALSE(exists(path)) << "an incomplete document under the name of a complete one";
+    for (const std::string type : {"onvif", "report"}) {
+        const std::string path = directory.path + "/" + type;
+        EXPECT_EQ(playOnFullDisk(run, type, path, 5000), "");
+        EXPECT_FALSE(exists(path)) << "an incomplete document under the name of a complete one";
+        EXPECT_EQ(exists(path + ".part"), type == "onvif");
+    }
 }
 
 TEST(TrackNumbers, AreUniqueAndEndAfterAGap) {
@@ -261,7 +270,7 @@ TEST(Video, NeedsAnEncoderThatWorks) {
     const std::string why = failureOf([&] { play(awkwardRun(5), "video", path); });
     EXPECT_NE(why.find(path), std::string::npos) << why;
     EXPECT_NE(why.find("Unknown encoder"), std::string::npos) << why;
-    EXPECT_FALSE(exists(path));
+    EXPECT_FALSE(exists(path) || exists(path + ".part"));
 }
 
 TEST(Video, ShowsBoxesWhereTheyAre) {

@@ -38,12 +38,10 @@ int even(int value) {
 
 }  // namespace
 
-Encoder::Encoder(std::string path) : file_(path, WriteMode::kAtClose), path_(std::move(path)) {
-    if (findProgram("ffmpeg").empty()) {
-        file_.discard();
+Encoder::Encoder(std::string path) : file_(path, WriteMode::kWhole), path_(std::move(path)) {
+    if (findProgram("ffmpeg").empty())
         throw OutputError(path_ +
                           ": annotated video needs ffmpeg, which was not found in PATH (Debian package ffmpeg)");
-    }
 }
 
 void Encoder::start(int width, int height, double rate) {
@@ -137,6 +135,8 @@ void Encoder::fail(const std::string& why) {
         static_cast<void>(ffmpeg_->wait(Clock::now() + seconds(2)));  // its last words
         readMessages();
     }
+    ffmpeg_.reset();  // before the file it writes goes
+    file_.discard();
     std::string said = messages_.substr(0, messages_.find_last_not_of("\r\n") + 1);
     std::replace(said.begin(), said.end(), '\n', ';');
     said = cleanUtf8(said);

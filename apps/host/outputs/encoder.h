@@ -13,7 +13,8 @@
 namespace fleifeisa::host {
 
 /// H.264 by one encoder thread from planar YUV that is converted here: the same pictures give the same file with the
-/// same ffmpeg, on any number of processors. Written to "PATH.part" and renamed by finish().
+/// same ffmpeg, on any number of processors. Written to "PATH.part" and renamed by finish(); without that, or
+/// after a failure, the file goes.
 class Encoder {
  public:
     /// @throws OutputError without an ffmpeg, or where the file cannot be created
@@ -31,7 +32,7 @@ class Encoder {
     void readMessages();
     [[noreturn]] void fail(const std::string& why);
 
-    FileWriter file_;  ///< never written to: it creates the file, and gives it its name in the end
+    FileWriter file_;  ///< never written to: it creates the file, gives it its name or removes it; outlives ffmpeg
     std::string path_;
     std::optional<Process> ffmpeg_;
     std::string messages_;  ///< the end of what ffmpeg said

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -22,16 +24,34 @@ bool isRegularOrNew(const std::string& path) {
     return ::stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode);
 }
 
+std::mutex unfinished_mutex;
+std::set<std::string> unfinished;  // names that go with the host
+
 }  // namespace
 
-FileWriter::FileWriter(std::string path, WriteMode mode) : path_(std::move(path)), work_path_(path_) {
-    if (mode == WriteMode::kAtClose && isRegularOrNew(path_)) work_path_ += ".part";
+void removeUnfinishedFiles() {
+    const std::lock_guard lock(unfinished_mutex);
+    for (const std::string& path : unfinished) ::unlink(path.c_str());
+}
+
+FileWriter::FileWriter(std::string path, WriteMode mode) : path_(std::move(path)), work_path_(path_), mode_(mode) {
+    if (mode_ != WriteMode::kInPlace && isRegularOrNew(path_))
+        work_path_ += ".part";
+    else
+        mode_ = WriteMode::kInPlace;
     file_ = ::open(work_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (file_ < 0) fail(errno);
+    if (file_ < 0) raise(errno);
+    if (mode_ != WriteMode::kWhole) return;
+    const std::lock_guard lock(unfinished_mutex);
+    unfinished.insert(work_path_);
 }
 
 FileWriter::~FileWriter() {
     if (file_ < 0) return;
+    if (mode_ == WriteMode::kWhole) {
+        discard();
+        return;
+    }
     try {
         flush();
     } catch (const OutputError&) {  // reported nowhere: the output was given up, or the host is going down
@@ -51,8 +71,8 @@ void FileWriter::writeThrough(const char* bytes, std::size_t count) {
 }
 
 void FileWriter::write(std::string_view text) {
-    if (file_ < 0) fail(EBADF);
     if (failed_) return;
+    if (file_ < 0) raise(EBADF);
     if (text.size() < kBufferBytes && buffer_.size() < kMaxBufferBytes) {
         buffer_ += text;
         return;
@@ -71,8 +91,8 @@ void FileWriter::write(std::span<const std::uint8_t> bytes) {
 }
 
 void FileWriter::flush() {
-    if (file_ < 0) fail(EBADF);
     if (failed_) return;
+    if (file_ < 0) raise(EBADF);
     writeThrough(buffer_.data(), buffer_.size());
     buffer_.clear();
     if (record_end_ <= written_) safe_end_ = record_end_;
@@ -84,19 +104,39 @@ void FileWriter::close() {
     const int file = std::exchange(file_, -1);
     if (::close(file) != 0 && errno != EINTR) fail(errno);
     if (!failed_ && work_path_ != path_ && std::rename(work_path_.c_str(), path_.c_str()) != 0) fail(errno);
+    forget();
 }
 
 void FileWriter::discard() {
     if (file_ < 0) return;
     ::close(std::exchange(file_, -1));
+    remove();
+}
+
+void FileWriter::remove() {
     buffer_.clear();
     if (isRegularOrNew(work_path_)) ::unlink(work_path_.c_str());
+    forget();
+}
+
+void FileWriter::forget() {
+    const std::lock_guard lock(unfinished_mutex);
+    unfinished.erase(work_path_);
 }
 
 void FileWriter::fail(int error) {
     failed_ = true;
     buffer_.clear();
-    if (file_ >= 0 && ::ftruncate(file_, static_cast<off_t>(safe_end_)) != 0) errno = error;  // a pipe: nothing to undo
+    if (mode_ == WriteMode::kWhole) {
+        if (file_ >= 0) ::close(std::exchange(file_, -1));
+        remove();
+    } else if (file_ >= 0 && ::ftruncate(file_, static_cast<off_t>(safe_end_)) != 0) {
+        errno = error;  // a pipe: nothing to undo
+    }
+    raise(error);
+}
+
+void FileWriter::raise(int error) const {
     throw OutputError(path_ + ": " + std::generic_category().message(error));
 }
 

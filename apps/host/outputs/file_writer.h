@@ -12,6 +12,7 @@ namespace fleifeisa::host {
 enum class WriteMode {
     kInPlace,  ///< into the file itself, for formats that are of use while they grow
     kAtClose,  ///< into "PATH.part", which close() renames: whoever sees PATH sees a complete file
+    kWhole,    ///< the same, for formats of which a part is of no use: a failure or the destructor removes "PATH.part"
 };
 
 /// Buffered; every failure (no space left, a vanished directory) throws OutputError with the path and the reason.
@@ -22,7 +23,7 @@ class FileWriter {
  public:
     /// Creates or empties the file. A path that exists and is no regular file (a pipe, /dev/null) is written in place.
     explicit FileWriter(std::string path, WriteMode mode = WriteMode::kInPlace);
-    /// Writes what is buffered where that still works; a ".part" file stays one.
+    /// Writes what is buffered where that still works; a ".part" file stays one, unless it is to be whole.
     ~FileWriter();
     FileWriter(const FileWriter&) = delete;
     FileWriter& operator=(const FileWriter&) = delete;
@@ -43,10 +44,14 @@ class FileWriter {
     const std::string& workPath() const { return work_path_; }
 
  private:
+    void remove();
+    void forget();
     void writeThrough(const char* bytes, std::size_t count);
     [[noreturn]] void fail(int error);
+    [[noreturn]] void raise(int error) const;
 
     std::string path_, work_path_;
+    WriteMode mode_;
     int file_ = -1;
     std::string buffer_;
     std::uint64_t written_ = 0;     ///< bytes in the file
@@ -54,5 +59,8 @@ class FileWriter {
     std::uint64_t safe_end_ = 0;    ///< the same for the bytes in the file
     bool failed_ = false;
 };
+
+/// Removes the ".part" files of kWhole writers that are not closed, for a host that ends at once.
+void removeUnfinishedFiles();
 
 }  // namespace fleifeisa::host

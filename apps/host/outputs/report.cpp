@@ -49,7 +49,7 @@ bool touchesEdge(const FrameResult& result, const TrackedObject& object) {
 
 }  // namespace
 
-ReportOutput::ReportOutput(const std::string& path, const CameraInfo& camera) : file_(path, WriteMode::kAtClose) {
+ReportOutput::ReportOutput(const std::string& path, const CameraInfo& camera) : file_(path, WriteMode::kWhole) {
     data_.camera = camera.name;
     data_.source = camera.source;
     data_.infrared = camera.infrared;

@@ -11,7 +11,7 @@
 
 namespace fleifeisa::host {
 
-/// Written by finish() ("PATH.part" until then). Memory stays bounded however long the run: some 40 MB for the
+/// Written by finish(), whole or not at all ("PATH.part" until then). Memory stays bounded however long the run: some 40 MB for the
 /// background, at most 1000 finished tracks with a thumbnail of a few kilobytes each, and 480 spans of time.
 class ReportOutput : public Output {
  public:
