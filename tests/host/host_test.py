@@ -84,10 +84,6 @@ class Play(HostTest):
         self.assertIn("Examples", self.host("play", "--help").stdout)
         self.assertIn("scene:street", self.host("scenes").stdout)
 
-    def test_outputs_know_the_rate_with_the_first_frame(self):
-        self.host("play", "scene:street?size=96x64&rate=2&frames=1", "--output", "report=r", "--quiet")
-        self.assertIn("0:00.5", (self.dir / "r").read_text())  # one frame lasts half a second
-
     def test_a_full_disk_costs_the_output_only(self):
         done = self.host("play", SMALL, "--output", "replies=/dev/full", "--output", "recording=good", expect=74)
         self.assertIn("No space left on device", done.stderr)
@@ -144,6 +140,11 @@ class Video(HostTest):
         self.assertGreater(max(b - a for a, b in zip(found, found[1:])), 0.3)
         for have, want in zip(found, expected):
             self.assertAlmostEqual(have - found[0], want - expected[0], places=3)
+
+    @needs_ffmpeg
+    def test_outputs_know_the_rate_with_the_first_frame(self):
+        self.host("play", self.video("v.avi", frames=1, rate=2), "--output", "report=r", "--quiet")
+        self.assertIn("0:00.5", (self.dir / "r").read_text())  # one frame lasts half a second
 
     @needs_ffmpeg
     def test_images_by_directory_and_by_list(self):
