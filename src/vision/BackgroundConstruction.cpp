@@ -1,5 +1,5 @@
 // Construction of the background model over the first frame.
-#include "backgroundmodel.h"
+#include "backgroundprivate.h"
 #include "randomdraws.h"
 
 BackgroundModel::BackgroundModel()
@@ -45,30 +45,23 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
     cellsize = G->cellsize;
     cellsize_2 = G->cellsize_2;
     n = G->n;
-    KsBackgroundCell* const cells = new KsBackgroundCell[static_cast<std::size_t>(cnum)]();
-    cd.cells = cells;
-    cd.shared.resize(static_cast<std::size_t>(cnum));
-    candidates.resize(static_cast<std::size_t>(cnum));
+    cd.model = this;
+    own = std::make_unique<Storage>(*G, NofR, NofC);
     const int inum = (NofR + cellsize - 1) / cellsize, jnum = (NofC + cellsize - 1) / cellsize;
     map1 = CellMap(cellsize, 0, inum, jnum, 0, NofC);
     map2 = CellMap(cellsize, cellsize_2, inum - 1, jnum - 1, cnum_2, NofC);
     for (int k = 0; k < cnum; k++) {
+        if (own->stage[static_cast<std::size_t>(k)] != Storage::kRecord) continue;
         const CellBox box = G->Box(k);
-        cells[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
+        own->records[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
     }
-    for (int k = 0; k < cnum; k++) {
-        GatherSamples(cells[k], CI);
-        // Deliberate: the colour form for IR models too. Their samples are (R, 0, 0), and the squared distance meets
-        // the plain threshold, so such cells split more readily here than in later frames.
-        if (Full(cells[k])) cells[k].ClusterCell(maxdist);
-        kernels::ListCandidates(cells[k], CIr == IR, candidates[static_cast<std::size_t>(k)]);
-    }
+    // Deliberate: the colour form for IR models too. Their samples are (R, 0, 0), and the squared distance meets the
+    // plain threshold, so cells that are full at once split more readily here than in later frames.
+    if (cnum > 0) Gather(CI, nullptr, Action::kClusterAsColor);
 }
 
-BackgroundModel::~BackgroundModel() {
-    // IBkg's buffer belongs to the frame it was taken from.
-    delete[] cd.cells;
-}
+// IBkg's buffer belongs to the frame it was taken from.
+BackgroundModel::~BackgroundModel() = default;
 
 void BackgroundModel::OutputBackgroundImage(const char* name) {
     IBkg.KsWriteImage(name);

@@ -4,12 +4,6 @@
 #include "backgroundmodel.h"
 #include "clusterchannels.h"
 
-namespace {
-
-constexpr int kFarthest = 1000000;  // only clusters nearer than this count, squared for colour
-
-}  // namespace
-
 int KsBackgroundCell::GetMinDifference(int minval, int R, int G, int B, int& Rd, int& Gd, int& Bd) const {
     const ColorValue p{R, G, B};
     for (int i = 0; i < nclusters; i++) {
@@ -36,23 +30,21 @@ int KsBackgroundCell::GetMinDifferenceGray(int minval, int R, int& Rd) const {
 }
 
 void BackgroundModel::GetDifference(int r, int c, int R, int Gr, int B, int& Rd, int& Gd, int& Bd) const {
-    const BackgroundCells& cells = cd;
     const int k = map1.At(r, c);
     if (k < 0) return;
-    int min = cells[k].GetMinDifference(kFarthest, R, Gr, B, Rd, Gd, Bd);
+    int min = Look(k).GetMinDifference(kFarthest, R, Gr, B, Rd, Gd, Bd);
     for (int slot = 4; slot < 8; slot++) {
         const int m = n[k].n[slot];
-        if (m >= 0) min = cells[m].GetMinDifference(min, R, Gr, B, Rd, Gd, Bd);
+        if (m >= 0) min = Look(m).GetMinDifference(min, R, Gr, B, Rd, Gd, Bd);
     }
 }
 
 void BackgroundModel::GetDifferenceGray(int r, int c, int Gr, int& Gd) const {
-    const BackgroundCells& cells = cd;
     const int k = map1.At(r, c);
     if (k < 0) return;
-    int min = cells[k].GetMinDifferenceGray(kFarthest, Gr, Gd);
+    int min = Look(k).GetMinDifferenceGray(kFarthest, Gr, Gd);
     for (int slot = 4; slot < 8; slot++) {
         const int m = n[k].n[slot];
-        if (m >= 0) min = cells[m].GetMinDifferenceGray(min, Gr, Gd);
+        if (m >= 0) min = Look(m).GetMinDifferenceGray(min, Gr, Gd);
     }
 }

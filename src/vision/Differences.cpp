@@ -1,7 +1,7 @@
 // Differences against the background: per pixel, then summed per cell.
-#include <cstring>
+#include <utility>
 
-#include "backgroundmodel.h"
+#include "backgroundprivate.h"
 #include "gridcolordiff.h"
 #include "gridprivate.h"
 #include "pixelwalk.h"
@@ -51,68 +51,72 @@ void ForEachInQuadrants(const CellBox& cell, int half, int rows, int cols, F f) 
                  [&](int r, int c) { f(r, c, (r >= cell.minr + half ? 2 : 0) + (c >= cell.minc + half ? 1 : 0)); });
 }
 
-// The four rows of a cell into a plane.
-void StoreRows(const std::int16_t* block, std::int16_t* plane, std::size_t width) {
-    for (std::size_t r = 0; r < 4; r++) std::memcpy(plane + r * width, block + 4 * r, 8);
-}
-
 }  // namespace
 
 // The sixteen pixels of a main cell share the clusters that they are compared with: those of the cell and of its four
-// diagonal neighbours, in this order. Cells at a clipped edge, cells of another size, cells without any qualifying
-// cluster and cells with one out of the kernels' bounds take the plain way, pixel by pixel.
+// diagonal neighbours, in this order. Cells at a clipped edge, cells of another size and cells with a cluster out of
+// the kernels' bounds take the plain way, pixel by pixel.
 void GridColorDiff::Compare(KsColorImage& CI, BackgroundModel& B) {
+    if (cnum == 0) return;
+    B.PrepareQueries();
     const kernels::Table& kernel = kernels::Active();
     const std::size_t width = static_cast<std::size_t>(NofC);
-    B.PrepareQueries();
-    if (cnum == 0) return;
-    const kernels::CandidateList* const lists = &B.Candidates(0);
     const int whole_rows = cellsize == 4 ? NofR / 4 : 0, whole_cols = NofC / 4;
-    for (int k = 0, i = 0; i < own->inum; i++) {
-        for (int j = 0; j < own->jnum; j++, k++) {
-            const kernels::CandidateList* around[5];
-            int count = 0, candidates = 0;
-            bool plain = i >= whole_rows || j >= whole_cols;
-            const auto add = [&](int m) {
-                plain |= lists[m].n < 0;
-                candidates += lists[m].n;
-                around[count] = &lists[m];
-                count += lists[m].n > 0;
-            };
-            add(k);
-            for (int slot = 4; slot < 8; slot++)
-                if (n[k].n[slot] >= 0) add(n[k].n[slot]);
-            if (plain || candidates == 0) {
-                PlainCell(CI, B, k);
-                continue;
-            }
-            const std::size_t first = static_cast<std::size_t>(4 * i) * width + static_cast<std::size_t>(4 * j);
-            kernels::PixelBlock px;
-            kernels::DifferenceBlock d;
-            kernel.load(CI.rawsrc + first * 3, width * 3, px);
-            kernel.nearest(px, around, count, d, own->quadrants[static_cast<std::size_t>(k)]);
-            StoreRows(d.r, RedD + first, width);
-            if (CIr != COLOR) continue;
-            StoreRows(d.g, GreenD + first, width);
-            StoreRows(d.b, BlueD + first, width);
+    const auto &main = B.own->lattices[0], &shifted = B.own->lattices[1];
+    for (int i = 0; i < own->inum; i++) {
+        const int k = i * own->jnum;
+        const int whole = i < whole_rows ? whole_cols : 0;
+        if (whole > 0) {
+            const std::size_t first = static_cast<std::size_t>(4 * i) * width;
+            kernel.load(CI.rawsrc + first * 3, width * 3, whole, own->pixels.data());
+            const kernels::CandidateList* const above = shifted.lists.data() + i * shifted.list_stride;
+            const bool color = CIr == COLOR;
+            kernel.compare({whole,
+                            own->pixels.data(),
+                            main.lists.data() + k,
+                            above,
+                            above + shifted.list_stride,
+                            {RedD + first, color ? GreenD + first : nullptr, color ? BlueD + first : nullptr},
+                            width,
+                            own->quadrants.data() + k,
+                            own->outcome.data()});
+        }
+        for (int j = 0; j < own->jnum; j++) {
+            const kernels::Outcome outcome = j < whole ? own->outcome[static_cast<std::size_t>(j)] : kernels::kUnfit;
+            if (outcome == kernels::kWithout) KeptCell(k + j);
+            if (outcome == kernels::kUnfit) PlainCell(CI, B, k + j);
         }
     }
 }
 
 void GridColorDiff::PlainCell(const KsColorImage& CI, const BackgroundModel& B, int k) {
+    KsBackgroundCell around[5];
+    int count = 0;
+    around[count++] = B.Look(k);
+    for (int slot = 4; slot < 8; slot++)
+        if (n[k].n[slot] >= 0) around[count++] = B.Look(n[k].n[slot]);
+    ForEachPixel(Box(k), NofR, NofC, [&](int r, int c) {
+        const std::size_t i =
+            static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c);
+        int red = RedD[i], green = GreenD[i], blue = BlueD[i], min = kFarthest;
+        for (int a = 0; a < count; a++)
+            min = CIr == COLOR
+                      ? around[a].GetMinDifference(min, CI.Red(r, c), CI.Green(r, c), CI.Blue(r, c), red, green, blue)
+                      : around[a].GetMinDifferenceGray(min, CI.Red(r, c), red);
+        RedD[i] = static_cast<std::int16_t>(red);
+        GreenD[i] = static_cast<std::int16_t>(green);
+        BlueD[i] = static_cast<std::int16_t>(blue);
+    });
+    KeptCell(k);
+}
+
+// The quadrant sums of the differences as they stand.
+void GridColorDiff::KeptCell(int k) {
     kernels::QuadrantSums& quadrants = own->quadrants[static_cast<std::size_t>(k)] = {};
     ForEachInQuadrants(Box(k), cellsize_2, NofR, NofC, [&](int r, int c, int q) {
         const std::size_t i =
             static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c);
-        int red = RedD[i], green = GreenD[i], blue = BlueD[i];
-        if (CIr == COLOR)
-            B.GetDifference(r, c, CI.Red(r, c), CI.Green(r, c), CI.Blue(r, c), red, green, blue);
-        else
-            B.GetDifferenceGray(r, c, CI.Red(r, c), red);
-        RedD[i] = static_cast<std::int16_t>(red);
-        GreenD[i] = static_cast<std::int16_t>(green);
-        BlueD[i] = static_cast<std::int16_t>(blue);
-        quadrants.Add(q, red, green, blue);
+        quadrants.Add(q, RedD[i], GreenD[i], BlueD[i]);
     });
 }
 
@@ -136,7 +140,7 @@ void GridColorDiff::SumCells() {
         }
 }
 
-void GridColorDiff::SumColors(const KsColorImage& CI) {
+void GridColorDiff::SumColors(const unsigned char* rgb) {
     const kernels::Table& kernel = kernels::Active();
     const std::size_t width = static_cast<std::size_t>(NofC);
     own->updated = true;
@@ -146,13 +150,20 @@ void GridColorDiff::SumColors(const KsColorImage& CI) {
         if (IsWhole(cell)) {
             kernels::PixelBlock px;
             const std::size_t first = static_cast<std::size_t>(cell.minr) * width + static_cast<std::size_t>(cell.minc);
-            kernel.load(CI.rawsrc + first * 3, width * 3, px);
+            kernel.load(rgb + first * 3, width * 3, 1, &px);
             kernel.sums(px, quadrants);
             continue;
         }
         quadrants = {};
-        ForEachInQuadrants(cell, cellsize_2, NofR, NofC,
-                           [&](int r, int c, int q) { quadrants.Add(q, CI.Red(r, c), CI.Green(r, c), CI.Blue(r, c)); });
+        ForEachInQuadrants(cell, cellsize_2, NofR, NofC, [&](int r, int c, int q) {
+            const unsigned char* p = rgb + (static_cast<std::size_t>(r) * width + static_cast<std::size_t>(c)) * 3;
+            quadrants.Add(q, p[0], p[1], p[2]);
+        });
     }
     for (const int k : own->shared_cells) PublishSums(k);
+}
+
+void GridColorDiff::RememberColors(const std::shared_ptr<unsigned char[]>& frame) {
+    own->unsummed = frame;
+    if (!own->shared_cells.empty()) SumColors(std::exchange(own->unsummed, nullptr).get());
 }

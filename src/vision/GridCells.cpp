@@ -1,5 +1,5 @@
 // The records of the grid's cells, filled in from the compact state when somebody asks for them.
-#include <new>
+#include <utility>
 
 #include "gridcolordiff.h"
 #include "gridprivate.h"
@@ -28,6 +28,7 @@ void GridColorDiff::Share(int k) {
     own->shared_cells.push_back(k);
     const CellBox box = Box(k);
     own->cd[static_cast<std::size_t>(k)].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
+    if (own->unsummed != nullptr) SumColors(std::exchange(own->unsummed, nullptr).get());
     PublishDifferences(k);
     PublishSums(k);
 }

@@ -61,6 +61,8 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
     own->quadrants.resize(static_cast<std::size_t>(cnum_2));
     own->colors.resize(static_cast<std::size_t>(cnum_2));
     for (std::vector<int>* sums : {&own->red, &own->green, &own->blue}) sums->resize(cells + 1);
+    own->pixels.resize(static_cast<std::size_t>(own->jnum));
+    own->outcome.resize(static_cast<std::size_t>(own->jnum));
     own->squares.resize(static_cast<std::size_t>(own->jnum));
     own->seeds.reserve(cells);
     own->first.resize(cells + 2);
@@ -77,7 +79,7 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
 
     if (cnum == 0) return;
     CountBrightness(CI, CIr, NofR, NofC, bhist);
-    SumColors(CI);
+    SumColors(CI.rawsrc);
     own->updated = false;
 }
 

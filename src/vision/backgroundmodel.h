@@ -10,12 +10,14 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "gridcolordiff.h"
 #include "kernels/kernels.h"
 #include "kscolor.h"
 #include "valuetypes.h"
+
+constexpr int kFarthest = 1000000;  // queries see only clusters nearer than this, squared for colour
 
 // One cell of the background. The Gray forms use the red members alone and |dR| as the distance; the others use all
 // three and the squared Euclidean distance. maxdist is compared with these as it stands.
@@ -26,7 +28,6 @@ class KsBackgroundCell {
     static constexpr int kMaxSupport = 512;  // a cluster is a running mean over about this many samples
     static constexpr int kMinSupport = 128;  // queries see clusters with more support than this
 
-    // Two cache lines and a bit of what maintenance reads, then the samples, line by line.
     int minr, maxr, minc, maxc;           // box, pixels, inclusive, not clipped; set once
     std::int16_t nsamples;                // gathered since the last clustering, 0..64
     std::int16_t nclusters;               // in use, 0..6; entries behind it are stale and never read
@@ -35,7 +36,7 @@ class KsBackgroundCell {
     ColorMean clusters[kMaxClusters];     // rounded means; can leave 0..255, see clustersum
     ColorValue clustersum[kMaxClusters];  // channel sums behind the means, about support x clusters. Can be negative:
                                           // forgetting subtracts rounded means
-    alignas(64) ColorSample cv[kMaxSamples];  // samples in the order gathered; in IR models G and B stay 0
+    ColorSample cv[kMaxSamples];          // samples in the order gathered; in IR models G and B stay 0
 
     // The derivative model of the same cell keeps a single sample and cluster; the main flow never uses it.
     int ndersamples, nderclusters;
@@ -76,23 +77,25 @@ class KsBackgroundCell {
     // Bd receive cluster minus colour of the nearest one, and are left alone where there is none.
     int GetMinDifference(int minval, int R, int G, int B, int& Rd, int& Gd, int& Bd) const;
     int GetMinDifferenceGray(int minval, int R, int& Rd) const;
+
+    // From and to the compact form that models keep (nclusters, support, added, clusters, clustersum).
+    void TakeClusters(const kernels::ClusterSet& set);
+    void GiveClusters(kernels::ClusterSet& set) const;
+    // Appends the pixels of a whole 4 x 4 cell to the samples.
+    void TakeSamples(const kernels::PixelBlock& px, bool gray);
 };
 
-// The cells of a model. A cell that is handed out may be changed by whoever holds the reference, so it counts as shared
-// from then on: what is derived from its clusters is derived anew for every frame.
+// The cells of a model. It keeps them in a compact form; a record is filled in when it is first asked for, and from
+// then on takes the place of the compact one, since whoever holds it may change it.
 class BackgroundCells {
  public:
-    KsBackgroundCell& operator[](int k) {
-        shared[static_cast<std::size_t>(k)] = 1;
-        return cells[static_cast<std::size_t>(k)];
-    }
-    const KsBackgroundCell& operator[](int k) const { return cells[static_cast<std::size_t>(k)]; }
-    bool operator==(std::nullptr_t) const { return cells == nullptr; }
+    KsBackgroundCell& operator[](int k);
+    KsBackgroundCell operator[](int k) const;  // a copy of the cell as it stands
+    bool operator==(std::nullptr_t) const { return model == nullptr; }
 
  private:
     friend class BackgroundModel;
-    KsBackgroundCell* cells = nullptr;
-    std::vector<unsigned char> shared;
+    BackgroundModel* model = nullptr;  // null for SINGLE
 };
 
 // Which cell of one lattice a pixel lies in. Looks like an array over the pixels, row by row, but is computed: arrays
@@ -163,17 +166,31 @@ class BackgroundModel {
     // SINGLE: writes the red channel of the background image (KsWriteImage). Nothing for MULTIPLE.
     void OutputBackgroundImage(const char* name);
 
-    // What a query needs of a cell, kept up to date beside the cells. Valid after PrepareQueries.
-    const kernels::CandidateList& Candidates(int k) const { return candidates[static_cast<std::size_t>(k)]; }
-    void PrepareQueries();
-
  private:
+    friend class BackgroundCells;
+    friend class GridColorDiff;
+    struct Storage;
+
     void UpdateSingle(bool updateall);
-    void Learn(const KsColorImage& CI);
     void Maintain(const KsColorImage& CI, bool updateall);
-    void GatherSamples(KsBackgroundCell& cell, const KsColorImage& CI) const;
-    void MaintainCell(int k, bool forget);
+
+    enum class Action { kClusterAsColor, kCluster, kMaintain, kMaintainAndForget };  // on a cell whose store is full
+    // Gives the frame's pixels to the cells whose flag is set (all where flags is null), and acts on those then full.
+    void Gather(const KsColorImage& CI, const std::uint8_t* flags, Action action);
+    void GatherRow(const KsColorImage& CI, int lattice, int row, const std::uint8_t* flags, Action action);
+    void GatherRecord(const KsColorImage& CI, int k, Action action);
+    void ActOnRun(int lattice, int row, int first, int count, Action action);
+    void ActOn(int k, kernels::CandidateList& list, const kernels::PixelBlock* const* samples, Action action);
+    void ActOnRecord(KsBackgroundCell& cell, Action action) const;
+    void TakeOut(int k);
+
+    // Of cell k: its clusters, without samples; its record, from now on in use; its candidate list.
+    KsBackgroundCell Look(int k) const;
+    KsBackgroundCell& Record(int k);
+    kernels::CandidateList& List(int k);
+    void ListRecord(int k);
+    void PrepareQueries();
     bool Full(const KsBackgroundCell& cell) const;
 
-    std::vector<kernels::CandidateList> candidates;
+    std::unique_ptr<Storage> own;  // null for SINGLE
 };

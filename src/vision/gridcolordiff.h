@@ -185,9 +185,12 @@ class GridColorDiff {
     void Label();
     void ListComponents();  // for the stages behind; valid until the labels change or ForgetComponents
     void ForgetComponents();
-    void SumColors(const KsColorImage& CI);  // AddAll of every cell
+    void SumColors(const unsigned char* rgb);  // AddAll of every cell
+    // The same as soon as somebody looks at a cell.
+    void RememberColors(const std::shared_ptr<unsigned char[]>& frame);
 
     void PlainCell(const KsColorImage& CI, const BackgroundModel& B, int k);
+    void KeptCell(int k);
     void SumCells();
     void AdaptThresholds(double total, double squares, double& clt, double& cht, double ltmin, double htmin, double low,
                          double high) const;

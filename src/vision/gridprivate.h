@@ -30,6 +30,9 @@ struct GridColorDiff::Storage {
     std::vector<kernels::QuadrantSums> quadrants;  // of the differences, per main cell
     std::vector<kernels::QuadrantSums> colors;     // of the pixels, per main cell
     bool updated = false;                          // whether colors come from an update, or from the first frame
+    std::shared_ptr<unsigned char[]> unsummed;     // frame that colors are to be taken from; null where they have been
+    std::vector<kernels::PixelBlock> pixels;       // of a row of main cells
+    std::vector<kernels::Outcome> outcome;         // of a row of main cells
     std::vector<int> red, green, blue;             // difference sums of both lattices, one entry more behind the end
     std::vector<int> stack, cells;                 // scratch of the components, cnum entries each
     std::vector<int> seeds;                        // cells that can start a component, in order

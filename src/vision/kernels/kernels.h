@@ -1,16 +1,15 @@
-// The hot loops over single cells, in one version per instruction set. Every version gives the same bits as the plain
-// code in BackgroundQueries.cpp and ClusterMaintenance.cpp (kernels_test drives each against it).
+// The hot loops of a frame, in one version per instruction set. Every version gives the same bits as the plain code in
+// BackgroundQueries.cpp, CellClustering.cpp and ClusterMaintenance.cpp (kernels_test drives each against it).
 //
 // How the nearest of several clusters is found. For a pixel p, the cluster c that is nearest by squared distance
-// |p - c|^2 = |p|^2 - (2 p.c - |c|^2) is the one with the largest score 2 p.c - |c|^2: two 16-bit multiply-adds and an
-// add per cluster. A list of clusters is therefore kept as weights and a constant. Channels of a cluster must lie in
-// kLowest .. kHighest for this to be exact; where one does not, the plain code takes over.
+// |p - c|^2 = |p|^2 - (2 p.c - |c|^2) is the one with the largest score 2 p.c - |c|^2: two 16-bit multiply-adds per
+// cluster. Scaled by 32, a score leaves room below it for the cluster's place in the order of the query, so that a
+// plain maximum also settles ties. Channels of a cluster must lie in kLowest .. kHighest for this to be exact; where
+// one does not, the plain code takes over.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-
-class KsBackgroundCell;
 
 namespace kernels {
 
@@ -18,32 +17,37 @@ namespace kernels {
 // these bounds weights fit 16 bits, and no distance reaches the limit of a million at which a query ignores a cluster.
 constexpr int kLowest = -256, kHighest = 511;
 
-constexpr int kPixels = 16;  // of a whole 4 x 4 cell, row by row
+constexpr int kPixels = 16;   // of a whole 4 x 4 cell, row by row
+constexpr int kFrames = 4;    // of a cell's pixels make its 64 samples
+constexpr int kClusters = 6;  // most clusters of a cell
 
-// 16 pixels as they stand in a cell's sample store: bytes R, G, B and one that is ignored.
+// 16 pixels: bytes R, G, B and one that is ignored.
 struct alignas(64) PixelBlock {
     std::uint32_t p[kPixels];
 };
 
-// The clusters of one cell that qualify for queries, in order. A cell fits the kernels if all its clusters in use, not
-// only these, have means within the bounds and support.
-struct CandidateList {
-    struct Candidate {
-        std::int32_t constant;  // -|c|^2
-        std::int32_t rb;        // 2 R in the low, 2 B in the high 16 bits
-        std::int32_t g;         // 2 G in the low 16 bits
-    };
-    std::int32_t n;  // -1: the cell does not fit, use the plain code
-    Candidate c[6];
+// The clusters of a cell, channel by channel (red, green, blue). The values are those of KsBackgroundCell; slots from n
+// on are stale. Infrared sets leave green and blue alone.
+struct alignas(64) ClusterSet {
+    static constexpr int kSlots = 8;  // of which six are used
+    std::int32_t sum[3][kSlots];
+    std::int16_t mean[3][kSlots];
+    std::int16_t support[kSlots], added[kSlots];
+    std::int16_t n;
 };
 
-// Differences (cluster minus pixel) of the 16 pixels of a main cell.
-struct alignas(32) DifferenceBlock {
-    std::int16_t r[kPixels], g[kPixels], b[kPixels];
+// The clusters of one cell that qualify for queries (support above 128), in order. A cell fits the kernels if all its
+// clusters in use, not only these, have means within the bounds and support.
+struct CandidateList {
+    std::int32_t constant[kClusters];  // 31 - place - 32 |c|^2
+    std::int32_t rb[kClusters];        // 64 R in the low, 64 B in the high 16 bits
+    std::int32_t g[kClusters];         // 64 G in the low 16 bits
+    std::int32_t n;                    // -1: the cell does not fit, use the plain code
+    std::int32_t reserved;             // fills the last group of eight lanes
 };
 
 // Sums over the four quadrants (upper left, upper right, lower left, lower right), channels red, blue, green, 0.
-struct QuadrantSums {
+struct alignas(32) QuadrantSums {
     std::int16_t q[4][4];
 
     void Add(int quadrant, int r, int g, int b) {
@@ -54,17 +58,39 @@ struct QuadrantSums {
     }
 };
 
+// What becomes of a main cell in a comparison.
+enum Outcome : std::uint8_t {
+    kCompared,
+    kWithout,  // no cluster around qualifies: nothing was written
+    kUnfit     // a list around is out of bounds: nothing was written
+};
+
+// A row of whole main cells, to be compared with the clusters around them.
+struct ComparisonRow {
+    int n;                       // cells
+    const PixelBlock* px;        // their pixels
+    const CandidateList* own;    // their lists
+    const CandidateList* above;  // lists of the shifted cells above: those of cell j are above[j] (left), above[j + 1]
+    const CandidateList* below;  // the same below
+    std::int16_t* planes[3];     // red, green, blue: difference of the row's first pixel; green and blue null for gray
+    std::size_t width;           // of the planes
+    QuadrantSums* quadrants;     // sums of the differences
+    Outcome* outcome;
+};
+
 struct Table {
     const char* name;
-    // The pixels of a whole 4 x 4 cell from an RGB frame: `rgb` is its upper left pixel, `stride` the bytes of a row.
-    void (*load)(const unsigned char* rgb, std::size_t stride, PixelBlock& px);
-    // Differences of 16 pixels to the nearest candidate of `nlists` lists, the earlier one on a tie, and their quadrant
-    // sums. There is at least one candidate and no list is out of bounds.
-    void (*nearest)(const PixelBlock& px, const CandidateList* const* lists, int nlists, DifferenceBlock& d,
-                    QuadrantSums& q);
-    // UpdateCellClusters of a cell that Fits and holds 64 samples; `gray` takes the red channel alone. maxdist is below
-    // 32768 (below 182 for gray).
-    void (*maintain)(KsBackgroundCell& cell, int maxdist, bool gray);
+    // The pixels of n whole 4 x 4 cells side by side from an RGB frame: `rgb` is the upper left pixel of the first,
+    // `stride` the bytes of a row. Nothing behind the last cell's pixels is read.
+    void (*load)(const unsigned char* rgb, std::size_t stride, int n, PixelBlock* px);
+    // Per pixel, cluster minus pixel of the nearest candidate among five lists: own, up-right, up-left, down-left,
+    // down-right, the earlier one on a tie.
+    void (*compare)(const ComparisonRow& row);
+    // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters of a cell that fits, with clusters, over the 64
+    // samples of four blocks; then the cell's list. `gray` takes the red channel alone. maxdist is 0 .. 32767 (0 .. 181
+    // for gray).
+    void (*maintain)(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, bool forget,
+                     CandidateList& list);
     // Quadrant sums of the pixels themselves.
     void (*sums)(const PixelBlock& px, QuadrantSums& q);
     // Difference measure of n cells from their channel sums: the length of the vector, truncated. Adds the measures to
@@ -84,7 +110,7 @@ const Table* const* Available();
 
 extern const Table scalar;
 
-// Builds the candidate list of a cell: clusters with support above 128.
-void ListCandidates(const KsBackgroundCell& cell, bool gray, CandidateList& list);
+// Builds the candidate list of a cell.
+void ListCandidates(const ClusterSet& set, bool gray, CandidateList& list);
 
 }  // namespace kernels

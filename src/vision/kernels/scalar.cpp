@@ -7,19 +7,21 @@
 
 namespace kernels {
 
-void ListCandidates(const KsBackgroundCell& cell, bool gray, CandidateList& list) {
+void ListCandidates(const ClusterSet& set, bool gray, CandidateList& list) {
     int n = 0;
-    for (int j = 0; j < cell.nclusters; j++) {
-        const int r = cell.clusters[j].R, g = gray ? 0 : cell.clusters[j].G, b = gray ? 0 : cell.clusters[j].B;
+    for (int j = 0; j < set.n; j++) {
+        const int r = set.mean[0][j], g = gray ? 0 : set.mean[1][j], b = gray ? 0 : set.mean[2][j];
         for (const int v : {r, g, b})
-            if (v < kLowest || v > kHighest || cell.support[j] < 1) {
+            if (v < kLowest || v > kHighest || set.support[j] < 1) {
                 list.n = -1;
                 return;
             }
-        if (cell.support[j] <= KsBackgroundCell::kMinSupport) continue;
-        const std::uint32_t rb =
-            (static_cast<std::uint32_t>(2 * r) & 0xffff) | (static_cast<std::uint32_t>(2 * b) << 16);
-        list.c[n++] = {-(r * r + g * g + b * b), static_cast<std::int32_t>(rb), (2 * g) & 0xffff};
+        if (set.support[j] <= KsBackgroundCell::kMinSupport) continue;
+        list.constant[n] = 31 - n - 32 * (r * r + g * g + b * b);
+        list.rb[n] = static_cast<std::int32_t>((static_cast<std::uint32_t>(64 * r) & 0xffff) |
+                                               (static_cast<std::uint32_t>(64 * b) << 16));
+        list.g[n] = (64 * g) & 0xffff;
+        n++;
     }
     list.n = n;
 }
@@ -35,33 +37,54 @@ int Quadrant(int i) {
     return (i >> 3) * 2 + ((i >> 1) & 1);
 }
 
-void LoadPixels(const unsigned char* rgb, std::size_t stride, PixelBlock& px) {
-    for (int r = 0; r < 4; r++, rgb += stride)
-        for (int c = 0; c < 4; c++)
-            px.p[4 * r + c] = rgb[3 * c] | static_cast<std::uint32_t>(rgb[3 * c + 1]) << 8 |
-                              static_cast<std::uint32_t>(rgb[3 * c + 2]) << 16;
+void LoadPixels(const unsigned char* rgb, std::size_t stride, int n, PixelBlock* px) {
+    for (int j = 0; j < n; j++, rgb += 12)
+        for (std::size_t r = 0; r < 4; r++)
+            for (std::size_t c = 0; c < 4; c++) {
+                const unsigned char* p = rgb + r * stride + 3 * c;
+                px[j].p[4 * r + c] = p[0] | std::uint32_t{p[1]} << 8 | std::uint32_t{p[2]} << 16;
+            }
 }
 
-void Nearest(const PixelBlock& px, const CandidateList* const* lists, int nlists, DifferenceBlock& d, QuadrantSums& q) {
+Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], std::int16_t* const (&planes)[3],
+                    std::size_t at, std::size_t width, QuadrantSums& q) {
+    int total = 0;
+    for (const CandidateList* list : lists) {
+        if (list->n < 0) return kUnfit;
+        total += list->n;
+    }
+    if (total == 0) return kWithout;
     q = {};
     for (int i = 0; i < kPixels; i++) {
         const int r = px.p[i] & 255, g = px.p[i] >> 8 & 255, b = px.p[i] >> 16 & 255;
-        int best = INT_MIN, dr = 0, dg = 0, db = 0;
-        for (int l = 0; l < nlists; l++)
-            for (int j = 0; j < lists[l]->n; j++) {
-                const CandidateList::Candidate& c = lists[l]->c[j];
-                const int wr = LowHalf(c.rb), wb = c.rb >> 16, wg = LowHalf(c.g);
-                const int score = wr * r + wb * b + wg * g + c.constant;
+        int best = INT_MIN, before = 0, dr = 0, dg = 0, db = 0;
+        for (const CandidateList* list : lists) {
+            for (int j = 0; j < list->n; j++) {
+                const int wr = LowHalf(list->rb[j]), wb = list->rb[j] >> 16, wg = LowHalf(list->g[j]);
+                const int score = wr * r + wb * b + wg * g + list->constant[j] - before;
                 if (score <= best) continue;
                 best = score;
-                dr = wr / 2 - r;
-                dg = wg / 2 - g;
-                db = wb / 2 - b;
+                dr = wr / 64 - r;
+                dg = wg / 64 - g;
+                db = wb / 64 - b;
             }
-        d.r[i] = static_cast<std::int16_t>(dr);
-        d.g[i] = static_cast<std::int16_t>(dg);
-        d.b[i] = static_cast<std::int16_t>(db);
+            before += list->n;
+        }
+        const std::size_t to = at + static_cast<std::size_t>(i >> 2) * width + static_cast<std::size_t>(i & 3);
+        planes[0][to] = static_cast<std::int16_t>(dr);
+        if (planes[1] != nullptr) planes[1][to] = static_cast<std::int16_t>(dg);
+        if (planes[2] != nullptr) planes[2][to] = static_cast<std::int16_t>(db);
         q.Add(Quadrant(i), dr, dg, db);
+    }
+    return kCompared;
+}
+
+void Compare(const ComparisonRow& row) {
+    for (int j = 0; j < row.n; j++) {
+        const CandidateList* const lists[5] = {row.own + j, row.above + j + 1, row.above + j, row.below + j,
+                                               row.below + j + 1};
+        row.outcome[j] =
+            CompareCell(row.px[j], lists, row.planes, static_cast<std::size_t>(4 * j), row.width, row.quadrants[j]);
     }
 }
 
@@ -70,15 +93,24 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
     for (int i = 0; i < kPixels; i++) q.Add(Quadrant(i), px.p[i] & 255, px.p[i] >> 8 & 255, px.p[i] >> 16 & 255);
 }
 
-void Maintain(KsBackgroundCell& cell, int maxdist, bool gray) {
+void Maintain(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, bool forget,
+              CandidateList& list) {
+    KsBackgroundCell cell;
+    cell.nsamples = 0;
+    cell.TakeClusters(set);
+    for (int i = 0; i < kFrames; i++) cell.TakeSamples(*samples[i], gray);
     if (gray)
         cell.UpdateCellClustersGray(maxdist);
     else
         cell.UpdateCellClusters(maxdist);
+    if (forget && gray) cell.ForgetUnsupportedClustersGray();
+    if (forget && !gray) cell.ForgetUnsupportedClusters();
+    cell.GiveClusters(set);
+    ListCandidates(set, gray, list);
 }
 
 }  // namespace
 
-const Table scalar{"scalar", LoadPixels, Nearest, Maintain, Sums, Measure, Derive};
+const Table scalar{"scalar", LoadPixels, Compare, Maintain, Sums, Measure, Derive};
 
 }  // namespace kernels

@@ -21,7 +21,9 @@ constexpr int N = KERNELS_LANES;
 typedef std::int32_t V __attribute__((vector_size(4 * N)));
 typedef std::int16_t W __attribute__((vector_size(4 * N)));
 typedef std::int16_t H __attribute__((vector_size(2 * N)));
-typedef float F __attribute__((vector_size(4 * N)));
+typedef std::int32_t V8 __attribute__((vector_size(32)));  // one lane per cluster of a cell
+typedef std::int16_t H8 __attribute__((vector_size(16)));
+typedef float F8 __attribute__((vector_size(32)));
 
 inline V Load(const void* p) {
     V v;
@@ -59,28 +61,49 @@ inline std::int32_t LargestLane(V v) {
 #endif
 }
 
-// Sums of the lanes of a and of b, in the low and the high half of the result. Neither sum may exceed 32 bits.
-inline std::uint64_t SumLanes(V a, V b) {
-    std::uint64_t sums;
+template <class T>
+inline T LoadAs(const void* p) {
+    T v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// Sums of the lanes of a[j] into lane j of sum_a, likewise b; six of each. No sum may exceed 32 bits.
+inline void SumLanes(const V (&a)[kClusters], const V (&b)[kClusters], V8& sum_a, V8& sum_b) {
 #if KERNELS_LANES == 16
-    const V t = __builtin_shufflevector(a, b, 0, 16, 1, 17, 4, 20, 5, 21, 8, 24, 9, 25, 12, 28, 13, 29) +
-                __builtin_shufflevector(a, b, 2, 18, 3, 19, 6, 22, 7, 23, 10, 26, 11, 27, 14, 30, 15, 31);
-    typedef std::int32_t Half __attribute__((vector_size(32)));
-    const Half h = __builtin_shufflevector(t, t, 0, 1, 2, 3, 4, 5, 6, 7) +
-                   __builtin_shufflevector(t, t, 8, 9, 10, 11, 12, 13, 14, 15);
-    auto q = __builtin_shufflevector(h, h, 0, 1, 2, 3) + __builtin_shufflevector(h, h, 4, 5, 6, 7);
-    q += __builtin_shufflevector(q, q, 2, 3, 0, 1);
-#elif KERNELS_LANES == 8
-    const V t = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13) +
-                __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
-    auto q = __builtin_shufflevector(t, t, 0, 1, 2, 3) + __builtin_shufflevector(t, t, 4, 5, 6, 7);
-    q += __builtin_shufflevector(q, q, 2, 3, 0, 1);
+    const auto add_pairs = [](V p, V q) {  // of both, in turn, within each quarter
+        return __builtin_shufflevector(p, q, 0, 16, 1, 17, 4, 20, 5, 21, 8, 24, 9, 25, 12, 28, 13, 29) +
+               __builtin_shufflevector(p, q, 2, 18, 3, 19, 6, 22, 7, 23, 10, 26, 11, 27, 14, 30, 15, 31);
+    };
+    const auto add_quads = [&](V p, V q, V r, V s) {  // of all four, in turn; then the upper half onto the lower
+        const V pq = add_pairs(p, q), rs = add_pairs(r, s);
+        const V t = __builtin_shufflevector(pq, rs, 0, 1, 16, 17, 4, 5, 20, 21, 8, 9, 24, 25, 12, 13, 28, 29) +
+                    __builtin_shufflevector(pq, rs, 2, 3, 18, 19, 6, 7, 22, 23, 10, 11, 26, 27, 14, 15, 30, 31);
+        return __builtin_shufflevector(t, t, 0, 1, 2, 3, 4, 5, 6, 7) +
+               __builtin_shufflevector(t, t, 8, 9, 10, 11, 12, 13, 14, 15);
+    };
+    const V8 first_a = add_quads(a[0], a[1], a[2], a[3]), first_b = add_quads(b[0], b[1], b[2], b[3]);
+    const V8 rest = add_quads(a[4], a[5], b[4], b[5]);
+    sum_a = __builtin_shufflevector(first_a, rest, 0, 1, 2, 3, 8, 9, 10, 11) +
+            __builtin_shufflevector(first_a, rest, 4, 5, 6, 7, 12, 13, 14, 15);
+    const V8 t = __builtin_shufflevector(first_b, rest, 0, 1, 2, 3, 10, 11, 8, 9) +
+                 __builtin_shufflevector(first_b, rest, 4, 5, 6, 7, 14, 15, 12, 13);
+    sum_b = t;
 #else
-    V q = __builtin_shufflevector(a, b, 0, 4, 1, 5) + __builtin_shufflevector(a, b, 2, 6, 3, 7);
-    q += __builtin_shufflevector(q, q, 2, 3, 0, 1);
+    sum_a = sum_b = V8{};
+    for (int j = 0; j < kClusters; j++) {
+#if KERNELS_LANES == 8
+        const V t = __builtin_shufflevector(a[j], b[j], 0, 8, 1, 9, 4, 12, 5, 13) +
+                    __builtin_shufflevector(a[j], b[j], 2, 10, 3, 11, 6, 14, 7, 15);
+        auto q = __builtin_shufflevector(t, t, 0, 1, 2, 3) + __builtin_shufflevector(t, t, 4, 5, 6, 7);
+#else
+        V q = __builtin_shufflevector(a[j], b[j], 0, 4, 1, 5) + __builtin_shufflevector(a[j], b[j], 2, 6, 3, 7);
 #endif
-    std::memcpy(&sums, &q, sizeof sums);
-    return sums;
+        q += __builtin_shufflevector(q, q, 2, 3, 0, 1);
+        sum_a[j] = q[0];
+        sum_b[j] = q[1];
+    }
+#endif
 }
 
 // acc + a.low * b.low + a.high * b.high of every lane's 16-bit halves.
@@ -135,7 +158,7 @@ inline V AddHalves(V a, V b) {
 constexpr int kChunks = kPixels / N;
 
 // Three bytes a pixel become four. A row's twelve bytes are read exactly: nothing behind the frame is touched.
-void LoadPixels(const unsigned char* rgb, std::size_t stride, PixelBlock& px) {
+inline void LoadCell(const unsigned char* rgb, std::size_t stride, PixelBlock& px) {
     for (int r = 0; r < 4; r++, rgb += stride) {
         std::uint64_t a;
         std::uint32_t b;
@@ -153,6 +176,46 @@ void LoadPixels(const unsigned char* rgb, std::size_t stride, PixelBlock& px) {
         px.p[4 * r + 3] = b >> 8;
 #endif
     }
+}
+
+#if KERNELS_LANES == 16
+// Four cells at a time: 48 bytes of each row, spread to four bytes a pixel; then the 4 x 4 quarters change places.
+inline void LoadFourCells(const unsigned char* rgb, std::size_t stride, PixelBlock* px) {
+    // Bytes 0 1 2, 3 4 5, 6 7 8 and 9 10 11 of each quarter, with a zero behind each three.
+    constexpr std::int32_t kSpread[4] = {-0x7ffdff00, -0x7ffafbfd, -0x7ff7f8fa, -0x7ff4f5f7};
+    const V spread = {kSpread[0], kSpread[1], kSpread[2], kSpread[3], kSpread[0], kSpread[1], kSpread[2], kSpread[3],
+                      kSpread[0], kSpread[1], kSpread[2], kSpread[3], kSpread[0], kSpread[1], kSpread[2], kSpread[3]};
+    const auto row = [&](std::size_t r) {
+        const V bytes = (V)_mm512_maskz_loadu_epi8((__mmask64{1} << 48) - 1, rgb + r * stride);
+        const V cells = __builtin_shufflevector(bytes, bytes, 0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 8, 8, 9, 10, 11, 11);
+        return (V)_mm512_shuffle_epi8((__m512i)cells, (__m512i)spread);
+    };
+    const auto low = [](V p, V q) {
+        return __builtin_shufflevector(p, q, 0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23);
+    };
+    const auto high = [](V p, V q) {
+        return __builtin_shufflevector(p, q, 8, 9, 10, 11, 12, 13, 14, 15, 24, 25, 26, 27, 28, 29, 30, 31);
+    };
+    const auto even = [](V p, V q) {
+        return __builtin_shufflevector(p, q, 0, 1, 2, 3, 8, 9, 10, 11, 16, 17, 18, 19, 24, 25, 26, 27);
+    };
+    const auto odd = [](V p, V q) {
+        return __builtin_shufflevector(p, q, 4, 5, 6, 7, 12, 13, 14, 15, 20, 21, 22, 23, 28, 29, 30, 31);
+    };
+    const V a = row(0), b = row(1), c = row(2), d = row(3);
+    Store(px, even(low(a, b), low(c, d)));
+    Store(px + 1, odd(low(a, b), low(c, d)));
+    Store(px + 2, even(high(a, b), high(c, d)));
+    Store(px + 3, odd(high(a, b), high(c, d)));
+}
+#endif
+
+void LoadPixels(const unsigned char* rgb, std::size_t stride, int n, PixelBlock* px) {
+    int j = 0;
+#if KERNELS_LANES == 16
+    for (; j + 4 <= n; j += 4) LoadFourCells(rgb + 12 * j, stride, px + j);
+#endif
+    for (; j < n; j++) LoadCell(rgb + 12 * j, stride, px[j]);
 }
 
 // Quadrant sums of 16 pixels given as red-blue and green halves per lane.
@@ -180,7 +243,39 @@ inline void SumQuadrants(const V (&rb)[kChunks], const V (&g)[kChunks], Quadrant
     }
 }
 
-void Nearest(const PixelBlock& px, const CandidateList* const* lists, int nlists, DifferenceBlock& d, QuadrantSums& q) {
+// The candidates of a comparison side by side, in order, and a few behind them that never win.
+class Candidates {
+ public:
+    // False where a list is out of bounds.
+    bool Gather(const CandidateList* const (&lists)[5]) {
+        int unfit = 0;
+        total = 0;
+        for (const CandidateList* list : lists) {
+            unfit |= list->n;
+            Append(LoadAs<V8>(list->constant) - total, LoadAs<V8>(list->rb), LoadAs<V8>(list->g));
+            total += list->n > 0 ? list->n : 0;
+        }
+        Append(V8{} + INT_MIN / 2, V8{}, V8{});
+        return unfit >= 0;
+    }
+
+    int total;
+    // The last group may begin behind 30 candidates.
+    alignas(64) std::int32_t constant[40], rb[40], g[40];
+
+ private:
+    void Append(const V8& c, const V8& red_blue, const V8& green) {
+        Store(constant + total, c);
+        Store(rb + total, red_blue);
+        Store(g + total, green);
+    }
+};
+
+Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], std::int16_t* const (&planes)[3],
+                    std::size_t at, std::size_t width, QuadrantSums& q) {
+    Candidates all;
+    if (!all.Gather(lists)) return kUnfit;
+    if (all.total == 0) return kWithout;
     V rb[kChunks], g[kChunks], best[kChunks], brb[kChunks], bg[kChunks];
     for (int i = 0; i < kChunks; i++) {
         const V p = Load(px.p + N * i);
@@ -189,28 +284,48 @@ void Nearest(const PixelBlock& px, const CandidateList* const* lists, int nlists
         best[i] = V{} + INT_MIN;
         brb[i] = bg[i] = V{};
     }
-    for (int l = 0; l < nlists; l++) {
-        const CandidateList& list = *lists[l];
-        for (int j = 0; j < list.n; j++) {
-            const CandidateList::Candidate& c = list.c[j];
-            const V wrb = V{} + c.rb, wg = V{} + c.g, constant = V{} + c.constant;
+    constexpr int kStep = 4;  // candidates a turn; those behind the last never win
+    for (int c = 0; c < all.total; c += kStep)
+        for (int j = c; j < c + kStep; j++) {
+            const V wrb = V{} + all.rb[j], wg = V{} + all.g[j], constant = V{} + all.constant[j];
             for (int i = 0; i < kChunks; i++) {
                 const V score = MultiplyAdd(MultiplyAdd(constant, rb[i], wrb), g[i], wg);
+#if KERNELS_LANES < 16
                 const auto better = score > best[i];
-                best[i] = Max(best[i], score);  // beside the comparison, not behind it
                 brb[i] = better ? wrb : brb[i];
                 bg[i] = better ? wg : bg[i];
+#endif
+                best[i] = Max(best[i], score);
             }
         }
-    }
+#if KERNELS_LANES == 16
+    // The place of the best stands in its low bits.
+    const __m512i place = (__m512i)(31 - (best[0] & 31));
+    brb[0] = (V)_mm512_permutex2var_epi32(_mm512_load_si512(all.rb), place, _mm512_load_si512(all.rb + 16));
+    bg[0] = (V)_mm512_permutex2var_epi32(_mm512_load_si512(all.g), place, _mm512_load_si512(all.g + 16));
+#endif
+    alignas(64) std::int16_t d[3][kPixels];
     for (int i = 0; i < kChunks; i++) {
-        rb[i] = (V)(((W)brb[i] >> 1) - (W)rb[i]);
-        g[i] = (V)(((W)bg[i] >> 1) - (W)g[i]);
-        Store(d.r + N * i, __builtin_convertvector(rb[i], H));
-        Store(d.g + N * i, __builtin_convertvector(g[i], H));
-        Store(d.b + N * i, __builtin_convertvector(rb[i] >> 16, H));
+        rb[i] = (V)(((W)brb[i] >> 6) - (W)rb[i]);
+        g[i] = (V)(((W)bg[i] >> 6) - (W)g[i]);
+        Store(d[0] + N * i, __builtin_convertvector(rb[i], H));
+        Store(d[1] + N * i, __builtin_convertvector(g[i], H));
+        Store(d[2] + N * i, __builtin_convertvector(rb[i] >> 16, H));
     }
+    for (int channel = 0; channel < 3; channel++)
+        if (planes[channel] != nullptr)
+            for (std::size_t r = 0; r < 4; r++) std::memcpy(planes[channel] + at + r * width, d[channel] + 4 * r, 8);
     SumQuadrants(rb, g, q);
+    return kCompared;
+}
+
+void Compare(const ComparisonRow& row) {
+    for (int j = 0; j < row.n; j++) {
+        const CandidateList* const lists[5] = {row.own + j, row.above + j + 1, row.above + j, row.below + j,
+                                               row.below + j + 1};
+        row.outcome[j] =
+            CompareCell(row.px[j], lists, row.planes, static_cast<std::size_t>(4 * j), row.width, row.quadrants[j]);
+    }
 }
 
 void Sums(const PixelBlock& px, QuadrantSums& q) {
@@ -228,6 +343,6 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
 }  // namespace
 
 extern const Table KERNELS_NAME;
-const Table KERNELS_NAME{KERNELS_STRING, LoadPixels, Nearest, Maintain, Sums, Measure, Derive};
+const Table KERNELS_NAME{KERNELS_STRING, LoadPixels, Compare, Maintain, Sums, Measure, Derive};
 
 }  // namespace kernels

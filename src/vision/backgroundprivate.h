@@ -1,0 +1,80 @@
+// What a MULTIPLE model keeps of its cells.
+//
+// Whole 4 x 4 cells live in compact form: a ClusterSet, and as samples nothing of their own as long as these are the
+// pixels of the latest frames. The frames stand in a ring, and a cell's stage says how many of them are its samples. A
+// cell that leaves out a frame (foreground) takes its samples out of the ring into blocks of its own until they have
+// been used up. All other cells, and those that somebody holds, live in records.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "backgroundmodel.h"
+#include "kernels/kernels.h"
+
+// An array of zeros whose pages cost no memory until they are written to.
+template <class T>
+class ZeroPages {
+ public:
+    explicit ZeroPages(std::size_t n) : memory(std::calloc(n * sizeof(T) + alignof(T), 1)) {
+        if (memory == nullptr) throw std::bad_alloc();
+        const auto address = reinterpret_cast<std::uintptr_t>(memory.get());
+        first = reinterpret_cast<T*>((address + alignof(T) - 1) / alignof(T) * alignof(T));
+    }
+    T& operator[](int k) { return first[k]; }
+
+ private:
+    struct Free {
+        void operator()(void* p) const { std::free(p); }
+    };
+    std::unique_ptr<void, Free> memory;
+    T* first;
+};
+
+struct BackgroundModel::Storage {
+    static constexpr std::uint8_t kOwn = 4;       // stage of a cell with samples of its own: this and their number / 16
+    static constexpr std::uint8_t kRecord = 255;  // stage of a cell that lives in its record
+
+    struct Lattice {
+        int rows, cols, whole_rows, whole_cols;
+        int first;   // its first cell
+        int offset;  // of that cell's first pixel, down and right
+        std::vector<kernels::CandidateList> lists;
+        int list_stride, list_first;  // place of cell (i, j): list_first + i * list_stride + j
+    };
+
+    Storage(const GridColorDiff& grid, int rows, int cols);
+
+    kernels::CandidateList& List(const Lattice& l, int i, int j) {
+        return const_cast<kernels::CandidateList&>(
+            l.lists[static_cast<std::size_t>(l.list_first + i * l.list_stride + j)]);
+    }
+    // Puts the frame into the ring.
+    void Remember(const KsColorImage& CI);
+    // The frame `back` frames ago, 0..3.
+    const std::shared_ptr<unsigned char[]>& Frame(int back) const {
+        return ring[(latest - static_cast<unsigned>(back)) % 4];
+    }
+    // Pixels of n whole cells of a row, from the frame `back` frames ago.
+    void Load(const Lattice& l, int row, int first_col, int n, int back, kernels::PixelBlock* px) const;
+    // The samples of a whole cell in the order gathered; returns their blocks' number, 0..3.
+    int Samples(int k, kernels::PixelBlock (&px)[kernels::kFrames]);
+    const Lattice& Of(int k) const { return lattices[k >= lattices[1].first]; }
+
+    Lattice lattices[2];  // main, shifted
+    int width, height;    // frame, pixels
+    std::vector<std::uint8_t> stage;
+    ZeroPages<kernels::ClusterSet> sets;
+    ZeroPages<std::array<kernels::PixelBlock, kernels::kFrames>> samples;
+    ZeroPages<KsBackgroundCell> records;
+    std::vector<std::uint8_t> shared;  // cells whose record somebody holds
+    std::vector<int> shared_cells;     // the same, listed
+    std::shared_ptr<unsigned char[]> ring[4];
+    unsigned latest = 0;
+    std::vector<std::uint8_t> flags;         // scratch: cells to update
+    std::vector<kernels::PixelBlock> strip;  // scratch: samples of a row of cells
+};
