@@ -5,6 +5,7 @@
 #include "backgroundprivate.h"
 #include "gridcolordiff.h"
 #include "pixelwalk.h"
+#include "randomdraws.h"
 
 BackgroundModel::Storage::Storage(const GridColorDiff& grid, int rows, int cols)
     : width(cols),
@@ -143,7 +144,13 @@ void BackgroundModel::ActOn(int k, kernels::CandidateList& list, const kernels::
                             Action action) {
     kernels::ClusterSet& set = own->sets[k];
     const bool gray = CIr == IR;
-    if (action >= Action::kMaintain && list.n >= 0 && set.n > 0 && maxdist >= 0 && maxdist < (gray ? 182 : 32768)) {
+    const bool fits = maxdist >= 0 && maxdist < (gray ? 182 : 32768);
+    if (action == Action::kCluster && fits) {
+        kernels::Active().cluster(set, samples, maxdist, gray, random_draws::Random);
+        kernels::ListCandidates(set, gray, list);
+        return;
+    }
+    if (action >= Action::kMaintain && fits && list.n >= 0 && set.n > 0) {
         kernels::Active().maintain(set, samples, maxdist, gray, action == Action::kMaintainAndForget, list);
         return;
     }

@@ -86,6 +86,9 @@ struct Table {
     // Per pixel, cluster minus pixel of the nearest candidate among five lists: own, up-right, up-left, down-left,
     // down-right, the earlier one on a tie.
     void (*compare)(const ComparisonRow& row);
+    // ClusterCell of 64 samples in four blocks. `draw` is called for every starting centre and redraw. maxdist as
+    // below.
+    void (*cluster)(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, long (*draw)());
     // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters of a cell that fits, with clusters, over the 64
     // samples of four blocks; then the cell's list. `gray` takes the red channel alone. maxdist is 0 .. 32767 (0 .. 181
     // for gray).

@@ -93,12 +93,26 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
     for (int i = 0; i < kPixels; i++) q.Add(Quadrant(i), px.p[i] & 255, px.p[i] >> 8 & 255, px.p[i] >> 16 & 255);
 }
 
-void Maintain(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, bool forget,
-              CandidateList& list) {
-    KsBackgroundCell cell;
-    cell.nsamples = 0;
+KsBackgroundCell CellOf(const ClusterSet& set, const PixelBlock* const* samples, bool gray) {
+    KsBackgroundCell cell{};
     cell.TakeClusters(set);
     for (int i = 0; i < kFrames; i++) cell.TakeSamples(*samples[i], gray);
+    return cell;
+}
+
+// Draws by itself: `draw` is the model's own generator.
+void Cluster(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, long (*)()) {
+    KsBackgroundCell cell = CellOf(set, samples, gray);
+    if (gray)
+        cell.ClusterCellGray(maxdist);
+    else
+        cell.ClusterCell(maxdist);
+    cell.GiveClusters(set);
+}
+
+void Maintain(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, bool forget,
+              CandidateList& list) {
+    KsBackgroundCell cell = CellOf(set, samples, gray);
     if (gray)
         cell.UpdateCellClustersGray(maxdist);
     else
@@ -111,6 +125,6 @@ void Maintain(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bo
 
 }  // namespace
 
-const Table scalar{"scalar", LoadPixels, Compare, Maintain, Sums, Measure, Derive};
+const Table scalar{"scalar", LoadPixels, Compare, Cluster, Maintain, Sums, Measure, Derive};
 
 }  // namespace kernels

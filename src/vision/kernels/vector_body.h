@@ -1,5 +1,6 @@
 // The vector kernels, one body for every instruction set. A file of its own per set defines KERNELS_NAME and
 // KERNELS_LANES (32-bit lanes of a vector) and includes this one; the compiler maps the vector type to registers.
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -338,11 +339,14 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
     SumQuadrants(rb, g, q);
 }
 
+#include "vector_samples.h"
+
+#include "vector_cluster.h"
 #include "vector_maintain.h"
 
 }  // namespace
 
 extern const Table KERNELS_NAME;
-const Table KERNELS_NAME{KERNELS_STRING, LoadPixels, Compare, Maintain, Sums, Measure, Derive};
+const Table KERNELS_NAME{KERNELS_STRING, LoadPixels, Compare, Cluster, Maintain, Sums, Measure, Derive};
 
 }  // namespace kernels

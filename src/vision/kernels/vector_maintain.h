@@ -1,64 +1,17 @@
 // Vector form of a cell's cluster maintenance; part of vector_body.h. The steps are those of ClusterMaintenance.cpp.
-//
-// The cluster of a sample is the one with the largest key 8 (2 p.c - |c|^2) + (7 - j): the index j in the low bits lets
-// the lower cluster win ties, and the distance comes back as |p|^2 - (key >> 3). With means within kLowest .. kHighest
-// weights of 16 c fit 16 bits and distances times 64 fit 32. A merged mean may leave those bounds: the sum of a cluster
-// lies at most 256 above support x mean and, as negative means are rounded towards zero, at most 768 below. So it stays
-// within -1024 .. 767; all this holds up to 2047 either way.
 
-constexpr int kGroups = kFrames * kPixels / N;
-constexpr int kSamples = kFrames * kPixels;
 constexpr int kMaxSupport = KsBackgroundCell::kMaxSupport, kMinSupport = KsBackgroundCell::kMinSupport;
 
-alignas(64) constexpr std::int32_t kLane[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-
-inline V8 Slots() {
-    return LoadAs<V8>(kLane);
-}
-inline V8 Widen(const std::int16_t* v) {
-    return __builtin_convertvector(LoadAs<H8>(v), V8);
-}
-inline void Narrow(std::int16_t* to, V8 v) {
-    Store(to, __builtin_convertvector(v, H8));
-}
-// All lanes zero.
-inline bool None(V8 v) {
-#if defined(__AVX__)
-    return _mm256_testz_si256((__m256i)v, (__m256i)v) != 0;
-#else
-    typedef std::int64_t L4 __attribute__((vector_size(32)));
-    const L4 l = (L4)v;
-    return (l[0] | l[1] | l[2] | l[3]) == 0;
-#endif
-}
-// The three channels of all means; a gray cell has one.
-struct Means {
-    V8 r, g, b;
-    Means(const ClusterSet& set, bool gray)
-        : r(Widen(set.mean[0])), g(gray ? V8{} : Widen(set.mean[1])), b(gray ? V8{} : Widen(set.mean[2])) {}
-    V8 Squares() const { return r * r + g * g + b * b; }
-};
-
-class Maintainer {
+class Maintainer : private Samples {
  public:
-    Maintainer(ClusterSet& s, bool g) : set(s), gray(g), n(s.n) {}
+    Maintainer(ClusterSet& s, const PixelBlock* const* samples, bool g) : Samples(samples, g), set(s), n(s.n) {
+        for (int i = 0; i < kGroups; i++) rank[i] = (kSamples - 1 - N * i) - Load(kLane);  // the earlier sample wins
+    }
 
-    void Update(const PixelBlock* const* samples, int maxdist) {
-        LoadSamples(samples);
-        SetWeights();
+    void Update(int maxdist) {
+        Weigh(Means(set, gray));
         Assign(0);
-        for (int round = 0; round < 3 && dmax > maxdist; round++) {
-            if (round == 0)
-                for (int i = 0; i < kSamples; i++) lane_at[i] = static_cast<std::uint8_t>(i);
-            int first = n;  // of the clusters that the samples have not been compared with
-            if (n == kClusters) {
-                Merge();
-                if (n == kClusters) break;
-                first = 0;
-            }
-            Open(samples);
-            Assign(first);
-        }
+        if (dmax > maxdist) OpenClusters(maxdist);
         Fold();
     }
 
@@ -107,37 +60,25 @@ class Maintainer {
     }
 
  private:
-    void LoadSamples(const PixelBlock* const* samples) {
-        const V channels = V{} + (gray ? 0xff : 0xff00ff);
-        const V green = V{} + (gray ? 0 : 0xff);
-        for (int i = 0; i < kGroups; i++) {
-            const V p = Load(samples[i / kChunks]->p + N * (i % kChunks));
-            rb[i] = p & channels;
-            g1[i] = ((p >> 8) & green) | 0x10000;  // a one to count with
-            pp[i] = MultiplyAdd(MultiplyAdd(V{} - 1, rb[i], rb[i]), g1[i], g1[i]);
-            rank[i] = (kSamples - 1 - N * i) - Load(kLane);  // the earlier sample wins
+    void OpenClusters(int maxdist) {
+        for (int i = 0; i < kSamples; i++) lane_at[i] = static_cast<std::uint8_t>(i);
+        for (int round = 0; round < 3 && dmax > maxdist; round++) {
+            int first = n;  // of the clusters that the samples have not been compared with
+            if (n == kClusters) {
+                Merge();
+                if (n == kClusters) break;
+                first = 0;
+            }
+            Open();
+            Assign(first);
         }
     }
 
-    void SetWeights() {
-        const Means m(set, gray);
-        Store(wrb, ((16 * m.r) & 0xffff) | (m.b << 20));
-        Store(wg, (16 * m.g) & 0xffff);
-        Store(constant, 7 - Slots() - 8 * m.Squares());
-    }
-
-    // Compares the samples with the clusters from `first` on; those before it they know. Then the largest distance and
-    // the first sample with it.
+    // Then the largest distance and the first sample with it.
     void Assign(int first) {
-        if (first == 0)
-            for (int i = 0; i < kGroups; i++) key[i] = V{} + INT_MIN;
-        for (int j = first; j < n; j++) {
-            const V weight_rb = V{} + wrb[j], weight_g = V{} + wg[j], start = V{} + constant[j];
-            for (int i = 0; i < kGroups; i++)
-                key[i] = Max(key[i], MultiplyAdd(MultiplyAdd(start, rb[i], weight_rb), g1[i], weight_g));
-        }
+        Compare(first, n);
         V top = V{} - 1;
-        for (int i = 0; i < kGroups; i++) top = Max(top, ((pp[i] - (key[i] >> 3)) << 6) + rank[i]);
+        for (int i = 0; i < kGroups; i++) top = Max(top, (Distances(i) << 6) + rank[i]);
         const std::int32_t t = LargestLane(top);
         dmax = t >> 6;
         worst = kSamples - 1 - (t & 63);
@@ -171,26 +112,22 @@ class Maintainer {
         }
         set.support[i] = static_cast<std::int16_t>(support);
         set.support[j] = set.support[last];
-        SetWeights();
+        Weigh(Means(set, gray));
     }
     static V8 Least(V8 a, V8 b) {
         return a < b ? a : b;
     }
 
     // A new cluster at the worst sample; the last sample takes its place in the order of the store.
-    void Open(const PixelBlock* const* samples) {
+    void Open() {
         const int j = n++, lane = lane_at[worst], last = lane_at[--left];
-        const std::uint32_t p = samples[lane / kPixels]->p[lane % kPixels];
-        const int r = p & 255, g = gray ? 0 : p >> 8 & 255, b = gray ? 0 : p >> 16 & 255;
-        const int values[3] = {r, g, b};
+        const Channels c = At(lane);
         for (int channel = 0; channel < (gray ? 1 : 3); channel++) {
-            set.mean[channel][j] = static_cast<std::int16_t>(values[channel]);
-            set.sum[channel][j] = values[channel];
+            set.mean[channel][j] = static_cast<std::int16_t>(c.v[channel]);
+            set.sum[channel][j] = c.v[channel];
         }
         set.support[j] = 1;
-        wrb[j] = 16 * r | static_cast<std::int32_t>(static_cast<std::uint32_t>(b) << 20);
-        wg[j] = 16 * g;
-        constant[j] = 7 - j - 8 * (r * r + g * g + b * b);
+        Weigh(j, c);
         lane_at[worst] = static_cast<std::uint8_t>(last);
         // The lane left over is farther from no cluster than any sample, has no channels and counts as none.
         for (int i = 0; i < kGroups; i++) {
@@ -204,40 +141,25 @@ class Maintainer {
     }
 
     // Sums are order-free, so the samples of a cluster join it all at once; those that find it at full support each
-    // replace one sample at its mean. Then the fresh means. Their quotient in single precision truncates exactly: a sum
-    // is below 2^19, and a quotient that is no integer lies at least 1/512 from one.
+    // replace one sample at its mean. Then the fresh means. Slots behind the clusters keep what they hold.
     void Fold() {
-        V srb[kClusters], sg1[kClusters];
-        for (int i = 0; i < kGroups; i++) key[i] &= 7;
-        for (int j = 0; j < kClusters; j++) srb[j] = sg1[j] = V{};
-        for (int j = 0; j < n; j++) {
-            for (int i = 0; i < kGroups; i++) {
-                const V mine = (V)(key[i] == 7 - j);
-                srb[j] += mine & rb[i];
-                sg1[j] += mine & g1[i];
-            }
-        }
-        V8 red_blue, green_count;
-        SumLanes(srb, sg1, red_blue, green_count);  // 64 x 255 fits a half
-        const V8 used = Slots() < n, count = green_count >> 16;
-        const V8 before = Widen(set.support), all = before + count;
+        const Sums given = SumClusters<kClusters>();  // of unused ones, too: a known number of turns is faster
+        const V8 used = Slots() < n, before = Widen(set.support), all = before + given.count;
         const V8 support = Least(all, V8{} + kMaxSupport), over = all - support;
-        // Slots behind the clusters keep what they hold.
         Narrow(set.support, used ? support : before);
-        Narrow(set.added, used ? count : Widen(set.added));
+        Narrow(set.added, used ? given.count : Widen(set.added));
         const F8 divisor = __builtin_convertvector(used ? support : V8{} + 1, F8);
-        const auto settle = [&](int channel, V8 given) {
+        const auto settle = [&](int channel, V8 joining) {
             const V8 mean = Widen(set.mean[channel]), old = LoadAs<V8>(set.sum[channel]);
-            const V8 sum = old + given - mean * over;
-            const V8 fresh = __builtin_convertvector(__builtin_convertvector(sum + (support >> 1), F8) / divisor, V8);
+            const V8 sum = old + joining - mean * over;
             Store(set.sum[channel], used ? sum : old);
-            Narrow(set.mean[channel], used ? fresh : mean);
+            Narrow(set.mean[channel], used ? RoundedMeans(sum, support, divisor) : mean);
         };
-        settle(0, red_blue & 0xffff);
+        settle(0, given.red);
         set.n = static_cast<std::int16_t>(n);
         if (gray) return;
-        settle(1, green_count & 0xffff);
-        settle(2, red_blue >> 16);
+        settle(1, given.green);
+        settle(2, given.blue);
     }
 
     // Where clusters vanish: the last one moves into the gap and is judged by what the vanished one was given.
@@ -266,19 +188,17 @@ class Maintainer {
     }
 
     ClusterSet& set;
-    const bool gray;
     int n;                // clusters in use
     int left = kSamples;  // samples in the store
-    V rb[kGroups], g1[kGroups], pp[kGroups], key[kGroups], rank[kGroups];
-    alignas(32) std::int32_t wrb[ClusterSet::kSlots], wg[ClusterSet::kSlots], constant[ClusterSet::kSlots];
+    V rank[kGroups];
     std::uint8_t lane_at[kSamples];  // which lane holds the sample at each place of the store; set when first needed
     int dmax = 0, worst = 0;
 };
 
 void Maintain(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, bool forget,
               CandidateList& list) {
-    Maintainer cell(set, gray);
-    cell.Update(samples, gray ? maxdist * maxdist : maxdist);
+    Maintainer cell(set, samples, gray);
+    cell.Update(gray ? maxdist * maxdist : maxdist);
     if (forget) cell.Forget();
     cell.List(list);
 }
