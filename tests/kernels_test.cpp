@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <iostream>
 
@@ -16,7 +17,7 @@
 namespace {
 
 using kernels::CandidateList;
-using kernels::DifferenceBlock;
+using kernels::ClusterSet;
 using kernels::PixelBlock;
 using kernels::QuadrantSums;
 using kernels::Table;
@@ -60,6 +61,35 @@ class Kernels : public testing::TestWithParam<const Table*> {
         }
         return px;
     }
+
+    // A sum that gives this mean at some support of at least `support`, less what forgetting took away since. With
+    // `far`, more has been taken away than one frame can: then a sum is as far from support x mean as it ever gets.
+    int SumFor(int mean, int support, bool far) {
+        const int before = far ? random.Range(support, 512) : std::min(512, support + random.Below(3));
+        for (;;) {
+            const int e =
+                random.Below(3) == 0 ? Value(3, -before * 3 / 2, before / 2) : random.Range(-2 * before, before);
+            const int sum = before * mean + e;
+            if (RoundedMean(sum, before) == mean) return sum - (before - support) * mean;
+        }
+    }
+
+    ClusterSet RandomSet(int kind, bool wide, bool far) {
+        ClusterSet set{};
+        Put(set.n, random.Range(1, 6));
+        for (int j = 0; j < kernels::kClusters; j++) {
+            const int near[] = {1, 2, 3, 128, 129, 448, 449, 510, 511, 512};
+            const int support = random.Below(2) != 0 ? random.Range(1, 512) : near[random.Below(10)];
+            Put(set.support[j], support);
+            Put(set.added[j], random.Below(65));
+            for (int c = 0; c < 3; c++) {
+                const int mean = wide ? Value(kind, kernels::kLowest, kernels::kHighest) : Value(kind, 0, 255);
+                Put(set.mean[c][j], mean);
+                set.sum[c][j] = SumFor(mean, support, far);
+            }
+        }
+        return set;
+    }
 };
 
 std::vector<const Table*> Tables() {
@@ -68,8 +98,9 @@ std::vector<const Table*> Tables() {
     return all;
 }
 
-INSTANTIATE_TEST_SUITE_P(Every, Kernels, testing::ValuesIn(Tables()),
-                         [](const auto& of) { return std::string(of.param->name); });
+constexpr auto NameOf = [](const auto& of) { return std::string(of.param->name); };
+
+INSTANTIATE_TEST_SUITE_P(Every, Kernels, testing::ValuesIn(Tables()), NameOf);
 
 // Pages between two that nobody may touch.
 class GuardedPages {
@@ -93,43 +124,35 @@ class GuardedPages {
 TEST_P(Kernels, LoadStaysInsideTheFrame) {
     const GuardedPages pages(1);
     for (unsigned char* p = pages.begin(); p < pages.end(); p++) *p = static_cast<unsigned char>(random.Below(256));
-    const auto check = [&](const unsigned char* rgb, std::size_t stride) {
-        PixelBlock px;
-        table.load(rgb, stride, px);
-        for (std::size_t i = 0; i < 16; i++) {
-            const unsigned char* p = rgb + i / 4 * stride + i % 4 * 3;
-            const std::uint32_t want = p[0] | static_cast<unsigned>(p[1]) << 8 | static_cast<unsigned>(p[2]) << 16;
-            ASSERT_EQ(px.p[i], want) << "pixel " << i << ", stride " << stride;
+    for (std::size_t n = 0; n <= 17; n++)
+        for (std::size_t more = 0; more < 50; more++) {
+            const std::size_t stride = 12 * n + more;
+            for (const unsigned char* rgb : {pages.begin(), pages.begin() + more, pages.end() - 3 * stride - 12 * n}) {
+                std::vector<PixelBlock> px(n + 1, PixelBlock{});  // the last one stays as it is
+                table.load(rgb, stride, static_cast<int>(n), px.data());
+                for (std::size_t i = 0; i < 16 * (n + 1); i++) {
+                    const unsigned char* p = rgb + i % 16 / 4 * stride + (i / 16 * 4 + i % 4) * 3;
+                    const std::uint32_t want = i < 16 * n ? p[0] | unsigned{p[1]} << 8 | unsigned{p[2]} << 16 : 0;
+                    ASSERT_EQ(px[i / 16].p[i % 16], want) << "pixel " << i << " of " << n << " cells, +" << more;
+                }
+            }
         }
-    };
-    for (std::size_t width = 4; width <= 41; width++) {
-        const std::size_t stride = width * 3;
-        for (std::size_t c = 0; c + 4 <= width; c++) {
-            check(pages.begin() + c * 3, stride);
-            check(pages.end() - 4 * stride + c * 3, stride);
-        }
-    }
-    for (std::size_t shift = 0; shift < 64; shift++) check(pages.begin() + shift, 64 + shift);
 }
 
-// A cell with clusters of the given supports; those with support above 128 take part in queries.
-KsBackgroundCell CellOf(const std::vector<ColorValue>& means, const std::vector<int>& supports) {
-    KsBackgroundCell cell{};
-    cell.nclusters = static_cast<std::int16_t>(means.size());
-    for (std::size_t j = 0; j < means.size(); j++) {
-        Put(cell.clusters[j].R, means[j].R);
-        Put(cell.clusters[j].G, means[j].G);
-        Put(cell.clusters[j].B, means[j].B);
-        Put(cell.support[j], supports[j]);
-    }
-    return cell;
+// What must not be read is such that it would win.
+constexpr int kStale = 0x5a;
+
+CandidateList ListOf(const ClusterSet& set, bool gray) {
+    CandidateList list;
+    std::memset(&list, kStale, sizeof list);
+    kernels::ListCandidates(set, gray, list);
+    return list;
 }
 
 TEST(CandidateLists, Bounds) {
     struct Case {
         const char* what;
-        ColorValue mean;
-        int support;
+        int mean[3], support;
         bool gray;
         int n;
     };
@@ -145,52 +168,87 @@ TEST(CandidateLists, Bounds) {
         {"no support", {0, 0, 0}, 0, false, -1},
     };
     for (const Case& c : cases) {
-        CandidateList list{};
-        kernels::ListCandidates(CellOf({{7, 8, 9}, c.mean}, {100, c.support}), c.gray, list);
-        EXPECT_EQ(list.n, c.n) << c.what;
+        ClusterSet set;
+        std::memset(&set, kStale, sizeof set);
+        set.n = 2;
+        set.support[0] = 100;
+        Put(set.support[1], c.support);
+        for (int i = 0; i < 3; i++) {
+            Put(set.mean[i][0], 7 + i);
+            Put(set.mean[i][1], c.mean[i]);
+        }
+        EXPECT_EQ(ListOf(set, c.gray).n, c.n) << c.what;
     }
 }
 
-TEST_P(Kernels, NearestIsWhatTheCellsAnswer) {
-    for (int turn = 0; turn < 20000 * rounds; turn++) {
-        const bool gray = turn % 4 == 3;
-        const int kind = random.Below(5), wide = random.Below(2), n = random.Range(1, 5);
-        std::vector<KsBackgroundCell> cells;
-        CandidateList list[5];
-        const CandidateList* lists[5];
-        int candidates = 0;
-        for (int l = 0; l < n; l++) {
-            std::vector<ColorValue> means;
-            std::vector<int> supports;
-            for (int j = random.Below(7); j > 0; j--) {
-                const int low = wide ? kernels::kLowest : 0, high = wide ? kernels::kHighest : 255;
-                means.push_back({Value(kind, low, high), Value(kind, low, high), Value(kind, low, high)});
-                supports.push_back(random.Below(4) == 0 ? random.Range(1, 130) : random.Range(129, 512));
-            }
-            cells.push_back(CellOf(means, supports));
-            kernels::ListCandidates(cells.back(), gray, list[l]);
-            lists[l] = &list[l];
-            ASSERT_GE(list[l].n, 0);
-            candidates += list[l].n;
-        }
-        if (candidates == 0) continue;
-        const PixelBlock px = Pixels(random.Below(3) == 0 ? random.Below(5) : kind);
-        DifferenceBlock d;
-        QuadrantSums q, want{};
-        table.nearest(px, lists, n, d, q);
+// What the cells around answer by their own queries.
+struct Answer {
+    kernels::Outcome outcome = kernels::kCompared;
+    std::array<int, 3> d[kernels::kPixels];
+    QuadrantSums sums{};
+
+    Answer(const KsBackgroundCell* const (&around)[5], const PixelBlock& px, bool gray) {
         for (int i = 0; i < kernels::kPixels; i++) {
-            const std::uint32_t p = px.p[i];
-            const int r = p & 255, g = p >> 8 & 255, b = p >> 16 & 255;
-            int dr = 0, dg = -g, db = -b, min = 1000000;
-            for (const KsBackgroundCell& cell : cells)
-                min = gray ? cell.GetMinDifferenceGray(min, r, dr) : cell.GetMinDifference(min, r, g, b, dr, dg, db);
-            ASSERT_EQ(d.r[i], dr) << "turn " << turn << ", pixel " << i;
-            ASSERT_EQ(d.g[i], dg) << "turn " << turn << ", pixel " << i;
-            ASSERT_EQ(d.b[i], db) << "turn " << turn << ", pixel " << i;
-            want.Add(i / 8 * 2 + i % 4 / 2, dr, dg, db);
+            const int r = px.p[i] & 255, g = px.p[i] >> 8 & 255, b = px.p[i] >> 16 & 255;
+            int min = kFarthest, dr = 0, dg = -g, db = -b;
+            for (const KsBackgroundCell* c : around)
+                min = gray ? c->GetMinDifferenceGray(min, r, dr) : c->GetMinDifference(min, r, g, b, dr, dg, db);
+            if (min == kFarthest) outcome = kernels::kWithout;
+            d[i] = {dr, dg, db};
+            sums.Add(i / 8 * 2 + i % 4 / 2, dr, dg, db);
         }
-        ASSERT_EQ(std::memcmp(&q, &want, sizeof q), 0) << "turn " << turn;
+        for (const KsBackgroundCell* c : around)
+            if (c->nclusters > 0 && c->clusters[0].R < kernels::kLowest) outcome = kernels::kUnfit;
     }
+};
+
+// In buffers without room to spare.
+TEST_P(Kernels, RowsAreWhatTheCellsAnswer) {
+    constexpr std::int16_t kUntouched = 12345;
+    int outcomes[3] = {};
+    for (int turn = 0; turn < 4000 * rounds; turn++) {
+        const bool gray = turn % 4 == 3, wide = random.Below(2) != 0;
+        const int kind = random.Below(5), filling = random.Below(4);
+        const std::size_t n = random.Range(1, 9), before = random.Below(5), width = 4 * n + random.Below(4);
+        std::vector<KsBackgroundCell> cells[3];  // own, above, below
+        std::vector<CandidateList> lists[3];
+        for (std::size_t l = 0; l < 3; l++)
+            for (std::size_t k = 0; k < n + (l > 0); k++) {
+                ClusterSet set = RandomSet(kind, wide, false);
+                if (filling == 0 && random.Below(8) != 0) set.n = 0;
+                if (filling == 1) set.n = kernels::kClusters;
+                for (std::int16_t& support : set.support)
+                    if (filling == 1) Put(support, random.Range(129, 512));
+                if (random.Below(40) == 0) set.mean[0][0] = kernels::kLowest - 1;
+                cells[l].emplace_back().TakeClusters(set);
+                lists[l].push_back(ListOf(set, gray));
+            }
+        std::vector<PixelBlock> px;
+        while (px.size() < n) px.push_back(Pixels(random.Below(3) == 0 ? random.Below(5) : kind));
+        std::vector<std::int16_t> planes[3], want[3];
+        std::int16_t* at[3] = {};
+        for (int c = 0; c < 3; c++) {
+            planes[c] = want[c] = std::vector(before + 3 * width + 4 * n, kUntouched);
+            if (c == 0 || !gray) at[c] = planes[c].data() + before;
+        }
+        std::vector<QuadrantSums> q(n);
+        std::vector<kernels::Outcome> outcome(n);
+        const CandidateList *own = lists[0].data(), *above = lists[1].data(), *below = lists[2].data();
+        const int count = static_cast<int>(n);
+        table.compare({count, px.data(), own, above, below, {at[0], at[1], at[2]}, width, q.data(), outcome.data()});
+        for (std::size_t j = 0; j < n; j++) {
+            const Answer a({&cells[0][j], &cells[1][j + 1], &cells[1][j], &cells[2][j], &cells[2][j + 1]}, px[j], gray);
+            ASSERT_EQ(outcome[j], a.outcome) << "turn " << turn << ", cell " << j;
+            outcomes[a.outcome]++;
+            if (a.outcome != kernels::kCompared) continue;
+            ASSERT_EQ(std::memcmp(&q[j], &a.sums, sizeof a.sums), 0) << "turn " << turn << ", cell " << j;
+            for (std::size_t i = 0; i < kernels::kPixels; i++)
+                for (std::size_t c = 0; c < (gray ? 1 : 3); c++)
+                    Put(want[c][before + i / 4 * width + 4 * j + i % 4], a.d[i][c]);
+        }
+        for (int c = 0; c < 3; c++) ASSERT_EQ(planes[c], want[c]) << "turn " << turn << ", channel " << c;
+    }
+    for (const int times : outcomes) EXPECT_GT(times, 100 * rounds);
 }
 
 TEST_P(Kernels, Sums) {
@@ -248,137 +306,94 @@ TEST_P(Kernels, MeasureAndDerive) {
     }
 }
 
-// First difference of two cells, everything counted that is stored, also behind the clusters in use.
-std::string Difference(const KsBackgroundCell& a, const KsBackgroundCell& b) {
-    const auto of = [](const char* what, int at, int x, int want) {
-        return x == want ? std::string()
-                         : std::string(what) + " " + std::to_string(at) + ": " + std::to_string(x) + ", plain " +
-                               std::to_string(want) + "; ";
-    };
-    std::string text = of("nclusters", 0, a.nclusters, b.nclusters) + of("nsamples", 0, a.nsamples, b.nsamples);
-    for (int j = 0; j < KsBackgroundCell::kMaxClusters; j++) {
-        text += of("support", j, a.support[j], b.support[j]) + of("added", j, a.added[j], b.added[j]);
-        text += of("R", j, a.clusters[j].R, b.clusters[j].R) + of("G", j, a.clusters[j].G, b.clusters[j].G);
-        text += of("B", j, a.clusters[j].B, b.clusters[j].B) + of("sum R", j, a.clustersum[j].R, b.clustersum[j].R);
-        text += of("sum G", j, a.clustersum[j].G, b.clustersum[j].G);
-        text += of("sum B", j, a.clustersum[j].B, b.clustersum[j].B);
+// Everything that is stored, also behind the clusters in use: n and the list's n, eight values a cluster, the list.
+std::vector<int> Values(const ClusterSet& set, const CandidateList& list) {
+    std::vector<int> v{set.n, list.n};
+    for (int j = 0; j < kernels::kClusters; j++) {
+        v.insert(v.end(), {set.support[j], set.added[j]});
+        for (int c = 0; c < 3; c++) v.insert(v.end(), {set.mean[c][j], set.sum[c][j]});
     }
-    for (int i = 0; i < KsBackgroundCell::kMaxSamples; i++)
-        text += of("sample R", i, a.cv[i].R, b.cv[i].R) + of("sample G", i, a.cv[i].G, b.cv[i].G) +
-                of("sample B", i, a.cv[i].B, b.cv[i].B);
-    return text;
+    for (int j = 0; j < list.n; j++) v.insert(v.end(), {list.constant[j], list.rb[j], list.g[j]});
+    return v;
 }
 
 class Maintenance : public Kernels {
  protected:
-    // A sum that gives this mean at some support of at least `support`, less what forgetting took away since. With
-    // `far`, more has been taken away than one frame can: then a sum is as far from support x mean as it ever gets.
-    int SumFor(int mean, int support, bool far) {
-        const int before = far ? random.Range(support, 512) : std::min(512, support + random.Below(3));
-        for (;;) {
-            const int e =
-                random.Below(3) == 0 ? Value(3, -before * 3 / 2, before / 2) : random.Range(-2 * before, before);
-            const int sum = before * mean + e;
-            if (RoundedMean(sum, before) == mean) return sum - (before - support) * mean;
-        }
-    }
-
-    KsBackgroundCell RandomCell(int kind, bool wide, bool far) {
-        const int low = wide ? kernels::kLowest : 0, high = wide ? kernels::kHighest : 255;
-        KsBackgroundCell cell{};
-        cell.nclusters = static_cast<std::int16_t>(random.Range(1, 6));
-        for (int j = 0; j < 6; j++) {
-            const int near[] = {1, 2, 3, 128, 129, 448, 449, 510, 511, 512};
-            const int support = random.Below(2) != 0 ? random.Range(1, 512) : near[random.Below(10)];
-            const int v[3] = {Value(kind, low, high), Value(kind, low, high), Value(kind, low, high)};
-            Put(cell.support[j], support);
-            Put(cell.added[j], random.Below(65));
-            Put(cell.clusters[j].R, v[0]);
-            Put(cell.clusters[j].G, v[1]);
-            Put(cell.clusters[j].B, v[2]);
-            cell.clustersum[j] = {SumFor(v[0], support, far), SumFor(v[1], support, far), SumFor(v[2], support, far)};
-        }
-        return cell;
-    }
-
     // 64 samples: anything, or close around the cell's clusters with a few far away.
-    void Fill(KsBackgroundCell& cell, int kind) {
+    void Fill(const ClusterSet& set, int kind) {
         const bool close = random.Below(2) == 0;
         const int spread = random.Below(12), strays = random.Below(5);
-        for (int i = 0; i < KsBackgroundCell::kMaxSamples; i++) {
-            const ColorValue c = cell.clusters[random.Below(cell.nclusters)];
-            const bool stray = !close || random.Below(64) < strays;
-            const auto pick = [&](int mean) {
-                return stray ? Value(kind, 0, 255) : std::clamp(mean + random.Range(-spread, spread), 0, 255);
-            };
-            Put(cell.cv[i].R, pick(c.R));
-            Put(cell.cv[i].G, pick(c.G));
-            Put(cell.cv[i].B, pick(c.B));
-            // The byte behind a sample's channels is to be ignored.
-            reinterpret_cast<unsigned char*>(&cell.cv[i])[3] = static_cast<unsigned char>(random.Below(256));
-        }
-        cell.nsamples = KsBackgroundCell::kMaxSamples;
+        for (PixelBlock& block : px)
+            for (std::uint32_t& p : block.p) {
+                const int j = random.Below(set.n);
+                const bool stray = !close || random.Below(64) < strays;
+                p = static_cast<std::uint32_t>(random.Below(256)) << 24;  // to be ignored
+                for (int c = 0; c < 3; c++) {
+                    const int near = set.mean[c][j] + random.Range(-spread, spread);
+                    p |= static_cast<std::uint32_t>(stray ? Value(kind, 0, 255) : std::clamp(near, 0, 255)) << (8 * c);
+                }
+            }
+    }
+
+    // Maintains the set with the samples; returns what is not as in the plain form.
+    std::string Maintain(ClusterSet& set, int limit, bool gray, bool forget, CandidateList& list) {
+        const PixelBlock* const samples[] = {&px[2], &px[0], &px[3], &px[1]};
+        ClusterSet want = set;
+        CandidateList want_list;
+        plain.maintain(want, samples, limit, gray, forget, want_list);
+        kernels::ListCandidates(want, gray, want_list);
+        std::memset(&list, kStale, sizeof list);
+        table.maintain(set, samples, limit, gray, forget, list);
+        const std::vector<int> got = Values(set, list), expected = Values(want, want_list);
+        const auto [x, y] = std::mismatch(got.begin(), got.end(), expected.begin(), expected.end());
+        if (x == got.end()) return {};
+        return "value " + std::to_string(x - got.begin()) + ": " + std::to_string(*x) + ", plain " + std::to_string(*y);
     }
 
     int Limit(bool gray) {
         const int limits[] = {0, 1, 3, 49, 181, 1000, 181 * 181, 32767};
         return limits[random.Below(gray ? 5 : 8)];
     }
+
+    PixelBlock px[kernels::kFrames];
 };
 
-INSTANTIATE_TEST_SUITE_P(Every, Maintenance, testing::ValuesIn(Tables()),
-                         [](const auto& of) { return std::string(of.param->name); });
+INSTANTIATE_TEST_SUITE_P(Every, Maintenance, testing::ValuesIn(Tables()), NameOf);
 
 TEST_P(Maintenance, SingleCells) {
     int merged = 0, opened = 0, beyond = 0;
     for (int turn = 0; turn < 60000 * rounds; turn++) {
-        const bool gray = turn % 3 == 2;
-        const int kind = random.Below(5);
-        KsBackgroundCell want = RandomCell(kind, random.Below(2) != 0, random.Below(2) != 0);
-        Fill(want, random.Below(2) != 0 ? kind : random.Below(5));
-        const KsBackgroundCell start = want;
-        KsBackgroundCell cell = start;
+        const bool gray = turn % 3 == 2, forget = random.Below(2) != 0;
+        const int kind = random.Below(5), limit = Limit(gray);
+        const ClusterSet start = RandomSet(kind, random.Below(2) != 0, random.Below(2) != 0);
+        Fill(start, random.Below(2) != 0 ? kind : random.Below(5));
+        ClusterSet set = start;
         CandidateList list;
-        kernels::ListCandidates(cell, gray, list);
-        ASSERT_GE(list.n, 0);
-        const int limit = Limit(gray);
-        plain.maintain(want, limit, gray);
-        table.maintain(cell, limit, gray);
-        ASSERT_EQ(Difference(cell, want), "") << "turn " << turn << (gray ? ", gray, limit " : ", limit ") << limit;
-        opened += cell.nclusters > start.nclusters;
-        merged += start.nclusters == 6 && cell.clusters[5].R != start.clusters[5].R;
-        for (int j = 0; j < cell.nclusters; j++)
-            beyond += cell.clusters[j].R < kernels::kLowest || cell.clusters[j].R > kernels::kHighest;
+        ASSERT_EQ(Maintain(set, limit, gray, forget, list), "")
+            << "turn " << turn << (gray ? ", gray" : "") << (forget ? ", forget" : "") << ", limit " << limit;
+        opened += set.n > start.n;
+        merged += !forget && start.n == 6 && set.support[5] < start.support[5];
+        beyond += list.n < 0;
     }
     EXPECT_GT(opened, 0);
     EXPECT_GT(merged, 0);
     EXPECT_GT(beyond, 0) << "no merged mean left the bounds";
 }
 
-// The life of a cell: every frame maintains and forgets.
+// The life of a cell: every frame maintains, and most forget.
 TEST_P(Maintenance, Chains) {
     int forgotten = 0;
     for (int chain = 0; chain < 400 * rounds; chain++) {
         const bool gray = chain % 3 == 2;
         const int kind = random.Below(5), limit = Limit(gray);
-        KsBackgroundCell want = RandomCell(kind, chain % 8 == 0, false), cell = want;
-        for (int call = 0; call < 50; call++) {
-            CandidateList list;
-            kernels::ListCandidates(want, gray, list);
-            if (list.n < 0 || want.nclusters == 0) break;
-            Fill(want, random.Below(8) != 0 ? kind : random.Below(5));
-            std::memcpy(cell.cv, want.cv, sizeof cell.cv);
-            cell.nsamples = want.nsamples;
-            for (KsBackgroundCell* c : {&want, &cell}) {
-                (c == &want ? plain : table).maintain(*c, limit, gray);
-                const int before = c->nclusters;
-                if (gray)
-                    c->ForgetUnsupportedClustersGray();
-                else
-                    c->ForgetUnsupportedClusters();
-                forgotten += before - c->nclusters;
-            }
-            ASSERT_EQ(Difference(cell, want), "") << "chain " << chain << ", call " << call;
+        ClusterSet set = RandomSet(kind, chain % 8 == 0, false);
+        CandidateList list{};
+        for (int call = 0; call < 50 && list.n >= 0 && set.n > 0; call++) {
+            Fill(set, random.Below(8) != 0 ? kind : random.Below(5));
+            const int before = set.n;
+            ASSERT_EQ(Maintain(set, limit, gray, random.Below(8) != 0, list), "")
+                << "chain " << chain << ", call " << call;
+            forgotten += set.n < before;
         }
     }
     EXPECT_GT(forgotten, 0);
