@@ -29,6 +29,7 @@ class PerPixel {
     ~PerPixel() {
         const double cycles = (bench::ThreadSeconds() - begin) * hertz;
         state.counters["cycles/px"] = cycles / static_cast<double>(pixels) / static_cast<double>(state.iterations());
+        state.SetItemsProcessed(state.iterations() * pixels);
     }
     PerPixel(const PerPixel&) = delete;
     PerPixel& operator=(const PerPixel&) = delete;
@@ -45,58 +46,67 @@ kernels::PixelBlock RandomPixels() {
     return px;
 }
 
-// A cell with clusters 40 apart, and samples close around them.
-KsBackgroundCell RandomCell(int clusters) {
-    KsBackgroundCell cell{};
-    cell.nclusters = static_cast<std::int16_t>(clusters);
+// Clusters 40 apart.
+kernels::ClusterSet RandomSet(int clusters) {
+    kernels::ClusterSet set{};
+    set.n = static_cast<std::int16_t>(clusters);
     for (int j = 0; j < clusters; j++) {
-        const auto mean = static_cast<std::int16_t>(20 + 40 * j);
-        cell.support[j] = 300;
-        cell.clusters[j] = {mean, mean, mean};
-        cell.clustersum[j] = {300 * mean, 300 * mean, 300 * mean};
+        set.support[j] = 300;
+        for (int c = 0; c < 3; c++) {
+            set.mean[c][j] = static_cast<std::int16_t>(20 + 40 * j);
+            set.sum[c][j] = 300 * (20 + 40 * j);
+        }
     }
-    for (ColorSample& s : cell.cv) {
-        const auto near = [mean = 20 + 40 * Random(0, clusters - 1)] {
-            return static_cast<std::uint8_t>(mean + Random(-3, 3));
-        };
-        s.R = near();
-        s.G = near();
-        s.B = near();
-    }
-    cell.nsamples = KsBackgroundCell::kMaxSamples;
-    return cell;
+    return set;
 }
+
+// The 64 samples of a cell, close around so many clusters.
+struct Samples {
+    kernels::PixelBlock px[kernels::kFrames];
+    const kernels::PixelBlock* blocks[kernels::kFrames] = {px, px + 1, px + 2, px + 3};
+
+    explicit Samples(int clusters) {
+        for (kernels::PixelBlock& block : px)
+            for (std::uint32_t& p : block.p) {
+                const int mean = 20 + 40 * Random(0, clusters - 1);
+                p = 0;
+                for (int c = 0; c < 3; c++) p = p << 8 | static_cast<std::uint32_t>(mean + Random(-3, 3));
+            }
+    }
+};
+
+// Whole main cells of a row of 320 pixels, and all of a frame's, which lie in two lattices.
+constexpr int kRow = 80, kCells = 80 * 60 + 79 * 59;
+constexpr std::size_t kWidth = 4 * kRow;
 
 void Load(benchmark::State& state, const Table* table) {
-    constexpr std::size_t kStride = 3 * 320;
-    std::vector<unsigned char> rows(4 * kStride);
+    std::vector<unsigned char> rows(4 * 3 * kWidth);
     for (unsigned char& v : rows) v = static_cast<unsigned char>(Random(0, 255));
-    kernels::PixelBlock px;
-    std::size_t at = 0;
-    const PerPixel meter(state, kernels::kPixels);
+    std::vector<kernels::PixelBlock> px(kRow);
+    const PerPixel meter(state, kRow * kernels::kPixels);
     for (auto _ : state) {
-        table->load(rows.data() + at, kStride, px);
-        benchmark::DoNotOptimize(px);
-        at = at + 12 < kStride ? at + 12 : 0;
+        table->load(rows.data(), 3 * kWidth, kRow, px.data());
+        benchmark::ClobberMemory();
     }
 }
 
-// Five lists, as around a cell inside the frame.
-void Nearest(benchmark::State& state, const Table* table, int clusters) {
-    const kernels::PixelBlock px = RandomPixels();
-    kernels::CandidateList list[5];
-    const kernels::CandidateList* lists[5];
-    for (int i = 0; i < 5; i++) {
-        kernels::ListCandidates(RandomCell(clusters), false, list[i]);
-        lists[i] = &list[i];
-    }
-    kernels::DifferenceBlock d;
-    kernels::QuadrantSums q;
-    const PerPixel meter(state, kernels::kPixels);
+// Five lists around each cell, as inside a frame.
+void Compare(benchmark::State& state, const Table* table, int clusters) {
+    std::vector<kernels::PixelBlock> px(kRow);
+    for (kernels::PixelBlock& block : px) block = RandomPixels();
+    kernels::CandidateList list;
+    kernels::ListCandidates(RandomSet(clusters), false, list);
+    const std::vector<kernels::CandidateList> own(kRow, list), above(kRow + 1, list), below(kRow + 1, list);
+    std::vector<std::int16_t> red(4 * kWidth), green(4 * kWidth), blue(4 * kWidth);
+    std::vector<kernels::QuadrantSums> quadrants(kRow);
+    std::vector<kernels::Outcome> outcome(kRow);
+    const kernels::ComparisonRow row{kRow,         px.data(),        own.data(),
+                                     above.data(), below.data(),     {red.data(), green.data(), blue.data()},
+                                     kWidth,       quadrants.data(), outcome.data()};
+    const PerPixel meter(state, kRow * kernels::kPixels);
     for (auto _ : state) {
-        table->nearest(px, lists, 5, d, q);
-        benchmark::DoNotOptimize(d);
-        benchmark::DoNotOptimize(q);
+        table->compare(row);
+        benchmark::ClobberMemory();
     }
 }
 
@@ -112,30 +122,43 @@ void Sums(benchmark::State& state, const Table* table) {
 
 // Per sample. The samples stay near the clusters, so that none is opened.
 void Maintain(benchmark::State& state, const Table* table, int clusters) {
-    KsBackgroundCell cell = RandomCell(clusters);
-    const PerPixel meter(state, KsBackgroundCell::kMaxSamples);
+    kernels::ClusterSet set = RandomSet(clusters);
+    const Samples samples(clusters);
+    kernels::CandidateList list;
+    const PerPixel meter(state, kernels::kFrames * kernels::kPixels);
     for (auto _ : state) {
-        cell.nsamples = KsBackgroundCell::kMaxSamples;
-        table->maintain(cell, 60, false);
-        benchmark::DoNotOptimize(cell);
+        table->maintain(set, samples.blocks, 60, false, true, list);
+        benchmark::ClobberMemory();
     }
 }
 
-// Per sample, with three clusters opened in each call; includes a copy of the cell.
-void Open(benchmark::State& state, const Table* table) {
-    KsBackgroundCell start = RandomCell(2);
-    for (int i = 0; i < 6; i++)
-        start.cv[10 * i] = {static_cast<std::uint8_t>(120 + 25 * i), static_cast<std::uint8_t>(40 * i), 200};
-    const PerPixel meter(state, KsBackgroundCell::kMaxSamples);
+// Per sample; the first clustering.
+void Cluster(benchmark::State& state, const Table* table, int clusters) {
+    kernels::ClusterSet set{};
+    const Samples samples(clusters);
+    const PerPixel meter(state, kernels::kFrames * kernels::kPixels);
     for (auto _ : state) {
-        KsBackgroundCell cell = start;
-        table->maintain(cell, 60, false);
-        benchmark::DoNotOptimize(cell);
+        table->cluster(set, samples.blocks, 60, false, random);
+        benchmark::ClobberMemory();
     }
 }
 
-// Per pixel of a 320 x 240 frame, whose 9461 cells lie in two lattices.
-constexpr int kFrame = 320 * 240, kCells = 80 * 60 + 79 * 59, kRow = 80;
+// Per sample, with two of six clusters merged for one that is opened in each call; includes a copy of the set.
+void Merge(benchmark::State& state, const Table* table) {
+    const kernels::ClusterSet start = RandomSet(kernels::kClusters);
+    Samples samples(kernels::kClusters);
+    samples.px[2].p[5] = 0xff0000;
+    kernels::CandidateList list;
+    const PerPixel meter(state, kernels::kFrames * kernels::kPixels);
+    for (auto _ : state) {
+        kernels::ClusterSet set = start;
+        table->maintain(set, samples.blocks, 20000, false, true, list);
+        benchmark::DoNotOptimize(set);
+        benchmark::ClobberMemory();
+    }
+}
+
+constexpr int kFrame = 320 * 240;  // measure and derive count per pixel of a frame
 
 std::vector<int> Row(int n) {
     std::vector<int> v(static_cast<std::size_t>(n));
@@ -179,10 +202,11 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark(name("load").c_str(), Load, table);
         for (const int n : {1, 3, 6}) {
             const std::string clusters = std::to_string(n) + (n == 1 ? " cluster" : " clusters");
-            benchmark::RegisterBenchmark(name(("nearest, 5 lists of " + clusters).c_str()).c_str(), Nearest, table, n);
+            benchmark::RegisterBenchmark(name(("compare, 5 lists of " + clusters).c_str()).c_str(), Compare, table, n);
+            benchmark::RegisterBenchmark(name(("cluster, " + clusters).c_str()).c_str(), Cluster, table, n);
             benchmark::RegisterBenchmark(name(("maintain, " + clusters).c_str()).c_str(), Maintain, table, n);
         }
-        benchmark::RegisterBenchmark(name("maintain, 3 opened").c_str(), Open, table);
+        benchmark::RegisterBenchmark(name("maintain, 6 clusters, 1 merged, 1 opened").c_str(), Merge, table);
         benchmark::RegisterBenchmark(name("sums").c_str(), Sums, table);
         benchmark::RegisterBenchmark(name("measure").c_str(), Measure, table);
         benchmark::RegisterBenchmark(name("derive").c_str(), Derive, table);

@@ -306,15 +306,23 @@ TEST_P(Kernels, MeasureAndDerive) {
     }
 }
 
-// Everything that is stored, also behind the clusters in use: n and the list's n, eight values a cluster, the list.
-std::vector<int> Values(const ClusterSet& set, const CandidateList& list) {
-    std::vector<int> v{set.n, list.n};
-    for (int j = 0; j < kernels::kClusters; j++) {
-        v.insert(v.end(), {set.support[j], set.added[j]});
-        for (int c = 0; c < 3; c++) v.insert(v.end(), {set.mean[c][j], set.sum[c][j]});
-    }
-    for (int j = 0; j < list.n; j++) v.insert(v.end(), {list.constant[j], list.rb[j], list.g[j]});
-    return v;
+// The first difference, everything counted that is stored, also behind the clusters in use. A value's number: n and the
+// list's n are 0 and 1, then come eight for each cluster and three for each entry of the list.
+std::string Difference(const ClusterSet& a, const CandidateList& a_list, const ClusterSet& b,
+                       const CandidateList& b_list) {
+    const auto values = [](const ClusterSet& set, const CandidateList& list) {
+        std::vector<int> v{set.n, list.n};
+        for (int j = 0; j < kernels::kClusters; j++) {
+            v.insert(v.end(), {set.support[j], set.added[j]});
+            for (int c = 0; c < 3; c++) v.insert(v.end(), {set.mean[c][j], set.sum[c][j]});
+        }
+        for (int j = 0; j < list.n; j++) v.insert(v.end(), {list.constant[j], list.rb[j], list.g[j]});
+        return v;
+    };
+    const std::vector<int> got = values(a, a_list), want = values(b, b_list);
+    const auto [x, y] = std::mismatch(got.begin(), got.end(), want.begin(), want.end());
+    if (x == got.end()) return {};
+    return "value " + std::to_string(x - got.begin()) + ": " + std::to_string(*x) + ", plain " + std::to_string(*y);
 }
 
 class Maintenance : public Kernels {
@@ -337,17 +345,13 @@ class Maintenance : public Kernels {
 
     // Maintains the set with the samples; returns what is not as in the plain form.
     std::string Maintain(ClusterSet& set, int limit, bool gray, bool forget, CandidateList& list) {
-        const PixelBlock* const samples[] = {&px[2], &px[0], &px[3], &px[1]};
         ClusterSet want = set;
         CandidateList want_list;
         plain.maintain(want, samples, limit, gray, forget, want_list);
         kernels::ListCandidates(want, gray, want_list);
         std::memset(&list, kStale, sizeof list);
         table.maintain(set, samples, limit, gray, forget, list);
-        const std::vector<int> got = Values(set, list), expected = Values(want, want_list);
-        const auto [x, y] = std::mismatch(got.begin(), got.end(), expected.begin(), expected.end());
-        if (x == got.end()) return {};
-        return "value " + std::to_string(x - got.begin()) + ": " + std::to_string(*x) + ", plain " + std::to_string(*y);
+        return Difference(set, list, want, want_list);
     }
 
     int Limit(bool gray) {
@@ -356,9 +360,30 @@ class Maintenance : public Kernels {
     }
 
     PixelBlock px[kernels::kFrames];
+    const PixelBlock* const samples[kernels::kFrames] = {&px[2], &px[0], &px[3], &px[1]};
 };
 
 INSTANTIATE_TEST_SUITE_P(Every, Maintenance, testing::ValuesIn(Tables()), NameOf);
+
+// Over whatever stands in the cell; the same draws leave the generator in the same state.
+TEST_P(Maintenance, FirstClusterings) {
+    int counts[kernels::kClusters] = {};
+    for (int turn = 0; turn < 10000 * rounds; turn++) {
+        const bool gray = turn % 3 == 2;
+        const int kind = random.Below(5), limit = Limit(gray);
+        ClusterSet set = RandomSet(kind, false, false), want = set;
+        Fill(set, random.Below(2) != 0 ? kind : random.Below(5));
+        const auto next_draw = [&](const Table& t, ClusterSet& of) {
+            srandom(static_cast<unsigned>(turn));
+            t.cluster(of, samples, limit, gray, ::random);
+            return ::random();
+        };
+        ASSERT_EQ(next_draw(table, set), next_draw(plain, want)) << "turn " << turn;
+        ASSERT_EQ(Difference(set, {}, want, {}), "") << "turn " << turn << (gray ? ", gray, " : ", ") << limit;
+        counts[set.n]++;
+    }
+    for (const int n : {1, 2, 3}) EXPECT_GT(counts[n], 100 * rounds) << n << " clusters";
+}
 
 TEST_P(Maintenance, SingleCells) {
     int merged = 0, opened = 0, beyond = 0;
