@@ -117,8 +117,7 @@ void BackgroundModel::GatherRow(const KsColorImage& CI, int lattice, int row, co
             s.Load(l, row, j, 1, 0, &px[static_cast<std::size_t>(stage[j] - Storage::kOwn)]);
             if (++stage[j] < Storage::kOwn + kernels::kFrames) continue;
             stage[j] = 0;
-            const kernels::PixelBlock* const blocks[] = {&px[0], &px[1], &px[2], &px[3]};
-            ActOn(first + j, s.List(l, row, j), blocks, action);
+            ActOn({1, &s.sets[first + j], &s.List(l, row, j), px.data(), 1}, action);
         }
     }
     if (run > 0) ActOnRun(lattice, row, l.cols - run, run, action);
@@ -133,33 +132,37 @@ void BackgroundModel::ActOnRun(int lattice, int row, int first_col, int count, A
         s.Load(l, row, first_col, count, kernels::kFrames - 1 - i, px + i * count);
     const int first = l.first + row * l.cols + first_col;
     std::memset(s.stage.data() + first, 0, static_cast<std::size_t>(count));
-    for (int j = 0; j < count; j++) {
-        const kernels::PixelBlock* const blocks[] = {px + j, px + count + j, px + 2 * count + j, px + 3 * count + j};
-        ActOn(first + j, s.List(l, row, first_col + j), blocks, action);
-    }
+    ActOn({count, &s.sets[first], &s.List(l, row, first_col), px, static_cast<std::size_t>(count)}, action);
 }
 
 // The kernels take cells that fit them; all others go the plain way.
-void BackgroundModel::ActOn(int k, kernels::CandidateList& list, const kernels::PixelBlock* const* samples,
-                            Action action) {
-    kernels::ClusterSet& set = own->sets[k];
+void BackgroundModel::ActOn(const kernels::CellRun& run, Action action) {
+    const kernels::Table& kernel = kernels::Active();
     const bool gray = CIr == IR;
     const bool fits = maxdist >= 0 && maxdist < (gray ? 182 : 32768);
     if (action == Action::kCluster && fits) {
-        kernels::Active().cluster(set, samples, maxdist, gray, random_draws::Random);
-        kernels::ListCandidates(set, gray, list);
+        kernel.cluster(run, maxdist, gray, random_draws::Random);
         return;
     }
-    if (action >= Action::kMaintain && fits && list.n >= 0 && set.n > 0) {
-        kernels::Active().maintain(set, samples, maxdist, gray, action == Action::kMaintainAndForget, list);
-        return;
+    for (int j = 0; j < run.n;) {
+        int end = j;
+        while (action >= Action::kMaintain && fits && end < run.n && run.lists[end].n >= 0 && run.sets[end].n > 0)
+            end++;
+        if (end > j) {
+            kernel.maintain({end - j, run.sets + j, run.lists + j, run.samples + j, run.stride}, maxdist, gray,
+                            action == Action::kMaintainAndForget);
+            j = end;
+            continue;
+        }
+        KsBackgroundCell cell{};
+        cell.TakeClusters(run.sets[j]);
+        for (std::size_t i = 0; i < kernels::kFrames; i++)
+            cell.TakeSamples(run.samples[i * run.stride + static_cast<std::size_t>(j)], gray);
+        ActOnRecord(cell, action);
+        cell.GiveClusters(run.sets[j]);
+        kernels::ListCandidates(run.sets[j], gray, run.lists[j]);
+        j++;
     }
-    KsBackgroundCell cell{};
-    cell.TakeClusters(set);
-    for (int i = 0; i < kernels::kFrames; i++) cell.TakeSamples(*samples[i], gray);
-    ActOnRecord(cell, action);
-    cell.GiveClusters(set);
-    kernels::ListCandidates(set, gray, list);
 }
 
 void BackgroundModel::GatherRecord(const KsColorImage& CI, int k, Action action) {

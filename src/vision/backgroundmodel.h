@@ -180,7 +180,7 @@ class BackgroundModel {
     void GatherRow(const KsColorImage& CI, int lattice, int row, const std::uint8_t* flags, Action action);
     void GatherRecord(const KsColorImage& CI, int k, Action action);
     void ActOnRun(int lattice, int row, int first, int count, Action action);
-    void ActOn(int k, kernels::CandidateList& list, const kernels::PixelBlock* const* samples, Action action);
+    void ActOn(const kernels::CellRun& run, Action action);
     void ActOnRecord(KsBackgroundCell& cell, Action action) const;
     void TakeOut(int k);
 

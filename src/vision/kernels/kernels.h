@@ -46,6 +46,15 @@ struct CandidateList {
     std::int32_t reserved;             // fills the last group of eight lanes
 };
 
+// Cells with their 64 samples each, to be clustered or maintained. Their lists are brought up to date with them.
+struct CellRun {
+    int n;
+    ClusterSet* sets;
+    CandidateList* lists;
+    const PixelBlock* samples;  // samples[i * stride + j]: of cell j, from the i-th of four frames
+    std::size_t stride;
+};
+
 // Sums over the four quadrants (upper left, upper right, lower left, lower right), channels red, blue, green, 0.
 struct alignas(32) QuadrantSums {
     std::int16_t q[4][4];
@@ -86,14 +95,11 @@ struct Table {
     // Per pixel, cluster minus pixel of the nearest candidate among five lists: own, up-right, up-left, down-left,
     // down-right, the earlier one on a tie.
     void (*compare)(const ComparisonRow& row);
-    // ClusterCell of 64 samples in four blocks. `draw` is called for every starting centre and redraw. maxdist as
-    // below.
-    void (*cluster)(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, long (*draw)());
-    // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters of a cell that fits, with clusters, over the 64
-    // samples of four blocks; then the cell's list. `gray` takes the red channel alone. maxdist is 0 .. 32767 (0 .. 181
-    // for gray).
-    void (*maintain)(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, bool forget,
-                     CandidateList& list);
+    // ClusterCell. `draw` is called for every starting centre and redraw, cell by cell. `gray` takes the red channel
+    // alone. maxdist is 0 .. 32767 (0 .. 181 for gray).
+    void (*cluster)(const CellRun& run, int maxdist, bool gray, long (*draw)());
+    // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters of cells that fit and have clusters.
+    void (*maintain)(const CellRun& run, int maxdist, bool gray, bool forget);
     // Quadrant sums of the pixels themselves.
     void (*sums)(const PixelBlock& px, QuadrantSums& q);
     // Difference measure of n cells from their channel sums: the length of the vector, truncated. Adds the measures to

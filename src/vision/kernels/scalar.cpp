@@ -93,34 +93,38 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
     for (int i = 0; i < kPixels; i++) q.Add(Quadrant(i), px.p[i] & 255, px.p[i] >> 8 & 255, px.p[i] >> 16 & 255);
 }
 
-KsBackgroundCell CellOf(const ClusterSet& set, const PixelBlock* const* samples, bool gray) {
-    KsBackgroundCell cell{};
-    cell.TakeClusters(set);
-    for (int i = 0; i < kFrames; i++) cell.TakeSamples(*samples[i], gray);
-    return cell;
+template <class F>
+void ForEachCell(const CellRun& run, bool gray, F act) {
+    for (int j = 0; j < run.n; j++) {
+        KsBackgroundCell cell{};
+        cell.TakeClusters(run.sets[j]);
+        for (std::size_t i = 0; i < kFrames; i++)
+            cell.TakeSamples(run.samples[i * run.stride + static_cast<std::size_t>(j)], gray);
+        act(cell);
+        cell.GiveClusters(run.sets[j]);
+        ListCandidates(run.sets[j], gray, run.lists[j]);
+    }
 }
 
 // Draws by itself: `draw` is the model's own generator.
-void Cluster(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, long (*)()) {
-    KsBackgroundCell cell = CellOf(set, samples, gray);
-    if (gray)
-        cell.ClusterCellGray(maxdist);
-    else
-        cell.ClusterCell(maxdist);
-    cell.GiveClusters(set);
+void Cluster(const CellRun& run, int maxdist, bool gray, long (*)()) {
+    ForEachCell(run, gray, [&](KsBackgroundCell& cell) {
+        if (gray)
+            cell.ClusterCellGray(maxdist);
+        else
+            cell.ClusterCell(maxdist);
+    });
 }
 
-void Maintain(ClusterSet& set, const PixelBlock* const* samples, int maxdist, bool gray, bool forget,
-              CandidateList& list) {
-    KsBackgroundCell cell = CellOf(set, samples, gray);
-    if (gray)
-        cell.UpdateCellClustersGray(maxdist);
-    else
-        cell.UpdateCellClusters(maxdist);
-    if (forget && gray) cell.ForgetUnsupportedClustersGray();
-    if (forget && !gray) cell.ForgetUnsupportedClusters();
-    cell.GiveClusters(set);
-    ListCandidates(set, gray, list);
+void Maintain(const CellRun& run, int maxdist, bool gray, bool forget) {
+    ForEachCell(run, gray, [&](KsBackgroundCell& cell) {
+        if (gray)
+            cell.UpdateCellClustersGray(maxdist);
+        else
+            cell.UpdateCellClusters(maxdist);
+        if (forget && gray) cell.ForgetUnsupportedClustersGray();
+        if (forget && !gray) cell.ForgetUnsupportedClusters();
+    });
 }
 
 }  // namespace

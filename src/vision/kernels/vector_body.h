@@ -45,6 +45,19 @@ inline V Max(V a, V b) {
 #endif
 }
 
+// Whether a comparison holds anywhere.
+inline bool Any(V comparison) {
+#if KERNELS_LANES == 16
+    return _mm512_cmpneq_epi32_mask((__m512i)comparison, _mm512_setzero_si512()) != 0;
+#elif KERNELS_LANES == 8
+    return _mm256_movemask_ps((__m256)comparison) != 0;
+#elif defined(__SSE2__)
+    return _mm_movemask_ps((__m128)comparison) != 0;
+#else
+    return (comparison[0] | comparison[1] | comparison[2] | comparison[3]) != 0;
+#endif
+}
+
 // Largest lane.
 inline std::int32_t LargestLane(V v) {
 #if KERNELS_LANES == 16

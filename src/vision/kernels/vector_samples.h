@@ -1,0 +1,199 @@
+// The samples of a cell against its clusters, in vectors; part of vector_body.h.
+//
+// The cluster of a sample is the one with the largest key 8 (2 p.c - |c|^2) + (7 - j): the index j in the low bits lets
+// the lower cluster win ties, and the distance comes back as |p|^2 - (key >> 3). With means within kLowest .. kHighest
+// weights of 16 c fit 16 bits and distances times 64 fit 32. A merged mean may leave those bounds: the sum of a cluster
+// lies at most 256 above support x mean and, as negative means are rounded towards zero, at most 768 below. So it stays
+// within -1024 .. 767; all this holds up to 2047 either way.
+
+constexpr int kGroups = kFrames * kPixels / N;
+constexpr int kSamples = kFrames * kPixels;
+
+alignas(64) constexpr std::int32_t kLane[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+
+inline V8 Slots() {
+    return LoadAs<V8>(kLane);
+}
+inline V8 Widen(const std::int16_t* v) {
+#if defined(__AVX2__)
+    return (V8)_mm256_cvtepi16_epi32(LoadAs<__m128i>(v));
+#else
+    return __builtin_convertvector(LoadAs<H8>(v), V8);
+#endif
+}
+inline void Narrow(std::int16_t* to, V8 v) {
+#if defined(__AVX512VL__)
+    Store(to, _mm256_cvtepi32_epi16((__m256i)v));
+#elif defined(__AVX2__)
+    const __m256i packed = _mm256_packs_epi32((__m256i)v, (__m256i)v);  // the values fit
+    Store(to, _mm256_castsi256_si128(_mm256_permute4x64_epi64(packed, 0x08)));
+#else
+    Store(to, __builtin_convertvector(v, H8));
+#endif
+}
+// All lanes zero.
+inline bool None(V8 v) {
+#if defined(__AVX__)
+    return _mm256_testz_si256((__m256i)v, (__m256i)v) != 0;
+#else
+    typedef std::int64_t L4 __attribute__((vector_size(32)));
+    const L4 l = (L4)v;
+    return (l[0] | l[1] | l[2] | l[3]) == 0;
+#endif
+}
+inline V8 Least(V8 a, V8 b) {
+    return a < b ? a : b;
+}
+// The three channels of all means; a gray cell has one.
+struct Means {
+    V8 r, g, b;
+    V8 Squares() const { return r * r + g * g + b * b; }
+};
+template <bool gray>
+inline Means MeansOf(const ClusterSet& set) {
+    return {Widen(set.mean[0]), gray ? V8{} : Widen(set.mean[1]), gray ? V8{} : Widen(set.mean[2])};
+}
+
+// to[i] += v[i] where a[i] == b[i].
+inline void AddWhereEqual(V& to, V a, V b, V v) {
+#if KERNELS_LANES == 16
+    to =
+        (V)_mm512_mask_add_epi32((__m512i)to, _mm512_cmpeq_epi32_mask((__m512i)a, (__m512i)b), (__m512i)to, (__m512i)v);
+#else
+    to += (V)(a == b) & v;
+#endif
+}
+
+// Per cluster, the sums over the samples that are nearest to it.
+struct GivenSums {
+    V8 red, green, blue, count;
+};
+
+// Gray samples have no green and blue.
+template <bool gray>
+class Samples {
+ public:
+    Samples(const PixelBlock* first, std::size_t stride)
+        : blocks{first, first + stride, first + 2 * stride, first + 3 * stride} {
+        const V channels = V{} + (gray ? 0xff : 0xff00ff);
+        const V green = V{} + (gray ? 0 : 0xff);
+        for (int i = 0; i < kGroups; i++) {
+            const V p = Load(blocks[i / kChunks]->p + N * (i % kChunks));
+            rb[i] = p & channels;
+            g1[i] = ((p >> 8) & green) | 0x10000;  // a one to count with
+            pp[i] = MultiplyAdd(MultiplyAdd(V{} - 1, rb[i], rb[i]), g1[i], g1[i]);
+        }
+    }
+
+    // Vector by vector: compilers make a slow block copy of it otherwise.
+    Samples(const Samples& other) { *this = other; }
+    Samples& operator=(const Samples& other) {
+        for (int i = 0; i < kFrames; i++) blocks[i] = other.blocks[i];
+        for (int i = 0; i < kGroups; i++) {
+            rb[i] = other.rb[i];
+            g1[i] = other.g1[i];
+            pp[i] = other.pp[i];
+            key[i] = other.key[i];
+        }
+        Store(wrb, LoadAs<V8>(other.wrb));
+        Store(wg, LoadAs<V8>(other.wg));
+        Store(constant, LoadAs<V8>(other.constant));
+        return *this;
+    }
+
+    struct Channels {
+        int v[3];
+    };
+    Channels At(int lane) const {
+        const std::uint32_t p = blocks[lane / kPixels]->p[lane % kPixels];
+        const int r = p & 255, g = p >> 8 & 255, b = p >> 16 & 255;
+        return {{r, gray ? 0 : g, gray ? 0 : b}};
+    }
+
+    // The first n clusters; the others never win.
+    void Weigh(const Means& m, int n) {
+        Store(wrb, ((16 * m.r) & 0xffff) | (m.b << 20));
+        Store(wg, (16 * m.g) & 0xffff);
+        Store(constant, Slots() < n ? 7 - Slots() - 8 * m.Squares() : V8{} + INT_MIN / 2);
+        Settle();
+    }
+    void Weigh(int j, const Channels& c) {
+        const auto [r, g, b] = c.v;
+        wrb[j] = 16 * r | static_cast<std::int32_t>(static_cast<std::uint32_t>(b) << 20);
+        wg[j] = 16 * g;
+        constant[j] = 7 - j - 8 * (r * r + g * g + b * b);
+    }
+
+    // Keeps compilers from taking weights out of registers again, which costs more than a broadcast from memory.
+    void Settle() { asm("" : "+m"(wrb), "+m"(wg), "+m"(constant)); }
+
+    // The keys of clusters first .. n - 1, beside those before them.
+    void Compare(int first, int n) {
+        if (first == 0)
+            for (int i = 0; i < kGroups; i++) key[i] = V{} + INT_MIN;
+        for (int j = first; j < n; j++) {
+            const V weight_rb = V{} + wrb[j], weight_g = V{} + wg[j], start = V{} + constant[j];
+            for (int i = 0; i < kGroups; i++)
+                key[i] = Max(key[i], MultiplyAdd(MultiplyAdd(start, rb[i], weight_rb), g1[i], weight_g));
+        }
+    }
+    V Distances(int i) const { return pp[i] - (key[i] >> 3); }
+
+    // After Compare, for clusters 0 .. kCount - 1.
+    template <int kCount>
+    GivenSums SumClusters() const {
+        V srb[kClusters], sg1[kClusters];
+        for (int j = 0; j < kClusters; j++) {
+            srb[j] = sg1[j] = V{};
+            if (j >= kCount) continue;
+            for (int i = 0; i < kGroups; i++) {
+                AddWhereEqual(srb[j], key[i] & 7, V{} + (7 - j), rb[i]);
+                AddWhereEqual(sg1[j], key[i] & 7, V{} + (7 - j), g1[i]);
+            }
+        }
+        V8 red_blue, green_count;  // 64 x 255 fits a half
+        SumLanes(srb, sg1, red_blue, green_count);
+        return {red_blue & 0xffff, green_count & 0xffff, red_blue >> 16, green_count >> 16};
+    }
+
+    const PixelBlock* blocks[kFrames];
+    V rb[kGroups], g1[kGroups], pp[kGroups], key[kGroups];
+    alignas(32) std::int32_t wrb[ClusterSet::kSlots], wg[ClusterSet::kSlots], constant[ClusterSet::kSlots];
+};
+
+// Rounded means, (s + m / 2) / m with s >= 0 or the sum of a settled cluster. The quotient in single precision
+// truncates exactly: a sum is below 2^19, and a quotient that is no integer lies at least 1/512 from one.
+inline V8 RoundedMeans(V8 s, V8 m, F8 divisor) {
+    return __builtin_convertvector(__builtin_convertvector(s + (m >> 1), F8) / divisor, V8);
+}
+
+constexpr int kMaxSupport = KsBackgroundCell::kMaxSupport, kMinSupport = KsBackgroundCell::kMinSupport;
+
+// The candidate list of a cell with n clusters.
+inline void List(int n, V8 support, const Means& m, CandidateList& list) {
+    const V8 used = Slots() < n;
+    const auto out = [](V8 v) { return (v < kLowest) | (v > kHighest); };
+    if (!None(used & (out(m.r) | out(m.g) | out(m.b) | (support < 1)))) {
+        list.n = -1;
+        return;
+    }
+    const V8 qualifies = used & (support > kMinSupport), start = 31 - 32 * m.Squares();
+    const V8 red_blue = ((64 * m.r) & 0xffff) | (m.b << 22), green = (64 * m.g) & 0xffff;
+#if KERNELS_LANES == 16
+    const auto mask = static_cast<__mmask8>(_mm256_movemask_ps((__m256)qualifies));
+    const auto pack = [&](V8 v) { return (V8)_mm256_maskz_compress_epi32(mask, (__m256i)v); };
+    Store(list.constant, pack(start) - Slots());  // each store runs into the next member, which follows
+    Store(list.rb, pack(red_blue));
+    Store(list.g, pack(green));
+    list.n = __builtin_popcount(mask);
+#else
+    int count = 0;
+    for (int j = 0; j < kClusters; j++) {
+        list.constant[count] = start[j] - count;
+        list.rb[count] = red_blue[j];
+        list.g[count] = green[j];
+        count -= qualifies[j];
+    }
+    list.n = count;
+#endif
+}
