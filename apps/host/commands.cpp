@@ -35,6 +35,7 @@ int statusOf(const std::function<int()>& verb) {
 
 PrivateRoot::PrivateRoot() : path_((fs::temp_directory_path() / "fleifeisa-XXXXXX").string()) {
     if (!::mkdtemp(path_.data())) throw SourceError(EX_CANTCREAT, path_ + ": cannot be created");
+    leftover_.emplace(path_);
 }
 
 PrivateRoot::~PrivateRoot() {

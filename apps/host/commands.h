@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "camera.h"
+#include "leftovers.h"
 
 namespace fleifeisa::host {
 
@@ -59,6 +60,7 @@ class PrivateRoot {
 
  private:
     std::string path_;
+    std::optional<Leftover> leftover_;
 };
 
 }  // namespace fleifeisa::host

@@ -145,6 +145,7 @@ void FfmpegSource::inputArguments(std::vector<std::string>& argv) {
     if (::stat(path.c_str(), &status) != 0) throw SourceError(EX_NOINPUT, path + ": " + std::strerror(errno));
     if (source.starts_with("list:") || S_ISDIR(status.st_mode)) {
         list_path_ = writeImageList();
+        leftover_.emplace(list_path_);
         argv.insert(argv.end(), {"-f", "concat", "-safe", "0", "-i", list_path_});
         return;
     }

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "leftovers.h"
 #include "nut.h"
 #include "pipe_reader.h"
 #include "process.h"
@@ -32,7 +33,8 @@ class FfmpegSource : public Source {
 
     SourceOptions options_;
     bool live_;
-    std::string list_path_;
+    std::string list_path_;  ///< temporary list of images, "": none
+    std::optional<Leftover> leftover_;
     Process process_;
     std::unique_ptr<PipeReader> reader_;
     std::unique_ptr<NutReader> nut_;

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <array>
 
+#include "leftovers.h"
 #include "log.h"
-#include "outputs/file_writer.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -58,7 +58,7 @@ void Supervisor::handleSignals(const std::function<void()>& reload) {
         if (stopping_) {
             showProgress("");
             killAllChildren();
-            removeUnfinishedFiles();
+            removeLeftovers();
             ::_exit(128 + number);
         }
         stopping_ = true;

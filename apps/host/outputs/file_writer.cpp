@@ -6,8 +6,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <mutex>
-#include <set>
 #include <system_error>
 #include <utility>
 
@@ -24,15 +22,7 @@ bool isRegularOrNew(const std::string& path) {
     return ::stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode);
 }
 
-std::mutex unfinished_mutex;
-std::set<std::string> unfinished;  // names that go with the host
-
 }  // namespace
-
-void removeUnfinishedFiles() {
-    const std::lock_guard lock(unfinished_mutex);
-    for (const std::string& path : unfinished) ::unlink(path.c_str());
-}
 
 FileWriter::FileWriter(std::string path, WriteMode mode) : path_(std::move(path)), work_path_(path_), mode_(mode) {
     if (mode_ != WriteMode::kInPlace && isRegularOrNew(path_))
@@ -41,9 +31,7 @@ FileWriter::FileWriter(std::string path, WriteMode mode) : path_(std::move(path)
         mode_ = WriteMode::kInPlace;
     file_ = ::open(work_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (file_ < 0) raise(errno);
-    if (mode_ != WriteMode::kWhole) return;
-    const std::lock_guard lock(unfinished_mutex);
-    unfinished.insert(work_path_);
+    if (mode_ == WriteMode::kWhole) leftover_.emplace(work_path_);
 }
 
 FileWriter::~FileWriter() {
@@ -104,7 +92,7 @@ void FileWriter::close() {
     const int file = std::exchange(file_, -1);
     if (::close(file) != 0 && errno != EINTR) fail(errno);
     if (!failed_ && work_path_ != path_ && std::rename(work_path_.c_str(), path_.c_str()) != 0) fail(errno);
-    forget();
+    leftover_.reset();
 }
 
 void FileWriter::discard() {
@@ -116,12 +104,6 @@ void FileWriter::discard() {
 void FileWriter::remove() {
     buffer_.clear();
     if (isRegularOrNew(work_path_)) ::unlink(work_path_.c_str());
-    forget();
-}
-
-void FileWriter::forget() {
-    const std::lock_guard lock(unfinished_mutex);
-    unfinished.erase(work_path_);
 }
 
 void FileWriter::fail(int error) {

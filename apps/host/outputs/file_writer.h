@@ -2,9 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "leftovers.h"
 
 namespace fleifeisa::host {
 
@@ -45,13 +48,13 @@ class FileWriter {
 
  private:
     void remove();
-    void forget();
     void writeThrough(const char* bytes, std::size_t count);
     [[noreturn]] void fail(int error);
     [[noreturn]] void raise(int error) const;
 
     std::string path_, work_path_;
     WriteMode mode_;
+    std::optional<Leftover> leftover_;  ///< the ".part" file that is to be whole
     int file_ = -1;
     std::string buffer_;
     std::uint64_t written_ = 0;     ///< bytes in the file
@@ -59,8 +62,5 @@ class FileWriter {
     std::uint64_t safe_end_ = 0;    ///< the same for the bytes in the file
     bool failed_ = false;
 };
-
-/// Removes the ".part" files of kWhole writers that are not closed, for a host that ends at once.
-void removeUnfinishedFiles();
 
 }  // namespace fleifeisa::host
