@@ -2,6 +2,7 @@
 // pool, and the polygons.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 
 #include "kscolortracker.h"
@@ -137,6 +138,61 @@ TEST(Contour, RandomComponentsAndTheirPolygons) {
     }
     EXPECT_GT(traced, 1000);
     EXPECT_GT(dropped, 1000);
+}
+
+// Masks with borders as long as they get; row and column on the half-cell raster, which ends at `rows` and `cols`.
+struct Mask {
+    const char* what;
+    bool (*holds)(int row, int col, int rows, int cols);
+};
+
+const Mask kMasks[] = {
+    {"full", [](int, int, int, int) { return true; }},
+    {"single", [](int r, int c, int rows, int cols) { return r == rows / 4 * 2 && c == cols / 4 * 2; }},
+    {"checkerboard, its corners bridged by the shifted lattice",
+     [](int r, int c, int, int) { return (r / 2 + c / 2) % 2 == 0; }},
+    {"checkerboard of the main lattice alone",
+     [](int r, int c, int, int) { return r % 2 == 0 && (r / 2 + c / 2) % 2 == 0; }},
+    {"comb", [](int r, int c, int, int) { return r == 0 || (c % 4 == 0 && r % 2 == 0); }},
+    {"comb on both sides", [](int r, int c, int, int) { return r % 2 == 0 && (c == 8 || r % 4 == 0); }},
+    {"spiral of the main lattice",
+     [](int r, int c, int rows, int cols) {
+         const int i = r / 2, j = c / 2;
+         const int ring = std::min({i, j, (rows - 1) / 2 - i, (cols - 1) / 2 - j});
+         // The left side of each ring belongs to the next one below its upper end: a gap, and a bridge inwards.
+         return r % 2 == 0 && (ring + (i == j + 1 && i <= rows / 4 ? 1 : 0)) % 2 == 0;
+     }},
+};
+
+// However the border winds, the walk around it ends by itself and the pool loses nothing.
+TEST(Contour, LongBordersStayWithinTheBoundOfTheWalk) {
+    for (const auto& [rows, cols] : {std::pair{4, 4}, {8, 8}, {10, 31}, {44, 44}, {96, 128}}) {
+        TestImage image(rows, cols, Flat(0));
+        GridColorDiff g(image, 4, COLOR);
+        for (const Mask& mask : kMasks) {
+            SCOPED_TRACE(testing::Message() << mask.what << " on " << rows << " x " << cols);
+            for (int k = 0; k < g.cnum; k++) {
+                const RasterPlace at = PlaceOf(g, k);
+                g.conf[k] = mask.holds(at.row, at.col, (rows + 3) / 4 * 2 - 1, (cols + 3) / 4 * 2 - 1) ? 1.0 : 0.0;
+                g.der_conf[k] = 0;
+            }
+            g.ConnectedComponents();
+            ASSERT_GE(g.numlabel, 1);
+            const int before = FreeCount(g);
+            std::vector<ContNode*> contours;
+            int nodes = 0;
+            for (int lab = 1; lab <= g.numlabel; lab++) {
+                contours.push_back(g.BuildContourForObject(lab));
+                const Points points = PointsOf(contours.back());
+                ASSERT_LE(points.size(), static_cast<std::size_t>(64 * g.cnum + 64)) << "label " << lab;
+                ASSERT_EQ(points, TracePlainly(g, lab)) << "label " << lab;
+                nodes += static_cast<int>(points.size());
+            }
+            EXPECT_EQ(FreeCount(g), before - nodes);
+            for (ContNode* contour : contours) g.ReturnNodes(contour);
+            EXPECT_EQ(FreeCount(g), before);
+        }
+    }
 }
 
 TEST(Pool, GrowsInTheMiddleOfATrace) {
