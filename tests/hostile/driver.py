@@ -6,7 +6,6 @@ import threading
 PROTOCOL = b'ANALYTICS.CARTRIDGE\r\n'
 START = PROTOCOL + b'Status: OK\r\n\r\n'
 SHUTDOWN = PROTOCOL + b'Command: SHUTDOWN\r\n\r\n'
-RECONFIGURE = PROTOCOL + b'Command: RECONFIGURE\r\n\r\n'
 TIME_LIMIT = 60  # seconds until a run counts as hanging
 RSS_LIMIT = 96 << 20  # bytes; a sound run over small frames takes a few MB
 
