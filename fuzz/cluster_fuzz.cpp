@@ -4,9 +4,8 @@
 // Input: one byte of kind (bit 0 gray, bits 1.. the palette), one of the cluster distance, then operations.
 #include <vector>
 
-#include "backgroundmodel.h"
+#include "../tests/support/cells.h"
 #include "bytes.h"
-#include "naiveclusters.h"
 
 namespace {
 
@@ -34,20 +33,8 @@ void Gather(Bytes& in, KsBackgroundCell& cell, NaiveCell& naive, int step) {
 }
 
 void Compare(const KsBackgroundCell& cell, const NaiveCell& naive, int operation) {
-    FUZZ_CHECK(cell.nclusters == naive.count, "operation %d: %d, %d", operation, cell.nclusters, naive.count);
-    FUZZ_CHECK(cell.nsamples == static_cast<int>(naive.samples.size()), "operation %d", operation);
-    for (int j = 0; j < naive.count; j++) {
-        const NaiveCluster& c = naive.clusters[static_cast<std::size_t>(j)];
-        const int mean[] = {cell.clusters[j].R, cell.clusters[j].G, cell.clusters[j].B};
-        const int sum[] = {cell.clustersum[j].R, cell.clustersum[j].G, cell.clustersum[j].B};
-        FUZZ_CHECK(cell.support[j] == c.support, "operation %d, cluster %d: %d, %d", operation, j, cell.support[j],
-                   c.support);
-        FUZZ_CHECK(cell.added[j] == naive.added[static_cast<std::size_t>(j)], "operation %d, cluster %d", operation, j);
-        for (std::size_t ch = 0; ch < (naive.gray ? 1u : 3u); ch++) {
-            FUZZ_CHECK(mean[ch] == c.mean[ch], "operation %d, cluster %d, channel %zu", operation, j, ch);
-            FUZZ_CHECK(sum[ch] == c.sum[ch], "operation %d, cluster %d, channel %zu", operation, j, ch);
-        }
-    }
+    const std::string difference = CellDifference(cell, naive);
+    FUZZ_CHECK(difference.empty(), "operation %d: %s", operation, difference.c_str());
 }
 
 void Operate(KsBackgroundCell& cell, NaiveCell& naive, int operation, int maxdist) {

@@ -15,6 +15,7 @@
 #include <streambuf>
 #include <vector>
 
+#include "../tests/support/protocol.h"
 #include "Control.h"
 #include "MainLoop.h"
 #include "bytes.h"
@@ -145,12 +146,7 @@ class Script {
             }
         if (variant == 1) body.resize(body.size() / 2 + 1);
         if (variant == 2 || variant == 4) body += "more";
-        std::ostringstream out;
-        out << "ANALYTICS.CARTRIDGE\r\nContent-Length: " << body.size()
-            << "\r\nContent-Type: image/rgb\r\nImage-width: " << w << "\r\nImage-height: " << h
-            << "\r\nTimestamp: " << frames << "\r\nSequence-Number: " << frames << "\r\n\r\n"
-            << body;
-        parts.push_back({out.str(), false, false, ""});
+        parts.push_back({FrameMessage(w, h, body, std::to_string(frames), frames), false, false, ""});
     }
 
     Bytes& in;

@@ -1,4 +1,4 @@
-// The reply to a detection frame and the detections document, byte for byte, from records made by hand.
+// The reply to a detection frame, byte for byte, from records made by hand.
 #include <gtest/gtest.h>
 
 #include "kscolortracker.h"
@@ -94,25 +94,6 @@ TEST_F(Analytics, NullTimestampFailsTheStream) {
     tracker.OutputAnalyticsXML(devid, nullptr, seqnum, analyzerid);
     EXPECT_TRUE(std::cout.fail());
     EXPECT_EQ(streams.Take(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:");
-}
-
-TEST_F(Analytics, DetectionsDocument) {
-    tracker.t = 40;
-    std::ostringstream empty, full, again;
-    tracker.OutputXML(empty);
-    const std::string head = "<DETECTIONS>\n         <FRAME SEQ=\"40\">\n", tail = "         </FRAME>\n</DETECTIONS>\n";
-    EXPECT_EQ(empty.str(), head + tail);
-    Add(2, 40, 12, true, 10, 13, 20, 27, 30);
-    Add(3, 40, 13, false, 10, 13, 20, 27, 30);
-    tracker.OutputXML(full);
-    EXPECT_EQ(full.str(), head +
-                              "               <OBJECT ID=\"12\">\n"
-                              "                      <POSITION X=\"24\"  Y=\"12\"/>\n"
-                              "                      <SIZE W=\"8\"  H=\"4\"  A=\"30\"/>\n"
-                              "               </OBJECT>\n" +
-                              tail);
-    tracker.OutputXML(again);
-    EXPECT_EQ(again.str(), head + tail);
 }
 
 }  // namespace

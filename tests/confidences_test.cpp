@@ -74,24 +74,22 @@ TEST(Derivatives, OfTheDiagonalNeighbours) {
             const auto y = [&](auto of) { return border ? 0 : of(n[4]) + of(n[7]) - of(n[5]) - of(n[6]); };
             const auto red = [&](int i) { return g.cd[i].RedDiff; };
             const auto blue = [&](int i) { return g.cd[i].BlueDiff; };
+            const auto red_sum = [&](int i) { return g.cd[i].sum.R; };
             const auto green_sum = [&](int i) { return g.cd[i].sum.G; };
+            const auto blue_sum = [&](int i) { return g.cd[i].sum.B; };
             ASSERT_EQ(c.Rx, x(red)) << k;
             ASSERT_EQ(c.Ry, y(red)) << k;
             ASSERT_EQ(c.Bx, type == COLOR ? x(blue) : 5) << k;
             ASSERT_EQ(c.By, type == COLOR ? y(blue) : 5) << k;
+            ASSERT_EQ(c.der.Rx, x(red_sum)) << k;
+            ASSERT_EQ(c.der.Ry, y(red_sum)) << k;
+            ASSERT_EQ(c.der.Bx, type == COLOR ? x(blue_sum) : 5) << k;
+            ASSERT_EQ(c.der.By, type == COLOR ? y(blue_sum) : 5) << k;
             ASSERT_EQ(c.der.Gx, type == COLOR ? x(green_sum) : 5) << k;
             ASSERT_EQ(c.der.Gy, type == COLOR ? y(green_sum) : 5) << k;
         }
         EXPECT_EQ(borders, 2 * 6 + 2 * 3) << "the rim of the main lattice";
     }
-}
-
-TEST(Derivatives, NormAndDistanceOfRecords) {
-    const ColorDerivative a{1, 2, 3, 4, 5, 6}, b{1, 2, 3, 4, 5, 16};
-    EXPECT_EQ(derNorm(a), std::sqrt(91.0));
-    EXPECT_EQ(CellPartialDerivativeDistance(a, a, 3, 4, 7), 0.0);
-    EXPECT_EQ(CellPartialDerivativeDistance(a, b, 3, 4, 8), 0.0);
-    EXPECT_EQ(CellPartialDerivativeDistance(a, b, 3, 4, 7), 200.0 / 7);
 }
 
 class Confidence : public testing::Test {

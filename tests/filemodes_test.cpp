@@ -13,8 +13,6 @@
 #include <map>
 
 #include "../scenes/scene.h"
-#include "ImageFiles.h"
-#include "support/imageencoders.h"
 #include "support/images.h"
 #include "support/process.h"
 #include "support/protocol.h"
@@ -31,8 +29,10 @@ std::string Pixmap(int width, int height, const std::string& pixels) {
 constexpr char kStreamTime[] = "123456789";  // and the blank behind the colon
 std::string WithoutTimes(std::string replies) {
     for (const std::string mark : {"Timestamp:", "TIMESTAMP=\""})
-        for (std::size_t at = 0; (at = replies.find(mark, at)) != std::string::npos; at += mark.size())
+        for (std::size_t at = 0; (at = replies.find(mark, at)) != std::string::npos; at += mark.size()) {
+            EXPECT_EQ(replies.find_first_not_of(" 0123456789", at + mark.size()), at + mark.size() + 10);
             replies.replace(at + mark.size(), 10, "T");
+        }
     return replies;
 }
 
@@ -53,7 +53,6 @@ std::vector<std::string> StreetFrames() {
 
 struct StoredCase {
     const char* type;
-    const char* format;
     // Frames that are spoilt: d damaged, m missing, s of another size, u of an unknown format, p a directory.
     std::map<int, char> spoilt;
     int lines;  // on standard error
@@ -62,29 +61,18 @@ struct StoredCase {
 TEST(StoredSequence, AnswersAsTheSameFramesInAStream) {
     const std::vector<std::string> scene = StreetFrames();
     const StoredCase cases[] = {
-        {"IR", "ppm", {{20, 'd'}, {40, 's'}}, 2},
-        {"COLOR", "jpeg", {{9, 'm'}, {30, 'd'}, {31, 'm'}, {35, 'u'}, {36, 's'}, {40, 'p'}, {kFrames, 'd'}}, 7},
-        {"COLOR", "jpeg", {{1, 'm'}, {2, 'd'}}, 2},
+        {"IR", {{20, 'd'}, {40, 's'}}, 2},
+        {"COLOR", {{9, 'm'}, {30, 'd'}, {31, 'm'}, {35, 'u'}, {36, 's'}, {40, 'p'}, {kFrames, 'd'}}, 7},
+        {"COLOR", {{1, 'm'}, {2, 'd'}}, 2},
     };
     for (const StoredCase& test : cases) {
-        SCOPED_TRACE(testing::Message() << test.type << " " << test.format << ", " << test.lines << " lines");
+        SCOPED_TRACE(testing::Message() << test.type << ", " << test.lines << " lines");
         const TempDir root;
         root.WriteControl(BackgroundFrames(14));
         std::string names, stream;
         for (int f = 1; f <= kFrames; f++) {
-            std::string pixels = scene[static_cast<std::size_t>(f - 1)], file = Pixmap(kWidth, kHeight, pixels);
-            if (test.format == std::string("jpeg")) {
-#ifdef FLEIFEISA_HAVE_JPEG
-                file = EncodeJpeg(kWidth, kHeight, 3, JCS_RGB, f % 2 == 0, [&](int r, int c, int k) {
-                    return static_cast<unsigned char>(pixels[static_cast<std::size_t>((r * kWidth + c) * 3 + k)]);
-                });
-                const LoadedImage decoded =
-                    LoadImageBytes({reinterpret_cast<const unsigned char*>(file.data()), file.size()});
-                ASSERT_EQ(decoded.error, "");
-                pixels.assign(reinterpret_cast<char*>(decoded.pixels), pixels.size());
-                std::free(decoded.pixels);
-#endif
-            }
+            const std::string& pixels = scene[static_cast<std::size_t>(f - 1)];
+            std::string file = Pixmap(kWidth, kHeight, pixels);
             const auto spoilt = test.spoilt.find(f);
             const char how = spoilt != test.spoilt.end() ? spoilt->second : '-';
             if (how == 'd') file.resize(file.size() - 9);
@@ -210,20 +198,6 @@ TEST_F(LiveMode, FollowsTheFile) {
     } steps[] = {
         {"replaced", [&] { Replace(Square()); }},
         {"written over", [&] { Overwrite(Square()); }},
-        {"truncated and written in two halves",
-         [&] {
-             const std::string bytes = Square();
-             std::ofstream camera(file, std::ios::binary | std::ios::trunc);
-             camera << bytes.substr(0, bytes.size() / 2) << std::flush;
-             usleep(60000);
-             camera << bytes.substr(bytes.size() / 2);
-         }},
-        {"damaged, then whole",
-         [&] {
-             Replace("P6 64 48 255 ");
-             EXPECT_EQ(session.Reply().find("<BOX"), std::string::npos);
-             Replace(Square());
-         }},
         {"of another size, then of the right one",
          [&] {
              Replace(SquareFrame(left, top, 48, 64));

@@ -103,11 +103,14 @@ TEST(Grid, TablesHistogramAndPool) {
             ASSERT_EQ(g.auxmult16[i], 16 * i);
             ASSERT_EQ(g.auxmult256[i], 256 * i);
         }
+        g.chist[100] = 3333;
+        g.ImageBrightnessHistogram(image);
+        g.HistogramEqualisation(image);  // without effect
+        for (int i = 0; i < 256; i++) ASSERT_EQ(g.chist[i], bins[i]) << i;
         int nodes = 0;
         for (const ContNode* q = g.FreeNodes; q != nullptr; q = q->link) nodes++;
         EXPECT_EQ(nodes, 100000);
         EXPECT_EQ(g.tmpstorage, g.FreeNodes);
-        g.ImageBrightnessHistogram(image);
         g.ScoreHistDifference();
         EXPECT_TRUE(g.Equalise) << "a frame agrees with itself";
     }

@@ -80,55 +80,23 @@ std::array<int, 3> reference(double y, double u, double v, Matrix matrix, bool f
     return {byte(r), byte(g), byte(b)};
 }
 
+// Where the samples of pixel (x, y) of a 7 x 5 picture lie.
 struct FormatRow {
     const char* name;
-    /// Index of the Y, U and V sample of pixel (x, y) in a 7 x 5 picture.
-    std::array<int, 3> (*at)(int x, int y);
+    int luma, luma_row, luma_step;      // index of the first, then to the next ones
+    int u, v, row, step, across, down;  // chroma likewise; pixels that share a sample
+    int y(int px, int py) const { return luma + py * luma_row + px * luma_step; }
+    int chroma(int first, int px, int py) const { return first + py / down * row + px / across * step; }
 };
 
 TEST(Pixels, EveryLayoutAgreesWithTheDefinition) {
     constexpr int kW = 7, kH = 5;
     const FormatRow rows[] = {
-        {"yuv420p",
-         [](int x, int y) {
-             return std::array{y * 7 + x, 35 + y / 2 * 4 + x / 2, 47 + y / 2 * 4 + x / 2};
-         }},
-        {"yuv422p",
-         [](int x, int y) {
-             return std::array{y * 7 + x, 35 + y * 4 + x / 2, 55 + y * 4 + x / 2};
-         }},
-        {"yuv444p",
-         [](int x, int y) {
-             return std::array{y * 7 + x, 35 + y * 7 + x, 70 + y * 7 + x};
-         }},
-        {"yuv440p",
-         [](int x, int y) {
-             return std::array{y * 7 + x, 35 + y / 2 * 7 + x, 56 + y / 2 * 7 + x};
-         }},
-        {"yuv411p",
-         [](int x, int y) {
-             return std::array{y * 7 + x, 35 + y * 2 + x / 4, 45 + y * 2 + x / 4};
-         }},
-        {"yuv410p",
-         [](int x, int y) {
-             return std::array{y * 7 + x, 35 + y / 4 * 2 + x / 4, 39 + y / 4 * 2 + x / 4};
-         }},
-        {"nv12",
-         [](int x, int y) {
-             return std::array{y * 7 + x, 35 + y / 2 * 8 + x / 2 * 2, 36 + y / 2 * 8 + x / 2 * 2};
-         }},
-        {"nv21",
-         [](int x, int y) {
-             return std::array{y * 7 + x, 36 + y / 2 * 8 + x / 2 * 2, 35 + y / 2 * 8 + x / 2 * 2};
-         }},
-        {"yuyv422",
-         [](int x, int y) {
-             return std::array{y * 16 + 2 * x, y * 16 + x / 2 * 4 + 1, y * 16 + x / 2 * 4 + 3};
-         }},
-        {"uyvy422",
-         [](int x, int y) {
-             return std::array{y * 16 + 2 * x + 1, y * 16 + x / 2 * 4, y * 16 + x / 2 * 4 + 2};
-         }},
+        {"yuv420p", 0, 7, 1, 35, 47, 4, 1, 2, 2}, {"yuv422p", 0, 7, 1, 35, 55, 4, 1, 2, 1},
+        {"yuv444p", 0, 7, 1, 35, 70, 7, 1, 1, 1}, {"yuv440p", 0, 7, 1, 35, 56, 7, 1, 1, 2},
+        {"yuv411p", 0, 7, 1, 35, 45, 2, 1, 4, 1}, {"yuv410p", 0, 7, 1, 35, 39, 2, 1, 4, 4},
+        {"nv12", 0, 7, 1, 35, 36, 8, 2, 2, 2},    {"nv21", 0, 7, 1, 36, 35, 8, 2, 2, 2},
+        {"yuyv422", 0, 16, 2, 1, 3, 16, 4, 2, 1}, {"uyvy422", 1, 16, 2, 0, 2, 16, 4, 2, 1},
     };
     std::mt19937 draw(4);
     for (const FormatRow& row : rows)
@@ -140,7 +108,7 @@ TEST(Pixels, EveryLayoutAgreesWithTheDefinition) {
                 toRgb(layout, frame, rgb);
                 for (int y = 0; y < kH; ++y)
                     for (int x = 0; x < kW; ++x) {
-                        const auto at = row.at(x, y);
+                        const int at[] = {row.y(x, y), row.chroma(row.u, x, y), row.chroma(row.v, x, y)};
                         const auto sample = [&](std::size_t i) { return frame.at(static_cast<std::size_t>(at[i])); };
                         const auto expected = reference(sample(0), sample(1), sample(2), matrix, full);
                         for (std::size_t c = 0; c < 3; ++c)

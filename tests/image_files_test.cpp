@@ -124,15 +124,10 @@ TEST(ImageFiles, JpegBytesOfEveryProcessor) {
     }
 }
 
-TEST(ImageFiles, JpegKinds) {
-    const auto flat = [](int, int, int k) { return 200 - 60 * k; };
+TEST(ImageFiles, JpegOfGreyLevels) {
     for (const bool progressive : {false, true}) {
-        const Loaded grey = Load(EncodeJpeg(9, 7, 1, JCS_GRAYSCALE, progressive, flat));
+        const Loaded grey = Load(EncodeJpeg(9, 7, 1, JCS_GRAYSCALE, progressive, [](int, int, int) { return 200; }));
         EXPECT_EQ(grey.pixels, std::string(9 * 7 * 3, '\xc8')) << grey.error;
-        const Loaded colour = Load(EncodeJpeg(9, 7, 3, JCS_RGB, progressive, flat));
-        ASSERT_EQ(colour.pixels.size(), 9u * 7 * 3) << colour.error;
-        for (int k = 0; k < 3; k++)
-            EXPECT_NEAR(static_cast<unsigned char>(colour.pixels[static_cast<std::size_t>(k)]), flat(0, 0, k), 2);
     }
 }
 #endif

@@ -1,5 +1,5 @@
 // Operations beside the main flow: single-image background, trace, documents and dumps, shape scoring, brightness
-// comparison, derivatives of the colour sums, motion scores. Expected values come from a second model or from paper.
+// comparison, distances of derivatives, motion scores. Expected values come from a second model or from paper.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -366,53 +366,7 @@ TEST(Brightness, ComparisonOfDistributions) {
     }
 }
 
-TEST(Brightness, HistogramOfAFrame) {
-    TestImage first(3, 5, Flat(9));
-    // (R + G + B + 1) / 3, truncated: (0,0,1) gives 0, (0,1,1) gives 1, (255,255,254) gives 255.
-    const auto pixels = [](int r, int) {
-        return r == 0 ? ColorValue{0, 0, 1} : r == 1 ? ColorValue{0, 1, 1} : ColorValue{255, 255, 254};
-    };
-    TestImage frame(3, 5, pixels);
-    for (const ImageType type : {COLOR, IR}) {
-        GridColorDiff g(first, 4, type);
-        g.chist[100] = 3;
-        g.ImageBrightnessHistogram(frame);
-        g.HistogramEqualisation(frame);  // without effect
-        EXPECT_EQ(g.chist[100], 0);
-        EXPECT_EQ(g.chist[0], type == COLOR ? 5 : 10);
-        EXPECT_EQ(g.chist[1], type == COLOR ? 5 : 0);
-        EXPECT_EQ(g.chist[255], 5);
-        EXPECT_EQ(g.bhist[9], 15);
-    }
-}
-
 // --- derivatives and motion ---
-
-// A ramp that rises by 2 a row and 3 a column in red, by 1 a column in green, and falls by 1 a row in blue. Half a cell
-// down or right is 2 pixels, so across a cell the sums of 16 pixels rise by 4 x 16 times that, for two pairs.
-TEST(Derivatives, OfTheColourSums) {
-    TestImage image(12, 16, [](int r, int c) { return ColorValue{2 * r + 3 * c, 50 + c, 90 - r}; });
-    for (const ImageType type : {COLOR, IR}) {
-        GridColorDiff g(image, 4, type);
-        for (int k = 0; k < g.cnum; k++) {
-            g.cd[k].der = {9, 9, 9, 9, 9, 9};
-            type == COLOR ? g.cd[k].AddAll(image) : g.cd[k].AddAllGray(image);
-        }
-        g.CellPartialDerivatives();
-        for (int k = 0; k < g.cnum; k++) {
-            // Inner main cells are (1, 1) and (1, 2) of 3 x 4; every shifted cell is one.
-            const bool inner = k == 5 || k == 6 || k >= 12;
-            const ColorDerivative want =
-                type == IR ? (inner ? ColorDerivative{256, 384, 9, 9, 9, 9} : ColorDerivative{0, 0, 9, 9, 9, 9})
-                : inner    ? ColorDerivative{256, 384, 0, 128, -128, 0}
-                           : ColorDerivative{0, 0, 0, 0, 0, 0};
-            const ColorDerivative got = g.cd[k].der;
-            EXPECT_EQ((std::array{got.Rx, got.Ry, got.Gx, got.Gy, got.Bx, got.By}),
-                      (std::array{want.Rx, want.Ry, want.Gx, want.Gy, want.Bx, want.By}))
-                << "cell " << k << " type " << type;
-        }
-    }
-}
 
 TEST(Derivatives, NormAndDistance) {
     EXPECT_EQ(derNorm({0, 0, 0, 0, 0, 0}), 0.0);
