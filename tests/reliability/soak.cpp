@@ -4,19 +4,14 @@
 // the machine does not show in them.
 //
 //   fleifeisa_soak inside WIDTH HEIGHT FRAMES         tracker and model in this process; the hash covers their state
-//   fleifeisa_soak through EXE WIDTH HEIGHT FRAMES    the analyzer process; the hash covers its replies
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
+//   fleifeisa_soak through WIDTH HEIGHT FRAMES        the analyzer process; the hash covers its replies
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -24,6 +19,8 @@
 #include "Control.h"
 #include "crowdscene.h"
 #include "kscolortracker.h"
+#include "support/process.h"
+#include "support/protocol.h"
 
 namespace {
 
@@ -78,23 +75,17 @@ double Busy(const std::string& pid) {
 class ControlFile {
  public:
     ControlFile() {
-        if (mkdtemp(root) == nullptr) Fail("no temporary directory");
-        setenv("FLEIFEISA_ROOT", root, 1);
-        std::filesystem::create_directories(std::filesystem::path(ControlPath(kDevice)).parent_path());
+        setenv("FLEIFEISA_ROOT", root.path.c_str(), 1);
         Change(0);
     }
-    ~ControlFile() { std::filesystem::remove_all(root); }
     // The n-th content: relearning of another length, other thresholds. Modification times count in seconds.
-    void Change(std::int64_t n) {
-        std::ofstream(ControlPath(kDevice))
-            << "<param name=\"-bgframes\" value=\"" << (n == 0 ? kLearning : 4 + n % 7) << "\"/>\n"
-            << "<param name=\"-color_low\" value=\"" << 0.25 + 0.05 * static_cast<double>(n % 3) << "\"/>\n";
-        const timespec times[2] = {{1000000000 + n, 0}, {1000000000 + n, 0}};
-        if (utimensat(AT_FDCWD, ControlPath(kDevice).c_str(), times, 0) != 0) Fail("no control file");
+    void Change(std::int64_t n) const {
+        root.WriteControl(BackgroundFrames(n == 0 ? kLearning : static_cast<int>(4 + n % 7)) +
+                              "<param name=\"-color_low\" value=\"0." + std::to_string(25 + 5 * (n % 3)) + "\"/>\n",
+                          1000000000 + n);
     }
 
- private:
-    char root[32] = "/tmp/fleifeisa-soak-XXXXXX";
+    const TempDir root;
 };
 
 // --- in this process: the same flow as the main loop's ---
@@ -186,84 +177,34 @@ class Inside {
 
 class Through {
  public:
-    Through(const char* exe, Size s) : size(s) {
-        int in[2], out[2];
-        if (pipe(in) != 0 || pipe(out) != 0) Fail("no pipe");
-        child = fork();
-        if (child == 0) {
-            dup2(in[0], 0);
-            dup2(out[1], 1);
-            dup2(open("/dev/null", O_WRONLY), 2);
-            for (const int fd : {in[0], in[1], out[0], out[1]}) close(fd);
-            execl(exe, exe, "COLOR", "STREAMING", "3", "5", static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        close(in[0]);
-        close(out[1]);
-        to = in[1];
-        from = out[0];
-        Reply();  // the start-up reply
+    Through(const std::string& root, Size s) : size(s), session({"COLOR", "STREAMING", "3", "5"}, root, 0) {
+        session.Reply();  // of the start
     }
     void Frame(const std::vector<unsigned char>& pixels, int frame) {
-        std::ostringstream head;
-        head << "ANALYTICS.CARTRIDGE\r\nContent-Type: image/rgb\r\nContent-Length: " << pixels.size()
-             << "\r\nImage-width: " << size.cols << "\r\nImage-height: " << size.rows << "\r\nTimestamp: " << frame
-             << "\r\nSequence-Number: " << frame << "\r\n\r\n";
-        Send(head.str().data(), head.str().size());
-        Send(pixels.data(), pixels.size());
-        const std::string reply = Reply();
+        session.Send(FrameMessage(size.cols, size.rows, {pixels.begin(), pixels.end()}, std::to_string(frame), frame));
+        // A reply leaves the analyzer when that reads on, so its test of the control file is over.
+        const std::string reply = session.Reply();
+        if (reply.empty()) Fail("the analyzer ended");
         hash.Add(reply.data(), reply.size());
         for (std::size_t at = reply.find("<OBJECT"); at != std::string::npos; at = reply.find("<OBJECT", at + 1))
             objects++;
     }
     std::string Status() const { return std::to_string(objects) + " objects reported"; }
-    std::string Process() const { return std::to_string(child); }
+    std::string Process() const { return std::to_string(session.Process()); }
     void End() {
-        close(to);
-        int status = 0;
-        waitpid(child, &status, 0);
-        if (status != 0) Fail("the analyzer did not end with status 0");
+        if (session.Finish() != 0) Fail("the analyzer did not end with status 0");
     }
 
     Hash hash;
 
  private:
-    void Send(const void* data, std::size_t left) {
-        for (const auto* p = static_cast<const char*>(data); left > 0;) {
-            const ssize_t n = write(to, p, left);
-            if (n <= 0) Fail("the analyzer does not read");
-            p += n;
-            left -= static_cast<std::size_t>(n);
-        }
-    }
-    // A whole reply. It leaves the analyzer when that reads on, so its test of the control file is over.
-    std::string Reply() {
-        std::size_t end;
-        while ((end = pending.find("\r\n\r\n")) == std::string::npos) More();
-        end += 4;
-        const std::size_t length = pending.find("Content-Length: ");
-        if (length < end) end += std::strtoul(pending.c_str() + length + 16, nullptr, 10);
-        while (pending.size() < end) More();
-        const std::string reply = pending.substr(0, end);
-        pending.erase(0, end);
-        return reply;
-    }
-    void More() {
-        char piece[65536];
-        const ssize_t n = read(from, piece, sizeof piece);
-        if (n <= 0) Fail("the analyzer ended");
-        pending.append(piece, static_cast<std::size_t>(n));
-    }
-
     const Size size;
-    pid_t child = 0;
-    int to = -1, from = -1;
-    std::string pending;
+    Session session;
     std::int64_t objects = 0;
 };
 
 template <class Run>
-int Soak(Run& run, ControlFile& control_file, Size size, std::int64_t frames) {
+int Soak(Run& run, const ControlFile& control_file, Size size, std::int64_t frames) {
     CrowdScene scene(size.rows, size.cols);
     const std::int64_t part = std::max<std::int64_t>(frames / 20, 1);
     const std::int64_t warm = std::max(frames / 5, kWarmUp);
@@ -290,23 +231,22 @@ int Soak(Run& run, ControlFile& control_file, Size size, std::int64_t frames) {
 
 int main(int argc, char** argv) {
     const bool inside = argc == 5 && std::strcmp(argv[1], "inside") == 0;
-    const bool through = argc == 6 && std::strcmp(argv[1], "through") == 0;
     Size size{0, 0};
     long long frames = 0;
-    if (inside || through) {
-        size = {std::atoi(argv[argc - 2]), std::atoi(argv[argc - 3])};
-        frames = std::atoll(argv[argc - 1]);
+    if (inside || (argc == 5 && std::strcmp(argv[1], "through") == 0)) {
+        size = {std::atoi(argv[3]), std::atoi(argv[2])};
+        frames = std::atoll(argv[4]);
     }
     if (frames < 1 || frames > 2000000000 || size.rows < 32 || size.cols < 32 || size.rows > 2000 || size.cols > 2000) {
-        std::fprintf(stderr, "Usage: %s inside WIDTH HEIGHT FRAMES | through ANALYZER WIDTH HEIGHT FRAMES\n", argv[0]);
+        std::fprintf(stderr, "Usage: %s inside|through WIDTH HEIGHT FRAMES\n", argv[0]);
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);
-    ControlFile control_file;
+    const ControlFile control_file;
     if (inside) {
         Inside run(size);
         return Soak(run, control_file, size, frames);
     }
-    Through run(argv[2], size);
+    Through run(control_file.root.path, size);
     return Soak(run, control_file, size, frames);
 }

@@ -37,7 +37,8 @@ std::string ReadAll(int fd) {
     return all;
 }
 
-pid_t Spawn(const std::vector<std::string>& args, const std::string& root, int in, int out, int err) {
+pid_t Spawn(const std::vector<std::string>& args, const std::string& root, int in, int out, int err,
+            unsigned patience = kPatience) {
     std::vector<char*> argv{const_cast<char*>(FLEIFEISA_EXE)};
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
@@ -48,7 +49,7 @@ pid_t Spawn(const std::vector<std::string>& args, const std::string& root, int i
         dup2(out, 1);
         if (err >= 0) dup2(err, 2);
         setenv("FLEIFEISA_ROOT", root.c_str(), 1);
-        alarm(kPatience);  // survives the exec
+        alarm(patience);  // survives the exec
         execv(FLEIFEISA_EXE, argv.data());
         _exit(127);
     }
@@ -107,11 +108,11 @@ RunResult RunAnalyzerOn(const std::vector<std::string>& args, int input, int out
     return result;
 }
 
-Session::Session(const std::vector<std::string>& args, const std::string& root) {
+Session::Session(const std::vector<std::string>& args, const std::string& root, unsigned patience) {
     int request[2], reply[2];
     if (pipe2(request, O_CLOEXEC) != 0 || pipe2(reply, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     const int err = TempFile("");
-    child = Spawn(args, root, request[0], reply[1], err);
+    child = Spawn(args, root, request[0], reply[1], err, patience);
     close(err);
     close(request[0]);
     close(reply[1]);
@@ -129,22 +130,26 @@ void Session::Send(const std::string& bytes) {
 }
 
 std::string Session::Reply() {
-    std::string reply;
-    std::size_t body = 0;
-    for (char ch; read(from, &ch, 1) == 1;) {
-        reply += ch;
-        if (reply.size() < 4 || reply.compare(reply.size() - 4, 4, "\r\n\r\n") != 0) continue;
-        const std::size_t at = reply.find("Content-Length: ");
-        if (at != std::string::npos) body = std::stoul(reply.substr(at + 16));
-        for (; body > 0 && read(from, &ch, 1) == 1; body--) reply += ch;
-        break;
+    std::size_t size = std::string::npos;
+    char piece[65536];
+    while (pending.size() < size) {
+        if (const std::size_t end = pending.find("\r\n\r\n"); end != std::string::npos && size == std::string::npos) {
+            const std::size_t length = pending.find("Content-Length: ");
+            size = end + 4 + (length < end ? std::stoul(pending.substr(length + 16, end - length)) : 0);
+            continue;
+        }
+        const ssize_t n = read(from, piece, sizeof piece);
+        if (n <= 0) break;
+        pending.append(piece, static_cast<std::size_t>(n));
     }
+    const std::string reply = pending.substr(0, size);
+    pending.erase(0, size);
     return reply;
 }
 
 bool Session::Quiet(int milliseconds) const {
     pollfd output{from, POLLIN, 0};
-    return poll(&output, 1, milliseconds) == 0;
+    return pending.empty() && poll(&output, 1, milliseconds) == 0;
 }
 
 void Session::Signal(int number) const {

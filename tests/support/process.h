@@ -39,17 +39,20 @@ RunResult RunAnalyzerOn(const std::vector<std::string>& args, int input, int out
 // An analyzer at the other end of two pipes.
 class Session {
  public:
-    Session(const std::vector<std::string>& args, const std::string& root);
+    // The analyzer is killed after so many seconds, 0: never.
+    Session(const std::vector<std::string>& args, const std::string& root, unsigned patience = 120);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
-    void Send(const std::string& bytes);  // small messages only: waits until the pipe has taken them
+    void Send(const std::string& bytes);  // waits until the pipe has taken them
     std::string Reply();                  // headers and body of the next reply; what there was at the end of output
     bool Quiet(int milliseconds) const;   // whether nothing comes for so long
     void Signal(int number) const;        // to the process
     int Finish();                         // closes the input, waits, returns the exit status
+    pid_t Process() const { return child; }
 
  private:
     pid_t child;
     int to, from;
+    std::string pending;  // read, but behind the latest reply
 };
