@@ -3,6 +3,7 @@
 // --benchmark_filter and --benchmark_format.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -60,12 +61,19 @@ kernels::ClusterSet RandomSet(int clusters) {
     return set;
 }
 
-// The 64 samples of a cell, close around so many clusters.
-struct Samples {
-    kernels::PixelBlock px[kernels::kFrames];
-    const kernels::PixelBlock* blocks[kernels::kFrames] = {px, px + 1, px + 2, px + 3};
+// Whole main cells of a row of 320 pixels, and all of a frame's, which lie in two lattices.
+constexpr int kRow = 80, kCells = 80 * 60 + 79 * 59;
+constexpr std::size_t kWidth = 4 * kRow;
 
-    explicit Samples(int clusters) {
+// A row of cells, and 64 samples for each close around its clusters.
+struct Cells {
+    std::vector<kernels::ClusterSet> sets;
+    std::vector<kernels::CandidateList> lists{kRow};
+    std::vector<kernels::PixelBlock> px{kRow * kernels::kFrames};
+    const kernels::CellRun run;
+
+    explicit Cells(int clusters)
+        : sets(kRow, RandomSet(clusters)), run{kRow, sets.data(), lists.data(), px.data(), kRow} {
         for (kernels::PixelBlock& block : px)
             for (std::uint32_t& p : block.p) {
                 const int mean = 20 + 40 * Random(0, clusters - 1);
@@ -74,10 +82,6 @@ struct Samples {
             }
     }
 };
-
-// Whole main cells of a row of 320 pixels, and all of a frame's, which lie in two lattices.
-constexpr int kRow = 80, kCells = 80 * 60 + 79 * 59;
-constexpr std::size_t kWidth = 4 * kRow;
 
 void Load(benchmark::State& state, const Table* table) {
     std::vector<unsigned char> rows(4 * 3 * kWidth);
@@ -120,40 +124,37 @@ void Sums(benchmark::State& state, const Table* table) {
     }
 }
 
-// Per sample. The samples stay near the clusters, so that none is opened.
-void Maintain(benchmark::State& state, const Table* table, int clusters) {
-    kernels::ClusterSet set = RandomSet(clusters);
-    const Samples samples(clusters);
-    kernels::CandidateList list;
-    const PerPixel meter(state, kernels::kFrames * kernels::kPixels);
-    for (auto _ : state) {
-        table->maintain(set, samples.blocks, 60, false, true, list);
-        benchmark::ClobberMemory();
-    }
-}
+constexpr int kSamples = kRow * kernels::kFrames * kernels::kPixels;
 
 // Per sample; the first clustering.
 void Cluster(benchmark::State& state, const Table* table, int clusters) {
-    kernels::ClusterSet set{};
-    const Samples samples(clusters);
-    const PerPixel meter(state, kernels::kFrames * kernels::kPixels);
+    const Cells cells(clusters);
+    const PerPixel meter(state, kSamples);
     for (auto _ : state) {
-        table->cluster(set, samples.blocks, 60, false, random);
+        table->cluster(cells.run, 60, false, random);
         benchmark::ClobberMemory();
     }
 }
 
-// Per sample, with two of six clusters merged for one that is opened in each call; includes a copy of the set.
-void Merge(benchmark::State& state, const Table* table) {
-    const kernels::ClusterSet start = RandomSet(kernels::kClusters);
-    Samples samples(kernels::kClusters);
-    samples.px[2].p[5] = 0xff0000;
-    kernels::CandidateList list;
-    const PerPixel meter(state, kernels::kFrames * kernels::kPixels);
+// Per sample. The samples stay near the clusters, so that none is opened.
+void Maintain(benchmark::State& state, const Table* table, int clusters) {
+    const Cells cells(clusters);
+    const PerPixel meter(state, kSamples);
     for (auto _ : state) {
-        kernels::ClusterSet set = start;
-        table->maintain(set, samples.blocks, 20000, false, true, list);
-        benchmark::DoNotOptimize(set);
+        table->maintain(cells.run, 60, false, true);
+        benchmark::ClobberMemory();
+    }
+}
+
+// Per sample, with two of six clusters merged and one opened each time; includes a copy of the sets.
+void Merge(benchmark::State& state, const Table* table) {
+    Cells cells(kernels::kClusters);
+    const std::vector<kernels::ClusterSet> start = cells.sets;
+    for (int j = 0; j < kRow; j++) cells.px[static_cast<std::size_t>(2 * kRow + j)].p[5] = 0xff0000;
+    const PerPixel meter(state, kSamples);
+    for (auto _ : state) {
+        std::copy(start.begin(), start.end(), cells.sets.begin());
+        table->maintain(cells.run, 20000, false, true);
         benchmark::ClobberMemory();
     }
 }

@@ -38,18 +38,11 @@ class Kernels : public testing::TestWithParam<const Table*> {
 
     // A channel value: anything, near an end, or from a small set in which ties are frequent.
     int Value(int kind, int low, int high) {
-        switch (kind) {
-            case 0:
-                return random.Range(low, high);
-            case 1:
-                return random.Range(low, low + 2);
-            case 2:
-                return random.Range(high - 2, high);
-            case 3:
-                return random.Below(2) != 0 ? low : high;
-            default:
-                return std::clamp(random.Range(0, 2) * 4 + 126, low, high);
-        }
+        if (kind == 0) return random.Range(low, high);
+        if (kind == 1) return random.Range(low, low + 2);
+        if (kind == 2) return random.Range(high - 2, high);
+        if (kind == 3) return random.Below(2) != 0 ? low : high;
+        return std::clamp(random.Range(0, 2) * 4 + 126, low, high);
     }
 
     PixelBlock Pixels(int kind) {
@@ -139,12 +132,9 @@ TEST_P(Kernels, LoadStaysInsideTheFrame) {
         }
 }
 
-// What must not be read is such that it would win.
-constexpr int kStale = 0x5a;
-
 CandidateList ListOf(const ClusterSet& set, bool gray) {
     CandidateList list;
-    std::memset(&list, kStale, sizeof list);
+    std::memset(&list, 0x5a, sizeof list);  // what must not be read is such that it would win
     kernels::ListCandidates(set, gray, list);
     return list;
 }
@@ -168,15 +158,11 @@ TEST(CandidateLists, Bounds) {
         {"no support", {0, 0, 0}, 0, false, -1},
     };
     for (const Case& c : cases) {
-        ClusterSet set;
-        std::memset(&set, kStale, sizeof set);
+        ClusterSet set{};
         set.n = 2;
         set.support[0] = 100;
         Put(set.support[1], c.support);
-        for (int i = 0; i < 3; i++) {
-            Put(set.mean[i][0], 7 + i);
-            Put(set.mean[i][1], c.mean[i]);
-        }
+        for (int i = 0; i < 3; i++) Put(set.mean[i][1], c.mean[i]);
         EXPECT_EQ(ListOf(set, c.gray).n, c.n) << c.what;
     }
 }
@@ -306,33 +292,34 @@ TEST_P(Kernels, MeasureAndDerive) {
     }
 }
 
-// The first difference, everything counted that is stored, also behind the clusters in use. A value's number: n and the
-// list's n are 0 and 1, then come eight for each cluster and three for each entry of the list.
-std::string Difference(const ClusterSet& a, const CandidateList& a_list, const ClusterSet& b,
-                       const CandidateList& b_list) {
-    const auto values = [](const ClusterSet& set, const CandidateList& list) {
-        std::vector<int> v{set.n, list.n};
-        for (int j = 0; j < kernels::kClusters; j++) {
-            v.insert(v.end(), {set.support[j], set.added[j]});
-            for (int c = 0; c < 3; c++) v.insert(v.end(), {set.mean[c][j], set.sum[c][j]});
-        }
-        for (int j = 0; j < list.n; j++) v.insert(v.end(), {list.constant[j], list.rb[j], list.g[j]});
-        return v;
-    };
-    const std::vector<int> got = values(a, a_list), want = values(b, b_list);
-    const auto [x, y] = std::mismatch(got.begin(), got.end(), want.begin(), want.end());
-    if (x == got.end()) return {};
-    return "value " + std::to_string(x - got.begin()) + ": " + std::to_string(*x) + ", plain " + std::to_string(*y);
+// Everything that is stored, also behind the clusters in use: n and the list's n, then eight values for each cluster
+// and three for each entry of the list.
+std::vector<int> Values(const ClusterSet& set, const CandidateList& list) {
+    std::vector<int> v{set.n, list.n};
+    for (int j = 0; j < kernels::kClusters; j++) {
+        v.insert(v.end(), {set.support[j], set.added[j]});
+        for (int c = 0; c < 3; c++) v.insert(v.end(), {set.mean[c][j], set.sum[c][j]});
+    }
+    for (int j = 0; j < list.n; j++) v.insert(v.end(), {list.constant[j], list.rb[j], list.g[j]});
+    return v;
 }
 
 class Maintenance : public Kernels {
  protected:
-    // 64 samples: anything, or close around the cell's clusters with a few far away.
-    void Fill(const ClusterSet& set, int kind) {
+    void SetCells(int n, int kind, bool wide, bool far) {
+        sets.clear();
+        while (n-- > 0) sets.push_back(RandomSet(kind, wide, far));
+    }
+
+    // 64 samples for each cell: anything, or close around its clusters with a few far away.
+    void SetSamples(int kind) {
         const bool close = random.Below(2) == 0;
         const int spread = random.Below(12), strays = random.Below(5);
-        for (PixelBlock& block : px)
-            for (std::uint32_t& p : block.p) {
+        stride = sets.size() + random.Below(3);
+        px.resize(3 * stride + sets.size());
+        for (std::size_t i = 0; i < px.size(); i++)
+            for (std::uint32_t& p : px[i].p) {
+                const ClusterSet& set = sets[std::min(i % stride, sets.size() - 1)];
                 const int j = random.Below(set.n);
                 const bool stray = !close || random.Below(64) < strays;
                 p = static_cast<std::uint32_t>(random.Below(256)) << 24;  // to be ignored
@@ -343,15 +330,19 @@ class Maintenance : public Kernels {
             }
     }
 
-    // Maintains the set with the samples; returns what is not as in the plain form.
-    std::string Maintain(ClusterSet& set, int limit, bool gray, bool forget, CandidateList& list) {
-        ClusterSet want = set;
-        CandidateList want_list;
-        plain.maintain(want, samples, limit, gray, forget, want_list);
-        kernels::ListCandidates(want, gray, want_list);
-        std::memset(&list, kStale, sizeof list);
-        table.maintain(set, samples, limit, gray, forget, list);
-        return Difference(set, list, want, want_list);
+    // Has the plain version and this one act on the cells; then `sets` is theirs.
+    template <class F>
+    void Act(bool gray, F act) {
+        std::vector<ClusterSet> want = sets;
+        std::vector<CandidateList> lists(sets.size(), ListOf({}, gray)), plain_lists = lists;
+        const int n = static_cast<int>(sets.size());
+        act(plain, kernels::CellRun{n, want.data(), plain_lists.data(), px.data(), stride});
+        act(table, kernels::CellRun{n, sets.data(), lists.data(), px.data(), stride});
+        for (std::size_t j = 0; j < sets.size(); j++) {
+            const std::vector<int> got = Values(sets[j], lists[j]), expected = Values(want[j], ListOf(want[j], gray));
+            ASSERT_EQ(got, expected) << "cell " << j << " of " << n << ", from value "
+                                     << std::mismatch(got.begin(), got.end(), expected.begin()).first - got.begin();
+        }
     }
 
     int Limit(bool gray) {
@@ -359,69 +350,60 @@ class Maintenance : public Kernels {
         return limits[random.Below(gray ? 5 : 8)];
     }
 
-    PixelBlock px[kernels::kFrames];
-    const PixelBlock* const samples[kernels::kFrames] = {&px[2], &px[0], &px[3], &px[1]};
+    std::vector<ClusterSet> sets;
+    std::vector<PixelBlock> px;
+    std::size_t stride;
 };
 
 INSTANTIATE_TEST_SUITE_P(Every, Maintenance, testing::ValuesIn(Tables()), NameOf);
 
-// Over whatever stands in the cell; the same draws leave the generator in the same state.
+// Over whatever stands in the cells; the same draws leave the generator in the same state.
 TEST_P(Maintenance, FirstClusterings) {
     int counts[kernels::kClusters] = {};
-    for (int turn = 0; turn < 10000 * rounds; turn++) {
+    for (int turn = 0; turn < 4000 * rounds; turn++) {
         const bool gray = turn % 3 == 2;
         const int kind = random.Below(5), limit = Limit(gray);
-        ClusterSet set = RandomSet(kind, false, false), want = set;
-        Fill(set, random.Below(2) != 0 ? kind : random.Below(5));
-        const auto next_draw = [&](const Table& t, ClusterSet& of) {
+        SCOPED_TRACE("turn " + std::to_string(turn) + (gray ? ", gray, limit " : ", limit ") + std::to_string(limit));
+        SetCells(random.Range(1, 5), kind, false, false);
+        SetSamples(random.Below(2) != 0 ? kind : random.Below(5));
+        std::vector<long> next;
+        Act(gray, [&](const Table& t, const kernels::CellRun& run) {
             srandom(static_cast<unsigned>(turn));
-            t.cluster(of, samples, limit, gray, ::random);
-            return ::random();
-        };
-        ASSERT_EQ(next_draw(table, set), next_draw(plain, want)) << "turn " << turn;
-        ASSERT_EQ(Difference(set, {}, want, {}), "") << "turn " << turn << (gray ? ", gray, " : ", ") << limit;
-        counts[set.n]++;
+            t.cluster(run, limit, gray, ::random);
+            next.push_back(::random());
+        });
+        ASSERT_EQ(next[0], next[1]);
+        if (HasFatalFailure()) return;
+        for (const ClusterSet& set : sets) counts[set.n]++;
     }
     for (const int n : {1, 2, 3}) EXPECT_GT(counts[n], 100 * rounds) << n << " clusters";
 }
 
-TEST_P(Maintenance, SingleCells) {
-    int merged = 0, opened = 0, beyond = 0;
-    for (int turn = 0; turn < 60000 * rounds; turn++) {
-        const bool gray = turn % 3 == 2, forget = random.Below(2) != 0;
+// Any cells, once; or the life of cells: every frame maintains, and most forget.
+TEST_P(Maintenance, Runs) {
+    int merged = 0, opened = 0, beyond = 0, forgotten = 0;
+    for (int turn = 0; turn < 16000 * rounds; turn++) {
+        const bool gray = turn % 3 == 2, life = turn % 240 < 3;
         const int kind = random.Below(5), limit = Limit(gray);
-        const ClusterSet start = RandomSet(kind, random.Below(2) != 0, random.Below(2) != 0);
-        Fill(start, random.Below(2) != 0 ? kind : random.Below(5));
-        ClusterSet set = start;
-        CandidateList list;
-        ASSERT_EQ(Maintain(set, limit, gray, forget, list), "")
-            << "turn " << turn << (gray ? ", gray" : "") << (forget ? ", forget" : "") << ", limit " << limit;
-        opened += set.n > start.n;
-        merged += !forget && start.n == 6 && set.support[5] < start.support[5];
-        beyond += list.n < 0;
-    }
-    EXPECT_GT(opened, 0);
-    EXPECT_GT(merged, 0);
-    EXPECT_GT(beyond, 0) << "no merged mean left the bounds";
-}
-
-// The life of a cell: every frame maintains, and most forget.
-TEST_P(Maintenance, Chains) {
-    int forgotten = 0;
-    for (int chain = 0; chain < 400 * rounds; chain++) {
-        const bool gray = chain % 3 == 2;
-        const int kind = random.Below(5), limit = Limit(gray);
-        ClusterSet set = RandomSet(kind, chain % 8 == 0, false);
-        CandidateList list{};
-        for (int call = 0; call < 50 && list.n >= 0 && set.n > 0; call++) {
-            Fill(set, random.Below(8) != 0 ? kind : random.Below(5));
-            const int before = set.n;
-            ASSERT_EQ(Maintain(set, limit, gray, random.Below(8) != 0, list), "")
-                << "chain " << chain << ", call " << call;
-            forgotten += set.n < before;
+        SetCells(random.Range(1, 5), kind, random.Below(life ? 8 : 2) == 0, !life && random.Below(2) != 0);
+        for (int call = 0; call < (life ? 50 : 1) && !sets.empty(); call++) {
+            const bool forget = random.Below(life ? 8 : 2) != 0;
+            SCOPED_TRACE("turn " + std::to_string(turn) + ", call " + std::to_string(call) + (gray ? ", gray" : "") +
+                         (forget ? ", forget" : "") + ", limit " + std::to_string(limit));
+            SetSamples(random.Below(life ? 8 : 2) != 0 ? kind : random.Below(5));
+            const std::vector<ClusterSet> start = sets;
+            Act(gray, [&](const Table& t, const kernels::CellRun& run) { t.maintain(run, limit, gray, forget); });
+            if (HasFatalFailure()) return;
+            for (std::size_t j = 0; j < sets.size(); j++) {
+                opened += sets[j].n > start[j].n;
+                merged += !forget && start[j].n == 6 && sets[j].support[5] < start[j].support[5];
+                beyond += ListOf(sets[j], gray).n < 0;
+                forgotten += sets[j].n < start[j].n;
+            }
+            std::erase_if(sets, [&](const ClusterSet& set) { return set.n == 0 || ListOf(set, gray).n < 0; });
         }
     }
-    EXPECT_GT(forgotten, 0);
+    for (const int times : {merged, opened, beyond, forgotten}) EXPECT_GT(times, 100 * rounds);
 }
 
 // The choice is made once in a process; the tests above must not make it in this one.
