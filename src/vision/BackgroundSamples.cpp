@@ -97,42 +97,50 @@ void BackgroundModel::GatherRow(const KsColorImage& CI, int lattice, int row, co
     const int first = l.first + row * l.cols;
     std::uint8_t* const stage = s.stage.data() + first;
     if (flags != nullptr) flags += first;
-    int run = 0;  // full cells just before the current one, which wait to be acted on together
+    s.full.clear();
     for (int j = 0; j < l.cols; j++) {
-        const bool update = flags == nullptr || flags[j] != 0;
-        if (update && stage[j] == kernels::kFrames - 1) {
-            run++;
-            continue;
-        }
-        if (run > 0) ActOnRun(lattice, row, j - run, run, action);
-        run = 0;
-        if (!update) {
+        if (flags != nullptr && flags[j] == 0) {
             if (stage[j] > 0 && stage[j] < Storage::kOwn) TakeOut(first + j);
-        } else if (stage[j] < Storage::kOwn) {
+        } else if (stage[j] < kernels::kFrames - 1) {
             stage[j]++;
+        } else if (stage[j] == kernels::kFrames - 1) {
+            s.full.push_back(j);
         } else if (stage[j] == Storage::kRecord) {
+            ActOnRow(lattice, row, action);  // what stands before it
             GatherRecord(CI, first + j, action);
         } else {
-            auto& px = s.samples[first + j];
-            s.Load(l, row, j, 1, 0, &px[static_cast<std::size_t>(stage[j] - Storage::kOwn)]);
-            if (++stage[j] < Storage::kOwn + kernels::kFrames) continue;
-            stage[j] = 0;
-            ActOn({1, &s.sets[first + j], &s.List(l, row, j), px.data(), 1}, action);
+            s.Load(l, row, j, 1, 0, &s.samples[first + j][static_cast<std::size_t>(stage[j] - Storage::kOwn)]);
+            if (++stage[j] == Storage::kOwn + kernels::kFrames) s.full.push_back(j);
         }
     }
-    if (run > 0) ActOnRun(lattice, row, l.cols - run, run, action);
+    ActOnRow(lattice, row, action);
 }
 
-// Full cells side by side whose samples are the pixels of the latest four frames.
-void BackgroundModel::ActOnRun(int lattice, int row, int first_col, int count, Action action) {
+// Acts on the full cells noted so far.
+void BackgroundModel::ActOnRow(int lattice, int row, Action action) {
     Storage& s = *own;
+    if (s.full.empty()) return;
     const Storage::Lattice& l = s.lattices[lattice];
-    kernels::PixelBlock* const px = s.strip.data();
-    for (int i = 0; i < kernels::kFrames; i++)
-        s.Load(l, row, first_col, count, kernels::kFrames - 1 - i, px + i * count);
-    const int first = l.first + row * l.cols + first_col;
-    std::memset(s.stage.data() + first, 0, static_cast<std::size_t>(count));
-    ActOn({count, &s.sets[first], &s.List(l, row, first_col), px, static_cast<std::size_t>(count)}, action);
+    const int first = l.first + row * l.cols, count = static_cast<int>(s.full.size());
+    std::uint8_t* const stage = s.stage.data() + first;
+    const int* const cells = s.full.data();
+    const auto stride = static_cast<std::size_t>(count);
+    for (int e = 0, end; e < count; e = end) {
+        const int j = cells[e];
+        end = e + 1;
+        if (stage[j] >= Storage::kOwn) {
+            for (std::size_t i = 0; i < kernels::kFrames; i++)
+                s.strip[i * stride + static_cast<std::size_t>(e)] = s.samples[first + j][i];
+            continue;
+        }
+        // Cells side by side whose samples are the pixels of the latest four frames.
+        while (end < count && cells[end] == j + end - e && stage[cells[end]] < Storage::kOwn) end++;
+        for (int i = 0; i < kernels::kFrames; i++)
+            s.Load(l, row, j, end - e, kernels::kFrames - 1 - i, &s.strip[static_cast<std::size_t>(i * count + e)]);
+    }
+    for (int e = 0; e < count; e++) stage[cells[e]] = 0;
+    ActOn({count, cells, &s.sets[first], &s.List(l, row, 0), s.strip.data(), stride}, action);
+    s.full.clear();
 }
 
 // The kernels take cells that fit them; all others go the plain way.
@@ -144,24 +152,26 @@ void BackgroundModel::ActOn(const kernels::CellRun& run, Action action) {
         kernel.cluster(run, maxdist, gray, random_draws::Random);
         return;
     }
-    for (int j = 0; j < run.n;) {
-        int end = j;
-        while (action >= Action::kMaintain && fits && end < run.n && run.lists[end].n >= 0 && run.sets[end].n > 0)
-            end++;
+    for (int j = 0, end; j < run.n; j = end) {
+        const auto fitting = [&](int e) {
+            const int k = run.cells[e];
+            return action >= Action::kMaintain && fits && run.lists[k].n >= 0 && run.sets[k].n > 0;
+        };
+        for (end = j; end < run.n && fitting(end);) end++;
         if (end > j) {
-            kernel.maintain({end - j, run.sets + j, run.lists + j, run.samples + j, run.stride}, maxdist, gray,
+            kernel.maintain({end - j, run.cells + j, run.sets, run.lists, run.samples + j, run.stride}, maxdist, gray,
                             action == Action::kMaintainAndForget);
-            j = end;
             continue;
         }
+        kernels::ClusterSet& set = run.sets[run.cells[j]];
         KsBackgroundCell cell{};
-        cell.TakeClusters(run.sets[j]);
+        cell.TakeClusters(set);
         for (std::size_t i = 0; i < kernels::kFrames; i++)
             cell.TakeSamples(run.samples[i * run.stride + static_cast<std::size_t>(j)], gray);
         ActOnRecord(cell, action);
-        cell.GiveClusters(run.sets[j]);
-        kernels::ListCandidates(run.sets[j], gray, run.lists[j]);
-        j++;
+        cell.GiveClusters(set);
+        kernels::ListCandidates(set, gray, run.lists[run.cells[j]]);
+        end = j + 1;
     }
 }
 

@@ -179,7 +179,7 @@ class BackgroundModel {
     void Gather(const KsColorImage& CI, const std::uint8_t* flags, Action action);
     void GatherRow(const KsColorImage& CI, int lattice, int row, const std::uint8_t* flags, Action action);
     void GatherRecord(const KsColorImage& CI, int k, Action action);
-    void ActOnRun(int lattice, int row, int first, int count, Action action);
+    void ActOnRow(int lattice, int row, Action action);
     void ActOn(const kernels::CellRun& run, Action action);
     void ActOnRecord(KsBackgroundCell& cell, Action action) const;
     void TakeOut(int k);

@@ -76,5 +76,6 @@ struct BackgroundModel::Storage {
     std::shared_ptr<unsigned char[]> ring[4];
     unsigned latest = 0;
     std::vector<std::uint8_t> flags;         // scratch: cells to update
+    std::vector<int> full;                   // scratch: columns of a row's cells that are full
     std::vector<kernels::PixelBlock> strip;  // scratch: samples of a row of cells
 };

@@ -49,9 +49,10 @@ struct CandidateList {
 // Cells with their 64 samples each, to be clustered or maintained. Their lists are brought up to date with them.
 struct CellRun {
     int n;
+    const int* cells;  // the j-th cell's clusters are sets[cells[j]], its list is lists[cells[j]]
     ClusterSet* sets;
     CandidateList* lists;
-    const PixelBlock* samples;  // samples[i * stride + j]: of cell j, from the i-th of four frames
+    const PixelBlock* samples;  // samples[i * stride + j]: of the j-th cell, from the i-th of four frames
     std::size_t stride;
 };
 

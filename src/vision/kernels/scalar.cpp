@@ -96,13 +96,14 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
 template <class F>
 void ForEachCell(const CellRun& run, bool gray, F act) {
     for (int j = 0; j < run.n; j++) {
+        ClusterSet& set = run.sets[run.cells[j]];
         KsBackgroundCell cell{};
-        cell.TakeClusters(run.sets[j]);
+        cell.TakeClusters(set);
         for (std::size_t i = 0; i < kFrames; i++)
             cell.TakeSamples(run.samples[i * run.stride + static_cast<std::size_t>(j)], gray);
         act(cell);
-        cell.GiveClusters(run.sets[j]);
-        ListCandidates(run.sets[j], gray, run.lists[j]);
+        cell.GiveClusters(set);
+        ListCandidates(set, gray, run.lists[run.cells[j]]);
     }
 }
 

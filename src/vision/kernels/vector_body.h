@@ -171,6 +171,7 @@ inline V AddHalves(V a, V b) {
 
 constexpr int kChunks = kPixels / N;
 
+#if KERNELS_LANES < 16
 // Three bytes a pixel become four. A row's twelve bytes are read exactly: nothing behind the frame is touched.
 inline void LoadCell(const unsigned char* rgb, std::size_t stride, PixelBlock& px) {
     for (int r = 0; r < 4; r++, rgb += stride) {
@@ -178,7 +179,7 @@ inline void LoadCell(const unsigned char* rgb, std::size_t stride, PixelBlock& p
         std::uint32_t b;
         std::memcpy(&a, rgb, 8);
         std::memcpy(&b, rgb + 8, 4);
-#if defined(__SSSE3__)
+#if defined(__SSE4_1__)
         const __m128i packed = _mm_insert_epi32(_mm_cvtsi64_si128(static_cast<long long>(a)), static_cast<int>(b), 2);
         const __m128i spread = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
         const __m128i row = _mm_shuffle_epi8(packed, spread);
@@ -191,16 +192,17 @@ inline void LoadCell(const unsigned char* rgb, std::size_t stride, PixelBlock& p
 #endif
     }
 }
-
-#if KERNELS_LANES == 16
-// Four cells at a time: 48 bytes of each row, spread to four bytes a pixel; then the 4 x 4 quarters change places.
-inline void LoadFourCells(const unsigned char* rgb, std::size_t stride, PixelBlock* px) {
+#else
+// Up to four cells at a time: 48 bytes of each row, spread to four bytes a pixel; then the 4 x 4 quarters change
+// places.
+inline void LoadCells(const unsigned char* rgb, std::size_t stride, int n, PixelBlock* px) {
+    const __mmask64 inside = (__mmask64{1} << (12 * n)) - 1;
     // Bytes 0 1 2, 3 4 5, 6 7 8 and 9 10 11 of each quarter, with a zero behind each three.
     constexpr std::int32_t kSpread[4] = {-0x7ffdff00, -0x7ffafbfd, -0x7ff7f8fa, -0x7ff4f5f7};
     const V spread = {kSpread[0], kSpread[1], kSpread[2], kSpread[3], kSpread[0], kSpread[1], kSpread[2], kSpread[3],
                       kSpread[0], kSpread[1], kSpread[2], kSpread[3], kSpread[0], kSpread[1], kSpread[2], kSpread[3]};
     const auto row = [&](std::size_t r) {
-        const V bytes = (V)_mm512_maskz_loadu_epi8((__mmask64{1} << 48) - 1, rgb + r * stride);
+        const V bytes = (V)_mm512_maskz_loadu_epi8(inside, rgb + r * stride);
         const V cells = __builtin_shufflevector(bytes, bytes, 0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 8, 8, 9, 10, 11, 11);
         return (V)_mm512_shuffle_epi8((__m512i)cells, (__m512i)spread);
     };
@@ -218,22 +220,30 @@ inline void LoadFourCells(const unsigned char* rgb, std::size_t stride, PixelBlo
     };
     const V a = row(0), b = row(1), c = row(2), d = row(3);
     Store(px, even(low(a, b), low(c, d)));
-    Store(px + 1, odd(low(a, b), low(c, d)));
-    Store(px + 2, even(high(a, b), high(c, d)));
-    Store(px + 3, odd(high(a, b), high(c, d)));
+    if (n > 1) Store(px + 1, odd(low(a, b), low(c, d)));
+    if (n > 2) Store(px + 2, even(high(a, b), high(c, d)));
+    if (n > 3) Store(px + 3, odd(high(a, b), high(c, d)));
 }
 #endif
 
 void LoadPixels(const unsigned char* rgb, std::size_t stride, int n, PixelBlock* px) {
-    int j = 0;
 #if KERNELS_LANES == 16
-    for (; j + 4 <= n; j += 4) LoadFourCells(rgb + 12 * j, stride, px + j);
+    for (; n >= 4; n -= 4, rgb += 48, px += 4) LoadCells(rgb, stride, 4, px);
+    if (n > 0) LoadCells(rgb, stride, n, px);
+#else
+    for (int j = 0; j < n; j++) LoadCell(rgb + 12 * j, stride, px[j]);
 #endif
-    for (; j < n; j++) LoadCell(rgb + 12 * j, stride, px[j]);
 }
 
 // Quadrant sums of 16 pixels given as red-blue and green halves per lane.
 inline void SumQuadrants(const V (&rb)[kChunks], const V (&g)[kChunks], QuadrantSums& q) {
+#if KERNELS_LANES == 16
+    V a = AddHalves(rb[0], SwapPairs(rb[0])), b = AddHalves(g[0], SwapPairs(g[0]));
+    a = AddHalves(a, SwapRows(a));
+    b = AddHalves(b, SwapRows(b));
+    const V all = __builtin_shufflevector(a, b, 0, 16, 2, 18, 8, 24, 10, 26, 0, 0, 0, 0, 0, 0, 0, 0);
+    std::memcpy(&q, &all, sizeof q);
+#else
     alignas(64) std::int32_t srb[kPixels], sg[kPixels];
     for (int i = 0; i < kChunks; i++) {
         V a = AddHalves(rb[i], SwapPairs(rb[i])), b = AddHalves(g[i], SwapPairs(g[i]));
@@ -255,41 +265,33 @@ inline void SumQuadrants(const V (&rb)[kChunks], const V (&g)[kChunks], Quadrant
         std::memcpy(q.q[i], srb + lane, 4);
         std::memcpy(q.q[i] + 2, sg + lane, 4);
     }
+#endif
 }
 
 // The candidates of a comparison side by side, in order, and a few behind them that never win.
-class Candidates {
- public:
-    // False where a list is out of bounds.
-    bool Gather(const CandidateList* const (&lists)[5]) {
-        int unfit = 0;
-        total = 0;
-        for (const CandidateList* list : lists) {
-            unfit |= list->n;
-            Append(LoadAs<V8>(list->constant) - total, LoadAs<V8>(list->rb), LoadAs<V8>(list->g));
-            total += list->n > 0 ? list->n : 0;
-        }
-        Append(V8{} + INT_MIN / 2, V8{}, V8{});
-        return unfit >= 0;
-    }
-
-    int total;
+struct Candidates {
     // The last group may begin behind 30 candidates.
     alignas(64) std::int32_t constant[40], rb[40], g[40];
 
- private:
-    void Append(const V8& c, const V8& red_blue, const V8& green) {
-        Store(constant + total, c);
-        Store(rb + total, red_blue);
-        Store(g + total, green);
+    void Put(int at, const V8& c, const V8& red_blue, const V8& green) {
+        Store(constant + at, c);
+        Store(rb + at, red_blue);
+        Store(g + at, green);
+    }
+    int Append(int at, const CandidateList& list) {
+        Put(at, LoadAs<V8>(list.constant) - at, LoadAs<V8>(list.rb), LoadAs<V8>(list.g));
+        return at + list.n;
     }
 };
 
 Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], std::int16_t* const (&planes)[3],
                     std::size_t at, std::size_t width, QuadrantSums& q) {
+    if ((lists[0]->n | lists[1]->n | lists[2]->n | lists[3]->n | lists[4]->n) < 0) return kUnfit;
     Candidates all;
-    if (!all.Gather(lists)) return kUnfit;
-    if (all.total == 0) return kWithout;
+    int total = 0;
+    for (const CandidateList* list : lists) total = all.Append(total, *list);
+    all.Put(total, V8{} + INT_MIN / 2, V8{}, V8{});
+    if (total == 0) return kWithout;
     V rb[kChunks], g[kChunks], best[kChunks], brb[kChunks], bg[kChunks];
     for (int i = 0; i < kChunks; i++) {
         const V p = Load(px.p + N * i);
@@ -299,7 +301,8 @@ Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5]
         brb[i] = bg[i] = V{};
     }
     constexpr int kStep = 4;  // candidates a turn; those behind the last never win
-    for (int c = 0; c < all.total; c += kStep)
+    for (int c = 0; c < total; c += kStep) {
+#pragma GCC unroll 4
         for (int j = c; j < c + kStep; j++) {
             const V wrb = V{} + all.rb[j], wg = V{} + all.g[j], constant = V{} + all.constant[j];
             for (int i = 0; i < kChunks; i++) {
@@ -312,6 +315,7 @@ Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5]
                 best[i] = Max(best[i], score);
             }
         }
+    }
 #if KERNELS_LANES == 16
     // The place of the best stands in its low bits.
     const __m512i place = (__m512i)(31 - (best[0] & 31));

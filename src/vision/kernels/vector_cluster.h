@@ -136,9 +136,9 @@ class Clusterer : private Samples<gray> {
 template <bool gray>
 void ClusterRun(const CellRun& run, int maxdist, long (*draw)()) {
     for (int j = 0; j < run.n; j++) {
-        Clusterer<gray>(run.sets[j], run.samples + j, run.stride, draw).Run(maxdist);
-        const ClusterSet& set = run.sets[j];
-        List(set.n, Widen(set.support), MeansOf<gray>(set), run.lists[j]);
+        ClusterSet& set = run.sets[run.cells[j]];
+        Clusterer<gray>(set, run.samples + j, run.stride, draw).Run(maxdist);
+        List(set.n, Widen(set.support), MeansOf<gray>(set), run.lists[run.cells[j]]);
     }
 }
 

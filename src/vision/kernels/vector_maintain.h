@@ -167,25 +167,32 @@ inline void Fold(const GivenSums& given, ClusterSet& set, bool forget, Candidate
 // A cell of up to kMost clusters: a known number of turns is faster.
 template <bool gray, int kMost>
 inline void MaintainCell(const CellRun& run, int j, int maxdist, bool forget) {
-    ClusterSet& set = run.sets[j];
+    ClusterSet& set = run.sets[run.cells[j]];
+    CandidateList& list = run.lists[run.cells[j]];
     Samples<gray> samples(run.samples + j, run.stride);
     samples.Weigh(MeansOf<gray>(set), set.n);
     samples.Compare(0, kMost);
     V top = samples.Distances(0);
     for (int i = 1; i < kGroups; i++) top = Max(top, samples.Distances(i));
     if (!Any(top > maxdist)) {
-        Fold<gray>(samples.template SumClusters<kMost>(), set, forget, run.lists[j]);
+        Fold<gray>(samples.template SumClusters<kMost>(), set, forget, list);
         return;
     }
     Opening<gray> opening(set, samples);
     opening.Run(maxdist);
-    Fold<gray>(opening.samples.template SumClusters<kClusters>(), set, forget, run.lists[j]);
+    Fold<gray>(opening.samples.template SumClusters<kClusters>(), set, forget, list);
 }
 
 template <bool gray>
 void MaintainRun(const CellRun& run, int maxdist, bool forget) {
     for (int j = 0; j < run.n; j++) {
-        const int n = run.sets[j].n;
+        // The next cells' clusters and lists come from the outer caches, whose latency would show.
+        constexpr int kAhead = 4, kLine = 64;
+        const int next = run.cells[j + kAhead < run.n ? j + kAhead : j];
+        for (int byte = 0; byte < static_cast<int>(sizeof(ClusterSet)); byte += kLine)
+            __builtin_prefetch(reinterpret_cast<const char*>(run.sets + next) + byte, 1);
+        __builtin_prefetch(run.lists + next, 1);
+        const int n = run.sets[run.cells[j]].n;
         if (n > 4)
             MaintainCell<gray, 6>(run, j, maxdist, forget);
         else if (n > 2)
