@@ -21,6 +21,7 @@
 #include "kscolortracker.h"
 #include "support/process.h"
 #include "support/protocol.h"
+#include "support/statetrace.h"
 
 namespace {
 
@@ -37,19 +38,6 @@ struct Size {
     std::fprintf(stderr, "soak: %s\n", what.c_str());
     std::exit(1);
 }
-
-class Hash {
- public:
-    void Add(const void* data, std::size_t size) {
-        const auto* p = static_cast<const unsigned char*>(data);
-        for (std::size_t i = 0; i < size; i++) value = (value ^ p[i]) * 1099511628211ULL;
-    }
-    template <class T>
-    void Add(T v) {
-        Add(&v, sizeof v);
-    }
-    std::uint64_t value = 14695981039346656037ULL;
-};
 
 // MB resident in a process ("self" or its number).
 double Resident(const std::string& pid) {
@@ -126,26 +114,26 @@ class Inside {
     std::string Process() const { return "self"; }
     void End() {}
 
-    Hash hash;
+    StateHash hash;
 
  private:
     void Observe() {
         const ColorDiffTracker& T = *tracker;
-        hash.Add(T.clt);
-        hash.Add(T.cht);
-        hash.Add(T.numobjects);
-        hash.Add(T.NextTmpObId);
+        hash.Double(T.clt);
+        hash.Double(T.cht);
+        hash.Int(T.numobjects);
+        hash.Int(T.NextTmpObId);
         std::int64_t nodes = 0;
         for (int i = 0; i < T.numobjects; i++) {
             Object& ob = T.Ob[T.usedob[i]];
             for (const ContNode* node = ob.fnode; node != nullptr; node = node->link) {
                 nodes++;
-                if (ob.framenum == T.t) hash.Add(node->r * 65536 + node->c);
+                if (ob.framenum == T.t) hash.Int(node->r * 65536 + node->c);
             }
             if (ob.framenum != T.t) continue;
             for (const int v : {ob.id, ob.label, ob.numframes, ob.area, ob.rc, ob.cc, ob.numcells, ob.numparents,
                                 ob.h.minr, ob.h.maxr, ob.h.minc, ob.h.maxc})
-                hash.Add(v);
+                hash.Int(v);
         }
         most_nodes = std::max(most_nodes, nodes);
         most_records = std::max(most_records, T.numobjects);
@@ -155,11 +143,11 @@ class Inside {
     void HashModel() {
         const BackgroundModel& B = *tracker->B;
         for (int k = 0; k < B.cnum; k++) {
-            hash.Add(static_cast<int>(B.cd[k].nsamples));
+            hash.Int(static_cast<int>(B.cd[k].nsamples));
             for (int j = 0; j < B.cd[k].nclusters; j++)
                 for (const int v : {int(B.cd[k].clustersum[j].R), int(B.cd[k].clustersum[j].G),
                                     int(B.cd[k].clustersum[j].B), int(B.cd[k].support[j])})
-                    hash.Add(v);
+                    hash.Int(v);
         }
     }
 
@@ -185,7 +173,7 @@ class Through {
         // A reply leaves the analyzer when that reads on, so its test of the control file is over.
         const std::string reply = session.Reply();
         if (reply.empty()) Fail("the analyzer ended");
-        hash.Add(reply.data(), reply.size());
+        hash.Bytes(reply);
         for (std::size_t at = reply.find("<OBJECT"); at != std::string::npos; at = reply.find("<OBJECT", at + 1))
             objects++;
     }
@@ -195,7 +183,7 @@ class Through {
         if (session.Finish() != 0) Fail("the analyzer did not end with status 0");
     }
 
-    Hash hash;
+    StateHash hash;
 
  private:
     const Size size;
