@@ -193,19 +193,8 @@ inline void LoadCell(const unsigned char* rgb, std::size_t stride, PixelBlock& p
     }
 }
 #else
-// Up to four cells at a time: 48 bytes of each row, spread to four bytes a pixel; then the 4 x 4 quarters change
-// places.
-inline void LoadCells(const unsigned char* rgb, std::size_t stride, int n, PixelBlock* px) {
-    const __mmask64 inside = (__mmask64{1} << (12 * n)) - 1;
-    // Bytes 0 1 2, 3 4 5, 6 7 8 and 9 10 11 of each quarter, with a zero behind each three.
-    constexpr std::int32_t kSpread[4] = {-0x7ffdff00, -0x7ffafbfd, -0x7ff7f8fa, -0x7ff4f5f7};
-    const V spread = {kSpread[0], kSpread[1], kSpread[2], kSpread[3], kSpread[0], kSpread[1], kSpread[2], kSpread[3],
-                      kSpread[0], kSpread[1], kSpread[2], kSpread[3], kSpread[0], kSpread[1], kSpread[2], kSpread[3]};
-    const auto row = [&](std::size_t r) {
-        const V bytes = (V)_mm512_maskz_loadu_epi8(inside, rgb + r * stride);
-        const V cells = __builtin_shufflevector(bytes, bytes, 0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 8, 8, 9, 10, 11, 11);
-        return (V)_mm512_shuffle_epi8((__m512i)cells, (__m512i)spread);
-    };
+// Quarters i of a, b, c and d side by side in to[i].
+inline void ExchangeQuarters(V a, V b, V c, V d, V (&to)[4]) {
     const auto low = [](V p, V q) {
         return __builtin_shufflevector(p, q, 0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23);
     };
@@ -218,11 +207,32 @@ inline void LoadCells(const unsigned char* rgb, std::size_t stride, int n, Pixel
     const auto odd = [](V p, V q) {
         return __builtin_shufflevector(p, q, 4, 5, 6, 7, 12, 13, 14, 15, 20, 21, 22, 23, 28, 29, 30, 31);
     };
+    to[0] = even(low(a, b), low(c, d));
+    to[1] = odd(low(a, b), low(c, d));
+    to[2] = even(high(a, b), high(c, d));
+    to[3] = odd(high(a, b), high(c, d));
+}
+
+// Up to four cells at a time: 48 bytes of each row, spread to four bytes a pixel; then the 4 x 4 quarters change
+// places.
+inline void LoadCells(const unsigned char* rgb, std::size_t stride, int n, PixelBlock* px) {
+    const __mmask64 inside = (__mmask64{1} << (12 * n)) - 1;
+    // Bytes 0 1 2, 3 4 5, 6 7 8 and 9 10 11 of each quarter, with a zero behind each three.
+    constexpr std::int32_t kSpread[4] = {-0x7ffdff00, -0x7ffafbfd, -0x7ff7f8fa, -0x7ff4f5f7};
+    const V spread = {kSpread[0], kSpread[1], kSpread[2], kSpread[3], kSpread[0], kSpread[1], kSpread[2], kSpread[3],
+                      kSpread[0], kSpread[1], kSpread[2], kSpread[3], kSpread[0], kSpread[1], kSpread[2], kSpread[3]};
+    const auto row = [&](std::size_t r) {
+        const V bytes = (V)_mm512_maskz_loadu_epi8(inside, rgb + r * stride);
+        const V spaced = __builtin_shufflevector(bytes, bytes, 0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 8, 8, 9, 10, 11, 11);
+        return (V)_mm512_shuffle_epi8((__m512i)spaced, (__m512i)spread);
+    };
     const V a = row(0), b = row(1), c = row(2), d = row(3);
-    Store(px, even(low(a, b), low(c, d)));
-    if (n > 1) Store(px + 1, odd(low(a, b), low(c, d)));
-    if (n > 2) Store(px + 2, even(high(a, b), high(c, d)));
-    if (n > 3) Store(px + 3, odd(high(a, b), high(c, d)));
+    V cells[4];
+    ExchangeQuarters(a, b, c, d, cells);
+    Store(px, cells[0]);
+    if (n > 1) Store(px + 1, cells[1]);
+    if (n > 2) Store(px + 2, cells[2]);
+    if (n > 3) Store(px + 3, cells[3]);
 }
 #endif
 
@@ -284,8 +294,12 @@ struct Candidates {
     }
 };
 
-Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], std::int16_t* const (&planes)[3],
-                    std::size_t at, std::size_t width, QuadrantSums& q) {
+// Cluster minus pixel: red and blue in the halves of a lane; green in the low half.
+struct Difference {
+    V rb[kChunks], g[kChunks];
+};
+
+inline Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], Difference& d) {
     if ((lists[0]->n | lists[1]->n | lists[2]->n | lists[3]->n | lists[4]->n) < 0) return kUnfit;
     Candidates all;
     int total = 0;
@@ -300,9 +314,9 @@ Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5]
         best[i] = V{} + INT_MIN;
         brb[i] = bg[i] = V{};
     }
-    constexpr int kStep = 4;  // candidates a turn; those behind the last never win
+    constexpr int kStep = 2;  // candidates a turn; those behind the last never win
     for (int c = 0; c < total; c += kStep) {
-#pragma GCC unroll 4
+#pragma GCC unroll 2
         for (int j = c; j < c + kStep; j++) {
             const V wrb = V{} + all.rb[j], wg = V{} + all.g[j], constant = V{} + all.constant[j];
             for (int i = 0; i < kChunks; i++) {
@@ -322,27 +336,77 @@ Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5]
     brb[0] = (V)_mm512_permutex2var_epi32(_mm512_load_si512(all.rb), place, _mm512_load_si512(all.rb + 16));
     bg[0] = (V)_mm512_permutex2var_epi32(_mm512_load_si512(all.g), place, _mm512_load_si512(all.g + 16));
 #endif
-    alignas(64) std::int16_t d[3][kPixels];
     for (int i = 0; i < kChunks; i++) {
-        rb[i] = (V)(((W)brb[i] >> 6) - (W)rb[i]);
-        g[i] = (V)(((W)bg[i] >> 6) - (W)g[i]);
-        Store(d[0] + N * i, __builtin_convertvector(rb[i], H));
-        Store(d[1] + N * i, __builtin_convertvector(g[i], H));
-        Store(d[2] + N * i, __builtin_convertvector(rb[i] >> 16, H));
+        d.rb[i] = (V)(((W)brb[i] >> 6) - (W)rb[i]);
+        d.g[i] = (V)(((W)bg[i] >> 6) - (W)g[i]);
     }
-    for (int channel = 0; channel < 3; channel++)
-        if (planes[channel] != nullptr)
-            for (std::size_t r = 0; r < 4; r++) std::memcpy(planes[channel] + at + r * width, d[channel] + 4 * r, 8);
-    SumQuadrants(rb, g, q);
     return kCompared;
 }
 
+// The differences of cell j of a row, and their sums.
+inline void StoreCell(const ComparisonRow& row, int j, const Difference& d) {
+    alignas(64) std::int16_t channels[3][kPixels];
+    for (int i = 0; i < kChunks; i++) {
+        Store(channels[0] + N * i, __builtin_convertvector(d.rb[i], H));
+        Store(channels[1] + N * i, __builtin_convertvector(d.g[i], H));
+        Store(channels[2] + N * i, __builtin_convertvector(d.rb[i] >> 16, H));
+    }
+    for (std::size_t channel = 0; channel < 3; channel++)
+        if (std::int16_t* const plane = row.planes[channel])
+            for (std::size_t r = 0; r < 4; r++)
+                std::memcpy(plane + 4 * j + r * row.width, channels[channel] + 4 * r, 8);
+    SumQuadrants(d.rb, d.g, row.quadrants[j]);
+}
+
+#if KERNELS_LANES == 16
+// The same of cells j .. j + 3.
+inline void StoreFourCells(const ComparisonRow& row, int j, const Difference (&d)[4]) {
+    V rb[4], g[4];  // row by row, four cells side by side
+    ExchangeQuarters(d[0].rb[0], d[1].rb[0], d[2].rb[0], d[3].rb[0], rb);
+    ExchangeQuarters(d[0].g[0], d[1].g[0], d[2].g[0], d[3].g[0], g);
+    for (std::size_t r = 0; r < 4; r++) {
+        const std::size_t at = static_cast<std::size_t>(4 * j) + r * row.width;
+        Store(row.planes[0] + at, __builtin_convertvector(rb[r], H));
+        if (row.planes[1] != nullptr) Store(row.planes[1] + at, __builtin_convertvector(g[r], H));
+        if (row.planes[2] != nullptr) Store(row.planes[2] + at, __builtin_convertvector(rb[r] >> 16, H));
+    }
+    // Each half of the cells: lanes 0 and 2 of a quarter receive the sums of a cell's left and right quadrant.
+    const auto half = [](V rb0, V rb1, V g0, V g1) {
+        const V a = AddHalves(rb0, rb1), b = AddHalves(g0, g1);
+        const V sa = AddHalves(a, SwapPairs(a)), sb = AddHalves(b, SwapPairs(b));
+        return __builtin_shufflevector(sa, sb, 0, 16, 2, 18, 4, 20, 6, 22, 8, 24, 10, 26, 12, 28, 14, 30);
+    };
+    const V upper = half(rb[0], rb[1], g[0], g[1]), lower = half(rb[2], rb[3], g[2], g[3]);
+    Store(row.quadrants + j,
+          __builtin_shufflevector(upper, lower, 0, 1, 2, 3, 16, 17, 18, 19, 4, 5, 6, 7, 20, 21, 22, 23));
+    Store(row.quadrants + j + 2,
+          __builtin_shufflevector(upper, lower, 8, 9, 10, 11, 24, 25, 26, 27, 12, 13, 14, 15, 28, 29, 30, 31));
+}
+#endif
+
 void Compare(const ComparisonRow& row) {
-    for (int j = 0; j < row.n; j++) {
+    const auto compare = [&](int j, Difference& d) {
         const CandidateList* const lists[5] = {row.own + j, row.above + j + 1, row.above + j, row.below + j,
                                                row.below + j + 1};
-        row.outcome[j] =
-            CompareCell(row.px[j], lists, row.planes, static_cast<std::size_t>(4 * j), row.width, row.quadrants[j]);
+        return row.outcome[j] = CompareCell(row.px[j], lists, d);
+    };
+    int j = 0;
+#if KERNELS_LANES == 16
+    for (; j + 4 <= row.n; j += 4) {
+        Difference d[4];
+        int left_out = 0;
+        for (int i = 0; i < 4; i++) left_out |= compare(j + i, d[i]);
+        if (left_out == 0) {
+            StoreFourCells(row, j, d);
+            continue;
+        }
+        for (int i = 0; i < 4; i++)
+            if (row.outcome[j + i] == kCompared) StoreCell(row, j + i, d[i]);
+    }
+#endif
+    for (; j < row.n; j++) {
+        Difference d;
+        if (compare(j, d) == kCompared) StoreCell(row, j, d);
     }
 }
 
