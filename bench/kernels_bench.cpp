@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -67,13 +68,15 @@ constexpr std::size_t kWidth = 4 * kRow;
 
 // A row of cells, and 64 samples for each close around its clusters.
 struct Cells {
+    std::vector<int> cells = std::vector<int>(kRow);
     std::vector<kernels::ClusterSet> sets;
     std::vector<kernels::CandidateList> lists{kRow};
     std::vector<kernels::PixelBlock> px{kRow * kernels::kFrames};
     const kernels::CellRun run;
 
     explicit Cells(int clusters)
-        : sets(kRow, RandomSet(clusters)), run{kRow, sets.data(), lists.data(), px.data(), kRow} {
+        : sets(kRow, RandomSet(clusters)), run{kRow, cells.data(), sets.data(), lists.data(), px.data(), kRow} {
+        std::iota(cells.begin(), cells.end(), 0);
         for (kernels::PixelBlock& block : px)
             for (std::uint32_t& p : block.p) {
                 const int mean = 20 + 40 * Random(0, clusters - 1);
