@@ -34,7 +34,7 @@ BackgroundModel::Storage::Storage(const GridColorDiff& grid, int rows, int cols)
         // A border of empty lists around the shifted lattice spares comparisons the question who has neighbours.
         of.list_stride = jnum + l;
         of.list_first = l == 0 ? 0 : of.list_stride + 1;
-        of.lists.resize(static_cast<std::size_t>((inum + l) * (jnum + l)));
+        of.lists = ZeroPages<kernels::CandidateList>(static_cast<std::size_t>((inum + l) * (jnum + l)));
         for (int i = 0; i < of.whole_rows; i++)
             std::memset(stage.data() + of.first + i * of.cols, 0, static_cast<std::size_t>(of.whole_cols));
     }

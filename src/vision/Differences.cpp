@@ -112,7 +112,7 @@ void GridColorDiff::PlainCell(const KsColorImage& CI, const BackgroundModel& B, 
 
 // The quadrant sums of the differences as they stand.
 void GridColorDiff::KeptCell(int k) {
-    kernels::QuadrantSums& quadrants = own->quadrants[static_cast<std::size_t>(k)] = {};
+    kernels::QuadrantSums& quadrants = own->quadrants[k] = {};
     ForEachInQuadrants(Box(k), cellsize_2, NofR, NofC, [&](int r, int c, int q) {
         const std::size_t i =
             static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c);
@@ -146,7 +146,7 @@ void GridColorDiff::SumColors(const unsigned char* rgb) {
     own->updated = true;
     for (int k = 0; k < cnum_2; k++) {
         const CellBox cell = Box(k);
-        kernels::QuadrantSums& quadrants = own->colors[static_cast<std::size_t>(k)];
+        kernels::QuadrantSums& quadrants = own->colors[k];
         if (IsWhole(cell)) {
             kernels::PixelBlock px;
             const std::size_t first = static_cast<std::size_t>(cell.minr) * width + static_cast<std::size_t>(cell.minc);

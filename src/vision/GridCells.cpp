@@ -27,7 +27,7 @@ void GridColorDiff::Share(int k) {
     own->shared[static_cast<std::size_t>(k)] = 1;
     own->shared_cells.push_back(k);
     const CellBox box = Box(k);
-    own->cd[static_cast<std::size_t>(k)].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
+    own->cd[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
     if (own->unsummed != nullptr) SumColors(std::exchange(own->unsummed, nullptr).get());
     PublishDifferences(k);
     PublishSums(k);
@@ -36,7 +36,7 @@ void GridColorDiff::Share(int k) {
 KsCellDiff* GridColorDiff::ShareAll() {
     if (own->shared_cells.size() < static_cast<std::size_t>(cnum))
         for (int k = 0; k < cnum; k++) cd[k];
-    return own->cd.get();
+    return own->cd.data();
 }
 
 void GridColorDiff::PublishDifferences(int k) {
@@ -51,7 +51,7 @@ void GridColorDiff::PublishDifferences(int k) {
         x = (d[2] + d[3]) - (d[0] + d[1]);  // slots: 4 up-right, 5 up-left, 6 down-left, 7 down-right
         y = (d[0] + d[3]) - (d[1] + d[2]);
     };
-    KsCellDiff& cell = own->cd[static_cast<std::size_t>(k)];
+    KsCellDiff& cell = own->cd[k];
     derive(own->red, cell.RedDiff, cell.Rx, cell.Ry);
     if (CIr != COLOR) return;
     derive(own->green, cell.GreenDiff, cell.Gx, cell.Gy);
@@ -66,10 +66,10 @@ void GridColorDiff::PublishSums(int k) {
         // A shifted cell consists of the inner quadrants of the four main cells around it.
         const int m = shifted ? n[k].n[4 + i] : k;
         static constexpr int kInner[4] = {2, 3, 1, 0};
-        const std::int16_t* q = own->colors[static_cast<std::size_t>(m)].q[shifted ? kInner[i] : i];
+        const std::int16_t* q = own->colors[m].q[shifted ? kInner[i] : i];
         for (int channel = 0; channel < 3; channel++) sum[channel] += q[channel];
     }
-    ColorValue& to = own->cd[static_cast<std::size_t>(k)].sum;
+    ColorValue& to = own->cd[k].sum;
     to.R = sum[0];
     if (CIr != COLOR && !own->updated) return;  // AddAllGray before the first update, AddAll from then on
     to.G = sum[2];

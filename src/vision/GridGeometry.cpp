@@ -58,8 +58,8 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
     prevlabel = own->Ints(cells);
     labelconf = own->Doubles(cells + 1);  // labels start at 1
     aux = own->Ints(cells);
-    own->quadrants.resize(static_cast<std::size_t>(cnum_2));
-    own->colors.resize(static_cast<std::size_t>(cnum_2));
+    own->quadrants = ZeroPages<kernels::QuadrantSums>(static_cast<std::size_t>(cnum_2));
+    own->colors = ZeroPages<kernels::QuadrantSums>(static_cast<std::size_t>(cnum_2));
     for (std::vector<int>* sums : {&own->red, &own->green, &own->blue}) sums->resize(cells + 1);
     own->pixels.resize(static_cast<std::size_t>(own->jnum));
     own->outcome.resize(static_cast<std::size_t>(own->jnum));
@@ -95,12 +95,11 @@ void GridColorDiff::BuildGeometry() {
     own->inum = inum;
     own->jnum = jnum;
     const std::size_t cells = static_cast<std::size_t>(cnum);
-    own->cd.reset(static_cast<KsCellDiff*>(std::calloc(cells + 1, sizeof(KsCellDiff))));
-    if (own->cd == nullptr) throw std::bad_alloc();
+    own->cd = ZeroPages<KsCellDiff>(cells + 1);
     own->shared.resize(cells);
     own->n.resize(cells, Neighbors{{-1, -1, -1, -1, -1, -1, -1, -1}});
     cd.grid = this;
-    cd.cells = own->cd.get();
+    cd.cells = own->cd.data();
     n = own->n.data();
 
     LinkNeighbors(inum, jnum);

@@ -8,32 +8,12 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include "backgroundmodel.h"
 #include "kernels/kernels.h"
-
-// An array of zeros whose pages cost no memory until they are written to.
-template <class T>
-class ZeroPages {
- public:
-    explicit ZeroPages(std::size_t n) : memory(std::calloc(n * sizeof(T) + alignof(T), 1)) {
-        if (memory == nullptr) throw std::bad_alloc();
-        const auto address = reinterpret_cast<std::uintptr_t>(memory.get());
-        first = reinterpret_cast<T*>((address + alignof(T) - 1) / alignof(T) * alignof(T));
-    }
-    T& operator[](int k) { return first[k]; }
-
- private:
-    struct Free {
-        void operator()(void* p) const { std::free(p); }
-    };
-    std::unique_ptr<void, Free> memory;
-    T* first;
-};
+#include "zeropages.h"
 
 struct BackgroundModel::Storage {
     static constexpr std::uint8_t kOwn = 4;       // stage of a cell with samples of its own: this and their number / 16
@@ -43,15 +23,14 @@ struct BackgroundModel::Storage {
         int rows, cols, whole_rows, whole_cols;
         int first;   // its first cell
         int offset;  // of that cell's first pixel, down and right
-        std::vector<kernels::CandidateList> lists;
+        ZeroPages<kernels::CandidateList> lists;
         int list_stride, list_first;  // place of cell (i, j): list_first + i * list_stride + j
     };
 
     Storage(const GridColorDiff& grid, int rows, int cols);
 
     kernels::CandidateList& List(const Lattice& l, int i, int j) {
-        return const_cast<kernels::CandidateList&>(
-            l.lists[static_cast<std::size_t>(l.list_first + i * l.list_stride + j)]);
+        return l.lists[l.list_first + i * l.list_stride + j];
     }
     // Puts the frame into the ring.
     void Remember(const KsColorImage& CI);

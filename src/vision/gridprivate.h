@@ -3,46 +3,43 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <vector>
 
 #include "gridcolordiff.h"
 #include "kernels/kernels.h"
+#include "zeropages.h"
 
 struct GridColorDiff::Storage {
-    struct Free {
-        void operator()(void* p) const { std::free(p); }
-    };
     int inum = 0, jnum = 0;  // cell rows and columns of the main lattice
 
     // --- what the public members show ---
-    std::unique_ptr<KsCellDiff[], Free> cd;  // from calloc: untouched records cost no memory
-    std::vector<unsigned char> shared;       // cells whose record somebody holds
-    std::vector<int> shared_cells;           // the same, listed
+    ZeroPages<KsCellDiff> cd;
+    std::vector<unsigned char> shared;  // cells whose record somebody holds
+    std::vector<int> shared_cells;      // the same, listed
     std::vector<Neighbors> n;
-    std::vector<std::unique_ptr<int[]>> ints;
-    std::vector<std::unique_ptr<double[]>> doubles;
-    std::vector<std::unique_ptr<std::int16_t[]>> planes;
+    std::vector<ZeroPages<int>> ints;
+    std::vector<ZeroPages<double>> doubles;
+    std::vector<ZeroPages<std::int16_t>> planes;
     std::vector<std::unique_ptr<ContNode[]>> blocks;  // kPoolBlock nodes each
 
     // --- per frame ---
-    std::vector<kernels::QuadrantSums> quadrants;  // of the differences, per main cell
-    std::vector<kernels::QuadrantSums> colors;     // of the pixels, per main cell
-    bool updated = false;                          // whether colors come from an update, or from the first frame
-    std::shared_ptr<unsigned char[]> unsummed;     // frame that colors are to be taken from; null where they have been
-    std::vector<kernels::PixelBlock> pixels;       // of a row of main cells
-    std::vector<kernels::Outcome> outcome;         // of a row of main cells
-    std::vector<int> red, green, blue;             // difference sums of both lattices, one entry more behind the end
-    std::vector<int> stack, cells;                 // scratch of the components, cnum entries each
-    std::vector<int> seeds;                        // cells that can start a component, in order
-    std::vector<double> squares;                   // scratch: a row of squared derivatives
+    ZeroPages<kernels::QuadrantSums> quadrants;  // of the differences, per main cell
+    ZeroPages<kernels::QuadrantSums> colors;     // of the pixels, per main cell
+    bool updated = false;                        // whether colors come from an update, or from the first frame
+    std::shared_ptr<unsigned char[]> unsummed;   // frame that colors are to be taken from; null where they have been
+    std::vector<kernels::PixelBlock> pixels;     // of a row of main cells
+    std::vector<kernels::Outcome> outcome;       // of a row of main cells
+    std::vector<int> red, green, blue;           // difference sums of both lattices, one entry more behind the end
+    std::vector<int> stack, cells;               // scratch of the components, cnum entries each
+    std::vector<int> seeds;                      // cells that can start a component, in order
+    std::vector<double> squares;                 // scratch: a row of squared derivatives
     // The cells of every component in cell order: those of label l from first[l] to first[l + 1]. Valid while `listed`.
     bool listed = false;
     std::vector<int> first, members;
     std::vector<int> candidate;  // scratch of FindPotentialParents, zero between calls
 
-    int* Ints(std::size_t count) { return ints.emplace_back(new int[count]()).get(); }
-    std::int16_t* Pixels(std::size_t count) { return planes.emplace_back(new std::int16_t[count]()).get(); }
-    double* Doubles(std::size_t count) { return doubles.emplace_back(new double[count]()).get(); }
+    int* Ints(std::size_t count) { return ints.emplace_back(count).data(); }
+    std::int16_t* Pixels(std::size_t count) { return planes.emplace_back(count).data(); }
+    double* Doubles(std::size_t count) { return doubles.emplace_back(count).data(); }
 };
