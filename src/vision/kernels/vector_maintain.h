@@ -1,5 +1,20 @@
 // Vector form of a cell's cluster maintenance; part of vector_body.h. The steps are those of ClusterMaintenance.cpp.
 
+// Of six clusters, the pair (i, j), i < j, that lies closest together, the earlier one on a tie: 64 times their squared
+// distance + 8 i + j.
+inline std::int32_t ClosestPair(const Means& m) {
+    V8 least = V8{} + INT_MAX;
+    for (int i = 0; i + 1 < kClusters; i++) {
+        const V8 r = m.r - m.r[i], g = m.g - m.g[i], b = m.b - m.b[i];
+        const V8 d = (r * r + g * g + b * b) * 64 + (Slots() + 8 * i);
+        least = (Slots() > i) & (Slots() < kClusters) & (d < least) ? d : least;
+    }
+    least = Least(least, __builtin_shufflevector(least, least, 4, 5, 6, 7, 0, 1, 2, 3));
+    least = Least(least, __builtin_shufflevector(least, least, 2, 3, 0, 1, 6, 7, 4, 5));
+    const std::int32_t a = least[0], b = least[1];
+    return a < b ? a : b;
+}
+
 // Opens clusters for samples that are far from all others. It works in memory, on a copy of the samples, which the rest
 // of maintenance keeps in registers.
 template <bool gray>
@@ -42,18 +57,7 @@ class Opening {
 
     // The closest pair becomes one cluster, if it is closer than the worst sample; the last one moves into the gap.
     void Merge() {
-        const Means m = MeansOf<gray>(set);
-        V8 least = V8{} + INT_MAX;
-        for (int i = 0; i + 1 < kClusters; i++) {
-            const V8 r = m.r - m.r[i], g = m.g - m.g[i], b = m.b - m.b[i];
-            const V8 d = (r * r + g * g + b * b) * 64 + (Slots() + 8 * i);  // the earlier pair wins
-            const V8 pair = (Slots() > i) & (Slots() < kClusters);
-            const V8 now = (d & pair) | (~pair & INT_MAX);
-            least = now < least ? now : least;
-        }
-        least = Least(least, __builtin_shufflevector(least, least, 4, 5, 6, 7, 0, 1, 2, 3));
-        least = Least(least, __builtin_shufflevector(least, least, 2, 3, 0, 1, 6, 7, 4, 5));
-        const std::int32_t a = least[0], b = least[1], closest = a < b ? a : b;
+        const std::int32_t closest = ClosestPair(MeansOf<gray>(set));
         if (closest >> 6 >= dmax) return;
         const int i = closest >> 3 & 7, j = closest & 7, last = --n;
         const int all = set.support[i] + set.support[j], support = all < kMaxSupport ? all : kMaxSupport;
@@ -174,7 +178,8 @@ inline void MaintainCell(const CellRun& run, int j, int maxdist, bool forget) {
     samples.Compare(0, kMost);
     V top = samples.Distances(0);
     for (int i = 1; i < kGroups; i++) top = Max(top, samples.Distances(i));
-    if (!Any(top > maxdist)) {
+    // Nothing opens either where six clusters are farther apart than any sample is from its own.
+    if (!Any(top > maxdist) || (set.n == kClusters && !Any(top > ClosestPair(MeansOf<gray>(set)) >> 6))) {
         Fold<gray>(samples.template SumClusters<kMost>(), set, forget, list);
         return;
     }
