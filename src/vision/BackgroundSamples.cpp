@@ -57,14 +57,14 @@ void BackgroundModel::Storage::Load(const Lattice& l, int row, int first_col, in
 }
 
 int BackgroundModel::Storage::Samples(int k, kernels::PixelBlock (&px)[kernels::kFrames]) {
-    const int s = stage[static_cast<std::size_t>(k)];
-    if (s >= kOwn) {
+    const int held = stage[static_cast<std::size_t>(k)];
+    if (held >= kOwn) {
         std::copy_n(samples[k].begin(), kernels::kFrames, px);
-        return s - kOwn;
+        return held - kOwn;
     }
     const Lattice& l = Of(k);
-    for (int i = 0; i < s; i++) Load(l, (k - l.first) / l.cols, (k - l.first) % l.cols, 1, s - 1 - i, px + i);
-    return s;
+    for (int i = 0; i < held; i++) Load(l, (k - l.first) / l.cols, (k - l.first) % l.cols, 1, held - 1 - i, px + i);
+    return held;
 }
 
 // A cell leaves the ring: the frame that has just come is not among its samples, so these end one frame earlier.
