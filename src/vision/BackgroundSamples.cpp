@@ -48,12 +48,12 @@ void BackgroundModel::Storage::Remember(const KsColorImage& CI) {
     std::memcpy(frame.get(), CI.rawsrc, bytes);
 }
 
-void BackgroundModel::Storage::Load(const Lattice& l, int row, int first_col, int n, int back,
+void BackgroundModel::Storage::Load(const Lattice& l, int row, int first_col, int count, int back,
                                     kernels::PixelBlock* px) const {
     const std::size_t stride = static_cast<std::size_t>(width) * 3;
     const std::size_t r = static_cast<std::size_t>(4 * row + l.offset),
                       c = static_cast<std::size_t>(4 * first_col + l.offset);
-    kernels::Active().load(Frame(back).get() + r * stride + c * 3, stride, n, px);
+    kernels::Active().load(Frame(back).get() + r * stride + c * 3, stride, count, px);
 }
 
 int BackgroundModel::Storage::Samples(int k, kernels::PixelBlock (&px)[kernels::kFrames]) {

@@ -38,8 +38,8 @@ struct BackgroundModel::Storage {
     const std::shared_ptr<unsigned char[]>& Frame(int back) const {
         return ring[(latest - static_cast<unsigned>(back)) % 4];
     }
-    // Pixels of n whole cells of a row, from the frame `back` frames ago.
-    void Load(const Lattice& l, int row, int first_col, int n, int back, kernels::PixelBlock* px) const;
+    // Pixels of `count` whole cells of a row, from the frame `back` frames ago.
+    void Load(const Lattice& l, int row, int first_col, int count, int back, kernels::PixelBlock* px) const;
     // The samples of a whole cell in the order gathered; returns their blocks' number, 0..3.
     int Samples(int k, kernels::PixelBlock (&px)[kernels::kFrames]);
     const Lattice& Of(int k) const { return lattices[k >= lattices[1].first]; }

@@ -7,7 +7,8 @@ inline std::int32_t ClosestPair(const Means& m) {
     for (int i = 0; i + 1 < kClusters; i++) {
         const V8 r = m.r - m.r[i], g = m.g - m.g[i], b = m.b - m.b[i];
         const V8 d = (r * r + g * g + b * b) * 64 + (Slots() + 8 * i);
-        least = (Slots() > i) & (Slots() < kClusters) & (d < least) ? d : least;
+        const V8 closer = (Slots() > i) & (Slots() < kClusters) & (d < least);
+        least = closer ? d : least;
     }
     least = Least(least, __builtin_shufflevector(least, least, 4, 5, 6, 7, 0, 1, 2, 3));
     least = Least(least, __builtin_shufflevector(least, least, 2, 3, 0, 1, 6, 7, 4, 5));
