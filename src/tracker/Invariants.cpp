@@ -61,22 +61,22 @@ bool MeanFits(long long sum, int mean, int support) {
     return false;
 }
 
-std::string ClusterViolation(const BackgroundModel& B, int k, int j) {
-    const int support = B.cd[k].support[j], added = B.cd[k].added[j];
-    const std::string where = At("background cell", k) + ", " + At("cluster", j) + ": ";
+std::string ClusterViolation(const KsBackgroundCell& cell, ImageType type, int k, int j) {
+    const int support = cell.support[j], added = cell.added[j];
+    const auto where = [&] { return At("background cell", k) + ", " + At("cluster", j) + ": "; };
     // Clustering leaves no empty cluster, and maintenance and forgetting remove those that become so.
-    if (!Within(support, 1, KsBackgroundCell::kMaxSupport)) return where + Value("support", support);
-    if (!Within(added, 0, KsBackgroundCell::kMaxSamples)) return where + Value("added", added);
+    if (!Within(support, 1, KsBackgroundCell::kMaxSupport)) return where() + Value("support", support);
+    if (!Within(added, 0, KsBackgroundCell::kMaxSamples)) return where() + Value("added", added);
     const struct {
         long long sum;
         int mean;
-    } channels[] = {{B.cd[k].clustersum[j].R, B.cd[k].clusters[j].R},
-                    {B.cd[k].clustersum[j].G, B.cd[k].clusters[j].G},
-                    {B.cd[k].clustersum[j].B, B.cd[k].clusters[j].B}};
-    for (int c = 0; c < (B.CIr == COLOR ? 3 : 1); c++)
+    } channels[] = {{cell.clustersum[j].R, cell.clusters[j].R},
+                    {cell.clustersum[j].G, cell.clusters[j].G},
+                    {cell.clustersum[j].B, cell.clusters[j].B}};
+    for (int c = 0; c < (type == COLOR ? 3 : 1); c++)
         if (!MeanFits(channels[c].sum, channels[c].mean, support))
-            return where + At("channel", c) + ": " + Value("sum", channels[c].sum) + ", " + Value("support", support) +
-                   " do not give " + Value("mean", channels[c].mean);
+            return where() + At("channel", c) + ": " + Value("sum", channels[c].sum) + ", " +
+                   Value("support", support) + " do not give " + Value("mean", channels[c].mean);
     return "";
 }
 
@@ -84,12 +84,13 @@ std::string ModelViolation(const BackgroundModel& B) {
     // A store that has no room for the next frame's samples has been clustered and emptied.
     const int most = KsBackgroundCell::kMaxSamples - B.cellsize * B.cellsize;
     for (int k = 0; k < B.cnum; k++) {
-        const int nsamples = B.cd[k].nsamples, nclusters = B.cd[k].nclusters;
+        const KsBackgroundCell cell = B.cd[k];
+        const int nsamples = cell.nsamples, nclusters = cell.nclusters;
         if (!Within(nsamples, 0, most)) return At("background cell", k) + ": " + Value("nsamples", nsamples);
         if (!Within(nclusters, 0, KsBackgroundCell::kMaxClusters))
             return At("background cell", k) + ": " + Value("nclusters", nclusters);
         for (int j = 0; j < nclusters; j++)
-            if (const std::string v = ClusterViolation(B, k, j); !v.empty()) return v;
+            if (const std::string v = ClusterViolation(cell, B.CIr, k, j); !v.empty()) return v;
     }
     return "";
 }

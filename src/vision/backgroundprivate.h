@@ -44,8 +44,8 @@ struct BackgroundModel::Storage {
     int Samples(int k, kernels::PixelBlock (&px)[kernels::kFrames]);
     const Lattice& Of(int k) const { return lattices[k >= lattices[1].first]; }
 
-    Lattice lattices[2];  // main, shifted
-    int width, height;    // frame, pixels
+    Lattice lattices[2] = {};  // main, shifted
+    int width, height;         // frame, pixels
     std::vector<std::uint8_t> stage;
     ZeroPages<kernels::ClusterSet> sets;
     ZeroPages<std::array<kernels::PixelBlock, kernels::kFrames>> samples;

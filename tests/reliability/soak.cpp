@@ -143,11 +143,12 @@ class Inside {
     void HashModel() {
         const BackgroundModel& B = *tracker->B;
         for (int k = 0; k < B.cnum; k++) {
-            hash.Int(static_cast<int>(B.cd[k].nsamples));
-            for (int j = 0; j < B.cd[k].nclusters; j++)
-                for (const int v : {int(B.cd[k].clustersum[j].R), int(B.cd[k].clustersum[j].G),
-                                    int(B.cd[k].clustersum[j].B), int(B.cd[k].support[j])})
-                    hash.Int(v);
+            const KsBackgroundCell cell = B.cd[k];
+            hash.Int(cell.nsamples);
+            for (int j = 0; j < cell.nclusters; j++) {
+                const ColorValue& sum = cell.clustersum[j];
+                for (const int v : {sum.R, sum.G, sum.B, int{cell.support[j]}}) hash.Int(v);
+            }
         }
     }
 
