@@ -20,12 +20,15 @@ void BackgroundModel::UpdateSingle(bool updateall) {
 }
 
 void BackgroundModel::Maintain(const KsColorImage& CI, bool updateall) {
+    if (updateall) {
+        Gather(CI, nullptr, Action::kMaintain);
+        return;
+    }
     std::uint8_t* const flags = own->flags.data();
     for (int k = 0; k < cnum; k++) flags[k] = G->aux[k] != 0;
-    if (!updateall)
-        for (int k = 0; k < cnum; k++)
-            if (flags[k] == 0) flags[k] = random_draws::Rand() * kTwoToMinus31 > kSkipForeground;
-    Gather(CI, flags, updateall ? Action::kMaintain : Action::kMaintainAndForget);
+    for (int k = 0; k < cnum; k++)
+        if (flags[k] == 0) flags[k] = random_draws::Rand() * kTwoToMinus31 > kSkipForeground;
+    Gather(CI, flags, Action::kMaintainAndForget);
 }
 
 void BackgroundModel::UpdateBackground(KsColorImage& CI, bool updateall, int tnew) {
