@@ -1,0 +1,133 @@
+// Vector form of the comparison of pixels with the clusters around them; part of vector_body.h.
+
+// The candidates of a comparison side by side, in order, and a few behind them that never win.
+struct Candidates {
+    // The last group may begin behind 30 candidates.
+    alignas(64) std::int32_t constant[40], rb[40], g[40];
+
+    void Put(int at, const V8& c, const V8& red_blue, const V8& green) {
+        Store(constant + at, c);
+        Store(rb + at, red_blue);
+        Store(g + at, green);
+    }
+    int Append(int at, const CandidateList& list) {
+        Put(at, LoadAs<V8>(list.constant) - at, LoadAs<V8>(list.rb), LoadAs<V8>(list.g));
+        return at + list.n;
+    }
+};
+
+// Cluster minus pixel: red and blue in the halves of a lane; green in the low half.
+struct Difference {
+    V rb[kChunks], g[kChunks];
+};
+
+inline Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], Difference& d) {
+    if ((lists[0]->n | lists[1]->n | lists[2]->n | lists[3]->n | lists[4]->n) < 0) return kUnfit;
+    Candidates all;
+    int total = 0;
+    for (const CandidateList* list : lists) total = all.Append(total, *list);
+    all.Put(total, V8{} + INT_MIN / 2, V8{}, V8{});
+    if (total == 0) return kWithout;
+    V rb[kChunks], g[kChunks], best[kChunks], brb[kChunks], bg[kChunks];
+    for (int i = 0; i < kChunks; i++) {
+        const V p = Load(px.p + N * i);
+        rb[i] = RedBlue(p);
+        g[i] = Green(p);
+        best[i] = V{} + INT_MIN;
+        brb[i] = bg[i] = V{};
+    }
+    constexpr int kStep = 2;  // candidates a turn; those behind the last never win
+    for (int c = 0; c < total; c += kStep) {
+#pragma GCC unroll 2
+        for (int j = c; j < c + kStep; j++) {
+            const V wrb = V{} + all.rb[j], wg = V{} + all.g[j], constant = V{} + all.constant[j];
+            for (int i = 0; i < kChunks; i++) {
+                const V score = MultiplyAdd(MultiplyAdd(constant, rb[i], wrb), g[i], wg);
+#if KERNELS_LANES < 16
+                const auto better = score > best[i];
+                brb[i] = better ? wrb : brb[i];
+                bg[i] = better ? wg : bg[i];
+#endif
+                best[i] = Max(best[i], score);
+            }
+        }
+    }
+#if KERNELS_LANES == 16
+    // The place of the best stands in its low bits.
+    const __m512i place = (__m512i)(31 - (best[0] & 31));
+    brb[0] = (V)_mm512_permutex2var_epi32(_mm512_load_si512(all.rb), place, _mm512_load_si512(all.rb + 16));
+    bg[0] = (V)_mm512_permutex2var_epi32(_mm512_load_si512(all.g), place, _mm512_load_si512(all.g + 16));
+#endif
+    for (int i = 0; i < kChunks; i++) {
+        d.rb[i] = (V)(((W)brb[i] >> 6) - (W)rb[i]);
+        d.g[i] = (V)(((W)bg[i] >> 6) - (W)g[i]);
+    }
+    return kCompared;
+}
+
+// The differences of cell j of a row, and their sums.
+inline void StoreCell(const ComparisonRow& row, int j, const Difference& d) {
+    alignas(64) std::int16_t channels[3][kPixels];
+    for (int i = 0; i < kChunks; i++) {
+        Store(channels[0] + N * i, __builtin_convertvector(d.rb[i], H));
+        Store(channels[1] + N * i, __builtin_convertvector(d.g[i], H));
+        Store(channels[2] + N * i, __builtin_convertvector(d.rb[i] >> 16, H));
+    }
+    for (std::size_t channel = 0; channel < 3; channel++)
+        if (std::int16_t* const plane = row.planes[channel])
+            for (std::size_t r = 0; r < 4; r++)
+                std::memcpy(plane + 4 * j + r * row.width, channels[channel] + 4 * r, 8);
+    SumQuadrants(d.rb, d.g, row.quadrants[j]);
+}
+
+#if KERNELS_LANES == 16
+// The same of cells j .. j + 3.
+inline void StoreFourCells(const ComparisonRow& row, int j, const Difference (&d)[4]) {
+    V rb[4], g[4];  // row by row, four cells side by side
+    ExchangeQuarters(d[0].rb[0], d[1].rb[0], d[2].rb[0], d[3].rb[0], rb);
+    ExchangeQuarters(d[0].g[0], d[1].g[0], d[2].g[0], d[3].g[0], g);
+    for (std::size_t r = 0; r < 4; r++) {
+        const std::size_t at = static_cast<std::size_t>(4 * j) + r * row.width;
+        Store(row.planes[0] + at, __builtin_convertvector(rb[r], H));
+        if (row.planes[1] != nullptr) Store(row.planes[1] + at, __builtin_convertvector(g[r], H));
+        if (row.planes[2] != nullptr) Store(row.planes[2] + at, __builtin_convertvector(rb[r] >> 16, H));
+    }
+    // Each half of the cells: lanes 0 and 2 of a quarter receive the sums of a cell's left and right quadrant.
+    const auto half = [](V rb0, V rb1, V g0, V g1) {
+        const V a = AddHalves(rb0, rb1), b = AddHalves(g0, g1);
+        const V sa = AddHalves(a, SwapPairs(a)), sb = AddHalves(b, SwapPairs(b));
+        return __builtin_shufflevector(sa, sb, 0, 16, 2, 18, 4, 20, 6, 22, 8, 24, 10, 26, 12, 28, 14, 30);
+    };
+    const V upper = half(rb[0], rb[1], g[0], g[1]), lower = half(rb[2], rb[3], g[2], g[3]);
+    Store(row.quadrants + j,
+          __builtin_shufflevector(upper, lower, 0, 1, 2, 3, 16, 17, 18, 19, 4, 5, 6, 7, 20, 21, 22, 23));
+    Store(row.quadrants + j + 2,
+          __builtin_shufflevector(upper, lower, 8, 9, 10, 11, 24, 25, 26, 27, 12, 13, 14, 15, 28, 29, 30, 31));
+}
+#endif
+
+void Compare(const ComparisonRow& row) {
+    const auto compare = [&](int j, Difference& d) {
+        const CandidateList* const lists[5] = {row.own + j, row.above + j + 1, row.above + j, row.below + j,
+                                               row.below + j + 1};
+        return row.outcome[j] = CompareCell(row.px[j], lists, d);
+    };
+    int j = 0;
+#if KERNELS_LANES == 16
+    for (; j + 4 <= row.n; j += 4) {
+        Difference d[4];
+        int left_out = 0;
+        for (int i = 0; i < 4; i++) left_out |= compare(j + i, d[i]);
+        if (left_out == 0) {
+            StoreFourCells(row, j, d);
+            continue;
+        }
+        for (int i = 0; i < 4; i++)
+            if (row.outcome[j + i] == kCompared) StoreCell(row, j + i, d[i]);
+    }
+#endif
+    for (; j < row.n; j++) {
+        Difference d;
+        if (compare(j, d) == kCompared) StoreCell(row, j, d);
+    }
+}
