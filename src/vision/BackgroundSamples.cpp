@@ -85,8 +85,14 @@ bool BackgroundModel::Full(const KsBackgroundCell& cell) const {
 
 void BackgroundModel::Gather(const KsColorImage& CI, const std::uint8_t* flags, Action action) {
     own->Remember(CI);
-    for (int l = 0; l < 2; l++)
-        for (int i = 0; i < own->lattices[l].rows; i++) GatherRow(CI, l, i, flags, action);
+    const int rows = own->lattices[0].rows, shifted_rows = own->lattices[1].rows;
+    // Rows of the two lattices in turn share the pixels that they read. Not where random numbers are drawn: that goes
+    // by the order of cells.
+    const int behind = action >= Action::kMaintain ? 1 : rows;
+    for (int i = 0; i < rows + behind; i++) {
+        if (i < rows) GatherRow(CI, 0, i, flags, action);
+        if (i >= behind && i - behind < shifted_rows) GatherRow(CI, 1, i - behind, flags, action);
+    }
 }
 
 namespace {
