@@ -1,18 +1,29 @@
 // Vector form of the comparison of pixels with the clusters around them; part of vector_body.h.
 
 // The candidates of a comparison side by side, in order, and a few behind them that never win.
-struct Candidates {
-    // The last group may begin behind 30 candidates.
+class Candidates {
+ public:
+    Outcome Gather(const CandidateList* const (&lists)[5]) {
+        if ((lists[0]->n | lists[1]->n | lists[2]->n | lists[3]->n | lists[4]->n) < 0) return kUnfit;
+        int at = 0;
+        for (const CandidateList* list : lists) {
+            Put(at, LoadAs<V8>(list->constant) - at, LoadAs<V8>(list->rb), LoadAs<V8>(list->g));
+            at += list->n;
+        }
+        Put(at, V8{} + INT_MIN / 2, V8{}, V8{});
+        total = at;
+        return at == 0 ? kWithout : kCompared;
+    }
+
+    int total;
+    // The last group of eight may begin behind 30 candidates.
     alignas(64) std::int32_t constant[40], rb[40], g[40];
 
+ private:
     void Put(int at, const V8& c, const V8& red_blue, const V8& green) {
         Store(constant + at, c);
         Store(rb + at, red_blue);
         Store(g + at, green);
-    }
-    int Append(int at, const CandidateList& list) {
-        Put(at, LoadAs<V8>(list.constant) - at, LoadAs<V8>(list.rb), LoadAs<V8>(list.g));
-        return at + list.n;
     }
 };
 
@@ -21,13 +32,7 @@ struct Difference {
     V rb[kChunks], g[kChunks];
 };
 
-inline Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], Difference& d) {
-    if ((lists[0]->n | lists[1]->n | lists[2]->n | lists[3]->n | lists[4]->n) < 0) return kUnfit;
-    Candidates all;
-    int total = 0;
-    for (const CandidateList* list : lists) total = all.Append(total, *list);
-    all.Put(total, V8{} + INT_MIN / 2, V8{}, V8{});
-    if (total == 0) return kWithout;
+inline void Compare(const PixelBlock& px, const Candidates& all, Difference& d) {
     V rb[kChunks], g[kChunks], best[kChunks], brb[kChunks], bg[kChunks];
     for (int i = 0; i < kChunks; i++) {
         const V p = Load(px.p + N * i);
@@ -37,7 +42,7 @@ inline Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&li
         brb[i] = bg[i] = V{};
     }
     constexpr int kStep = 2;  // candidates a turn; those behind the last never win
-    for (int c = 0; c < total; c += kStep) {
+    for (int c = 0; c < all.total; c += kStep) {
 #pragma GCC unroll 2
         for (int j = c; j < c + kStep; j++) {
             const V wrb = V{} + all.rb[j], wg = V{} + all.g[j], constant = V{} + all.constant[j];
@@ -62,7 +67,6 @@ inline Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&li
         d.rb[i] = (V)(((W)brb[i] >> 6) - (W)rb[i]);
         d.g[i] = (V)(((W)bg[i] >> 6) - (W)g[i]);
     }
-    return kCompared;
 }
 
 // The differences of cell j of a row, and their sums.
@@ -107,27 +111,36 @@ inline void StoreFourCells(const ComparisonRow& row, int j, const Difference (&d
 #endif
 
 void Compare(const ComparisonRow& row) {
-    const auto compare = [&](int j, Difference& d) {
+    const auto gather = [&](int j, Candidates& all) {
         const CandidateList* const lists[5] = {row.own + j, row.above + j + 1, row.above + j, row.below + j,
                                                row.below + j + 1};
-        return row.outcome[j] = CompareCell(row.px[j], lists, d);
+        return row.outcome[j] = all.Gather(lists);
     };
     int j = 0;
 #if KERNELS_LANES == 16
+    // Gathering for four cells ahead of comparing lets the writes reach the cache before they are read as whole lines.
     for (; j + 4 <= row.n; j += 4) {
+        Candidates all[4];
         Difference d[4];
         int left_out = 0;
-        for (int i = 0; i < 4; i++) left_out |= compare(j + i, d[i]);
+        for (int i = 0; i < 4; i++) left_out |= gather(j + i, all[i]);
         if (left_out == 0) {
+            for (int i = 0; i < 4; i++) Compare(row.px[j + i], all[i], d[i]);
             StoreFourCells(row, j, d);
             continue;
         }
-        for (int i = 0; i < 4; i++)
-            if (row.outcome[j + i] == kCompared) StoreCell(row, j + i, d[i]);
+        for (int i = 0; i < 4; i++) {
+            if (row.outcome[j + i] != kCompared) continue;
+            Compare(row.px[j + i], all[i], d[i]);
+            StoreCell(row, j + i, d[i]);
+        }
     }
 #endif
     for (; j < row.n; j++) {
+        Candidates all;
         Difference d;
-        if (compare(j, d) == kCompared) StoreCell(row, j, d);
+        if (gather(j, all) != kCompared) continue;
+        Compare(row.px[j], all, d);
+        StoreCell(row, j, d);
     }
 }
