@@ -5,8 +5,8 @@
 KsBackgroundCell& BackgroundCells::operator[](int k) {
     BackgroundModel::Storage& s = *model->own;
     if (s.shared[static_cast<std::size_t>(k)] == 0) {
-        s.shared[static_cast<std::size_t>(k)] = 1;
         s.shared_cells.push_back(k);
+        s.shared[static_cast<std::size_t>(k)] = 1;
     }
     return model->Record(k);
 }

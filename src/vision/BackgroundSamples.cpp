@@ -12,8 +12,8 @@ BackgroundModel::Storage::Storage(const GridColorDiff& grid, int rows, int cols)
       height(rows),
       stage(static_cast<std::size_t>(grid.cnum), kRecord),
       sets(static_cast<std::size_t>(grid.cnum)),
-      samples(static_cast<std::size_t>(grid.cnum)),
-      records(static_cast<std::size_t>(grid.cnum)),
+      samples(static_cast<std::size_t>(grid.cnum), true),
+      records(static_cast<std::size_t>(grid.cnum), true),
       shared(static_cast<std::size_t>(grid.cnum)),
       flags(static_cast<std::size_t>(grid.cnum)) {
     const int edge = grid.cellsize;
@@ -38,12 +38,13 @@ BackgroundModel::Storage::Storage(const GridColorDiff& grid, int rows, int cols)
         for (int i = 0; i < of.whole_rows; i++)
             std::memset(stage.data() + of.first + i * of.cols, 0, static_cast<std::size_t>(of.whole_cols));
     }
-    strip.resize(static_cast<std::size_t>(jnum) * kernels::kFrames);
+    strip.resize(std::min(static_cast<std::size_t>(jnum), kMostFull) * kernels::kFrames);
 }
 
 void BackgroundModel::Storage::Remember(const KsColorImage& CI) {
     const std::size_t bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
     std::shared_ptr<unsigned char[]>& frame = ring[++latest % 4];
+    // The grid may still have to sum it, where an update did not come to its end.
     if (frame == nullptr || frame.use_count() > 1) frame = std::make_shared_for_overwrite<unsigned char[]>(bytes);
     std::memcpy(frame.get(), CI.rawsrc, bytes);
 }
@@ -51,9 +52,9 @@ void BackgroundModel::Storage::Remember(const KsColorImage& CI) {
 void BackgroundModel::Storage::Load(const Lattice& l, int row, int first_col, int count, int back,
                                     kernels::PixelBlock* px) const {
     const std::size_t stride = static_cast<std::size_t>(width) * 3;
-    const std::size_t r = static_cast<std::size_t>(4 * row + l.offset),
-                      c = static_cast<std::size_t>(4 * first_col + l.offset);
-    kernels::Active().load(Frame(back).get() + r * stride + c * 3, stride, count, px);
+    const int r = 4 * row + l.offset, c = 4 * first_col + l.offset;
+    kernels::Active().load(Frame(back).get() + static_cast<std::size_t>(r) * stride + static_cast<std::size_t>(c) * 3,
+                           stride, count, px);
 }
 
 int BackgroundModel::Storage::Samples(int k, kernels::PixelBlock (&px)[kernels::kFrames]) {
@@ -122,6 +123,7 @@ void BackgroundModel::GatherRow(const KsColorImage& CI, int lattice, int row, co
     if (flags != nullptr) flags += first;
     s.full.clear();
     for (int j = 0; j < l.cols; j++) {
+        if (s.full.size() == Storage::kMostFull) ActOnRow(lattice, row, action);
         if (j + 8 <= l.cols && StepEight(stage + j, flags != nullptr ? flags + j : nullptr)) {
             j += 7;
         } else if (flags != nullptr && flags[j] == 0) {
@@ -160,19 +162,19 @@ void BackgroundModel::ActOnRow(int lattice, int row, Action action) {
         }
         // Cells side by side whose samples are the pixels of the latest four frames.
         while (end < count && cells[end] == j + end - e && stage[cells[end]] < Storage::kOwn) end++;
-        for (int i = 0; i < kernels::kFrames; i++)
-            s.Load(l, row, j, end - e, kernels::kFrames - 1 - i, &s.strip[static_cast<std::size_t>(i * count + e)]);
+        kernels::PixelBlock* px = s.strip.data() + e;
+        for (int back = kernels::kFrames - 1; back >= 0; back--, px += count) s.Load(l, row, j, end - e, back, px);
     }
     for (int e = 0; e < count; e++) stage[cells[e]] = 0;
     ActOn({count, cells, &s.sets[first], &s.List(l, row, 0), s.strip.data(), stride}, action);
     s.full.clear();
 }
 
-// The kernels take cells that fit them; all others go the plain way.
+// The kernels take cells that fit them; all others go the plain way. None of these cells is full in the first frame.
 void BackgroundModel::ActOn(const kernels::CellRun& run, Action action) {
     const kernels::Table& kernel = kernels::Active();
     const bool gray = CIr == IR;
-    const bool fits = maxdist >= 0 && maxdist < (gray ? 182 : 32768);
+    const bool fits = maxdist >= 0 && maxdist <= (gray ? kernels::kMostGray : kernels::kMostColor);
     if (action == Action::kCluster && fits) {
         kernel.cluster(run, maxdist, gray, random_draws::Random);
         return;
@@ -188,15 +190,12 @@ void BackgroundModel::ActOn(const kernels::CellRun& run, Action action) {
                             action == Action::kMaintainAndForget);
             continue;
         }
-        kernels::ClusterSet& set = run.sets[run.cells[j]];
-        KsBackgroundCell cell{};
-        cell.TakeClusters(set);
-        for (std::size_t i = 0; i < kernels::kFrames; i++)
-            cell.TakeSamples(run.samples[i * run.stride + static_cast<std::size_t>(j)], gray);
-        ActOnRecord(cell, action);
-        cell.GiveClusters(set);
-        kernels::ListCandidates(set, gray, run.lists[run.cells[j]]);
         end = j + 1;
+        const kernels::CellRun plain{1, run.cells + j, run.sets, run.lists, run.samples + j, run.stride};
+        if (action >= Action::kMaintain)
+            kernels::scalar.maintain(plain, maxdist, gray, action == Action::kMaintainAndForget);
+        else
+            kernels::scalar.cluster(plain, maxdist, gray, random_draws::Random);
     }
 }
 

@@ -91,9 +91,9 @@ class KMeans {
     bool Converge() {
         for (int pass = 0; pass < kPasses; pass++) {
             Assign();
-            // Deliberate: prcl carries over from one attempt to the next. A first pass that reproduces the earlier
-            // assignment counts as converged: the centres stay at sample colours, and support keeps the values of the
-            // failed attempt, one of which can be 0 (maintenance removes that cluster).
+            // Deliberate: prcl carries over from one attempt to the next, and a first pass that reproduces the earlier
+            // assignment would count as converged. It cannot happen: centres have distinct colours, so each is given
+            // its own sample at least, while the earlier assignment lacks a cluster.
             if (std::equal(cl, cl + ns, prcl)) return true;
             std::copy_n(cl, ns, prcl);
             if (!Recentre()) return false;

@@ -106,7 +106,7 @@ class Maintenance {
         }
     }
 
-    // Fresh means; clusters that the first clustering left without support go.
+    // Fresh means; clusters without support go.
     void Settle() {
         for (int j = 0; j < cell.nclusters; j++) {
             while (cell.support[j] == 0) {

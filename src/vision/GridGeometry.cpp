@@ -95,7 +95,7 @@ void GridColorDiff::BuildGeometry() {
     own->inum = inum;
     own->jnum = jnum;
     const std::size_t cells = static_cast<std::size_t>(cnum);
-    own->cd = ZeroPages<KsCellDiff>(cells + 1);
+    own->cd = ZeroPages<KsCellDiff>(cells + 1, true);
     own->shared.resize(cells);
     own->n.resize(cells, Neighbors{{-1, -1, -1, -1, -1, -1, -1, -1}});
     cd.grid = this;

@@ -86,11 +86,13 @@ class KsBackgroundCell {
 };
 
 // The cells of a model. It keeps them in a compact form; a record is filled in when it is first asked for, and from
-// then on takes the place of the compact one, since whoever holds it may change it.
+// then on takes the place of the compact one, since whoever holds it may change it; such a cell goes the plain way for
+// good.
 class BackgroundCells {
  public:
     KsBackgroundCell& operator[](int k);
-    KsBackgroundCell operator[](int k) const;  // a copy of the cell as it stands
+    // A copy of the cell as it stands: keep the cell, not a pointer into it.
+    KsBackgroundCell operator[](int k) const;
     bool operator==(std::nullptr_t) const { return model == nullptr; }
 
  private:
@@ -110,7 +112,7 @@ class CellMap {
 
     // Index of the pixel's cell, -1 where the lattice does not reach.
     int At(int r, int c) const {
-        if (r < offset || c < offset) return -1;
+        if (edge == 0 || r < offset || c < offset) return -1;
         const int i = (r - offset) / edge, j = (c - offset) / edge;
         return i < rows && j < cols ? first + i * cols + j : -1;
     }

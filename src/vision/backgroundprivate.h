@@ -16,8 +16,9 @@
 #include "zeropages.h"
 
 struct BackgroundModel::Storage {
-    static constexpr std::uint8_t kOwn = 4;       // stage of a cell with samples of its own: this and their number / 16
-    static constexpr std::uint8_t kRecord = 255;  // stage of a cell that lives in its record
+    static constexpr std::uint8_t kOwn = 4;  // stage of a cell with samples of its own: this and their number / 16
+    static constexpr std::size_t kMostFull = 512;  // cells that are acted on together
+    static constexpr std::uint8_t kRecord = 255;   // stage of a cell that lives in its record
 
     struct Lattice {
         int rows, cols, whole_rows, whole_cols;
@@ -46,8 +47,10 @@ struct BackgroundModel::Storage {
 
     Lattice lattices[2] = {};  // main, shifted
     int width, height;         // frame, pixels
+    // Per cell: how many of the latest frames are its samples, 0..3; or kOwn and how many blocks of its own it has,
+    // 1..3; or kRecord.
     std::vector<std::uint8_t> stage;
-    ZeroPages<kernels::ClusterSet> sets;
+    ZeroPages<kernels::ClusterSet> sets;  // of the cells that do not live in records
     ZeroPages<std::array<kernels::PixelBlock, kernels::kFrames>> samples;
     ZeroPages<KsBackgroundCell> records;
     std::vector<std::uint8_t> shared;  // cells whose record somebody holds

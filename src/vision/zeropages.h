@@ -6,19 +6,43 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <type_traits>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 // An array of zeros whose pages cost no memory until they are written to.
 template <class T>
 class ZeroPages {
  public:
-    explicit ZeroPages(std::size_t n) : memory(std::calloc(n * sizeof(T) + alignof(T), 1)) {
+    static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
+
+    // Of a `sparse` array few elements are ever used, here and there: huge pages would make most of it real.
+    // Throws std::bad_alloc.
+    explicit ZeroPages(std::size_t n, bool sparse = false) {
+        if (n > (SIZE_MAX - alignof(T)) / sizeof(T)) throw std::bad_alloc();
+        const std::size_t size = n * sizeof(T) + alignof(T);
+        memory.reset(std::calloc(size, 1));
         if (memory == nullptr) throw std::bad_alloc();
         const auto address = reinterpret_cast<std::uintptr_t>(memory.get());
         first = reinterpret_cast<T*>((address + alignof(T) - 1) / alignof(T) * alignof(T));
+#if defined(MADV_NOHUGEPAGE)
+        constexpr std::uintptr_t kPage = 4096;  // where pages are larger the advice may be refused, which does no harm
+        constexpr std::size_t kHugePage = std::size_t{2} << 20;
+        const std::uintptr_t begin = (address + kPage - 1) / kPage * kPage, end = (address + size) / kPage * kPage;
+        if (sparse && size >= kHugePage) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_NOHUGEPAGE);
+#else
+        static_cast<void>(sparse);
+#endif
     }
     ZeroPages() = default;
-    T& operator[](int k) const { return first[k]; }
-    T* data() const { return first; }
+    T& operator[](int k) const {
+        return first[k];
+    }
+    T* data() const {
+        return first;
+    }
 
  private:
     struct Free {

@@ -17,6 +17,9 @@ namespace kernels {
 // these bounds weights fit 16 bits, and no distance reaches the limit of a million at which a query ignores a cluster.
 constexpr int kLowest = -256, kHighest = 511;
 
+// Largest cluster radius that they take: squared, and plain for gray.
+constexpr int kMostColor = 32767, kMostGray = 181;
+
 constexpr int kPixels = 16;   // of a whole 4 x 4 cell, row by row
 constexpr int kFrames = 4;    // of a cell's pixels make its 64 samples
 constexpr int kClusters = 6;  // most clusters of a cell
@@ -96,8 +99,8 @@ struct Table {
     // Per pixel, cluster minus pixel of the nearest candidate among five lists: own, up-right, up-left, down-left,
     // down-right, the earlier one on a tie.
     void (*compare)(const ComparisonRow& row);
-    // ClusterCell. `draw` is called for every starting centre and redraw, cell by cell. `gray` takes the red channel
-    // alone. maxdist is 0 .. 32767 (0 .. 181 for gray).
+    // ClusterCell. `draw` is the model's generator, called for every starting centre and redraw, cell by cell. `gray`
+    // takes the red channel alone. maxdist is 0 .. kMostColor or kMostGray.
     void (*cluster)(const CellRun& run, int maxdist, bool gray, long (*draw)());
     // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters of cells that fit and have clusters.
     void (*maintain)(const CellRun& run, int maxdist, bool gray, bool forget);

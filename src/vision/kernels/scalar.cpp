@@ -84,7 +84,7 @@ void Compare(const ComparisonRow& row) {
         const CandidateList* const lists[5] = {row.own + j, row.above + j + 1, row.above + j, row.below + j,
                                                row.below + j + 1};
         row.outcome[j] =
-            CompareCell(row.px[j], lists, row.planes, static_cast<std::size_t>(4 * j), row.width, row.quadrants[j]);
+            CompareCell(row.px[j], lists, row.planes, static_cast<std::size_t>(j) * 4, row.width, row.quadrants[j]);
     }
 }
 

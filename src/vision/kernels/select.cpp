@@ -18,8 +18,9 @@ struct List {
 #if defined(__x86_64__)
         __builtin_cpu_init();
         at[n++] = &sse2;
-        if (__builtin_cpu_supports("avx2")) at[n++] = &avx2;
-        if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+        const bool bmi2 = __builtin_cpu_supports("bmi2") != 0;
+        if (bmi2 && __builtin_cpu_supports("avx2")) at[n++] = &avx2;
+        if (bmi2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
             __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni"))
             at[n++] = &avx512;
 #elif defined(__aarch64__)

@@ -1,7 +1,7 @@
 // The vector kernels, one body for every instruction set. A file of its own per set defines KERNELS_NAME and
 // KERNELS_LANES (32-bit lanes of a vector) and includes this one; the compiler maps the vector type to registers.
-#include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -9,6 +9,7 @@
 #include "kernels.h"
 #include "row_loops.h"
 
+// Nothing from headers that might not be inlined: the linker could give such a function to plain code.
 #if defined(__SSE2__)
 #include <immintrin.h>
 #elif defined(__ARM_NEON)
@@ -82,7 +83,8 @@ inline T LoadAs(const void* p) {
     return v;
 }
 
-// Sums of the lanes of a[j] into lane j of sum_a, likewise b; six of each. No sum may exceed 32 bits.
+// Sums of the lanes of a[j] into lane j of sum_a, likewise b; six of each; the other lanes are left over. No sum may
+// exceed 32 bits.
 inline void SumLanes(const V (&a)[kClusters], const V (&b)[kClusters], V8& sum_a, V8& sum_b) {
 #if KERNELS_LANES == 16
     const auto add_pairs = [](V p, V q) {  // of both, in turn, within each quarter
@@ -100,9 +102,8 @@ inline void SumLanes(const V (&a)[kClusters], const V (&b)[kClusters], V8& sum_a
     const V8 rest = add_quads(a[4], a[5], b[4], b[5]);
     sum_a = __builtin_shufflevector(first_a, rest, 0, 1, 2, 3, 8, 9, 10, 11) +
             __builtin_shufflevector(first_a, rest, 4, 5, 6, 7, 12, 13, 14, 15);
-    const V8 t = __builtin_shufflevector(first_b, rest, 0, 1, 2, 3, 10, 11, 8, 9) +
-                 __builtin_shufflevector(first_b, rest, 4, 5, 6, 7, 14, 15, 12, 13);
-    sum_b = t;
+    sum_b = __builtin_shufflevector(first_b, rest, 0, 1, 2, 3, 10, 11, 8, 9) +
+            __builtin_shufflevector(first_b, rest, 4, 5, 6, 7, 14, 15, 12, 13);
 #else
     sum_a = sum_b = V8{};
     for (int j = 0; j < kClusters; j++) {
@@ -145,7 +146,7 @@ inline V Green(V px) {
     return (px >> 8) & 0xff;
 }
 
-// Lanes of two rows of four: each lane plus its right or left neighbour of the pair.
+// Neighbours change places: lanes of a pair, rows of four lanes.
 #if KERNELS_LANES == 16
 inline V SwapPairs(V v) {
     return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14);

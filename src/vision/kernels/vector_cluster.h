@@ -5,12 +5,11 @@ class Clusterer : private Samples<gray> {
  public:
     Clusterer(ClusterSet& s, const PixelBlock* first, std::size_t stride, long (*draw_in)())
         : Samples<gray>(first, stride), set(s), draw(draw_in) {
-        for (V& i : earlier) i = V{} + 7;
+        for (V& v : earlier) v = V{} + 7;
     }
 
     void Run(int maxdist) {
         if (OneCluster(maxdist)) return;
-        set.n = 1;
         int k = 1;
         for (bool first = true;; first = false) {
             set.n = static_cast<std::int16_t>(k + 1);
@@ -35,7 +34,7 @@ class Clusterer : private Samples<gray> {
     using typename Base::Channels;
 
     bool OneCluster(int maxdist) {
-        for (V& i : key) i = V{} + 7;
+        for (V& v : key) v = V{} + 7;
         const GivenSums all = Base::template SumClusters<1>();
         StoreSums(all, 1);
         const V8 divisor = V8{} + kSamples;
@@ -71,9 +70,10 @@ class Clusterer : private Samples<gray> {
             for (int j = 0; j < set.n; j++) {
                 do {
                     icl[j] = static_cast<int>(draw() % kSamples);
-                } while (std::find(icl, icl + j, icl[j]) != icl + j);
+                } while ((j > 0 && icl[j] == icl[0]) || (j > 1 && icl[j] == icl[1]));
                 c[j] = At(icl[j]);
-                for (int i = 0; i < j; i++) distinct &= !std::equal(c[i].v, c[i].v + 3, c[j].v);
+                for (int i = 0; i < j; i++)
+                    distinct &= c[i].v[0] != c[j].v[0] || c[i].v[1] != c[j].v[1] || c[i].v[2] != c[j].v[2];
             }
         } while (!distinct);
         for (int j = 0; j < set.n; j++) {
@@ -100,7 +100,9 @@ class Clusterer : private Samples<gray> {
     bool Recentre() {
         const GivenSums all = Base::template SumClusters<kMost>();
         StoreSums(all, set.n);
-        const V8 used = Slots()<set.n, filled = all.count> 0, fresh = used & filled;
+        const V8 used = Slots() < set.n;
+        const V8 filled = all.count > 0;
+        const V8 fresh = used & filled;
         Narrow(set.support, used ? all.count : Widen(set.support));
         const V8 m = fresh ? all.count : V8{} + 1;
         const F8 divisor = __builtin_convertvector(m, F8);

@@ -10,8 +10,8 @@ inline std::int32_t ClosestPair(const Means& m) {
         const V8 closer = (Slots() > i) & (Slots() < kClusters) & (d < least);
         least = closer ? d : least;
     }
-    least = Least(least, __builtin_shufflevector(least, least, 4, 5, 6, 7, 0, 1, 2, 3));
-    least = Least(least, __builtin_shufflevector(least, least, 2, 3, 0, 1, 6, 7, 4, 5));
+    least = Min(least, __builtin_shufflevector(least, least, 4, 5, 6, 7, 0, 1, 2, 3));
+    least = Min(least, __builtin_shufflevector(least, least, 2, 3, 0, 1, 6, 7, 4, 5));
     const std::int32_t a = least[0], b = least[1];
     return a < b ? a : b;
 }
@@ -26,6 +26,7 @@ class Opening {
         for (int i = 0; i < kSamples; i++) lane_at[i] = static_cast<std::uint8_t>(i);
     }
 
+    // Kept apart from the frequent case, which needs the registers.
     __attribute__((noinline)) void Run(int maxdist) {
         FindWorst();
         for (int round = 0; round < 3 && dmax > maxdist; round++) {
@@ -65,7 +66,7 @@ class Opening {
         for (int channel = 0; channel < kChannels; channel++) {
             std::int32_t* const sum = set.sum[channel];
             std::int16_t* const mean = set.mean[channel];
-            const int s = sum[i] + sum[j], fresh = RoundedMean(s, all);
+            const int s = sum[i] + sum[j], fresh = (s + all / 2) / all;
             sum[i] = s - (all - support) * fresh;
             mean[i] = static_cast<std::int16_t>(fresh);
             sum[j] = sum[last];
@@ -75,6 +76,7 @@ class Opening {
         set.support[j] = set.support[last];
         samples.Weigh(MeansOf<gray>(set), n);
     }
+
     // A new cluster at the worst sample; the last sample takes its place in the order of the store.
     void Open() {
         const int j = n++, lane = lane_at[worst], last = lane_at[--left];
@@ -135,9 +137,9 @@ __attribute__((noinline)) void ForgetOneByOne(ClusterSet& set) {
 // Sums are order-free, so the samples of a cluster join it all at once; those that find it at full support each replace
 // one sample at its mean. Then the fresh means. Slots behind the clusters keep what they hold.
 template <bool gray>
-inline void Fold(const GivenSums& given, ClusterSet& set, bool forget, CandidateList& list) {
+inline void FoldAndForget(const GivenSums& given, ClusterSet& set, bool forget, CandidateList& list) {
     const V8 used = Slots() < set.n, before = Widen(set.support), all = before + given.count;
-    const V8 support = Least(all, V8{} + kMaxSupport), over = all - support;
+    const V8 support = Min(all, V8{} + kMaxSupport), over = all - support;
     const F8 divisor = __builtin_convertvector(used ? support : V8{} + 1, F8);
     Means m = MeansOf<gray>(set);
     V8 sums[3];
@@ -180,13 +182,13 @@ inline void MaintainCell(const CellRun& run, int j, int maxdist, bool forget) {
     V top = samples.Distances(0);
     for (int i = 1; i < kGroups; i++) top = Max(top, samples.Distances(i));
     // Nothing opens either where six clusters are farther apart than any sample is from its own.
-    if (!Any(top > maxdist) || (set.n == kClusters && !Any(top > ClosestPair(MeansOf<gray>(set)) >> 6))) {
-        Fold<gray>(samples.template SumClusters<kMost>(), set, forget, list);
+    if (!Any(top > maxdist) || (set.n == kClusters && !Any(top > (ClosestPair(MeansOf<gray>(set)) >> 6)))) {
+        FoldAndForget<gray>(samples.template SumClusters<kMost>(), set, forget, list);
         return;
     }
     Opening<gray> opening(set, samples);
     opening.Run(maxdist);
-    Fold<gray>(opening.samples.template SumClusters<kClusters>(), set, forget, list);
+    FoldAndForget<gray>(opening.samples.template SumClusters<kClusters>(), set, forget, list);
 }
 
 template <bool gray>

@@ -2,9 +2,10 @@
 //
 // The cluster of a sample is the one with the largest key 8 (2 p.c - |c|^2) + (7 - j): the index j in the low bits lets
 // the lower cluster win ties, and the distance comes back as |p|^2 - (key >> 3). With means within kLowest .. kHighest
-// weights of 16 c fit 16 bits and distances times 64 fit 32. A merged mean may leave those bounds: the sum of a cluster
-// lies at most 256 above support x mean and, as negative means are rounded towards zero, at most 768 below. So it stays
-// within -1024 .. 767; all this holds up to 2047 either way.
+// weights of 16 c fit 16 bits and distances times 64 fit 32. Before the first merge a sum lies at
+// most 256 above support x mean and, as negative means are rounded towards zero, at most 768 below. Merging adds sums
+// and supports, so a merged mean stays within -1024 .. 767. Above the ceiling of support the remainder doubles, but
+// then the divisor exceeds 512 and it moves the mean by at most 3. All this holds up to 2047 either way.
 
 constexpr int kGroups = kFrames * kPixels / N;
 constexpr int kSamples = kFrames * kPixels;
@@ -41,7 +42,7 @@ inline bool None(V8 v) {
     return (l[0] | l[1] | l[2] | l[3]) == 0;
 #endif
 }
-inline V8 Least(V8 a, V8 b) {
+inline V8 Min(V8 a, V8 b) {
     return a < b ? a : b;
 }
 // The three channels of all means; a gray cell has one.
@@ -88,6 +89,7 @@ class Samples {
     // Vector by vector: compilers make a slow block copy of it otherwise.
     Samples(const Samples& other) { *this = other; }
     Samples& operator=(const Samples& other) {
+        if (this == &other) return *this;
         for (int i = 0; i < kFrames; i++) blocks[i] = other.blocks[i];
         for (int i = 0; i < kGroups; i++) {
             rb[i] = other.rb[i];
@@ -157,12 +159,17 @@ class Samples {
     }
 
     const PixelBlock* blocks[kFrames];
-    V rb[kGroups], g1[kGroups], pp[kGroups], key[kGroups];
+    V rb[kGroups];   // red and blue in the halves of a lane
+    V g1[kGroups];   // green, and a one to count with
+    V pp[kGroups];   // |p|^2
+    V key[kGroups];  // of the nearest cluster, after Compare
+    // Of the clusters: 16 R and 16 B, 16 G, and the rest of the key.
     alignas(32) std::int32_t wrb[ClusterSet::kSlots], wg[ClusterSet::kSlots], constant[ClusterSet::kSlots];
 };
 
 // Rounded means, (s + m / 2) / m with s >= 0 or the sum of a settled cluster. The quotient in single precision
-// truncates exactly: a sum is below 2^19, and a quotient that is no integer lies at least 1/512 from one.
+// truncates exactly: with |s| below 2^19 its rounding error is below 2^19 / m / 2^24 = 1 / (32 m), and a quotient that
+// is no integer lies at least 1 / m from one.
 inline V8 RoundedMeans(V8 s, V8 m, F8 divisor) {
     return __builtin_convertvector(__builtin_convertvector(s + (m >> 1), F8) / divisor, V8);
 }
@@ -182,9 +189,10 @@ inline void List(int n, V8 support, const Means& m, CandidateList& list) {
 #if KERNELS_LANES == 16
     const auto mask = static_cast<__mmask8>(_mm256_movemask_ps((__m256)qualifies));
     const auto pack = [&](V8 v) { return (V8)_mm256_maskz_compress_epi32(mask, (__m256i)v); };
-    Store(list.constant, pack(start) - Slots());  // each store runs into the next member, which follows
-    Store(list.rb, pack(red_blue));
-    Store(list.g, pack(green));
+    char* const to = reinterpret_cast<char*>(&list);  // each store runs into the next member, which follows
+    Store(to + offsetof(CandidateList, constant), pack(start) - Slots());
+    Store(to + offsetof(CandidateList, rb), pack(red_blue));
+    Store(to + offsetof(CandidateList, g), pack(green));
     list.n = __builtin_popcount(mask);
 #else
     int count = 0;
