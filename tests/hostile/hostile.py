@@ -124,6 +124,16 @@ def large_announcements(analyzer, root):
 
 
 @case
+def huge_pages(analyzer, root):
+    """Where the system backs memory with huge pages by itself, arrays of which little is used must not become real."""
+    os.environ['GLIBC_TUNABLES'] = 'glibc.malloc.hugetlb=1'
+    try:  # every row ends in a clipped cell
+        check(analyzer, root, [frame(n, 1438, 810, level=60 + n % 3) for n in range(1, 6)], b''.join(map(ok, range(1, 6))))
+    finally:
+        del os.environ['GLIBC_TUNABLES']
+
+
+@case
 def bodies_of_other_lengths(analyzer, root):
     short = b'A body is shorter than its image; the missing bytes are taken as zero.'
     check(analyzer, root, frame(1) + frame(2, body=b'x') + frame(3, body=b'x' * 191) + frame(4),
