@@ -95,6 +95,7 @@ void ColorDiffTracker::DetectForeground(KsColorImage& CI, int frame, float color
         const int k = TakeObjectCell();
         if (k == kMaxObjects) continue;  // table full: no record, id or contour for this component
         Observe(CI, k, label);
+        index->Refresh(k);
         if (DEBUG) TraceRecord(Ob[k]);
         G->FindPotentialParents(Ob[k]);
         Associate(k);
