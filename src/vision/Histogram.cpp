@@ -6,11 +6,17 @@
 #include "kshistogram.h"
 #include "pixelwalk.h"
 
-void KsHistogram::KsBuildColorHistogram(KsColorImage& CI, GridColorDiff* G) {
-    const int *div = G->auxdiv, *m16 = G->auxmult16, *m256 = G->auxmult256;
-    ForEachPixel(*this, CI.NofR, CI.NofC, [&](int r, int c) {
-        KsSetCval(div[CI.Red(r, c)] + m16[div[CI.Green(r, c)]] + m256[div[CI.Blue(r, c)]]);
-    });
+void KsHistogram::KsBuildColorHistogram(KsColorImage& CI, GridColorDiff*) {
+    // The grid's tables auxdiv, auxmult16 and auxmult256, as shifts.
+    const auto bin = [](const unsigned char* p) { return p[0] >> 4 | (p[1] >> 4) << 4 | (p[2] >> 4) << 8; };
+    const int first_r = std::max(minr, 0), last_r = std::min(maxr, CI.NofR - 1);
+    const int first_c = std::max(minc, 0), count = std::min(maxc, CI.NofC - 1) - first_c + 1;
+    for (int r = first_r; r <= last_r; r++) {
+        const unsigned char* p =
+            CI.rawsrc +
+            (static_cast<std::size_t>(r) * static_cast<std::size_t>(CI.NofC) + static_cast<std::size_t>(first_c)) * 3;
+        for (int c = 0; c < count; c++, p += 3) KsSetCval(bin(p));
+    }
 }
 
 void KsHistogram::KsBuildColorHistogram(KsColorImage& CI, int* CInd) {
@@ -32,14 +38,14 @@ int GridColorDiff::BuildHistogramForComponent(KsColorImage& CI, KsHistogram& hco
     int area = 0;
     int r0 = 100000, r1 = -1, c0 = 100000, c1 = -1;
     const int h = cellsize_2;
-    const auto count = [&](int minr, int maxr, int minc, int maxc) {
+    const auto count = [&](int minr, int maxr, int minc, int maxc, int quadrants) {
         hcomp.KsSetBoxBounds(minr, maxr, minc, maxc);
-        ForEachPixel(hcomp, NofR, NofC, [&](int r, int c) {
-            rc += r;
-            cc += c;
-        });
         hcomp.KsBuildColorHistogram(CI, this);
-        area += h * h;  // Deliberate: a full quadrant, even where the frame's edge clips it
+        const long long last_r = std::min(maxr, NofR - 1), last_c = std::min(maxc, NofC - 1);
+        const long long nr = std::max(0LL, last_r - minr + 1), nc = std::max(0LL, last_c - minc + 1);
+        rc += nc * (nr * (minr + last_r) / 2);
+        cc += nr * (nc * (minc + last_c) / 2);
+        area += quadrants * h * h;  // Deliberate: full quadrants, even where the frame's edge clips them
     };
     const auto in_component = [&](int k) { return k >= 0 && label[k] == lab; };
     for (const int i : CellsOf(lab)) {
@@ -50,10 +56,11 @@ int GridColorDiff::BuildHistogramForComponent(KsColorImage& CI, KsHistogram& hco
         c0 = std::min(c0, cell.minc);
         c1 = std::max(c1, cell.maxc);
         const int upper = std::min(cell.maxr, cell.minr + h - 1), left = std::min(cell.maxc, cell.minc + h - 1);
-        if (!in_component(n[i].n[5])) count(cell.minr, upper, cell.minc, left);
-        if (!in_component(n[i].n[4])) count(cell.minr, upper, cell.minc + h, cell.maxc);
-        count(cell.minr + h, cell.maxr, cell.minc, left);
-        count(cell.minr + h, cell.maxr, cell.minc + h, cell.maxc);
+        const bool upper_left = !in_component(n[i].n[5]), upper_right = !in_component(n[i].n[4]);
+        if (upper_left || upper_right)
+            count(cell.minr, upper, upper_left ? cell.minc : cell.minc + h, upper_right ? cell.maxc : left,
+                  upper_left + upper_right);
+        count(cell.minr + h, cell.maxr, cell.minc, cell.maxc, 2);
     }
     hcomp.KsSetBoxBounds(r0, r1, c0, c1);
     return area;
