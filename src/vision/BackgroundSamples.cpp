@@ -12,7 +12,7 @@ BackgroundModel::Storage::Storage(const GridColorDiff& grid, int rows, int cols)
       height(rows),
       stage(static_cast<std::size_t>(grid.cnum), kRecord),
       sets(static_cast<std::size_t>(grid.cnum)),
-      samples(static_cast<std::size_t>(grid.cnum), true),
+      samples(static_cast<std::size_t>(grid.cnum)),
       records(static_cast<std::size_t>(grid.cnum), true),
       shared(static_cast<std::size_t>(grid.cnum)),
       flags(static_cast<std::size_t>(grid.cnum)) {
@@ -49,6 +49,14 @@ void BackgroundModel::Storage::Remember(const KsColorImage& CI) {
     std::memcpy(frame.get(), CI.rawsrc, bytes);
 }
 
+void BackgroundModel::Storage::TouchSamples() {
+    constexpr int kParts = 16;
+    const int cells = static_cast<int>(stage.size());
+    const int end = cells - touched <= cells / kParts ? cells : touched + cells / kParts;
+    samples.Touch(touched, end);
+    touched = end;
+}
+
 void BackgroundModel::Storage::Load(const Lattice& l, int row, int first_col, int count, int back,
                                     kernels::PixelBlock* px) const {
     const std::size_t stride = static_cast<std::size_t>(width) * 3;
@@ -60,7 +68,7 @@ void BackgroundModel::Storage::Load(const Lattice& l, int row, int first_col, in
 int BackgroundModel::Storage::Samples(int k, kernels::PixelBlock (&px)[kernels::kFrames]) {
     const int held = stage[static_cast<std::size_t>(k)];
     if (held >= kOwn) {
-        std::copy_n(samples[k].begin(), kernels::kFrames, px);
+        std::copy_n(samples[k].begin(), held - kOwn, px);
         return held - kOwn;
     }
     const Lattice& l = Of(k);
@@ -135,9 +143,10 @@ void BackgroundModel::GatherRow(const KsColorImage& CI, int lattice, int row, co
         } else if (stage[j] == Storage::kRecord) {
             ActOnRow(lattice, row, action);  // what stands before it
             GatherRecord(CI, first + j, action);
+        } else if (stage[j] == Storage::kOwn + Storage::kMostOwn) {
+            s.full.push_back(j);
         } else {
-            s.Load(l, row, j, 1, 0, &s.samples[first + j][static_cast<std::size_t>(stage[j] - Storage::kOwn)]);
-            if (++stage[j] == Storage::kOwn + kernels::kFrames) s.full.push_back(j);
+            s.Load(l, row, j, 1, 0, &s.samples[first + j][static_cast<std::size_t>(stage[j]++ - Storage::kOwn)]);
         }
     }
     ActOnRow(lattice, row, action);
@@ -156,8 +165,12 @@ void BackgroundModel::ActOnRow(int lattice, int row, Action action) {
         const int j = cells[e];
         end = e + 1;
         if (stage[j] >= Storage::kOwn) {
-            for (std::size_t i = 0; i < kernels::kFrames; i++)
-                s.strip[i * stride + static_cast<std::size_t>(e)] = s.samples[first + j][i];
+            kernels::PixelBlock* px = s.strip.data() + e;
+            for (const kernels::PixelBlock& block : s.samples[first + j]) {
+                *px = block;
+                px += count;
+            }
+            s.Load(l, row, j, 1, 0, px);
             continue;
         }
         // Cells side by side whose samples are the pixels of the latest four frames.

@@ -38,6 +38,7 @@ void BackgroundModel::UpdateBackground(KsColorImage& CI, bool updateall, int tne
         return;
     }
     if (cnum == 0) return;
+    if (updateall) own->TouchSamples();
     // Cell 0 stands for the whole model.
     if (Look(0).nclusters == 0) Gather(CI, nullptr, Action::kCluster);
     for (int i = 0; i < cnum; i++) G->aux[i] = G->conf[i] <= 0.0 || updateall;

@@ -33,6 +33,9 @@ struct BackgroundModel::Storage {
     kernels::CandidateList& List(const Lattice& l, int i, int j) {
         return l.lists[l.list_first + i * l.list_stride + j];
     }
+    // Gives a part of the samples their memory. Called while all cells learn, so that a sudden change of the whole
+    // picture does not have to wait for it.
+    void TouchSamples();
     // Puts the frame into the ring.
     void Remember(const KsColorImage& CI);
     // The frame `back` frames ago, 0..3.
@@ -50,8 +53,10 @@ struct BackgroundModel::Storage {
     // Per cell: how many of the latest frames are its samples, 0..3; or kOwn and how many blocks of its own it has,
     // 1..3; or kRecord.
     std::vector<std::uint8_t> stage;
-    ZeroPages<kernels::ClusterSet> sets;  // of the cells that do not live in records
-    ZeroPages<std::array<kernels::PixelBlock, kernels::kFrames>> samples;
+    ZeroPages<kernels::ClusterSet> sets;                   // of the cells that do not live in records
+    static constexpr int kMostOwn = kernels::kFrames - 1;  // blocks that a cell keeps; the last one comes from the ring
+    ZeroPages<std::array<kernels::PixelBlock, kMostOwn>> samples;
+    int touched = 0;  // cells whose samples have been given memory
     ZeroPages<KsBackgroundCell> records;
     std::vector<std::uint8_t> shared;  // cells whose record somebody holds
     std::vector<int> shared_cells;     // the same, listed

@@ -43,6 +43,13 @@ class ZeroPages {
     T* data() const {
         return first;
     }
+    // Makes elements from .. to - 1 real; their values stay.
+    void Touch(int from, int to) const {
+        constexpr std::size_t kStep = 4096;
+        auto* const begin = reinterpret_cast<volatile unsigned char*>(first + from);
+        const std::size_t size = static_cast<std::size_t>(to - from) * sizeof(T);
+        for (std::size_t at = 0; at < size; at += kStep) begin[at] = begin[at];
+    }
 
  private:
     struct Free {
