@@ -48,7 +48,10 @@ class ZeroPages {
         constexpr std::size_t kStep = 4096;
         auto* const begin = reinterpret_cast<volatile unsigned char*>(first + from);
         const std::size_t size = static_cast<std::size_t>(to - from) * sizeof(T);
-        for (std::size_t at = 0; at < size; at += kStep) begin[at] = begin[at];
+        for (std::size_t at = 0; at < size; at += kStep) {
+            const unsigned char value = begin[at];
+            begin[at] = value;
+        }
     }
 
  private:
