@@ -138,13 +138,11 @@ void BackgroundModel::GatherRow(const KsColorImage& CI, int lattice, int row, co
             if (stage[j] > 0 && stage[j] < Storage::kOwn) TakeOut(first + j);
         } else if (stage[j] < kernels::kFrames - 1) {
             stage[j]++;
-        } else if (stage[j] == kernels::kFrames - 1) {
+        } else if (stage[j] == kernels::kFrames - 1 || stage[j] == Storage::kOwn + Storage::kMostOwn) {
             s.full.push_back(j);
         } else if (stage[j] == Storage::kRecord) {
             ActOnRow(lattice, row, action);  // what stands before it
             GatherRecord(CI, first + j, action);
-        } else if (stage[j] == Storage::kOwn + Storage::kMostOwn) {
-            s.full.push_back(j);
         } else {
             s.Load(l, row, j, 1, 0, &s.samples[first + j][static_cast<std::size_t>(stage[j]++ - Storage::kOwn)]);
         }
