@@ -190,23 +190,17 @@ void BackgroundModel::ActOn(const kernels::CellRun& run, Action action) {
         kernel.cluster(run, maxdist, gray, random_draws::Random);
         return;
     }
-    for (int j = 0, end; j < run.n; j = end) {
-        const auto fitting = [&](int e) {
-            const int k = run.cells[e];
-            return action >= Action::kMaintain && fits && run.lists[k].n >= 0 && run.sets[k].n > 0;
-        };
-        for (end = j; end < run.n && fitting(end);) end++;
-        if (end > j) {
-            kernel.maintain({end - j, run.cells + j, run.sets, run.lists, run.samples + j, run.stride}, maxdist, gray,
-                            action == Action::kMaintainAndForget);
+    const auto rest = [&](int j, int count) {
+        return kernels::CellRun{count, run.cells + j, run.sets, run.lists, run.samples + j, run.stride};
+    };
+    const bool forget = action == Action::kMaintainAndForget;
+    for (int j = 0; j < run.n; j++) {
+        if (action < Action::kMaintain) {
+            kernels::scalar.cluster(rest(j, 1), maxdist, gray, random_draws::Random);
             continue;
         }
-        end = j + 1;
-        const kernels::CellRun plain{1, run.cells + j, run.sets, run.lists, run.samples + j, run.stride};
-        if (action >= Action::kMaintain)
-            kernels::scalar.maintain(plain, maxdist, gray, action == Action::kMaintainAndForget);
-        else
-            kernels::scalar.cluster(plain, maxdist, gray, random_draws::Random);
+        if (fits) j += kernel.maintain(rest(j, run.n - j), maxdist, gray, forget);
+        if (j < run.n) kernels::scalar.maintain(rest(j, 1), maxdist, gray, forget);
     }
 }
 

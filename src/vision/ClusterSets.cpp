@@ -15,7 +15,7 @@ void KsBackgroundCell::GiveClusters(kernels::ClusterSet& set) const {
     set.n = nclusters;
     for (int j = 0; j < kMaxClusters; j++) {
         set.support[j] = support[j];
-        set.added[j] = added[j];
+        set.added[j] = static_cast<std::uint8_t>(added[j]);
         const ColorMean& m = clusters[j];
         set.mean[0][j] = m.R;
         set.mean[1][j] = m.G;

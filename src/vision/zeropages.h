@@ -31,7 +31,8 @@ class ZeroPages {
         constexpr std::uintptr_t kPage = 4096;  // where pages are larger the advice may be refused, which does no harm
         constexpr std::size_t kHugePage = std::size_t{2} << 20;
         const std::uintptr_t begin = (address + kPage - 1) / kPage * kPage, end = (address + size) / kPage * kPage;
-        if (sparse && size >= kHugePage) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_NOHUGEPAGE);
+        if (size >= kHugePage)
+            ::madvise(reinterpret_cast<void*>(begin), end - begin, sparse ? MADV_NOHUGEPAGE : MADV_HUGEPAGE);
 #else
         static_cast<void>(sparse);
 #endif

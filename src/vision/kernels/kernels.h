@@ -30,24 +30,26 @@ struct alignas(64) PixelBlock {
 };
 
 // The clusters of a cell, channel by channel (red, green, blue). The values are those of KsBackgroundCell; slots from n
-// on are stale. Infrared sets leave green and blue alone.
+// on are stale. Infrared sets leave green and blue alone. Two cache lines: vector kernels read eight slots of a member
+// and with them the first bytes of the next one, so the order of the members counts.
 struct alignas(64) ClusterSet {
-    static constexpr int kSlots = 8;  // of which six are used
-    std::int32_t sum[3][kSlots];
-    std::int16_t mean[3][kSlots];
-    std::int16_t support[kSlots], added[kSlots];
+    std::int32_t sum[3][kClusters];
+    std::int16_t mean[3][kClusters];
+    std::int16_t support[kClusters];
+    std::uint8_t added[kClusters];
     std::int16_t n;
 };
+static_assert(sizeof(ClusterSet) == 128);
 
 // The clusters of one cell that qualify for queries (support above 128), in order. A cell fits the kernels if all its
-// clusters in use, not only these, have means within the bounds and support.
-struct CandidateList {
+// clusters in use, not only these, have means within the bounds and support. One cache line; the order counts here too.
+struct alignas(64) CandidateList {
     std::int32_t constant[kClusters];  // 31 - place - 32 |c|^2
     std::int32_t rb[kClusters];        // 64 R in the low, 64 B in the high 16 bits
-    std::int32_t g[kClusters];         // 64 G in the low 16 bits
+    std::int16_t g[kClusters];         // 64 G
     std::int32_t n;                    // -1: the cell does not fit, use the plain code
-    std::int32_t reserved;             // fills the last group of eight lanes
 };
+static_assert(sizeof(CandidateList) == 64);
 
 // Cells with their 64 samples each, to be clustered or maintained. Their lists are brought up to date with them.
 struct CellRun {
@@ -102,8 +104,9 @@ struct Table {
     // ClusterCell. `draw` is the model's generator, called for every starting centre and redraw, cell by cell. `gray`
     // takes the red channel alone. maxdist is 0 .. kMostColor or kMostGray.
     void (*cluster)(const CellRun& run, int maxdist, bool gray, long (*draw)());
-    // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters of cells that fit and have clusters.
-    void (*maintain)(const CellRun& run, int maxdist, bool gray, bool forget);
+    // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters. Returns how many cells it maintained: the vector
+    // versions stop before the first one that does not fit or has no clusters.
+    int (*maintain)(const CellRun& run, int maxdist, bool gray, bool forget);
     // Quadrant sums of the pixels themselves.
     void (*sums)(const PixelBlock& px, QuadrantSums& q);
     // Difference measure of n cells from their channel sums: the length of the vector, truncated. Adds the measures to

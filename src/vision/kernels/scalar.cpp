@@ -20,7 +20,7 @@ void ListCandidates(const ClusterSet& set, bool gray, CandidateList& list) {
         list.constant[n] = 31 - n - 32 * (r * r + g * g + b * b);
         list.rb[n] = static_cast<std::int32_t>((static_cast<std::uint32_t>(64 * r) & 0xffff) |
                                                (static_cast<std::uint32_t>(64 * b) << 16));
-        list.g[n] = (64 * g) & 0xffff;
+        list.g[n] = static_cast<std::int16_t>(64 * g);
         n++;
     }
     list.n = n;
@@ -60,7 +60,7 @@ Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5]
         int best = INT_MIN, before = 0, dr = 0, dg = 0, db = 0;
         for (const CandidateList* list : lists) {
             for (int j = 0; j < list->n; j++) {
-                const int wr = LowHalf(list->rb[j]), wb = list->rb[j] >> 16, wg = LowHalf(list->g[j]);
+                const int wr = LowHalf(list->rb[j]), wb = list->rb[j] >> 16, wg = list->g[j];
                 const int score = wr * r + wb * b + wg * g + list->constant[j] - before;
                 if (score <= best) continue;
                 best = score;
@@ -117,7 +117,7 @@ void Cluster(const CellRun& run, int maxdist, bool gray, long (*)()) {
     });
 }
 
-void Maintain(const CellRun& run, int maxdist, bool gray, bool forget) {
+int Maintain(const CellRun& run, int maxdist, bool gray, bool forget) {
     ForEachCell(run, gray, [&](KsBackgroundCell& cell) {
         if (gray)
             cell.UpdateCellClustersGray(maxdist);
@@ -126,6 +126,7 @@ void Maintain(const CellRun& run, int maxdist, bool gray, bool forget) {
         if (forget && gray) cell.ForgetUnsupportedClustersGray();
         if (forget && !gray) cell.ForgetUnsupportedClusters();
     });
+    return run.n;
 }
 
 }  // namespace

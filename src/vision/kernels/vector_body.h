@@ -25,6 +25,7 @@ typedef std::int16_t W __attribute__((vector_size(4 * N)));
 typedef std::int16_t H __attribute__((vector_size(2 * N)));
 typedef std::int32_t V8 __attribute__((vector_size(32)));  // one lane per cluster of a cell
 typedef std::int16_t H8 __attribute__((vector_size(16)));
+typedef std::uint8_t B8 __attribute__((vector_size(8)));
 typedef float F8 __attribute__((vector_size(32)));
 
 inline V Load(const void* p) {

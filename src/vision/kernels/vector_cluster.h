@@ -103,11 +103,11 @@ class Clusterer : private Samples<gray> {
         const V8 used = Slots() < set.n;
         const V8 filled = all.count > 0;
         const V8 fresh = used & filled;
-        Narrow(set.support, used ? all.count : Widen(set.support));
+        StoreSlots(set.support, used ? all.count : Widen(set.support));
         const V8 m = fresh ? all.count : V8{} + 1;
         const F8 divisor = __builtin_convertvector(m, F8);
         const auto settle = [&](int channel, V8 s) {
-            Narrow(set.mean[channel], fresh ? RoundedMeans(s, m, divisor) : Widen(set.mean[channel]));
+            StoreSlots(set.mean[channel], fresh ? RoundedMeans(s, m, divisor) : Widen(set.mean[channel]));
         };
         settle(0, all.red);
         if (!gray) {
@@ -122,10 +122,10 @@ class Clusterer : private Samples<gray> {
     // The channel sums of the first n clusters.
     void StoreSums(const GivenSums& all, int n) {
         const V8 which = Slots() < n;
-        Store(set.sum[0], which ? all.red : LoadAs<V8>(set.sum[0]));
+        StoreSlots(set.sum[0], which ? all.red : LoadAs<V8>(set.sum[0]));
         if (gray) return;
-        Store(set.sum[1], which ? all.green : LoadAs<V8>(set.sum[1]));
-        Store(set.sum[2], which ? all.blue : LoadAs<V8>(set.sum[2]));
+        StoreSlots(set.sum[1], which ? all.green : LoadAs<V8>(set.sum[1]));
+        StoreSlots(set.sum[2], which ? all.blue : LoadAs<V8>(set.sum[2]));
     }
 
     static constexpr int kMost = 3;     // clusters

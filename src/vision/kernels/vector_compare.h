@@ -1,5 +1,14 @@
 // Vector form of the comparison of pixels with the clusters around them; part of vector_body.h.
 
+// The green weights of a list in the low halves of lanes.
+inline V8 Greens(const CandidateList& list) {
+#if defined(__AVX2__)
+    return (V8)_mm256_cvtepu16_epi32(LoadAs<__m128i>(list.g));
+#else
+    return __builtin_convertvector(LoadAs<H8>(list.g), V8) & 0xffff;
+#endif
+}
+
 // The candidates of a comparison side by side, in order, and a few behind them that never win.
 class Candidates {
  public:
@@ -7,7 +16,7 @@ class Candidates {
         if ((lists[0]->n | lists[1]->n | lists[2]->n | lists[3]->n | lists[4]->n) < 0) return kUnfit;
         int at = 0;
         for (const CandidateList* list : lists) {
-            Put(at, LoadAs<V8>(list->constant) - at, LoadAs<V8>(list->rb), LoadAs<V8>(list->g));
+            Put(at, LoadAs<V8>(list->constant) - at, LoadAs<V8>(list->rb), Greens(*list));
             at += list->n;
         }
         Put(at, V8{} + INT_MIN / 2, V8{}, V8{});

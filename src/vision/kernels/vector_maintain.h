@@ -147,22 +147,22 @@ inline void FoldAndForget(const GivenSums& given, ClusterSet& set, bool forget, 
         const V8 old = LoadAs<V8>(set.sum[channel]), sum = old + joining - mean * over;
         sums[channel] = used ? sum : old;
         mean = used ? RoundedMeans(sum, support, divisor) : mean;
-        Narrow(set.mean[channel], mean);
+        StoreSlots(set.mean[channel], mean);
     };
     settle(0, given.red, m.r);
     if (!gray) settle(1, given.green, m.g);
     if (!gray) settle(2, given.blue, m.b);
-    Narrow(set.added, used ? given.count : Widen(set.added));
+    StoreSlots(set.added, used ? given.count : Widen(set.added));
 
     // Clusters at full support, or with two samples or more, keep all they have.
     const V8 losing = used & (support < kMaxSupport) & (given.count < 2) & (forget ? -1 : 0);
     const V8 step = losing & (given.count - 2), rest = support + step;
     const bool vanish = !None(used & (rest <= 0));
     const V8 taken = vanish ? V8{} : step, kept = support + taken;
-    Narrow(set.support, used ? kept : before);
-    Store(set.sum[0], sums[0] + m.r * taken);
-    if (!gray) Store(set.sum[1], sums[1] + m.g * taken);
-    if (!gray) Store(set.sum[2], sums[2] + m.b * taken);
+    StoreSlots(set.support, used ? kept : before);
+    StoreSlots(set.sum[0], sums[0] + m.r * taken);
+    if (!gray) StoreSlots(set.sum[1], sums[1] + m.g * taken);
+    if (!gray) StoreSlots(set.sum[2], sums[2] + m.b * taken);
     if (!vanish) {
         List(set.n, kept, m, list);
         return;
@@ -192,7 +192,7 @@ inline void MaintainCell(const CellRun& run, int j, int maxdist, bool forget) {
 }
 
 template <bool gray>
-void MaintainRun(const CellRun& run, int maxdist, bool forget) {
+int MaintainRun(const CellRun& run, int maxdist, bool forget) {
     for (int j = 0; j < run.n; j++) {
         // The next cells' clusters and lists come from the outer caches, whose latency would show.
         constexpr int kAhead = 4, kLine = 64;
@@ -201,6 +201,7 @@ void MaintainRun(const CellRun& run, int maxdist, bool forget) {
             __builtin_prefetch(reinterpret_cast<const char*>(run.sets + next) + byte, 1);
         __builtin_prefetch(run.lists + next, 1);
         const int n = run.sets[run.cells[j]].n;
+        if (n == 0 || run.lists[run.cells[j]].n < 0) return j;
         if (n > 4)
             MaintainCell<gray, 6>(run, j, maxdist, forget);
         else if (n > 2)
@@ -208,11 +209,9 @@ void MaintainRun(const CellRun& run, int maxdist, bool forget) {
         else
             MaintainCell<gray, 2>(run, j, maxdist, forget);
     }
+    return run.n;
 }
 
-void Maintain(const CellRun& run, int maxdist, bool gray, bool forget) {
-    if (gray)
-        MaintainRun<true>(run, maxdist * maxdist, forget);
-    else
-        MaintainRun<false>(run, maxdist, forget);
+int Maintain(const CellRun& run, int maxdist, bool gray, bool forget) {
+    return gray ? MaintainRun<true>(run, maxdist * maxdist, forget) : MaintainRun<false>(run, maxdist, forget);
 }

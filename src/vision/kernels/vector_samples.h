@@ -15,6 +15,7 @@ alignas(64) constexpr std::int32_t kLane[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10
 inline V8 Slots() {
     return LoadAs<V8>(kLane);
 }
+// Members of a ClusterSet or CandidateList, with the first bytes of the next one in the upper lanes.
 inline V8 Widen(const std::int16_t* v) {
 #if defined(__AVX2__)
     return (V8)_mm256_cvtepi16_epi32(LoadAs<__m128i>(v));
@@ -22,15 +23,38 @@ inline V8 Widen(const std::int16_t* v) {
     return __builtin_convertvector(LoadAs<H8>(v), V8);
 #endif
 }
-inline void Narrow(std::int16_t* to, V8 v) {
-#if defined(__AVX512VL__)
-    Store(to, _mm256_cvtepi32_epi16((__m256i)v));
-#elif defined(__AVX2__)
-    const __m256i packed = _mm256_packs_epi32((__m256i)v, (__m256i)v);  // the values fit
-    Store(to, _mm256_castsi256_si128(_mm256_permute4x64_epi64(packed, 0x08)));
+inline V8 Widen(const std::uint8_t* v) {
+#if defined(__AVX2__)
+    return (V8)_mm256_cvtepu8_epi32(_mm_cvtsi64_si128(LoadAs<std::int64_t>(v)));
 #else
-    Store(to, __builtin_convertvector(v, H8));
+    return __builtin_convertvector(LoadAs<B8>(v), V8);
 #endif
+}
+// Stores to the six slots and nothing behind them.
+inline void StoreSlots(std::int32_t* to, V8 v) {
+    Store(to, __builtin_shufflevector(v, v, 0, 1, 2, 3));
+    Store(to + 4, __builtin_shufflevector(v, v, 4, 5));
+}
+inline void StoreSlots(std::int16_t* to, V8 v) {  // the values fit
+#if defined(__AVX512VL__)
+    const H8 h = (H8)_mm256_cvtepi32_epi16((__m256i)v);
+#elif defined(__AVX2__)
+    const __m256i packed = _mm256_packs_epi32((__m256i)v, (__m256i)v);
+    const H8 h = (H8)_mm256_castsi256_si128(_mm256_permute4x64_epi64(packed, 0x08));
+#else
+    const H8 h = __builtin_convertvector(v, H8);
+#endif
+    Store(to, __builtin_shufflevector(h, h, 0, 1, 2, 3));
+    Store(to + 4, __builtin_shufflevector(h, h, 4, 5));
+}
+inline void StoreSlots(std::uint8_t* to, V8 v) {  // the values fit
+#if defined(__AVX512VL__)
+    const auto bytes = _mm_cvtsi128_si64(_mm256_maskz_cvtepi32_epi8(0xff, (__m256i)v));
+#else
+    const B8 b = __builtin_convertvector(v, B8);
+    const auto bytes = LoadAs<std::int64_t>(&b);
+#endif
+    std::memcpy(to, &bytes, kClusters);
 }
 // All lanes zero.
 inline bool None(V8 v) {
@@ -164,7 +188,7 @@ class Samples {
     V pp[kGroups];   // |p|^2
     V key[kGroups];  // of the nearest cluster, after Compare
     // Of the clusters: 16 R and 16 B, 16 G, and the rest of the key.
-    alignas(32) std::int32_t wrb[ClusterSet::kSlots], wg[ClusterSet::kSlots], constant[ClusterSet::kSlots];
+    alignas(32) std::int32_t wrb[8], wg[8], constant[8];
 };
 
 // Rounded means, (s + m / 2) / m with s >= 0 or the sum of a settled cluster. The quotient in single precision
@@ -185,21 +209,21 @@ inline void List(int n, V8 support, const Means& m, CandidateList& list) {
         return;
     }
     const V8 qualifies = used & (support > kMinSupport), start = 31 - 32 * m.Squares();
-    const V8 red_blue = ((64 * m.r) & 0xffff) | (m.b << 22), green = (64 * m.g) & 0xffff;
+    const V8 red_blue = ((64 * m.r) & 0xffff) | (m.b << 22), green = 64 * m.g;
 #if KERNELS_LANES == 16
     const auto mask = static_cast<__mmask8>(_mm256_movemask_ps((__m256)qualifies));
     const auto pack = [&](V8 v) { return (V8)_mm256_maskz_compress_epi32(mask, (__m256i)v); };
     char* const to = reinterpret_cast<char*>(&list);  // each store runs into the next member, which follows
     Store(to + offsetof(CandidateList, constant), pack(start) - Slots());
     Store(to + offsetof(CandidateList, rb), pack(red_blue));
-    Store(to + offsetof(CandidateList, g), pack(green));
+    Store(to + offsetof(CandidateList, g), _mm256_cvtepi32_epi16((__m256i)pack(green)));
     list.n = __builtin_popcount(mask);
 #else
     int count = 0;
     for (int j = 0; j < kClusters; j++) {
         list.constant[count] = start[j] - count;
         list.rb[count] = red_blue[j];
-        list.g[count] = green[j];
+        list.g[count] = static_cast<std::int16_t>(green[j]);
         count -= qualifies[j];
     }
     list.n = count;
