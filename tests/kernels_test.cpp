@@ -411,6 +411,27 @@ TEST_P(Maintenance, Runs) {
     for (const int times : {merged, opened, beyond, forgotten}) EXPECT_GT(times, 100 * rounds);
 }
 
+// A cell that is not theirs ends a run of the vector versions: it and those behind it stay as they are.
+TEST_P(Maintenance, StopBeforeWhatDoesNotFit) {
+    for (const bool empty : {true, false}) {
+        SetCells(5, 0, false, false);
+        cells = {0, 2, 3, 4};
+        stride = cells.size();
+        px.assign(4 * stride, {});
+        std::vector<CandidateList> lists(sets.size(), ListOf({}, false));
+        if (empty)
+            sets[3].n = 0;
+        else
+            lists[3].n = -1;
+        const std::vector<ClusterSet> start = sets;
+        const int done = table.maintain({4, cells.data(), sets.data(), lists.data(), px.data(), stride}, 49, false, true);
+        ASSERT_EQ(done, &table == &plain ? 4 : 2);
+        if (done == 4) continue;
+        EXPECT_NE(Values(sets[2], {}), Values(start[2], {}));
+        for (const int k : {1, 3, 4}) EXPECT_EQ(Values(sets[k], {}), Values(start[k], {})) << k;
+    }
+}
+
 // The choice is made once in a process; the tests above must not make it in this one.
 TEST(KernelChoiceDeathTest, NamesAreObeyed) {
     for (const Table* t : Tables()) {

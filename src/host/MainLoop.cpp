@@ -139,6 +139,7 @@ void Analyzer::Run() {
     for (;;) {
         frame++;
         NextFrame();
+        if (HasPixels(Img)) Img.Share();  // the model keeps the latest frames
         if (frame == 1) {
             if (mode == kStreaming) AckOK(streamdata);
             if (HasPixels(Img)) BuildTracker();

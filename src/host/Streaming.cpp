@@ -118,7 +118,11 @@ unsigned char* ReadBody(std::size_t length, std::size_t needed) {
         buffer = static_cast<unsigned char*>(grown);
     }
     buffer[length] = 0;
-    if (needed <= length) return buffer;
+    if (needed <= length) {
+        // Frames are kept for a while: what their image does not need goes back.
+        void* const cut = length - needed > needed / 4 ? std::realloc(buffer, needed + 1) : nullptr;
+        return cut != nullptr ? static_cast<unsigned char*>(cut) : buffer;
+    }
 
     static bool said = false;
     if (!said) std::cerr << "A body is shorter than its image; the missing bytes are taken as zero." << std::endl;

@@ -8,10 +8,21 @@ void KsColorImage::KsReadImageMemory(unsigned char* src, int rows, int cols) {
     rawsrc = src;
     NofR = rows;
     NofC = cols;
+    shared = nullptr;
 }
 
 void KsColorImage::KsFreeImageMemory() {
-    if (raw) std::free(rawsrc);
+    if (shared != nullptr)
+        shared = nullptr;
+    else if (raw)
+        std::free(rawsrc);
+}
+
+void KsColorImage::Share() {
+    if (!raw || shared != nullptr) return;
+    raw = false;  // where there is no memory, the pointer releases the buffer
+    shared.reset(rawsrc, std::free);
+    raw = true;
 }
 
 void KsColorImage::KsWriteImage(const char* file) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 class KsColorImage {
  public:
@@ -23,6 +24,13 @@ class KsColorImage {
     // KsReadImageMemory in between would release the same buffer twice; callers that cannot rule that out
     // detach the buffer afterwards (see Detach).
     void KsFreeImageMemory();
+
+    // From now on others may keep the attached buffer (see Shared): KsFreeImageMemory gives up this image's share only.
+    // The pixels must not change any more. Throws std::bad_alloc, without a buffer then.
+    void Share();
+
+    // The buffer where it is shared, otherwise null.
+    const std::shared_ptr<unsigned char[]>& Shared() const { return shared; }
 
     // Forgets the buffer without releasing it: the image is as freshly constructed.
     void Detach() { *this = KsColorImage(); }
@@ -50,6 +58,8 @@ class KsColorImage {
     int GetBitsPerPixel() const { return 24; }
 
  private:
+    std::shared_ptr<unsigned char[]> shared;
+
     std::size_t Index(int r, int c) const {
         return (static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)) * 3;
     }

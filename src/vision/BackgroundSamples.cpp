@@ -44,6 +44,10 @@ BackgroundModel::Storage::Storage(const GridColorDiff& grid, int rows, int cols)
 void BackgroundModel::Storage::Remember(const KsColorImage& CI) {
     const std::size_t bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
     std::shared_ptr<unsigned char[]>& frame = ring[++latest % 4];
+    if (CI.Shared() != nullptr) {
+        frame = CI.Shared();
+        return;
+    }
     // The grid may still have to sum it, where an update did not come to its end.
     if (frame == nullptr || frame.use_count() > 1) frame = std::make_shared_for_overwrite<unsigned char[]>(bytes);
     std::memcpy(frame.get(), CI.rawsrc, bytes);

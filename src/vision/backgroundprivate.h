@@ -36,7 +36,7 @@ struct BackgroundModel::Storage {
     // Gives a part of the samples their memory. Called while all cells learn, so that a sudden change of the whole
     // picture does not have to wait for it.
     void TouchSamples();
-    // Puts the frame into the ring.
+    // Puts the frame into the ring: its buffer where that is shared, else a copy.
     void Remember(const KsColorImage& CI);
     // The frame `back` frames ago, 0..3.
     const std::shared_ptr<unsigned char[]>& Frame(int back) const {

@@ -47,16 +47,18 @@ inline V Max(V a, V b) {
 #endif
 }
 
-// Whether a comparison holds anywhere.
-inline bool Any(V comparison) {
+// Whether a lane is larger than the limit.
+inline bool AnyAbove(V v, std::int32_t limit) {
+    const V bound = V{} + limit;
 #if KERNELS_LANES == 16
-    return _mm512_cmpneq_epi32_mask((__m512i)comparison, _mm512_setzero_si512()) != 0;
+    return _mm512_cmpgt_epi32_mask((__m512i)v, (__m512i)bound) != 0;
 #elif KERNELS_LANES == 8
-    return _mm256_movemask_ps((__m256)comparison) != 0;
+    return _mm256_movemask_ps((__m256)(v > bound)) != 0;
 #elif defined(__SSE2__)
-    return _mm_movemask_ps((__m128)comparison) != 0;
+    return _mm_movemask_ps((__m128)(v > bound)) != 0;
 #else
-    return (comparison[0] | comparison[1] | comparison[2] | comparison[3]) != 0;
+    const V above = v > bound;
+    return (above[0] | above[1] | above[2] | above[3]) != 0;
 #endif
 }
 

@@ -3,6 +3,18 @@
 // Of six clusters, the pair (i, j), i < j, that lies closest together, the earlier one on a tie: 64 times their squared
 // distance + 8 i + j.
 inline std::int32_t ClosestPair(const Means& m) {
+#if KERNELS_LANES == 16
+    // All fifteen pairs side by side; the last lane repeats the last pair.
+    constexpr V kPair = {001, 002, 003, 004, 005, 012, 013, 014, 015, 023, 024, 025, 034, 035, 045, 045};
+    const V8 both = (m.r & 0xffff) | (m.g << 16);
+    const auto apart = [](V8 v) {
+        return (V)((W)__builtin_shufflevector(v, v, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 3, 3, 4, 4) -
+                   (W)__builtin_shufflevector(v, v, 1, 2, 3, 4, 5, 2, 3, 4, 5, 3, 4, 5, 4, 5, 5, 5));
+    };
+    const V rg = apart(both), blue = apart(m.b & 0xffff);
+    const V d = MultiplyAdd(MultiplyAdd(V{}, rg, rg), blue, blue);
+    return -LargestLane(-(d << 6 | kPair));
+#else
     V8 least = V8{} + INT_MAX;
     for (int i = 0; i + 1 < kClusters; i++) {
         const V8 r = m.r - m.r[i], g = m.g - m.g[i], b = m.b - m.b[i];
@@ -14,6 +26,7 @@ inline std::int32_t ClosestPair(const Means& m) {
     least = Min(least, __builtin_shufflevector(least, least, 2, 3, 0, 1, 6, 7, 4, 5));
     const std::int32_t a = least[0], b = least[1];
     return a < b ? a : b;
+#endif
 }
 
 // Opens clusters for samples that are far from all others. It works in memory, on a copy of the samples, which the rest
@@ -182,7 +195,8 @@ inline void MaintainCell(const CellRun& run, int j, int maxdist, bool forget) {
     V top = samples.Distances(0);
     for (int i = 1; i < kGroups; i++) top = Max(top, samples.Distances(i));
     // Nothing opens either where six clusters are farther apart than any sample is from its own.
-    if (!Any(top > maxdist) || (set.n == kClusters && !Any(top > (ClosestPair(MeansOf<gray>(set)) >> 6)))) {
+    if (!AnyAbove(top, maxdist) ||
+        (set.n == kClusters && !AnyAbove(top, ClosestPair(MeansOf<gray>(set)) >> 6))) {
         FoldAndForget<gray>(samples.template SumClusters<kMost>(), set, forget, list);
         return;
     }
