@@ -153,17 +153,28 @@ TEST(Histogram, AgainstAUnionOfQuadrants) {
         EXPECT_EQ(rc, row_sum);
         EXPECT_EQ(cc, col_sum);
         EXPECT_EQ(conf, quadrants.empty() ? -1 : 0.75);
-        EXPECT_EQ(std::vector<int>(histogram.chist, histogram.chist + 4096), bins);
+        for (int bin = 0; bin < KsHistogram::kBins; bin++)
+            ASSERT_EQ(histogram.chist[bin], bins[static_cast<std::size_t>(bin)]) << bin;
         EXPECT_EQ((std::vector<int>{histogram.minr, histogram.maxr, histogram.minc, histogram.maxc}),
                   std::vector<int>(box, box + 4));
     }
 }
 
 TEST(Histogram, BinsWrapAt16Bits) {
+    TestImage image(200, 200, [](int, int) { return ColorValue{16, 32, 48}; });
     KsHistogram h;
-    for (int i = 0; i < 40000; i++) h.KsSetCval(801);
+    h.KsSetCval(0);
+    h.KsSetBoxBounds(0, 199, 0, 199);
+    h.KsBuildColorHistogram(image, static_cast<GridColorDiff*>(nullptr));
     EXPECT_EQ(h.chist[801], static_cast<std::int16_t>(40000));
-    EXPECT_EQ(h.csum, 40000);
+    EXPECT_EQ(h.csum, 40001);
+    for (int i = 0; i < 25536; i++) h.KsSetCval(801);
+    EXPECT_EQ(h.chist[801], 0);
+    EXPECT_EQ(h.chist[0], 1);
+    const KsHistogram copy = h;
+    h.KsInitColorHistogram();
+    EXPECT_EQ(h.chist[0], 0);
+    EXPECT_EQ(copy.chist[0], 1);
 }
 
 }  // namespace

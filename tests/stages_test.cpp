@@ -116,7 +116,8 @@ TEST(Stages, DetectionAgainstStagesOneByOne) {
                 ASSERT_EQ(found->h.minr, expected.h.minr);
                 ASSERT_EQ(found->h.maxc, expected.h.maxc);
                 ASSERT_EQ(found->h.csum, expected.h.csum);
-                ASSERT_TRUE(std::equal(found->h.chist, found->h.chist + KsHistogram::kBins, expected.h.chist));
+                for (int bin = 0; bin < KsHistogram::kBins; bin++)
+                    ASSERT_EQ(found->h.chist[bin], expected.h.chist[bin]);
                 ASSERT_EQ(found->numcells, expected.numcells);
                 ASSERT_EQ(std::vector<int>(found->parents, found->parents + found->numparents),
                           std::vector<int>(expected.parents, expected.parents + expected.numparents));

@@ -63,6 +63,7 @@ ColorDiffTracker::~ColorDiffTracker() {
     // Contours are not returned one by one: their nodes go with the grid's pool.
     delete G;
     delete B;
+    for (int k = 0; k < handed_out; k++) Ob[k].~Object();
     std::free(Ob);
 }
 

@@ -39,6 +39,7 @@ int ColorDiffTracker::HandOut(int k) {
     G->ReturnNodes(Ob[k].fnode);
     Ob[k].fnode = nullptr;
     usedob[numobjects++] = k;
+    handed_out = std::max(handed_out, k + 1);
     return k;
 }
 

@@ -91,7 +91,7 @@ class ColorDiffTracker::FrameIndex {
     }
 
  private:
-    // What is asked of a record. Records are 8 KB apart, so a walk over them would wait for memory at every step.
+    // What is asked of a record. Records are far apart, so a walk over them would wait for memory at every step.
     struct Key {
         int framenum, id, label;
     };

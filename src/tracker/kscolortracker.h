@@ -87,6 +87,7 @@ class ColorDiffTracker {
     void Observe(KsColorImage& CI, int k, int label);  // colours, box, contour and centre of a component into cell k
     class FrameIndex;                                  // finds records of a detection frame without walking the table
     std::unique_ptr<FrameIndex> index;
+    int handed_out = 0;  // cells of Ob from here on have never been used
     int TakeObjectCell();
     int HandOut(int k);
     void Associate(int k);  // id and numframes of cell k, the last of usedob

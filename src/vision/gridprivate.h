@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "colorbins.h"
 #include "gridcolordiff.h"
 #include "kernels/kernels.h"
 #include "zeropages.h"
@@ -38,6 +39,7 @@ struct GridColorDiff::Storage {
     bool listed = false;
     std::vector<int> first, members;
     std::vector<int> candidate;  // scratch of FindPotentialParents, zero between calls
+    ColorBins::Counts counts{};  // scratch of BuildHistogramForComponent, zero between calls
 
     int* Ints(std::size_t count) { return ints.emplace_back(count).data(); }
     std::int16_t* Pixels(std::size_t count) { return planes.emplace_back(count).data(); }

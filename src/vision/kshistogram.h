@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 
+#include "colorbins.h"
 #include "kscolor.h"
 #include "valuetypes.h"
 
@@ -13,19 +13,19 @@ class GridColorDiff;
 // Bins are 16 bits wide and wrap: a component of more than 32767 pixels of one bin overflows it.
 class KsHistogram {
  public:
-    static constexpr int kBins = 4096;
+    static constexpr int kBins = ColorBins::kBins;
 
     // While a histogram is being built, the rectangle to count next; afterwards the bounding box of the whole
     // component. Pixels, inclusive at both ends, not clipped to the frame.
     int minr, maxr, minc, maxc;
-    std::int16_t chist[kBins];
+    ColorBins chist;
     int csum;  // pixels counted
 
-    KsHistogram() : minr(0), maxr(0), minc(0), maxc(0) { KsInitColorHistogram(); }
+    KsHistogram() : minr(0), maxr(0), minc(0), maxc(0), csum(0) {}
 
     // Clears the bins and the count; the box stays.
     void KsInitColorHistogram() {
-        std::memset(chist, 0, sizeof chist);
+        chist.Clear();
         csum = 0;
     }
     void KsSetBoxBounds(int r0, int r1, int c0, int c1) {
@@ -38,10 +38,8 @@ class KsHistogram {
     void KsBuildColorHistogram(KsColorImage& CI, GridColorDiff* G);
     // The same walk with ready-made bins: entry r * NofC + c of CInd is the bin of pixel (r, c).
     void KsBuildColorHistogram(KsColorImage& CI, int* CInd);
-    void KsSetCval(int v) {
-        chist[v] = static_cast<std::int16_t>(chist[v] + 1);
-        csum++;
-    }
+    // One pixel more of bin v. Slow: the builds count in another way.
+    void KsSetCval(int v);
     int GetMinR() const { return minr; }
     int GetMaxR() const { return maxr; }
     int GetMinC() const { return minc; }
