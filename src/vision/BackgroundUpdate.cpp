@@ -1,4 +1,6 @@
 // The per-frame update of the background model.
+#include <cstring>
+
 #include "backgroundprivate.h"
 #include "pixelwalk.h"
 #include "randomdraws.h"
@@ -26,8 +28,12 @@ void BackgroundModel::Maintain(const KsColorImage& CI, bool updateall) {
     }
     std::uint8_t* const flags = own->flags.data();
     for (int k = 0; k < cnum; k++) flags[k] = G->aux[k] != 0;
-    for (int k = 0; k < cnum; k++)
-        if (flags[k] == 0) flags[k] = random_draws::Rand() * kTwoToMinus31 > kSkipForeground;
+    std::uint8_t* const end = flags + cnum;
+    for (std::uint8_t* flag = flags; flag != end; flag++) {
+        flag = static_cast<std::uint8_t*>(std::memchr(flag, 0, static_cast<std::size_t>(end - flag)));
+        if (flag == nullptr) break;
+        *flag = random_draws::Rand() * kTwoToMinus31 > kSkipForeground;
+    }
     Gather(CI, flags, Action::kMaintainAndForget);
 }
 

@@ -149,8 +149,9 @@ __attribute__((noinline)) void ForgetOneByOne(ClusterSet& set) {
 
 // Sums are order-free, so the samples of a cluster join it all at once; those that find it at full support each replace
 // one sample at its mean. Then the fresh means. Slots behind the clusters keep what they hold.
+// Always inline: the sums stay in registers.
 template <bool gray>
-inline void FoldAndForget(const GivenSums& given, ClusterSet& set, bool forget, CandidateList& list) {
+inline __attribute__((always_inline)) void FoldAndForget(const GivenSums& given, ClusterSet& set, bool forget, CandidateList& list) {
     const V8 used = Slots() < set.n, before = Widen(set.support), all = before + given.count;
     const V8 support = Min(all, V8{} + kMaxSupport), over = all - support;
     const F8 divisor = __builtin_convertvector(used ? support : V8{} + 1, F8);

@@ -32,13 +32,18 @@ inline V8 Widen(const std::uint8_t* v) {
 }
 // Stores to the six slots and nothing behind them.
 inline void StoreSlots(std::int32_t* to, V8 v) {
+#if defined(__AVX512VL__)
+    _mm256_mask_storeu_epi32(to, 0x3f, (__m256i)v);
+#else
     Store(to, __builtin_shufflevector(v, v, 0, 1, 2, 3));
     Store(to + 4, __builtin_shufflevector(v, v, 4, 5));
+#endif
 }
 inline void StoreSlots(std::int16_t* to, V8 v) {  // the values fit
 #if defined(__AVX512VL__)
-    const H8 h = (H8)_mm256_cvtepi32_epi16((__m256i)v);
-#elif defined(__AVX2__)
+    _mm_mask_storeu_epi16(to, 0x3f, _mm256_cvtepi32_epi16((__m256i)v));
+#else
+#if defined(__AVX2__)
     const __m256i packed = _mm256_packs_epi32((__m256i)v, (__m256i)v);
     const H8 h = (H8)_mm256_castsi256_si128(_mm256_permute4x64_epi64(packed, 0x08));
 #else
@@ -46,6 +51,7 @@ inline void StoreSlots(std::int16_t* to, V8 v) {  // the values fit
 #endif
     Store(to, __builtin_shufflevector(h, h, 0, 1, 2, 3));
     Store(to + 4, __builtin_shufflevector(h, h, 4, 5));
+#endif
 }
 inline void StoreSlots(std::uint8_t* to, V8 v) {  // the values fit
 #if defined(__AVX512VL__)
