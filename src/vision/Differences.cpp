@@ -61,11 +61,10 @@ void GridColorDiff::Compare(KsColorImage& CI, BackgroundModel& B) {
     B.PrepareQueries();
     const kernels::Table& kernel = kernels::Active();
     const std::size_t width = static_cast<std::size_t>(NofC);
-    const int whole_rows = cellsize == 4 ? NofR / 4 : 0, whole_cols = NofC / 4;
     const auto &main = B.own->lattices[0], &shifted = B.own->lattices[1];
     for (int i = 0; i < own->inum; i++) {
         const int k = i * own->jnum;
-        const int whole = i < whole_rows ? whole_cols : 0;
+        const int whole = i < main.whole_rows ? main.whole_cols : 0;
         if (whole > 0) {
             const std::size_t first = static_cast<std::size_t>(4 * i) * width;
             kernel.load(CI.rawsrc + first * 3, width * 3, whole, own->pixels.data());

@@ -147,7 +147,7 @@ class Samples {
         Store(wrb, ((16 * m.r) & 0xffff) | (m.b << 20));
         Store(wg, (16 * m.g) & 0xffff);
         Store(constant, Slots() < n ? 7 - Slots() - 8 * m.Squares() : V8{} + INT_MIN / 2);
-        Settle();
+        KeepInMemory();
     }
     void Weigh(int j, const Channels& c) {
         const auto [r, g, b] = c.v;
@@ -157,7 +157,7 @@ class Samples {
     }
 
     // Keeps compilers from taking weights out of registers again, which costs more than a broadcast from memory.
-    void Settle() { asm("" : "+m"(wrb), "+m"(wg), "+m"(constant)); }
+    void KeepInMemory() { asm("" : "+m"(wrb), "+m"(wg), "+m"(constant)); }
 
     // The keys of clusters first .. n - 1, beside those before them.
     void Compare(int first, int n) {
