@@ -105,11 +105,18 @@ void Compare(benchmark::State& state, const Table* table, int clusters) {
     kernels::ListCandidates(RandomSet(clusters), false, list);
     const std::vector<kernels::CandidateList> own(kRow, list), above(kRow + 1, list), below(kRow + 1, list);
     std::vector<std::int16_t> red(4 * kWidth), green(4 * kWidth), blue(4 * kWidth);
-    std::vector<kernels::QuadrantSums> quadrants(kRow);
+    std::vector<std::int16_t> sums(3 * 4 * kRow);
     std::vector<kernels::Outcome> outcome(kRow);
-    const kernels::ComparisonRow row{kRow,         px.data(),        own.data(),
-                                     above.data(), below.data(),     {red.data(), green.data(), blue.data()},
-                                     kWidth,       quadrants.data(), outcome.data()};
+    const kernels::ComparisonRow row{kRow,
+                                     px.data(),
+                                     own.data(),
+                                     above.data(),
+                                     below.data(),
+                                     {red.data(), green.data(), blue.data()},
+                                     kWidth,
+                                     {sums.data(), sums.data() + 4 * kRow, sums.data() + 8 * kRow},
+                                     2 * kRow,
+                                     outcome.data()};
     const PerPixel meter(state, kRow * kernels::kPixels);
     for (auto _ : state) {
         table->compare(row);

@@ -217,22 +217,38 @@ TEST_P(Kernels, RowsAreWhatTheCellsAnswer) {
             planes[c] = want[c] = std::vector(before + 3 * width + 4 * n, kUntouched);
             if (c == 0 || !gray) at[c] = planes[c].data() + before;
         }
-        std::vector<QuadrantSums> q(n);
+        std::vector<std::int16_t> sums[3], want_sums[3];
+        const std::size_t sums_width = 2 * n + random.Below(3);
+        for (int c = 0; c < 3; c++) sums[c] = want_sums[c] = std::vector(sums_width + 2 * n, kUntouched);
         std::vector<kernels::Outcome> outcome(n);
         const CandidateList *own = lists[0].data(), *above = lists[1].data(), *below = lists[2].data();
         const int count = static_cast<int>(n);
-        table.compare({count, px.data(), own, above, below, {at[0], at[1], at[2]}, width, q.data(), outcome.data()});
+        table.compare({count,
+                       px.data(),
+                       own,
+                       above,
+                       below,
+                       {at[0], at[1], at[2]},
+                       width,
+                       {sums[0].data(), gray ? nullptr : sums[1].data(), gray ? nullptr : sums[2].data()},
+                       sums_width,
+                       outcome.data()});
         for (std::size_t j = 0; j < n; j++) {
             const Answer a({&cells[0][j], &cells[1][j + 1], &cells[1][j], &cells[2][j], &cells[2][j + 1]}, px[j], gray);
             ASSERT_EQ(outcome[j], a.outcome) << "turn " << turn << ", cell " << j;
             outcomes[a.outcome]++;
             if (a.outcome != kernels::kCompared) continue;
-            ASSERT_EQ(std::memcmp(&q[j], &a.sums, sizeof a.sums), 0) << "turn " << turn << ", cell " << j;
+            for (std::size_t q = 0; q < 4; q++)
+                for (std::size_t c = 0; c < (gray ? 1 : 3); c++)
+                    want_sums[c][q / 2 * sums_width + 2 * j + q % 2] = a.sums.q[q][c == 0 ? 0 : 3 - c];
             for (std::size_t i = 0; i < kernels::kPixels; i++)
                 for (std::size_t c = 0; c < (gray ? 1 : 3); c++)
                     Put(want[c][before + i / 4 * width + 4 * j + i % 4], a.d[i][c]);
         }
-        for (int c = 0; c < 3; c++) ASSERT_EQ(planes[c], want[c]) << "turn " << turn << ", channel " << c;
+        for (int c = 0; c < 3; c++) {
+            ASSERT_EQ(planes[c], want[c]) << "turn " << turn << ", channel " << c;
+            ASSERT_EQ(sums[c], want_sums[c]) << "turn " << turn << ", channel " << c;
+        }
     }
     for (const int times : outcomes) EXPECT_GT(times, 100 * rounds);
 }
@@ -249,7 +265,7 @@ TEST_P(Kernels, Sums) {
 }
 
 // Rows of 0..40 cells in buffers without room to spare. The largest sums are those of 64 pixels.
-TEST_P(Kernels, MeasureAndDerive) {
+TEST_P(Kernels, AddMeasureAndDerive) {
     constexpr int kMost = 64 * (255 - kernels::kLowest);
     for (int turn = 0; turn < 4100; turn++) {
         const int n = turn % 41, kind = random.Below(4);
@@ -275,6 +291,14 @@ TEST_P(Kernels, MeasureAndDerive) {
         }
         ASSERT_EQ(total, static_cast<double>(want_total)) << n;
         ASSERT_EQ(squares, static_cast<double>(want_squares)) << n;
+
+        std::vector<std::int16_t> halves[2];
+        for (std::vector<std::int16_t>& half : halves)
+            for (int i = 0; i < 2 * n; i++) half.push_back(static_cast<std::int16_t>(Value(kind, -32768, 32767)));
+        std::vector<int> sums(count);
+        table.add(halves[0].data(), halves[1].data(), n, sums.data());
+        for (std::size_t j = 0; j < count; j++)
+            ASSERT_EQ(sums[j], halves[0][2 * j] + halves[0][2 * j + 1] + halves[1][2 * j] + halves[1][2 * j + 1]) << n;
 
         const std::vector<int> u[3] = {row(n + 1), row(n + 1), row(n + 1)}, d[3] = {row(n + 1), row(n + 1), row(n + 1)};
         const int* const up[3] = {u[0].data(), u[1].data(), u[2].data()};

@@ -70,6 +70,7 @@ void GridColorDiff::Compare(KsColorImage& CI, BackgroundModel& B) {
             kernel.load(CI.rawsrc + first * 3, width * 3, whole, own->pixels.data());
             const kernels::CandidateList* const above = shifted.lists.data() + i * shifted.list_stride;
             const bool color = CIr == COLOR;
+            const auto sums = [&](int channel) { return own->quadrants[channel].data() + 4 * k; };
             kernel.compare({whole,
                             own->pixels.data(),
                             main.lists.data() + k,
@@ -77,7 +78,8 @@ void GridColorDiff::Compare(KsColorImage& CI, BackgroundModel& B) {
                             above + shifted.list_stride,
                             {RedD + first, color ? GreenD + first : nullptr, color ? BlueD + first : nullptr},
                             width,
-                            own->quadrants.data() + k,
+                            {sums(0), color ? sums(1) : nullptr, color ? sums(2) : nullptr},
+                            static_cast<std::size_t>(2 * own->jnum),
                             own->outcome.data()});
         }
         for (int j = 0; j < own->jnum; j++) {
@@ -111,32 +113,33 @@ void GridColorDiff::PlainCell(const KsColorImage& CI, const BackgroundModel& B, 
 
 // The quadrant sums of the differences as they stand.
 void GridColorDiff::KeptCell(int k) {
-    kernels::QuadrantSums& quadrants = own->quadrants[k] = {};
-    ForEachInQuadrants(Box(k), cellsize_2, NofR, NofC, [&](int r, int c, int q) {
-        const std::size_t i =
-            static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c);
-        quadrants.Add(q, RedD[i], GreenD[i], BlueD[i]);
-    });
+    const std::int16_t* const planes[3] = {RedD, GreenD, BlueD};
+    const int first = k / own->jnum * 4 * own->jnum + k % own->jnum * 2;
+    for (int channel = 0; channel < 3; channel++) {
+        int sums[4] = {};
+        ForEachInQuadrants(Box(k), cellsize_2, NofR, NofC, [&](int r, int c, int q) {
+            sums[q] +=
+                planes[channel][static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)];
+        });
+        for (int q = 0; q < 4; q++)
+            own->quadrants[channel][first + (q >> 1) * 2 * own->jnum + (q & 1)] = static_cast<std::int16_t>(sums[q]);
+    }
 }
 
 // The sums of both lattices from the quadrants of the main cells.
 void GridColorDiff::SumCells() {
-    const kernels::QuadrantSums* const at = own->quadrants.data();
-    const auto give = [&](std::size_t k, const std::int16_t* a, const std::int16_t* b, const std::int16_t* c,
-                          const std::int16_t* d) {
-        own->red[k] = a[0] + b[0] + c[0] + d[0];
-        if (CIr != COLOR) return;
-        own->blue[k] = a[1] + b[1] + c[1] + d[1];
-        own->green[k] = a[2] + b[2] + c[2] + d[2];
-    };
-    const std::size_t rows = static_cast<std::size_t>(own->inum), columns = static_cast<std::size_t>(own->jnum);
-    for (std::size_t k = 0; k < rows * columns; k++) give(k, at[k].q[0], at[k].q[1], at[k].q[2], at[k].q[3]);
-    std::size_t k = rows * columns;
-    for (std::size_t i = 0; i + 1 < rows; i++)
-        for (std::size_t j = 0; j + 1 < columns; j++, k++) {
-            const kernels::QuadrantSums *above = at + i * columns + j, *below = above + columns;
-            give(k, above[0].q[3], above[1].q[2], below[0].q[1], below[1].q[0]);
+    const kernels::Table& kernel = kernels::Active();
+    const int rows = own->inum, columns = own->jnum, width = 2 * columns;
+    std::vector<int>* const sums[3] = {&own->red, &own->green, &own->blue};
+    for (int channel = 0; channel < (CIr == COLOR ? 3 : 1); channel++) {
+        int* const main = sums[channel]->data();
+        for (int i = 0; i < rows; i++) {
+            const std::int16_t* const at = own->quadrants[channel].data() + 2 * i * width;
+            kernel.add(at, at + width, columns, main + i * columns);
+            if (i + 1 < rows)
+                kernel.add(at + width + 1, at + 2 * width + 1, columns - 1, main + cnum_2 + i * (columns - 1));
         }
+    }
 }
 
 void GridColorDiff::SumColors(const unsigned char* rgb) {

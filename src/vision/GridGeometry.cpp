@@ -58,7 +58,8 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
     prevlabel = own->Ints(cells);
     labelconf = own->Doubles(cells + 1);  // labels start at 1
     aux = own->Ints(cells);
-    own->quadrants = ZeroPages<kernels::QuadrantSums>(static_cast<std::size_t>(cnum_2));
+    for (ZeroPages<std::int16_t>& sums : own->quadrants)
+        sums = ZeroPages<std::int16_t>(4 * static_cast<std::size_t>(cnum_2));
     own->colors = ZeroPages<kernels::QuadrantSums>(static_cast<std::size_t>(cnum_2));
     for (std::vector<int>* sums : {&own->red, &own->green, &own->blue}) sums->resize(cells + 1);
     own->pixels.resize(static_cast<std::size_t>(own->jnum));

@@ -25,7 +25,8 @@ struct GridColorDiff::Storage {
     std::vector<std::unique_ptr<ContNode[]>> blocks;  // kPoolBlock nodes each
 
     // --- per frame ---
-    ZeroPages<kernels::QuadrantSums> quadrants;  // of the differences, per main cell
+    // Sums of the differences over the quadrants of main cells, of red, green and blue: 2 inum x 2 jnum, row by row.
+    ZeroPages<std::int16_t> quadrants[3];
     ZeroPages<kernels::QuadrantSums> colors;     // of the pixels, per main cell
     bool updated = false;                        // whether colors come from an update, or from the first frame
     std::shared_ptr<unsigned char[]> unsummed;   // frame that colors are to be taken from; null where they have been

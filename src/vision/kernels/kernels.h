@@ -89,9 +89,23 @@ struct ComparisonRow {
     const CandidateList* below;  // the same below
     std::int16_t* planes[3];     // red, green, blue: difference of the row's first pixel; green and blue null for gray
     std::size_t width;           // of the planes
-    QuadrantSums* quadrants;     // sums of the differences
+    std::int16_t* sums[3];       // the same: quadrant sums of the differences, two a row and two rows a cell
+    std::size_t sums_width;
     Outcome* outcome;
 };
+
+// Stores the quadrant sums of cell j of a row.
+inline void StoreQuadrants(const ComparisonRow& row, int j, const QuadrantSums& q) {
+    constexpr int kPlace[3] = {0, 2, 1};  // in QuadrantSums, of red, green, blue
+    for (int channel = 0; channel < 3; channel++) {
+        std::int16_t* const to = row.sums[channel];
+        if (to == nullptr) continue;
+        for (int i = 0; i < 2; i++) {
+            to[2 * j + i] = q.q[i][kPlace[channel]];
+            to[row.sums_width + static_cast<std::size_t>(2 * j + i)] = q.q[2 + i][kPlace[channel]];
+        }
+    }
+}
 
 struct Table {
     const char* name;
@@ -109,6 +123,8 @@ struct Table {
     int (*maintain)(const CellRun& run, int maxdist, bool gray, bool forget);
     // Quadrant sums of the pixels themselves.
     void (*sums)(const PixelBlock& px, QuadrantSums& q);
+    // Sums of n cells of a row, of one channel, from two rows of quadrant sums: those of cell j are 2 j and 2 j + 1.
+    void (*add)(const std::int16_t* upper, const std::int16_t* lower, int n, int* sums);
     // Difference measure of n cells from their channel sums: the length of the vector, truncated. Adds the measures to
     // `total` and their squares to `squares`.
     void (*measure)(const int* r, const int* g, const int* b, int n, double* diff, double& total, double& squares);

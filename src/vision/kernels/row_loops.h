@@ -35,6 +35,10 @@ void Measure(const int* __restrict r, const int* __restrict g, const int* __rest
     squares += s;
 }
 
+void Add(const std::int16_t* __restrict upper, const std::int16_t* __restrict lower, int n, int* __restrict sums) {
+    for (int j = 0; j < n; j++) sums[j] = (upper[2 * j] + upper[2 * j + 1]) + (lower[2 * j] + lower[2 * j + 1]);
+}
+
 void Derive(const int* const* up, const int* const* down, int n, double* __restrict squares) {
     const auto add = [&](const int* __restrict u, const int* __restrict d, bool first) {
         for (int j = 0; j < n; j++) {

@@ -46,22 +46,21 @@ void LoadPixels(const unsigned char* rgb, std::size_t stride, int n, PixelBlock*
             }
 }
 
-Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], std::int16_t* const (&planes)[3],
-                    std::size_t at, std::size_t width, QuadrantSums& q) {
+Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5], const ComparisonRow& row, int j) {
     int total = 0;
     for (const CandidateList* list : lists) {
         if (list->n < 0) return kUnfit;
         total += list->n;
     }
     if (total == 0) return kWithout;
-    q = {};
+    QuadrantSums q{};
     for (int i = 0; i < kPixels; i++) {
         const int r = px.p[i] & 255, g = px.p[i] >> 8 & 255, b = px.p[i] >> 16 & 255;
         int best = INT_MIN, before = 0, dr = 0, dg = 0, db = 0;
         for (const CandidateList* list : lists) {
-            for (int j = 0; j < list->n; j++) {
-                const int wr = LowHalf(list->rb[j]), wb = list->rb[j] >> 16, wg = list->g[j];
-                const int score = wr * r + wb * b + wg * g + list->constant[j] - before;
+            for (int c = 0; c < list->n; c++) {
+                const int wr = LowHalf(list->rb[c]), wb = list->rb[c] >> 16, wg = list->g[c];
+                const int score = wr * r + wb * b + wg * g + list->constant[c] - before;
                 if (score <= best) continue;
                 best = score;
                 dr = wr / 64 - r;
@@ -70,12 +69,13 @@ Outcome CompareCell(const PixelBlock& px, const CandidateList* const (&lists)[5]
             }
             before += list->n;
         }
-        const std::size_t to = at + static_cast<std::size_t>(i >> 2) * width + static_cast<std::size_t>(i & 3);
-        planes[0][to] = static_cast<std::int16_t>(dr);
-        if (planes[1] != nullptr) planes[1][to] = static_cast<std::int16_t>(dg);
-        if (planes[2] != nullptr) planes[2][to] = static_cast<std::int16_t>(db);
+        const std::size_t to = static_cast<std::size_t>(i >> 2) * row.width + static_cast<std::size_t>(4 * j + (i & 3));
+        row.planes[0][to] = static_cast<std::int16_t>(dr);
+        if (row.planes[1] != nullptr) row.planes[1][to] = static_cast<std::int16_t>(dg);
+        if (row.planes[2] != nullptr) row.planes[2][to] = static_cast<std::int16_t>(db);
         q.Add(Quadrant(i), dr, dg, db);
     }
+    StoreQuadrants(row, j, q);
     return kCompared;
 }
 
@@ -83,8 +83,7 @@ void Compare(const ComparisonRow& row) {
     for (int j = 0; j < row.n; j++) {
         const CandidateList* const lists[5] = {row.own + j, row.above + j + 1, row.above + j, row.below + j,
                                                row.below + j + 1};
-        row.outcome[j] =
-            CompareCell(row.px[j], lists, row.planes, static_cast<std::size_t>(j) * 4, row.width, row.quadrants[j]);
+        row.outcome[j] = CompareCell(row.px[j], lists, row, j);
     }
 }
 
@@ -131,6 +130,6 @@ int Maintain(const CellRun& run, int maxdist, bool gray, bool forget) {
 
 }  // namespace
 
-const Table scalar{"scalar", LoadPixels, Compare, Cluster, Maintain, Sums, Measure, Derive};
+const Table scalar{"scalar", LoadPixels, Compare, Cluster, Maintain, Sums, Add, Measure, Derive};
 
 }  // namespace kernels

@@ -187,6 +187,6 @@ constexpr int kChunks = kPixels / N;
 }  // namespace
 
 extern const Table KERNELS_NAME;
-const Table KERNELS_NAME{KERNELS_STRING, LoadPixels, Compare, Cluster, Maintain, Sums, Measure, Derive};
+const Table KERNELS_NAME{KERNELS_STRING, LoadPixels, Compare, Cluster, Maintain, Sums, Add, Measure, Derive};
 
 }  // namespace kernels

@@ -90,7 +90,9 @@ inline void StoreCell(const ComparisonRow& row, int j, const Difference& d) {
         if (std::int16_t* const plane = row.planes[channel])
             for (std::size_t r = 0; r < 4; r++)
                 std::memcpy(plane + 4 * j + r * row.width, channels[channel] + 4 * r, 8);
-    SumQuadrants(d.rb, d.g, row.quadrants[j]);
+    QuadrantSums q;
+    SumQuadrants(d.rb, d.g, q);
+    StoreQuadrants(row, j, q);
 }
 
 #if KERNELS_LANES == 16
@@ -105,17 +107,18 @@ inline void StoreFourCells(const ComparisonRow& row, int j, const Difference (&d
         if (row.planes[1] != nullptr) Store(row.planes[1] + at, __builtin_convertvector(g[r], H));
         if (row.planes[2] != nullptr) Store(row.planes[2] + at, __builtin_convertvector(rb[r] >> 16, H));
     }
-    // Each half of the cells: lanes 0 and 2 of a quarter receive the sums of a cell's left and right quadrant.
-    const auto half = [](V rb0, V rb1, V g0, V g1) {
+    // Each row of quadrants: a pair of lanes adds up to one of them.
+    const auto store = [&](V rb0, V rb1, V g0, V g1, std::size_t at) {
+        typedef std::int64_t L __attribute__((vector_size(64)));
         const V a = AddHalves(rb0, rb1), b = AddHalves(g0, g1);
-        const V sa = AddHalves(a, SwapPairs(a)), sb = AddHalves(b, SwapPairs(b));
-        return __builtin_shufflevector(sa, sb, 0, 16, 2, 18, 4, 20, 6, 22, 8, 24, 10, 26, 12, 28, 14, 30);
+        const L sa = (L)AddHalves(a, SwapPairs(a)), sb = (L)AddHalves(b, SwapPairs(b));
+        Store(row.sums[0] + at, __builtin_convertvector(sa, H8));
+        if (row.sums[1] != nullptr) Store(row.sums[1] + at, __builtin_convertvector(sb, H8));
+        if (row.sums[2] != nullptr) Store(row.sums[2] + at, __builtin_convertvector(sa >> 16, H8));
     };
-    const V upper = half(rb[0], rb[1], g[0], g[1]), lower = half(rb[2], rb[3], g[2], g[3]);
-    Store(row.quadrants + j,
-          __builtin_shufflevector(upper, lower, 0, 1, 2, 3, 16, 17, 18, 19, 4, 5, 6, 7, 20, 21, 22, 23));
-    Store(row.quadrants + j + 2,
-          __builtin_shufflevector(upper, lower, 8, 9, 10, 11, 24, 25, 26, 27, 12, 13, 14, 15, 28, 29, 30, 31));
+    const std::size_t upper = static_cast<std::size_t>(2 * j);
+    store(rb[0], rb[1], g[0], g[1], upper);
+    store(rb[2], rb[3], g[2], g[3], upper + row.sums_width);
 }
 #endif
 
