@@ -53,11 +53,14 @@ int ToInt(const char* text) {
     return text != nullptr ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0;
 }
 
-// A frame that fits the pipe arrives in one piece, instead of 64 KB at a time with a change of processes for each. Where
-// standard input is no pipe, or the system allows no more, everything stays as it is.
+// A frame that arrives in a few pieces, instead of 64 KB at a time, costs fewer changes between processes. Modest: what
+// the pipes of a user may take together is limited, and beyond that new ones are tiny. Where standard input is no pipe,
+// or the system allows no more, everything stays as it is.
 void EnlargePipe() {
 #if defined(F_SETPIPE_SZ)
-    fcntl(STDIN_FILENO, F_SETPIPE_SZ, 1 << 20);
+    constexpr int kBytes = 256 << 10;
+    const int now = fcntl(STDIN_FILENO, F_GETPIPE_SZ);
+    if (now > 0 && now < kBytes) fcntl(STDIN_FILENO, F_SETPIPE_SZ, kBytes);
 #endif
 }
 

@@ -12,10 +12,12 @@ void KsColorImage::KsReadImageMemory(unsigned char* src, int rows, int cols) {
 }
 
 void KsColorImage::KsFreeImageMemory() {
-    if (shared != nullptr)
-        shared = nullptr;
-    else if (raw)
-        std::free(rawsrc);
+    if (shared == nullptr) {
+        if (raw) std::free(rawsrc);
+        return;
+    }
+    raw = false;  // others may still have it: a second call must not release it
+    shared = nullptr;
 }
 
 void KsColorImage::Share() {

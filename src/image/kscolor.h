@@ -17,7 +17,8 @@ class KsColorImage {
 
     KsColorImage() : raw(false), rawsrc(nullptr), NofC(0), NofR(0) {}
 
-    // Attaches `src` (from malloc) without copying or checking. Note the order: rows (height) before columns (width).
+    // Attaches `src` (from malloc) without copying or checking. Note the order: rows (height) before columns (width). A
+    // share of the buffer attached before is given up.
     void KsReadImageMemory(unsigned char* src, int rows, int cols);
 
     // Releases an attached buffer. Deliberate: leaves every field as it is, so a second call without a new
@@ -32,7 +33,7 @@ class KsColorImage {
     // The buffer where it is shared, otherwise null.
     const std::shared_ptr<unsigned char[]>& Shared() const { return shared; }
 
-    // Forgets the buffer without releasing it: the image is as freshly constructed.
+    // Forgets the buffer without releasing it, except that a share is given up: the image is as freshly constructed.
     void Detach() { *this = KsColorImage(); }
 
     // Loads an image file (see ImageFiles.h for the formats). On failure one line goes to standard error and the

@@ -118,8 +118,8 @@ void GridColorDiff::KeptCell(int k) {
     for (int channel = 0; channel < 3; channel++) {
         int sums[4] = {};
         ForEachInQuadrants(Box(k), cellsize_2, NofR, NofC, [&](int r, int c, int q) {
-            sums[q] +=
-                planes[channel][static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) + static_cast<std::size_t>(c)];
+            sums[q] += planes[channel][static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) +
+                                       static_cast<std::size_t>(c)];
         });
         for (int q = 0; q < 4; q++)
             own->quadrants[channel][first + (q >> 1) * 2 * own->jnum + (q & 1)] = static_cast<std::int16_t>(sums[q]);

@@ -1,5 +1,5 @@
-// Counts over 4096 colour bins. A component has pixels of few colours, so only the bins in use are kept: the histogram of
-// a small object takes tens of bytes instead of 8 KB, and thousands of them can be made in a frame.
+// Counts over 4096 colour bins. A component has pixels of few colours, so only the bins in use are kept: the histogram
+// of a small object takes tens of bytes instead of 8 KB, and thousands of them can be made in a frame.
 #pragma once
 
 #include <cstdint>

@@ -27,15 +27,15 @@ struct GridColorDiff::Storage {
     // --- per frame ---
     // Sums of the differences over the quadrants of main cells, of red, green and blue: 2 inum x 2 jnum, row by row.
     ZeroPages<std::int16_t> quadrants[3];
-    ZeroPages<kernels::QuadrantSums> colors;     // of the pixels, per main cell
-    bool updated = false;                        // whether colors come from an update, or from the first frame
-    std::shared_ptr<unsigned char[]> unsummed;   // frame that colors are to be taken from; null where they have been
-    std::vector<kernels::PixelBlock> pixels;     // of a row of main cells
-    std::vector<kernels::Outcome> outcome;       // of a row of main cells
-    std::vector<int> red, green, blue;           // difference sums of both lattices, one entry more behind the end
-    std::vector<int> stack, cells;               // scratch of the components, cnum entries each
-    std::vector<int> seeds;                      // cells that can start a component, in order
-    std::vector<double> squares;                 // scratch: a row of squared derivatives
+    ZeroPages<kernels::QuadrantSums> colors;    // of the pixels, per main cell
+    bool updated = false;                       // whether colors come from an update, or from the first frame
+    std::shared_ptr<unsigned char[]> unsummed;  // frame that colors are to be taken from; null where they have been
+    std::vector<kernels::PixelBlock> pixels;    // of a row of main cells
+    std::vector<kernels::Outcome> outcome;      // of a row of main cells
+    std::vector<int> red, green, blue;          // difference sums of both lattices, one entry more behind the end
+    std::vector<int> stack, cells;              // scratch of the components, cnum entries each
+    std::vector<int> seeds;                     // cells that can start a component, in order
+    std::vector<double> squares;                // scratch: a row of squared derivatives
     // The cells of every component in cell order: those of label l from first[l] to first[l + 1]. Valid while `listed`.
     bool listed = false;
     std::vector<int> first, members;

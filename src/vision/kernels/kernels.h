@@ -118,8 +118,8 @@ struct Table {
     // ClusterCell. `draw` is the model's generator, called for every starting centre and redraw, cell by cell. `gray`
     // takes the red channel alone. maxdist is 0 .. kMostColor or kMostGray.
     void (*cluster)(const CellRun& run, int maxdist, bool gray, long (*draw)());
-    // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters. Returns how many cells it maintained: the vector
-    // versions stop before the first one that does not fit or has no clusters.
+    // UpdateCellClusters and, with `forget`, ForgetUnsupportedClusters. Returns how many cells it maintained: the
+    // vector versions stop before the first one that does not fit or has no clusters.
     int (*maintain)(const CellRun& run, int maxdist, bool gray, bool forget);
     // Quadrant sums of the pixels themselves.
     void (*sums)(const PixelBlock& px, QuadrantSums& q);

@@ -151,7 +151,8 @@ __attribute__((noinline)) void ForgetOneByOne(ClusterSet& set) {
 // one sample at its mean. Then the fresh means. Slots behind the clusters keep what they hold.
 // Always inline: the sums stay in registers.
 template <bool gray>
-inline __attribute__((always_inline)) void FoldAndForget(const GivenSums& given, ClusterSet& set, bool forget, CandidateList& list) {
+inline __attribute__((always_inline)) void FoldAndForget(const GivenSums& given, ClusterSet& set, bool forget,
+                                                         CandidateList& list) {
     const V8 used = Slots() < set.n, before = Widen(set.support), all = before + given.count;
     const V8 support = Min(all, V8{} + kMaxSupport), over = all - support;
     const F8 divisor = __builtin_convertvector(used ? support : V8{} + 1, F8);
@@ -196,8 +197,7 @@ inline void MaintainCell(const CellRun& run, int j, int maxdist, bool forget) {
     V top = samples.Distances(0);
     for (int i = 1; i < kGroups; i++) top = Max(top, samples.Distances(i));
     // Nothing opens either where six clusters are farther apart than any sample is from its own.
-    if (!AnyAbove(top, maxdist) ||
-        (set.n == kClusters && !AnyAbove(top, ClosestPair(MeansOf<gray>(set)) >> 6))) {
+    if (!AnyAbove(top, maxdist) || (set.n == kClusters && !AnyAbove(top, ClosestPair(MeansOf<gray>(set)) >> 6))) {
         FoldAndForget<gray>(samples.template SumClusters<kMost>(), set, forget, list);
         return;
     }
