@@ -84,7 +84,7 @@ void KsHistogram::KsBuildColorHistogram(KsColorImage& CI, GridColorDiff*) {
     chist.Take(counts);
 }
 
-void KsHistogram::KsBuildColorHistogram(KsColorImage& CI, int* CInd) {
+void KsHistogram::KsBuildColorHistogram(KsColorImage& CI, const int* CInd) {
     ColorBins::Counts counts{};
     chist.AddTo(counts);
     ForEachPixel(*this, CI.NofR, CI.NofC, [&](int r, int c) {

@@ -37,7 +37,7 @@ class KsHistogram {
     // Counts every pixel of the box that lies inside the image, row by row.
     void KsBuildColorHistogram(KsColorImage& CI, GridColorDiff* G);
     // The same walk with ready-made bins: entry r * NofC + c of CInd is the bin of pixel (r, c).
-    void KsBuildColorHistogram(KsColorImage& CI, int* CInd);
+    void KsBuildColorHistogram(KsColorImage& CI, const int* CInd);
     // One pixel more of bin v. Slow: the builds count in another way.
     void KsSetCval(int v);
     int GetMinR() const { return minr; }

@@ -116,7 +116,7 @@ inline void StoreFourCells(const ComparisonRow& row, int j, const Difference (&d
         if (row.sums[1] != nullptr) Store(row.sums[1] + at, __builtin_convertvector(sb, H8));
         if (row.sums[2] != nullptr) Store(row.sums[2] + at, __builtin_convertvector(sa >> 16, H8));
     };
-    const std::size_t upper = static_cast<std::size_t>(2 * j);
+    const std::size_t upper = 2 * static_cast<std::size_t>(j);
     store(rb[0], rb[1], g[0], g[1], upper);
     store(rb[2], rb[3], g[2], g[3], upper + row.sums_width);
 }
