@@ -16,7 +16,7 @@ void KsColorImage::KsFreeImageMemory() {
         if (raw) std::free(rawsrc);
         return;
     }
-    raw = false;  // others may still have it: a second call must not release it
+    raw = false;
     shared = nullptr;
 }
 

@@ -48,6 +48,19 @@ void ColorBins::Assign(const Entry* from, int n) {
 
 namespace {
 
+void CountOne(ColorBins::Counts& counts, int bin) {
+    counts[bin] = static_cast<std::int16_t>(counts[bin] + 1);
+}
+
+// Has `count` add to the bins.
+template <class F>
+void AddToBins(ColorBins& bins, F count) {
+    ColorBins::Counts counts{};
+    bins.AddTo(counts);
+    count(counts);
+    bins.Take(counts);
+}
+
 // Counts the pixels of a box that lie inside the image, row by row; returns their number.
 int CountColors(const KsColorImage& CI, int minr, int maxr, int minc, int maxc, ColorBins::Counts& counts) {
     // The grid's tables auxdiv, auxmult16 and auxmult256, as shifts.
@@ -59,10 +72,7 @@ int CountColors(const KsColorImage& CI, int minr, int maxr, int minc, int maxc, 
         const unsigned char* p =
             CI.rawsrc +
             (static_cast<std::size_t>(r) * static_cast<std::size_t>(CI.NofC) + static_cast<std::size_t>(first_c)) * 3;
-        for (int c = 0; c < cols; c++, p += 3) {
-            std::int16_t& count = counts[bin(p)];
-            count = static_cast<std::int16_t>(count + 1);
-        }
+        for (int c = 0; c < cols; c++, p += 3) CountOne(counts, bin(p));
     }
     return rows * cols;
 }
@@ -70,30 +80,22 @@ int CountColors(const KsColorImage& CI, int minr, int maxr, int minc, int maxc, 
 }  // namespace
 
 void KsHistogram::KsSetCval(int v) {
-    ColorBins::Counts counts{};
-    chist.AddTo(counts);
-    counts[v] = static_cast<std::int16_t>(counts[v] + 1);
-    chist.Take(counts);
+    AddToBins(chist, [&](ColorBins::Counts& counts) { CountOne(counts, v); });
     csum++;
 }
 
 void KsHistogram::KsBuildColorHistogram(KsColorImage& CI, GridColorDiff*) {
-    ColorBins::Counts counts{};
-    chist.AddTo(counts);
-    csum += CountColors(CI, minr, maxr, minc, maxc, counts);
-    chist.Take(counts);
+    AddToBins(chist, [&](ColorBins::Counts& counts) { csum += CountColors(CI, minr, maxr, minc, maxc, counts); });
 }
 
 void KsHistogram::KsBuildColorHistogram(KsColorImage& CI, const int* CInd) {
-    ColorBins::Counts counts{};
-    chist.AddTo(counts);
-    ForEachPixel(*this, CI.NofR, CI.NofC, [&](int r, int c) {
-        std::int16_t& count =
-            counts[CInd[static_cast<std::size_t>(r) * static_cast<std::size_t>(CI.NofC) + static_cast<std::size_t>(c)]];
-        count = static_cast<std::int16_t>(count + 1);
-        csum++;
+    const auto width = static_cast<std::size_t>(CI.NofC);
+    AddToBins(chist, [&](ColorBins::Counts& counts) {
+        ForEachPixel(*this, CI.NofR, CI.NofC, [&](int r, int c) {
+            CountOne(counts, CInd[static_cast<std::size_t>(r) * width + static_cast<std::size_t>(c)]);
+            csum++;
+        });
     });
-    chist.Take(counts);
 }
 
 // Diagonal neighbours of the other lattice share quadrants:

@@ -18,8 +18,8 @@ class ZeroPages {
  public:
     static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
 
-    // Of a `sparse` array few elements are ever used, here and there: huge pages would make most of it real.
-    // Throws std::bad_alloc.
+    // Of a `sparse` array few elements are ever used, here and there: huge pages would make most of it real. Others
+    // that are large enough ask for them. Throws std::bad_alloc.
     explicit ZeroPages(std::size_t n, bool sparse = false) {
         if (n > (SIZE_MAX - alignof(T)) / sizeof(T)) throw std::bad_alloc();
         const std::size_t size = n * sizeof(T) + alignof(T);

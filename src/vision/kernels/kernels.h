@@ -94,19 +94,6 @@ struct ComparisonRow {
     Outcome* outcome;
 };
 
-// Stores the quadrant sums of cell j of a row.
-inline void StoreQuadrants(const ComparisonRow& row, int j, const QuadrantSums& q) {
-    constexpr int kPlace[3] = {0, 2, 1};  // in QuadrantSums, of red, green, blue
-    for (int channel = 0; channel < 3; channel++) {
-        std::int16_t* const to = row.sums[channel];
-        if (to == nullptr) continue;
-        for (int i = 0; i < 2; i++) {
-            to[2 * j + i] = q.q[i][kPlace[channel]];
-            to[row.sums_width + static_cast<std::size_t>(2 * j + i)] = q.q[2 + i][kPlace[channel]];
-        }
-    }
-}
-
 struct Table {
     const char* name;
     // The pixels of n whole 4 x 4 cells side by side from an RGB frame: `rgb` is the upper left pixel of the first,

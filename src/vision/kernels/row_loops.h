@@ -5,6 +5,19 @@
 namespace kernels {
 namespace {
 
+// Stores the quadrant sums of cell j of a row.
+inline void StoreQuadrants(const ComparisonRow& row, int j, const QuadrantSums& q) {
+    constexpr int kPlace[3] = {0, 2, 1};  // in QuadrantSums, of red, green, blue
+    for (int channel = 0; channel < 3; channel++) {
+        std::int16_t* const to = row.sums[channel];
+        if (to == nullptr) continue;
+        for (int i = 0; i < 2; i++) {
+            to[2 * j + i] = q.q[i][kPlace[channel]];
+            to[row.sums_width + static_cast<std::size_t>(2 * j + i)] = q.q[2 + i][kPlace[channel]];
+        }
+    }
+}
+
 void Measure(const int* __restrict r, const int* __restrict g, const int* __restrict b, int n, double* __restrict diff,
              double& total, double& squares) {
     double t = 0, s = 0;
