@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "backgroundmodel.h"
-#include "compare/CpuClock.h"
-#include "kernels/kernels.h"
+#include "bench/compare/CpuClock.h"
+#include "vision/background/backgroundmodel.h"
+#include "vision/kernels/kernels.h"
 
 namespace {
 
@@ -107,16 +107,11 @@ void Compare(benchmark::State& state, const Table* table, int clusters) {
     std::vector<std::int16_t> red(4 * kWidth), green(4 * kWidth), blue(4 * kWidth);
     std::vector<std::int16_t> sums(3 * 4 * kRow);
     std::vector<kernels::Outcome> outcome(kRow);
-    const kernels::ComparisonRow row{kRow,
-                                     px.data(),
-                                     own.data(),
-                                     above.data(),
-                                     below.data(),
-                                     {red.data(), green.data(), blue.data()},
-                                     kWidth,
-                                     {sums.data(), sums.data() + 4 * kRow, sums.data() + 8 * kRow},
-                                     2 * kRow,
-                                     outcome.data()};
+    const kernels::ComparisonRow row{kRow,         px.data(),
+                                     own.data(),   above.data(),
+                                     below.data(), {red.data(), green.data(), blue.data()},
+                                     kWidth,       {sums.data(), sums.data() + 4 * kRow, sums.data() + 8 * kRow},
+                                     2 * kRow,     outcome.data()};
     const PerPixel meter(state, kRow * kernels::kPixels);
     for (auto _ : state) {
         table->compare(row);

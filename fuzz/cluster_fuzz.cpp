@@ -4,8 +4,8 @@
 // Input: one byte of kind (bit 0 gray, bits 1.. the palette), one of the cluster distance, then operations.
 #include <vector>
 
-#include "../tests/support/cells.h"
-#include "bytes.h"
+#include "fuzz/bytes.h"
+#include "support/cells.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 // Input: cell size and frame size, then bits: which cells are foreground, in several rounds over one tracker.
 #include <vector>
 
-#include "Invariants.h"
-#include "bytes.h"
+#include "fuzz/bytes.h"
+#include "tracker/Invariants.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <fstream>
 #include <vector>
 
-#include "Control.h"
-#include "bytes.h"
-#include "temproot.h"
+#include "fuzz/bytes.h"
+#include "fuzz/temproot.h"
+#include "host/Control.h"
 
 namespace {
 

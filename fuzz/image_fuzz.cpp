@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "ImageFiles.h"
-#include "bytes.h"
+#include "fuzz/bytes.h"
+#include "image/ImageFiles.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const LoadedImage image = LoadImageBytes({data, size});

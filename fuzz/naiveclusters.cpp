@@ -1,4 +1,4 @@
-#include "naiveclusters.h"
+#include "fuzz/naiveclusters.h"
 
 #include <cstdlib>
 

@@ -15,11 +15,11 @@
 #include <streambuf>
 #include <vector>
 
-#include "../tests/support/protocol.h"
-#include "Control.h"
-#include "MainLoop.h"
-#include "bytes.h"
-#include "temproot.h"
+#include "fuzz/bytes.h"
+#include "fuzz/temproot.h"
+#include "host/Control.h"
+#include "host/MainLoop.h"
+#include "support/protocol.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <string>
 
-#include "Control.h"
-#include "bytes.h"
+#include "fuzz/bytes.h"
+#include "host/Control.h"
 
 // Makes the directory of the control file of device `devid` and points FLEIFEISA_ROOT to it.
 class TempRoot {

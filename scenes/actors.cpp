@@ -1,10 +1,10 @@
-#include "actors.h"
+#include "scenes/actors.h"
 
 #include <algorithm>
 #include <array>
 #include <optional>
 
-#include "random.h"
+#include "scenes/random.h"
 
 namespace fleifeisa::scenes {
 namespace {

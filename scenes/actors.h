@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "scene.h"
+#include "scenes/scene.h"
 
 namespace fleifeisa::scenes {
 

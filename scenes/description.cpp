@@ -3,7 +3,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "scene.h"
+#include "scenes/scene.h"
 
 namespace fleifeisa::scenes {
 namespace {

@@ -1,11 +1,11 @@
-#include "scene.h"
+#include "scenes/scene.h"
 
 #include <algorithm>
 #include <array>
 #include <stdexcept>
 
-#include "actors.h"
-#include "random.h"
+#include "scenes/actors.h"
+#include "scenes/random.h"
 
 namespace fleifeisa::scenes {
 namespace {

@@ -1,9 +1,9 @@
 // The reply to a detection frame, byte for byte, from records made by hand.
 #include <gtest/gtest.h>
 
-#include "kscolortracker.h"
 #include "support/images.h"
 #include "support/protocol.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

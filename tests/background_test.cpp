@@ -2,9 +2,9 @@
 // second model, and the difference queries.
 #include <gtest/gtest.h>
 
-#include "randomdraws.h"
 #include "support/cells.h"
 #include "support/images.h"
+#include "vision/background/randomdraws.h"
 
 namespace {
 

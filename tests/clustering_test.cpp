@@ -7,9 +7,9 @@
 #include <memory>
 #include <vector>
 
-#include "randomdraws.h"
 #include "support/cells.h"
 #include "support/images.h"
+#include "vision/background/randomdraws.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <set>
 
-#include "kscolortracker.h"
 #include "support/images.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

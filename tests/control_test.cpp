@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-#include "Control.h"
+#include "host/Control.h"
 #include "support/process.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <functional>
 #include <map>
 
-#include "../scenes/scene.h"
+#include "scenes/scene.h"
 #include "support/images.h"
 #include "support/process.h"
 #include "support/protocol.h"

@@ -6,12 +6,12 @@
 #include <filesystem>
 #include <random>
 
-#include "Control.h"
-#include "control_file.h"
-#include "log.h"
-#include "pixels.h"
-#include "reply.h"
-#include "values.h"
+#include "analyzer/control_file.h"
+#include "analyzer/reply.h"
+#include "cli/values.h"
+#include "common/log.h"
+#include "host/Control.h"
+#include "sources/pixels.h"
 
 namespace fleifeisa::host {
 namespace {

@@ -10,8 +10,8 @@
 #include <fstream>
 #include <thread>
 
-#include "ImageFiles.h"
-#include "LiveFile.h"
+#include "image/ImageFiles.h"
+#include "image/LiveFile.h"
 #include "support/imageencoders.h"
 #include "support/process.h"
 

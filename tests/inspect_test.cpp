@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "inspect.h"
-#include "page.h"
-#include "pictures.h"
+#include "inspect/inspect.h"
+#include "inspect/page.h"
+#include "inspect/pictures.h"
 #include "support/images.h"
 #include "support/process.h"
 #include "support/protocol.h"

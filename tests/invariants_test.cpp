@@ -1,5 +1,5 @@
 // The invariant checks themselves: silent over a running tracker, and each finds the fault it is there for.
-#include "Invariants.h"
+#include "tracker/Invariants.h"
 
 #include <gtest/gtest.h>
 

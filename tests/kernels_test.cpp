@@ -9,10 +9,10 @@
 #include <cstring>
 #include <iostream>
 
-#include "backgroundmodel.h"
-#include "kernels/kernels.h"
 #include "support/process.h"
 #include "support/scene.h"
+#include "vision/background/backgroundmodel.h"
+#include "vision/kernels/kernels.h"
 
 namespace {
 
@@ -448,7 +448,8 @@ TEST_P(Maintenance, StopBeforeWhatDoesNotFit) {
         else
             lists[3].n = -1;
         const std::vector<ClusterSet> start = sets;
-        const int done = table.maintain({4, cells.data(), sets.data(), lists.data(), px.data(), stride}, 49, false, true);
+        const int done =
+            table.maintain({4, cells.data(), sets.data(), lists.data(), px.data(), stride}, 49, false, true);
         ASSERT_EQ(done, &table == &plain ? 4 : 2);
         if (done == 4) continue;
         EXPECT_NE(Values(sets[2], {}), Values(start[2], {}));

@@ -20,8 +20,8 @@
 #include <filesystem>
 #include <functional>
 
-#include "Control.h"
-#include "Sandbox.h"
+#include "host/Control.h"
+#include "host/Sandbox.h"
 #include "support/process.h"
 
 namespace {

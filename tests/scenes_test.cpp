@@ -6,7 +6,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "scene.h"
+#include "scenes/scene.h"
 
 namespace fleifeisa::scenes {
 namespace {

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "kscolortracker.h"
 #include "support/images.h"
 #include "support/process.h"
 #include "support/protocol.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

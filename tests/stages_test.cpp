@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "kscolortracker.h"
 #include "support/images.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

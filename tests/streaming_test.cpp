@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <iterator>
 
-#include "Streaming.h"
+#include "host/Streaming.h"
 #include "support/protocol.h"
 
 namespace {

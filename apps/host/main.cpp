@@ -6,11 +6,11 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
-#include "commands.h"
-#include "log.h"
-#include "scene.h"
-#include "supervisor.h"
-#include "values.h"
+#include "camera/supervisor.h"
+#include "cli/commands.h"
+#include "cli/values.h"
+#include "common/log.h"
+#include "scenes/scene.h"
 
 namespace fleifeisa::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "colours.h"
+#include "inspect/colours.h"
 
 #include <algorithm>
 #include <cmath>

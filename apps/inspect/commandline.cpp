@@ -3,8 +3,8 @@
 #include <iostream>
 #include <new>
 
-#include "ImageFiles.h"
-#include "inspect.h"
+#include "image/ImageFiles.h"
+#include "inspect/inspect.h"
 
 namespace fleifeisa::inspect {
 

@@ -1,4 +1,4 @@
-#include "facts.h"
+#include "inspect/facts.h"
 
 #include <algorithm>
 #include <cmath>

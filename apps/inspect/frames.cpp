@@ -1,4 +1,4 @@
-#include "frames.h"
+#include "inspect/frames.h"
 
 #include <algorithm>
 #include <charconv>
@@ -10,8 +10,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "ImageFiles.h"
-#include "Streaming.h"
+#include "host/Streaming.h"
+#include "image/ImageFiles.h"
 
 namespace fleifeisa::inspect {
 

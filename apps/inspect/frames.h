@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "kscolor.h"
+#include "image/kscolor.h"
 
 namespace fleifeisa::inspect {
 

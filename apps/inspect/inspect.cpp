@@ -1,4 +1,4 @@
-#include "inspect.h"
+#include "inspect/inspect.h"
 
 #include <unistd.h>
 
@@ -11,9 +11,9 @@
 #include <iostream>
 #include <memory>
 
-#include "facts.h"
-#include "page.h"
-#include "pictures.h"
+#include "inspect/facts.h"
+#include "inspect/page.h"
+#include "inspect/pictures.h"
 
 namespace fleifeisa::inspect {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "frames.h"
-#include "session.h"
+#include "inspect/frames.h"
+#include "inspect/session.h"
 
 namespace fleifeisa::inspect {
 

@@ -1,4 +1,4 @@
-#include "inspect.h"
+#include "inspect/inspect.h"
 
 int main(int argc, char** argv) {
     return fleifeisa::inspect::InspectMain(argc, argv);

@@ -1,11 +1,11 @@
-#include "page.h"
+#include "inspect/page.h"
 
 #include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
 
-#include "colours.h"
+#include "inspect/colours.h"
 
 namespace fleifeisa::inspect {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "facts.h"
+#include "inspect/facts.h"
 
 namespace fleifeisa::inspect {
 

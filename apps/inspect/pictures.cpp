@@ -1,4 +1,4 @@
-#include "pictures.h"
+#include "inspect/pictures.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "facts.h"
-#include "raster.h"
+#include "inspect/facts.h"
+#include "inspect/raster.h"
 
 namespace fleifeisa::inspect {
 

@@ -1,4 +1,4 @@
-#include "raster.h"
+#include "inspect/raster.h"
 
 #include <png.h>
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "colours.h"
+#include "inspect/colours.h"
 
 namespace fleifeisa::inspect {
 

@@ -1,4 +1,4 @@
-#include "session.h"
+#include "inspect/session.h"
 
 namespace fleifeisa::inspect {
 

@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "Control.h"
-#include "kscolortracker.h"
+#include "host/Control.h"
+#include "tracker/kscolortracker.h"
 
 namespace fleifeisa::inspect {
 

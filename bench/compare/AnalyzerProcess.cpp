@@ -1,4 +1,4 @@
-#include "AnalyzerProcess.h"
+#include "bench/compare/AnalyzerProcess.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -19,7 +19,7 @@
 #include <sstream>
 #include <vector>
 
-#include "CpuClock.h"
+#include "bench/compare/CpuClock.h"
 
 extern char** environ;
 

@@ -1,4 +1,4 @@
-#include "Clip.h"
+#include "bench/compare/Clip.h"
 
 #include <spawn.h>
 #include <sys/wait.h>

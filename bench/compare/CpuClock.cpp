@@ -1,4 +1,4 @@
-#include "CpuClock.h"
+#include "bench/compare/CpuClock.h"
 
 #include <algorithm>
 #include <cstdint>

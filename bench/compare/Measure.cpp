@@ -1,4 +1,4 @@
-#include "Measure.h"
+#include "bench/compare/Measure.h"
 
 #include <sched.h>
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "AnalyzerProcess.h"
-#include "Clip.h"
-#include "OpenCvPipeline.h"
+#include "bench/compare/AnalyzerProcess.h"
+#include "bench/compare/Clip.h"
+#include "bench/compare/OpenCvPipeline.h"
 
 namespace bench {
 

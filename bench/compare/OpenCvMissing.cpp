@@ -1,7 +1,7 @@
 // Takes the place of OpenCvPipeline.cpp where OpenCV is not installed: the analyzer is then measured alone.
 #include <stdexcept>
 
-#include "OpenCvPipeline.h"
+#include "bench/compare/OpenCvPipeline.h"
 
 namespace bench {
 

@@ -1,4 +1,4 @@
-#include "OpenCvPipeline.h"
+#include "bench/compare/OpenCvPipeline.h"
 
 #include <opencv2/bgsegm.hpp>
 #include <opencv2/core.hpp>
@@ -8,7 +8,7 @@
 #include <sstream>
 #include <vector>
 
-#include "CpuClock.h"
+#include "bench/compare/CpuClock.h"
 
 namespace bench {
 

@@ -1,4 +1,4 @@
-#include "Report.h"
+#include "bench/compare/Report.h"
 
 #include <sys/utsname.h>
 

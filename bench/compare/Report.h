@@ -4,7 +4,7 @@
 #include <ostream>
 #include <string>
 
-#include "Suite.h"
+#include "bench/compare/Suite.h"
 
 namespace bench {
 

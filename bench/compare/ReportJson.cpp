@@ -2,7 +2,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "Report.h"
+#include "bench/compare/Report.h"
 
 namespace bench {
 namespace {

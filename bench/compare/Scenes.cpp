@@ -1,10 +1,10 @@
-#include "Scenes.h"
+#include "bench/compare/Scenes.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
 
-#include "scene.h"
+#include "scenes/scene.h"
 
 namespace bench {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Clip.h"
+#include "bench/compare/Clip.h"
 
 namespace bench {
 

@@ -1,4 +1,4 @@
-#include "Suite.h"
+#include "bench/compare/Suite.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <iostream>
 
-#include "CpuClock.h"
-#include "Scenes.h"
+#include "bench/compare/CpuClock.h"
+#include "bench/compare/Scenes.h"
 
 namespace bench {
 namespace {

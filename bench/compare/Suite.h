@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Measure.h"
+#include "bench/compare/Measure.h"
 
 namespace bench {
 

@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "Report.h"
-#include "Suite.h"
+#include "bench/compare/Report.h"
+#include "bench/compare/Suite.h"
 
 namespace {
 

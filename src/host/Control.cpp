@@ -1,4 +1,4 @@
-#include "Control.h"
+#include "host/Control.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "FileFrames.h"
+#include "host/FileFrames.h"
 
 #include <cctype>
 #include <filesystem>

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "LiveFile.h"
-#include "kscolor.h"
+#include "image/LiveFile.h"
+#include "image/kscolor.h"
 
 class FileFrames {
  public:

@@ -2,7 +2,7 @@
 #include <csignal>
 #include <iostream>
 
-#include "MainLoop.h"
+#include "host/MainLoop.h"
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // a broken output is found by the stream's state

@@ -1,5 +1,5 @@
 // The command line, the modes and the main loop.
-#include "MainLoop.h"
+#include "host/MainLoop.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,11 +14,11 @@
 #include <new>
 #include <string>
 
-#include "Control.h"
-#include "FileFrames.h"
-#include "Sandbox.h"
-#include "Streaming.h"
-#include "kscolortracker.h"
+#include "host/Control.h"
+#include "host/FileFrames.h"
+#include "host/Sandbox.h"
+#include "host/Streaming.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

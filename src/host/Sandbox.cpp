@@ -1,10 +1,10 @@
-#include "Sandbox.h"
+#include "host/Sandbox.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
-#include "sandboxprivate.h"
+#include "host/sandboxprivate.h"
 
 #ifdef __linux__
 #include <sys/prctl.h>

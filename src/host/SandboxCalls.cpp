@@ -1,5 +1,5 @@
 // The system call half of the confinement: a seccomp filter, by straight system calls.
-#include "sandboxprivate.h"
+#include "host/sandboxprivate.h"
 
 #ifdef __linux__
 

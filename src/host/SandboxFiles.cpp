@@ -1,5 +1,5 @@
 // The file half of the confinement: Landlock, by its three system calls.
-#include "sandboxprivate.h"
+#include "host/sandboxprivate.h"
 
 #ifdef __linux__
 

@@ -1,4 +1,4 @@
-#include "Streaming.h"
+#include "host/Streaming.h"
 
 #include <strings.h>
 

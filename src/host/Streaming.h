@@ -3,7 +3,7 @@
 // Nothing here flushes: std::cin is tied to std::cout, so replies leave before the process waits for more input.
 #pragma once
 
-#include "kscolor.h"
+#include "image/kscolor.h"
 
 // One received message. The texts come from strdup and belong to the caller, who releases them with free.
 struct streamin {

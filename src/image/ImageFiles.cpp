@@ -1,4 +1,4 @@
-#include "ImageFiles.h"
+#include "image/ImageFiles.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include <new>
 #include <string_view>
 
-#include "imageformats.h"
+#include "image/imageformats.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 // Behind jpeglib.h.
 #include <jerror.h>
 
-#include "imageformats.h"
+#include "image/imageformats.h"
 
 namespace {
 
@@ -155,7 +155,7 @@ std::string JpegLibrary() {
 
 #else
 
-#include "imageformats.h"
+#include "image/imageformats.h"
 
 LoadedImage LoadJpeg(FileBytes) {
     return Refuse("it is a JPEG file, and this build reads " + ImageFormatsBuiltIn() + " only");

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "imageformats.h"
+#include "image/imageformats.h"
 
 namespace {
 
@@ -126,7 +126,7 @@ std::string PngLibrary() {
 
 #else
 
-#include "imageformats.h"
+#include "image/imageformats.h"
 
 LoadedImage LoadPng(FileBytes) {
     return Refuse("it is a PNG file, and this build reads " + ImageFormatsBuiltIn() + " only");

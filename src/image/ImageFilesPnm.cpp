@@ -7,7 +7,7 @@
 //               plain: decimal numbers, each followed by white space
 #include <cstddef>
 
-#include "imageformats.h"
+#include "image/imageformats.h"
 
 namespace {
 

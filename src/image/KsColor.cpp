@@ -1,4 +1,4 @@
-#include "kscolor.h"
+#include "image/kscolor.h"
 
 #include <cstdio>
 #include <cstdlib>

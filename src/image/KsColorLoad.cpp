@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "imageformats.h"
-#include "kscolor.h"
+#include "image/imageformats.h"
+#include "image/kscolor.h"
 
 namespace {
 

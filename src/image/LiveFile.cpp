@@ -1,4 +1,4 @@
-#include "LiveFile.h"
+#include "image/LiveFile.h"
 
 #include <sys/stat.h>
 
@@ -8,7 +8,7 @@
 #include <ctime>
 #include <thread>
 
-#include "imageformats.h"
+#include "image/imageformats.h"
 
 LiveFile::Stamp LiveFile::StampOf(const struct stat& st) {
     return {st.st_mtim.tv_sec, st.st_mtim.tv_nsec, st.st_size, st.st_ino, st.st_dev};

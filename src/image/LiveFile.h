@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-#include "ImageFiles.h"
+#include "image/ImageFiles.h"
 
 // Both ways of writing work: replacing the file by rename (every frame whole by itself) and writing it in place. A
 // frame is taken once, when the file differs from the one taken last (modification time in nanoseconds, size, inode),

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "ImageFiles.h"
+#include "image/ImageFiles.h"
 
 using FileBytes = std::span<const unsigned char>;
 

@@ -4,7 +4,7 @@
 #include <iostream>
 #include <string>
 
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 // most.
 #include <vector>
 
-#include "frameindex.h"
-#include "gridprivate.h"
-#include "kscolortracker.h"
+#include "tracker/frameindex.h"
+#include "tracker/kscolortracker.h"
+#include "vision/grid/gridprivate.h"
 
 void GridColorDiff::FindPotentialParents(Object& COb) {
     struct Candidate {

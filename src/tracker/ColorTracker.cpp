@@ -1,13 +1,13 @@
 // Life of the tracker and the pipeline of a detection frame.
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 #include <cstdlib>
 #include <memory>
 #include <new>
 
-#include "frameindex.h"
+#include "tracker/frameindex.h"
 
-#include "Invariants.h"
+#include "tracker/Invariants.h"
 
 namespace {
 

@@ -11,10 +11,10 @@
 //        +--| cur |  diagonal d   +-----+     behind the inner  | left|  s  |     emits (s.minr - 1, Ct),
 //        | d|     |  (slot 6)     |  s  |     corner            +-----+-----+           (s.minr, Ct - 1)
 //        +--+-----+               +-----+
-#include "contours.h"
+#include "tracker/contours.h"
 
-#include "gridcolordiff.h"
-#include "gridprivate.h"
+#include "vision/grid/gridcolordiff.h"
+#include "vision/grid/gridprivate.h"
 
 ContNode* GridColorDiff::NewPoolBlock() {
     auto block = std::make_unique<ContNode[]>(kPoolBlock);

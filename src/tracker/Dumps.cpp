@@ -4,7 +4,7 @@
 #include <ostream>
 #include <string>
 
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

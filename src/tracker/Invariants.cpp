@@ -1,5 +1,5 @@
 // The checks of Invariants.h. They read the grid and the model by value only and know nothing of how these are stored.
-#include "Invariants.h"
+#include "tracker/Invariants.h"
 
 #include <cmath>
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "gridprivate.h"
+#include "vision/grid/gridprivate.h"
 
 namespace {
 

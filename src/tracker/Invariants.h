@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 // Each returns the first violation as a text that says what is wrong and where, or an empty text.
 

@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <unordered_map>
 
-#include "frameindex.h"
-#include "kscolortracker.h"
+#include "tracker/frameindex.h"
+#include "tracker/kscolortracker.h"
 
 // Frees the record at a position of usedob. The last entry moves into the position, so the caller examines it again.
 void ColorDiffTracker::ReleaseRecord(int position) {

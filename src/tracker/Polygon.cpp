@@ -5,7 +5,7 @@
 // and may not come closer to the anchor. Where one does not, the last accepted node becomes the next anchor.
 #include <cmath>
 
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

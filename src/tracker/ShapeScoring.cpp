@@ -2,7 +2,7 @@
 #include <cmath>
 #include <iostream>
 
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 void ColorDiffTracker::ScoreImage(KsColorImage&) {
     for (int i = 0; i < numobjects; i++)

@@ -1,7 +1,7 @@
 // The trace of a detection frame on standard output, written while DEBUG is set.
 #include <iostream>
 
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 void ColorDiffTracker::TraceRecord(const Object& ob) const {
     std::cout << "BB: (" << ob.h.minr << " " << ob.h.maxr << " ; " << ob.h.minc << " " << ob.h.maxc << "),   "

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 class ColorDiffTracker::FrameIndex {
  public:

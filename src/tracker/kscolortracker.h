@@ -7,7 +7,7 @@
 #include <iosfwd>
 #include <memory>
 
-#include "kshistograms.h"
+#include "vision/kshistograms.h"
 
 class ColorDiffTracker {
  public:

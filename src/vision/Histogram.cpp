@@ -4,10 +4,10 @@
 #include <new>
 #include <utility>
 
-#include "gridcolordiff.h"
-#include "gridprivate.h"
-#include "kshistogram.h"
-#include "pixelwalk.h"
+#include "vision/grid/gridcolordiff.h"
+#include "vision/grid/gridprivate.h"
+#include "vision/kshistogram.h"
+#include "vision/pixelwalk.h"
 
 std::int16_t ColorBins::operator[](int bin) const {
     const Entry* const at =

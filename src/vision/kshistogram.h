@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "colorbins.h"
-#include "kscolor.h"
-#include "valuetypes.h"
+#include "image/kscolor.h"
+#include "vision/colorbins.h"
+#include "vision/valuetypes.h"
 
 class GridColorDiff;
 

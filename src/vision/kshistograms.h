@@ -1,7 +1,7 @@
 // Umbrella header of the vision code.
 #pragma once
 
-#include "backgroundmodel.h"
-#include "gridcolordiff.h"
-#include "kshistogram.h"
-#include "valuetypes.h"
+#include "vision/background/backgroundmodel.h"
+#include "vision/grid/gridcolordiff.h"
+#include "vision/kshistogram.h"
+#include "vision/valuetypes.h"

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "kscolor.h"
-#include "valuetypes.h"
+#include "image/kscolor.h"
+#include "vision/valuetypes.h"
 
 // Calls f(r, c) for every pixel of the inclusive box that lies inside a frame of rows x cols pixels.
 template <class F>

@@ -5,7 +5,7 @@
 #include <iterator>
 #include <random>
 
-#include "outputs/text.h"
+#include "common/text.h"
 
 namespace fleifeisa::host::test {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "output.h"
+#include "outputs/output.h"
 
 namespace fleifeisa::host::test {
 

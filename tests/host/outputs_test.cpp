@@ -9,11 +9,11 @@
 #include <fstream>
 #include <regex>
 
+#include "common/process.h"
+#include "common/text.h"
 #include "host/output_runs.h"
-#include "outputs/text.h"
 #include "outputs/track_follower.h"
 #include "outputs/track_path.h"
-#include "process.h"
 #include "support/process.h"
 
 namespace fleifeisa::host::test {

@@ -1,4 +1,4 @@
-#include "crowdscene.h"
+#include "reliability/crowdscene.h"
 
 #include <algorithm>
 

@@ -16,12 +16,12 @@
 #include <sstream>
 #include <string>
 
-#include "Control.h"
-#include "crowdscene.h"
-#include "kscolortracker.h"
+#include "host/Control.h"
+#include "reliability/crowdscene.h"
 #include "support/process.h"
 #include "support/protocol.h"
 #include "support/statetrace.h"
+#include "tracker/kscolortracker.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <string>
 
-#include "backgroundmodel.h"
-#include "naiveclusters.h"
+#include "fuzz/naiveclusters.h"
+#include "vision/background/backgroundmodel.h"
 
 // First difference between the two, empty where they agree.
 inline std::string CellDifference(const KsBackgroundCell& real, const NaiveCell& naive) {

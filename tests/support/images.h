@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "kscolor.h"
-#include "kshistograms.h"
+#include "image/kscolor.h"
+#include "vision/kshistograms.h"
 
 // An image over its own buffer, filled by pixel(r, c) -> ColorValue.
 class TestImage {

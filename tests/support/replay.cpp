@@ -4,7 +4,7 @@
 #include <iostream>
 #include <memory>
 
-#include "Streaming.h"
+#include "host/Streaming.h"
 #include "support/protocol.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-#include "kscolortracker.h"
+#include "tracker/kscolortracker.h"
 
 struct ReplayOptions {
     ImageType type = COLOR;

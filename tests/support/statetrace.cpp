@@ -6,7 +6,7 @@
 #include <sstream>
 #include <vector>
 
-#include "randomdraws.h"
+#include "vision/background/randomdraws.h"
 
 namespace {
 

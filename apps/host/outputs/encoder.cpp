@@ -9,8 +9,8 @@
 #include <cstring>
 #include <system_error>
 
-#include "output.h"
-#include "outputs/text.h"
+#include "common/text.h"
+#include "outputs/output.h"
 
 namespace fleifeisa::host {
 namespace {

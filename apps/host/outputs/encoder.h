@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "outputs/file_writer.h"
-#include "process.h"
+#include "common/file_writer.h"
+#include "common/process.h"
 
 namespace fleifeisa::host {
 

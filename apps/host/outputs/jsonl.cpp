@@ -1,6 +1,6 @@
 #include "outputs/jsonl.h"
 
-#include "outputs/text.h"
+#include "common/text.h"
 
 namespace fleifeisa::host {
 namespace {

@@ -1,8 +1,8 @@
 // JSON Lines: one object a frame, every frame, also while the background is learnt.
 #pragma once
 
-#include "output.h"
-#include "outputs/file_writer.h"
+#include "common/file_writer.h"
+#include "outputs/output.h"
 
 namespace fleifeisa::host {
 

@@ -1,14 +1,14 @@
 #include <array>
 
-#include "output.h"
 #include "outputs/jsonl.h"
 #include "outputs/mot.h"
 #include "outputs/onvif.h"
+#include "outputs/output.h"
 #include "outputs/recording.h"
 #include "outputs/replies.h"
-#include "outputs/report.h"
 #include "outputs/tracks.h"
 #include "outputs/video.h"
+#include "report/report.h"
 
 namespace fleifeisa::host {
 

@@ -1,8 +1,8 @@
 // MOTChallenge CSV: frame, id, left, top, width, height, confidence, x, y, z; 1-based, one line an object.
 #pragma once
 
-#include "output.h"
-#include "outputs/file_writer.h"
+#include "common/file_writer.h"
+#include "outputs/output.h"
 #include "outputs/track_follower.h"
 
 namespace fleifeisa::host {

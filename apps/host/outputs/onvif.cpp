@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "outputs/text.h"
+#include "common/text.h"
 
 namespace fleifeisa::host {
 namespace {

@@ -1,8 +1,8 @@
 // ONVIF metadata: one tt:MetadataStream document with a tt:Frame for every frame that detection ran on.
 #pragma once
 
-#include "output.h"
-#include "outputs/file_writer.h"
+#include "common/file_writer.h"
+#include "outputs/output.h"
 #include "outputs/track_follower.h"
 
 namespace fleifeisa::host {

@@ -9,8 +9,8 @@
 //   Recording-Reply     length and FNV-1a hash of the answer to the frame before
 #pragma once
 
-#include "output.h"
-#include "outputs/file_writer.h"
+#include "common/file_writer.h"
+#include "outputs/output.h"
 
 namespace fleifeisa::host {
 

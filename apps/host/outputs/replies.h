@@ -1,8 +1,8 @@
 // The exact bytes of the answer to every frame, one after the other. Written in place.
 #pragma once
 
-#include "output.h"
-#include "outputs/file_writer.h"
+#include "common/file_writer.h"
+#include "outputs/output.h"
 
 namespace fleifeisa::host {
 

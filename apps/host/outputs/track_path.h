@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "output.h"
+#include "outputs/output.h"
 
 namespace fleifeisa::host {
 

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "outputs/text.h"
+#include "common/text.h"
 
 namespace fleifeisa::host {
 namespace {

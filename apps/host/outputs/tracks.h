@@ -3,8 +3,8 @@
 
 #include <map>
 
-#include "output.h"
-#include "outputs/file_writer.h"
+#include "common/file_writer.h"
+#include "outputs/output.h"
 #include "outputs/track_follower.h"
 #include "outputs/track_path.h"
 

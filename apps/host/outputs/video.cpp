@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "outputs/canvas.h"
-#include "outputs/text.h"
+#include "common/canvas.h"
+#include "common/text.h"
+#include "outputs/track_colours.h"
 
 namespace fleifeisa::host {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "output.h"
 #include "outputs/encoder.h"
+#include "outputs/output.h"
 #include "outputs/track_follower.h"
 
 namespace fleifeisa::host {

@@ -3,5 +3,5 @@
 #define KERNELS_NAME avx2
 #define KERNELS_STRING "avx2"
 #define KERNELS_LANES 8
-#include "vector_body.h"
+#include "vision/kernels/vector_body.h"
 #endif

@@ -3,5 +3,5 @@
 #define KERNELS_NAME avx512
 #define KERNELS_STRING "avx512"
 #define KERNELS_LANES 16
-#include "vector_body.h"
+#include "vision/kernels/vector_body.h"
 #endif

@@ -3,5 +3,5 @@
 #define KERNELS_NAME neon
 #define KERNELS_STRING "neon"
 #define KERNELS_LANES 4
-#include "vector_body.h"
+#include "vision/kernels/vector_body.h"
 #endif

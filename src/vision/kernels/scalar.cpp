@@ -1,9 +1,9 @@
 // The plain kernels: the reference that every other version equals.
 #include <climits>
 
-#include "backgroundmodel.h"
-#include "kernels.h"
-#include "row_loops.h"
+#include "vision/background/backgroundmodel.h"
+#include "vision/kernels/kernels.h"
+#include "vision/kernels/row_loops.h"
 
 namespace kernels {
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "kernels.h"
+#include "vision/kernels/kernels.h"
 
 namespace kernels {
 

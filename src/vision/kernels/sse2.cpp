@@ -3,5 +3,5 @@
 #define KERNELS_NAME sse2
 #define KERNELS_STRING "sse2"
 #define KERNELS_LANES 4
-#include "vector_body.h"
+#include "vision/kernels/vector_body.h"
 #endif

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include "backgroundmodel.h"
-#include "kernels.h"
-#include "row_loops.h"
+#include "vision/background/backgroundmodel.h"
+#include "vision/kernels/kernels.h"
+#include "vision/kernels/row_loops.h"
 
 // Nothing from headers that might not be inlined: the linker could give such a function to plain code.
 #if defined(__SSE2__)
@@ -175,14 +175,14 @@ inline V AddHalves(V a, V b) {
 
 constexpr int kChunks = kPixels / N;
 
-#include "vector_pixels.h"
+#include "vision/kernels/vector_pixels.h"
 
-#include "vector_compare.h"
+#include "vision/kernels/vector_compare.h"
 
-#include "vector_samples.h"
+#include "vision/kernels/vector_samples.h"
 
-#include "vector_cluster.h"
-#include "vector_maintain.h"
+#include "vision/kernels/vector_cluster.h"
+#include "vision/kernels/vector_maintain.h"
 
 }  // namespace
 

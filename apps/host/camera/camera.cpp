@@ -1,0 +1,376 @@
+#include "camera/camera.h"
+
+#include <poll.h>
+#include <sysexits.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "common/log.h"
+
+namespace fleifeisa::host {
+namespace {
+
+// A killed analyzer may cost its camera less than a second: the first restart is nearly immediate, each further one
+// takes twice as long. An analyzer that worked for a while begins anew.
+constexpr double kFirstDelay = 0.05, kLongestDelay = 30;
+constexpr Clock::duration kSound = std::chrono::seconds(30);
+constexpr Clock::duration kShutdownGrace = std::chrono::seconds(2);
+constexpr int kGiveUp = 7;    // analyzers in a row without an answer; a live camera never gives up
+constexpr int kAttempts = 3;  // a frame over which so many analyzers die is given up
+// While the analyzer works on one frame the next one already lies in the pipe. A live camera waits for the answer
+// instead, so that what it sends is the newest there is.
+constexpr std::size_t kFileWindow = 2, kLiveWindow = 1;
+constexpr std::int64_t kLastSequence = 2'147'483'647;
+
+/// A service that starts again must not overwrite what it wrote before: frames.jsonl becomes frames.jsonl.1, or .2 ...
+void keepEarlierFile(const std::string& path) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::create_directories(fs::path(path).parent_path(), error);
+    if (!fs::is_regular_file(path, error) || fs::file_size(path, error) == 0) return;
+    int number = 1;
+    while (fs::exists(path + "." + std::to_string(number), error)) ++number;
+    fs::rename(path, path + "." + std::to_string(number), error);
+    if (error) throw OutputError(path + ": the file of an earlier run cannot be renamed: " + error.message());
+}
+
+}  // namespace
+
+Camera::Camera(CameraConfig config, std::vector<Output*> extra)
+    : config_(std::move(config)),
+      feeder_(config_.name, config_.source),
+      window_(feeder_.live() ? kLiveWindow : kFileWindow) {
+    for (Output* output : extra) sinks_.push_back({output, "summary"});
+}
+
+Camera::~Camera() {
+    stop();
+    if (thread_.joinable()) thread_.join();
+}
+
+CameraInfo Camera::info() const {
+    return {config_.name,
+            withoutPassword(config_.source.source),
+            config_.analyzer.device,
+            config_.analyzer.analyzer,
+            config_.analyzer.infrared,
+            feeder_.live(),
+            feeder_.rate(),
+            config_.control.any() ? controlText(config_.control) : ""};
+}
+
+void Camera::prepare() {
+    const char* environment = std::getenv("FLEIFEISA_ROOT");
+    if (config_.analyzer.root.empty() && environment) config_.analyzer.root = environment;
+    if (config_.control.any())
+        writeControlFile(controlPath(config_.analyzer.root, config_.analyzer.device), controlText(config_.control));
+    for (const OutputChoice& wanted : config_.outputs) openOutput(wanted);
+}
+
+void Camera::openOutput(const OutputChoice& wanted) {
+    try {
+        if (config_.service) keepEarlierFile(wanted.path);
+        owned_.push_back(makeOutput(wanted, info()));
+        sinks_.push_back({owned_.back().get(), wanted.type});
+    } catch (const OutputError& error) {
+        if (!config_.service) throw;
+        logError(config_.name, "output " + wanted.type + " is left out: " + error.what());
+        exit_code_ = EX_CANTCREAT;
+    }
+}
+
+void Camera::start(const Event& done) {
+    done_event_ = &done;
+    thread_ = std::thread(&Camera::run, this);
+}
+
+void Camera::stop() {
+    stopping_ = true;
+    feeder_.stop();
+    wake_.set();
+}
+
+void Camera::setControl(const ControlParameters& control) {
+    const std::lock_guard lock(mutex_);
+    new_control_ = control;
+    wake_.set();
+}
+
+void Camera::run() {
+    try {
+        feeder_.start();
+        serve();
+        if (analyzer_ && !analyzer_->shutdown(kShutdownGrace))
+            logWarning(config_.name, "the analyzer did not end when asked to and was killed");
+        analyzer_.reset();
+        if (feeder_.exitCode() != 0) exit_code_ = feeder_.exitCode();
+    } catch (const std::exception& error) {
+        logError(config_.name, error.what());
+        exit_code_ = EX_SOFTWARE;
+    }
+    feeder_.stop();
+    finishOutputs();
+    done_ = true;
+    done_event_->set();
+}
+
+/// Until the source has ended and everything is answered, or the stop came and what is in work is answered.
+void Camera::serve() {
+    for (;;) {
+        if (!analyzer_ && !given_up_ && Clock::now() >= restart_at_) startAnalyzer();
+        if (given_up_) return;
+        applyControl();
+        takeFrames();
+        if (in_flight_.empty() && (stopping_ || (feeder_.ended() && !held_))) return;
+        // Without an analyzer nothing more gets answered, so a stop does not wait for one to come.
+        if (stopping_ && !analyzer_) return;
+        try {
+            pollOnce();
+            if (analyzer_) takeReplies();
+            if (analyzer_) checkAnswerTime();
+        } catch (const AnalyzerError& error) {
+            analyzerFailed(error.what());
+        }
+    }
+}
+
+/// New control parameters: written while no frame is under way, so that it is certain which frames they concern.
+void Camera::applyControl() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (new_control_) pending_control_ = std::exchange(new_control_, std::nullopt);
+        if (!stopping_) wake_.clear();
+    }
+    if (!pending_control_ || !in_flight_.empty()) return;
+    config_.control = *std::exchange(pending_control_, std::nullopt);
+    const std::string text = controlText(config_.control);
+    try {
+        if (writeControlFile(controlPath(config_.analyzer.root, config_.analyzer.device), text)) {
+            logInfo(config_.name, "new control parameters, the background is learnt anew");
+            // Outputs that are still to hear of the analyzer hear of these with it.
+            if (!unannounced_) callOutputs([&text](Output& output) { output.controlChanged(text); });
+        }
+    } catch (const std::system_error& error) {
+        logError(config_.name, std::string("control file: ") + error.what());
+    }
+}
+
+void Camera::takeFrames() {
+    while (!stopping_ && analyzer_ && !pending_control_ && in_flight_.size() < window_) {
+        if (!held_) {
+            Request request;
+            if (!readFrame(request)) return;
+            held_ = std::move(request);
+        }
+        if (width_ != 0 && (held_->width != width_ || held_->height != height_)) {
+            // An analyzer keeps the size of its first frame: the frames before are answered by the old one.
+            if (!in_flight_.empty()) return;
+            logWarning(config_.name, "the frames are now " + std::to_string(held_->width) + "x" +
+                                         std::to_string(held_->height) + ": a new analyzer learns the scene anew");
+            analyzer_->shutdown(kShutdownGrace);
+            startAnalyzer();
+            if (!analyzer_) return;
+        }
+        sendNext();
+    }
+}
+
+void Camera::sendNext() {
+    in_flight_.push_back(std::move(*held_));
+    held_.reset();
+    Request& request = in_flight_.back();
+    last_sequence_ = last_sequence_ == kLastSequence ? 1 : last_sequence_ + 1;
+    request.sequence = last_sequence_;
+    request.header = frameHeader(request.width, request.height, request.time_ns, request.sequence);
+    if (in_flight_.size() == 1) waiting_since_ = Clock::now();
+    sendRequest(request);
+}
+
+/// Takes the next frame of the source, if there is one, and makes RGB of it.
+bool Camera::readFrame(Request& request) {
+    RawFrame frame;
+    if (!feeder_.take(frame, request.dropped)) return false;
+    counts_.dropped += request.dropped;
+    counts_.expected = feeder_.expectedFrames();
+    request.time_ns = frame.time_ns;
+    request.width = frame.layout.width;
+    request.height = frame.layout.height;
+    if (frame.layout.format.name == "rgb24") {
+        request.rgb = std::move(frame.bytes);
+    } else {
+        request.rgb = std::move(spare_rgb_);
+        request.rgb.resize(static_cast<std::size_t>(request.width) * static_cast<std::size_t>(request.height) * 3);
+        toRgb(frame.layout, frame.bytes, request.rgb);
+        feeder_.recycle(std::move(frame.bytes));
+    }
+    if (const auto& region = config_.source.region) {
+        Region cut = *region;
+        cut.left = std::min(cut.left, request.width - 1);
+        cut.top = std::min(cut.top, request.height - 1);
+        cut.width = std::min(cut.width, request.width - cut.left);
+        cut.height = std::min(cut.height, request.height - cut.top);
+        request.rgb = crop(request.rgb, request.width, cut);
+        request.width = cut.width;
+        request.height = cut.height;
+    }
+    const SourceOptions& options = config_.source;
+    if (options.width > 0 && (options.width != request.width || options.height != request.height)) {
+        request.rgb = resize(request.rgb, request.width, request.height, options.width, options.height);
+        request.width = options.width;
+        request.height = options.height;
+    }
+    return true;
+}
+
+/// The outputs hear of an analyzer when it gets its first frame: some sources know their rate no earlier.
+void Camera::sendRequest(Request& request) {
+    if (std::exchange(unannounced_, false)) {
+        const CameraInfo camera = info();
+        callOutputs([&camera](Output& output) { output.started(camera); });
+    }
+    width_ = request.width;
+    height_ = request.height;
+    analyzer_->send(std::span<const char>(request.header));
+    analyzer_->send(std::span<const std::uint8_t>(request.rgb));
+}
+
+void Camera::pollOnce() {
+    const bool hungry =
+        !stopping_ && analyzer_ && !pending_control_ && !held_ && in_flight_.size() < window_ && !feeder_.ended();
+    std::array<pollfd, 5> items = {{{wake_.fd(), POLLIN, 0},
+                                    {hungry ? feeder_.ready().fd() : -1, POLLIN, 0},
+                                    {analyzer_ ? analyzer_->wantsWrite() : -1, POLLOUT, 0},
+                                    {analyzer_ ? analyzer_->wantsRead() : -1, POLLIN, 0},
+                                    {analyzer_ ? analyzer_->wantsErrors() : -1, POLLIN, 0}}};
+    if (stopping_) items[0].fd = -1;
+    Clock::time_point deadline = Clock::now() + std::chrono::minutes(1);
+    if (!analyzer_) deadline = restart_at_;
+    if (analyzer_ && !in_flight_.empty()) deadline = waiting_since_ + seconds(config_.answer_seconds);
+    if (::poll(items.data(), items.size(), pollTimeout(deadline)) <= 0) return;
+    if (items[4].revents != 0)
+        for (const std::string& line : analyzer_->takeErrors()) logDebug(config_.name, "analyzer: " + line);
+    if (items[2].revents != 0) analyzer_->write();
+    if (items[3].revents != 0) analyzer_->read();
+}
+
+void Camera::takeReplies() {
+    std::string bytes;
+    while (analyzer_->nextReply(bytes)) handleReply(bytes);
+}
+
+void Camera::handleReply(const std::string& bytes) {
+    Reply reply;
+    try {
+        reply = parseReply(bytes);
+    } catch (const std::runtime_error& error) {
+        throw AnalyzerError(error.what());
+    }
+    if (!reply.numbered) {  // at the start; a missing control file is reported here and means the defaults
+        if (!reply.ok) logInfo(config_.name, "the analyzer reports: " + reply.status_text);
+        return;
+    }
+    if (!reply.ok) logWarning(config_.name, "the analyzer answered: " + reply.status_text);
+    if (in_flight_.empty() || reply.sequence != in_flight_.front().sequence)
+        throw AnalyzerError("the analyzer answered a frame that it was not sent");
+    const Request& request = in_flight_.front();
+    FrameResult result;
+    result.camera = config_.name;
+    result.sequence = request.sequence;
+    result.time_ns = request.time_ns;
+    result.live = feeder_.live();
+    result.dropped = request.dropped;
+    result.width = request.width;
+    result.height = request.height;
+    result.detection = reply.detection;
+    result.objects = reply.objects;
+    result.rgb = request.rgb;
+    result.request = request.header;
+    result.reply = bytes;
+    callOutputs([&result](Output& output) { output.frame(result); });
+    ++counts_.answered;
+    if (reply.detection) ++counts_.detected;
+    failures_in_a_row_ = 0;
+    if (spare_rgb_.empty())
+        spare_rgb_ = std::move(in_flight_.front().rgb);
+    else
+        feeder_.recycle(std::move(in_flight_.front().rgb));
+    in_flight_.pop_front();
+    waiting_since_ = Clock::now();
+}
+
+void Camera::checkAnswerTime() {
+    if (in_flight_.empty() || Clock::now() < waiting_since_ + seconds(config_.answer_seconds)) return;
+    char text[96];
+    std::snprintf(text, sizeof text, "the analyzer gave no answer for %g s and was killed", config_.answer_seconds);
+    throw AnalyzerError(text);
+}
+
+void Camera::startAnalyzer() {
+    try {
+        analyzer_ = std::make_unique<Analyzer>(config_.analyzer);
+    } catch (const AnalyzerError& error) {
+        analyzerFailed(error.what());
+        return;
+    }
+    started_at_ = waiting_since_ = Clock::now();
+    width_ = height_ = 0;
+    unannounced_ = true;
+    for (Request& request : in_flight_) sendRequest(request);
+}
+
+/// Frames of a file are kept and sent again; a live frame is history by then.
+void Camera::analyzerFailed(const std::string& why) {
+    if (analyzer_ && Clock::now() - started_at_ > kSound) restart_delay_ = 0;
+    analyzer_.reset();
+    std::int64_t lost = 0;
+    if (feeder_.live()) {
+        lost = static_cast<std::int64_t>(in_flight_.size());
+        in_flight_.clear();
+    } else if (!in_flight_.empty() && ++in_flight_.front().attempts >= kAttempts) {
+        logError(config_.name, "frame " + std::to_string(in_flight_.front().sequence) +
+                                   " is given up: " + std::to_string(kAttempts) + " analyzers died over it");
+        in_flight_.pop_front();
+        lost = 1;
+        exit_code_ = EX_SOFTWARE;
+    }
+    if (!feeder_.live() && ++failures_in_a_row_ >= kGiveUp) {
+        logError(config_.name,
+                 why + "; that was the " + std::to_string(kGiveUp) + "th in a row, the camera is given up");
+        counts_.lost += static_cast<std::int64_t>(in_flight_.size());
+        in_flight_.clear();
+        given_up_ = true;
+        exit_code_ = EX_UNAVAILABLE;
+        return;
+    }
+    counts_.lost += lost;
+    last_sequence_ -= feeder_.live() ? lost : 0;  // their numbers are used again
+    ++counts_.restarts;
+    restart_delay_ = restart_delay_ == 0 ? kFirstDelay : std::min(2 * restart_delay_, kLongestDelay);
+    restart_at_ = Clock::now() + seconds(restart_delay_);
+    char text[96];
+    std::snprintf(text, sizeof text, "; a new one starts in %g s (frames lost: %lld)", restart_delay_,
+                  static_cast<long long>(lost));
+    logWarning(config_.name, why + text);
+}
+
+/// An output that fails is reported and dropped; the camera goes on.
+void Camera::callOutputs(const std::function<void(Output&)>& call) {
+    for (auto it = sinks_.begin(); it != sinks_.end();) {
+        try {
+            call(*it->output);
+            ++it;
+        } catch (const std::exception& error) {
+            logError(config_.name, "output " + it->what + " is given up: " + error.what());
+            exit_code_ = EX_IOERR;
+            it = sinks_.erase(it);
+        }
+    }
+}
+
+void Camera::finishOutputs() {
+    callOutputs([](Output& output) { output.finish(); });
+}
+
+}  // namespace fleifeisa::host

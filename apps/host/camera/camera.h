@@ -1,0 +1,126 @@
+// One camera: its source, its analyzer process, its outputs, on a thread of its own.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "analyzer/analyzer_client.h"
+#include "analyzer/control_file.h"
+#include "analyzer/reply.h"
+#include "outputs/output.h"
+#include "sources/feeder.h"
+
+namespace fleifeisa::host {
+
+struct CameraConfig {
+    std::string name;
+    SourceOptions source;
+    AnalyzerSettings analyzer;
+    ControlParameters control;
+    std::vector<OutputChoice> outputs;
+    double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
+    bool service = false;        ///< files of an earlier run are renamed; an output that cannot be made is left out
+
+    bool operator==(const CameraConfig&) const = default;
+};
+
+/// What a camera has done so far; read from other threads.
+struct CameraCounts {
+    std::atomic<std::int64_t> answered{0};  ///< frames
+    std::atomic<std::int64_t> detected{0};  ///< of them with detection
+    std::atomic<std::int64_t> dropped{0};   ///< live frames replaced by newer ones
+    std::atomic<std::int64_t> lost{0};      ///< frames that went down with an analyzer
+    std::atomic<std::int64_t> restarts{0};  ///< of the analyzer
+    std::atomic<std::int64_t> expected{0};  ///< frames in all, 0 where unknown
+};
+
+class Camera {
+ public:
+    /// Outputs beyond the configured ones may be handed in (not owned, called from the camera's thread).
+    explicit Camera(CameraConfig config, std::vector<Output*> extra = {});
+    ~Camera();
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+
+    /// Writes the control file and opens the outputs. @throws OutputError (not as a service), std::system_error
+    void prepare();
+    /// `done` is set (among others) when the camera has ended.
+    void start(const Event& done);
+    /// Ends it in order: the frame in work is answered, outputs are made complete.
+    void stop();
+    /// New control parameters take effect between two frames.
+    void setControl(const ControlParameters& control);
+
+    const CameraConfig& config() const { return config_; }
+    const CameraCounts& counts() const { return counts_; }
+    bool done() const { return done_; }
+    /// sysexits status, once done.
+    int exitCode() const { return exit_code_; }
+
+ private:
+    struct Request {
+        std::string header;
+        std::vector<std::uint8_t> rgb;
+        std::int64_t time_ns = 0, sequence = 0, dropped = 0;
+        int width = 0, height = 0;
+        int attempts = 0;  ///< analyzers that died over it
+    };
+
+    void run();
+    void serve();
+    void takeFrames();
+    void sendNext();
+    bool readFrame(Request& request);
+    void applyControl();
+    void pollOnce();
+    void takeReplies();
+    void handleReply(const std::string& bytes);
+    void checkAnswerTime();
+    void startAnalyzer();
+    void analyzerFailed(const std::string& why);
+    void sendRequest(Request& request);
+    void callOutputs(const std::function<void(Output&)>& call);
+    void finishOutputs();
+    void openOutput(const OutputChoice& wanted);
+    CameraInfo info() const;
+
+    CameraConfig config_;
+    Feeder feeder_;
+    Event wake_;  ///< stop or new control parameters
+    CameraCounts counts_;
+    std::atomic<bool> stopping_{false}, done_{false};
+    std::atomic<int> exit_code_{0};
+    const Event* done_event_ = nullptr;
+
+    std::mutex mutex_;  // guards the new control parameters
+    std::optional<ControlParameters> new_control_;
+
+    // the thread's own
+    struct Sink {
+        Output* output;
+        std::string what;
+    };
+    std::vector<std::unique_ptr<Output>> owned_;
+    std::vector<Sink> sinks_;
+    std::unique_ptr<Analyzer> analyzer_;
+    std::deque<Request> in_flight_;        ///< sent or to be sent, oldest first
+    std::vector<std::uint8_t> spare_rgb_;  ///< memory of an answered frame
+    std::optional<Request> held_;          ///< waits for a new analyzer, because its size differs
+    const std::size_t window_;             ///< how many may be under way
+    std::optional<ControlParameters> pending_control_;
+    Clock::time_point waiting_since_{};  ///< the oldest request's turn began
+    Clock::time_point restart_at_{};
+    Clock::time_point started_at_{};
+    double restart_delay_ = 0;
+    int failures_in_a_row_ = 0;  ///< analyzers that ended without a single answer
+    bool given_up_ = false;
+    std::int64_t last_sequence_ = 0;
+    int width_ = 0, height_ = 0;  ///< of this analyzer's frames
+    bool unannounced_ = false;    ///< the outputs have not heard of this analyzer
+    std::thread thread_;
+};
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,78 @@
+// What the verbs share: outputs by their names, a private root, exit statuses.
+#include "cli/commands.h"
+
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "common/log.h"
+
+namespace fleifeisa::host {
+
+namespace fs = std::filesystem;
+
+int statusOf(const std::function<int()>& verb) {
+    const auto failed = [](int status, const std::exception& error) {
+        logError("", error.what());
+        return status;
+    };
+    try {
+        return verb();
+    } catch (const SourceError& error) {
+        return failed(error.code, error);
+    } catch (const AnalyzerError& error) {
+        return failed(EX_SOFTWARE, error);
+    } catch (const OutputError& error) {
+        return failed(EX_CANTCREAT, error);
+    } catch (const std::exception& error) {
+        return failed(EX_OSERR, error);
+    }
+}
+
+PrivateRoot::PrivateRoot() : path_((fs::temp_directory_path() / "fleifeisa-XXXXXX").string()) {
+    if (!::mkdtemp(path_.data())) throw SourceError(EX_CANTCREAT, path_ + ": cannot be created");
+    leftover_.emplace(path_);
+}
+
+PrivateRoot::~PrivateRoot() {
+    std::error_code error;
+    fs::remove_all(path_, error);
+}
+
+std::string defaultFileName(const std::string& type) {
+    if (type == "replies") return "replies.txt";
+    if (type == "jsonl") return "frames.jsonl";
+    if (type == "mot") return "mot.csv";
+    if (type == "onvif") return "onvif.xml";
+    if (type == "tracks") return "tracks.jsonl";
+    if (type == "video") return "annotated.mp4";
+    if (type == "report") return "report.html";
+    return type + ".bin";
+}
+
+OutputChoice parseOutputSpec(const std::string& text, const std::string& directory) {
+    const std::size_t equals = text.find('=');
+    OutputChoice wanted{text.substr(0, equals), equals == std::string::npos ? "" : text.substr(equals + 1)};
+    if (std::ranges::count(outputTypes(), wanted.type) == 0) {
+        std::string known;
+        for (const std::string_view type : outputTypes()) known += (known.empty() ? "" : ", ") + std::string(type);
+        throw SourceError(EX_USAGE, "there is no output '" + wanted.type + "' (there are " + known + ")");
+    }
+    if (wanted.path.empty()) {
+        makeDirectory(directory);
+        wanted.path = (fs::path(directory) / defaultFileName(wanted.type)).string();
+    }
+    return wanted;
+}
+
+void makeDirectory(const std::string& path) {
+    std::error_code error;
+    fs::create_directories(path, error);
+    if (error) throw SourceError(EX_CANTCREAT, path + ": " + error.message());
+}
+
+}  // namespace fleifeisa::host

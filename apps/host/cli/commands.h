@@ -1,0 +1,66 @@
+// The verbs of fleifeisa-host. Each returns an exit status after sysexits.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "camera/camera.h"
+#include "common/leftovers.h"
+
+namespace fleifeisa::host {
+
+struct PlayOptions {
+    CameraConfig camera;
+    std::string analyzer;              ///< path of the analyzer, "": found
+    std::string out = "out";           ///< directory for outputs without a path of their own
+    std::vector<std::string> outputs;  ///< "type" or "type=path"; empty: the usual ones
+    bool quiet = false;                ///< no table, no progress
+};
+/// One source through one analyzer.
+int playCommand(PlayOptions options);
+
+struct RunOptions {
+    std::string config;
+    bool check_only = false;
+    std::string analyzer;
+};
+/// All cameras of a configuration file.
+int runCommand(const RunOptions& options);
+
+struct ReplayOptions {
+    std::string recording;
+    bool verify = false;
+    std::string replies;  ///< file for the replies' exact bytes, "": none
+    std::string analyzer;
+};
+/// The exact requests of a recording, against the analyzer of today.
+int replayCommand(const ReplayOptions& options);
+
+int scenesCommand();
+
+/// What the verb returns, or the exit status that fits the exception it ends with, which is logged.
+int statusOf(const std::function<int()>& verb);
+
+/// File name of an output type inside an output directory: "frames.jsonl", "report.html" ...
+std::string defaultFileName(const std::string& type);
+/// "type" or "type=path" as the command line takes them. @throws SourceError where the type is unknown
+OutputChoice parseOutputSpec(const std::string& text, const std::string& directory);
+/// Creates the directory. @throws SourceError
+void makeDirectory(const std::string& path);
+
+/// A directory for control files of a run that concerns nobody else; removed with the object.
+class PrivateRoot {
+ public:
+    PrivateRoot();
+    ~PrivateRoot();
+    PrivateRoot(const PrivateRoot&) = delete;
+    PrivateRoot& operator=(const PrivateRoot&) = delete;
+    const std::string& path() const { return path_; }
+
+ private:
+    std::string path_;
+    std::optional<Leftover> leftover_;
+};
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,153 @@
+// `fleifeisa-host replay FILE`: the exact requests of a recording, against the analyzer of today.
+#include <poll.h>
+#include <sysexits.h>
+
+#include <array>
+#include <charconv>
+#include <cinttypes>
+#include <cstdio>
+#include <sstream>
+
+#include "analyzer/reply.h"
+#include "cli/commands.h"
+#include "common/file_writer.h"
+#include "common/log.h"
+#include "outputs/recording.h"
+#include "sources/recording_source.h"
+
+namespace fleifeisa::host {
+namespace {
+
+constexpr double kAnswerSeconds = 60;
+
+class Replay {
+ public:
+    explicit Replay(const ReplayOptions& options) : options_(options), reader_(options.recording) {
+        settings_.program = findAnalyzer(options.analyzer);
+        if (settings_.program.empty()) throw SourceError(EX_UNAVAILABLE, "the analyzer was not found");
+        settings_.root = root_.path();
+        if (!options.replies.empty()) replies_ = std::make_unique<FileWriter>(options.replies);
+    }
+
+    int run() {
+        RecordedMessage message;
+        while (reader_.next(message)) {
+            switch (message.kind) {
+                case RecordedMessage::kStart:
+                    start(message.value);
+                    break;
+                case RecordedMessage::kControl:
+                    control(message.value);
+                    break;
+                case RecordedMessage::kFrame:
+                    frame(message);
+                    break;
+                case RecordedMessage::kReply:
+                    compare(message.value);
+                    break;
+                default:
+                    break;
+            }
+        }
+        if (analyzer_) analyzer_->shutdown(std::chrono::seconds(2));
+        if (replies_) replies_->close();
+        if (frames_ == 0) throw SourceError(EX_DATAERR, options_.recording + ": no frames in this recording");
+        return report();
+    }
+
+ private:
+    void start(const std::string& value) {
+        if (analyzer_) analyzer_->shutdown(std::chrono::seconds(2));
+        analyzer_.reset();
+        std::istringstream in(value);
+        std::string type;
+        if (!(in >> type >> settings_.device >> settings_.analyzer) || (type != "COLOR" && type != "IR"))
+            throw SourceError(EX_DATAERR, options_.recording + ": malformed Recording-Start");
+        settings_.infrared = type == "IR";
+        control_.clear();
+    }
+
+    /// Lines are gathered, an empty one begins a new text; the next frame writes the file.
+    void control(const std::string& value) {
+        control_changed_ = true;
+        if (value.empty())
+            control_.clear();
+        else
+            control_ += value + "\n";
+    }
+
+    void frame(const RecordedMessage& message) {
+        if (std::exchange(control_changed_, false) && !control_.empty())
+            writeControlFile(controlPath(settings_.root, settings_.device), control_);
+        if (!analyzer_) analyzer_ = std::make_unique<Analyzer>(settings_);
+        analyzer_->send(std::span<const char>(message.header));
+        analyzer_->send(std::span<const std::uint8_t>(message.body));
+        ++frames_;
+        await();
+        if (replies_) replies_->write(std::string_view(reply_));
+    }
+
+    /// Exchanges bytes until the reply that carries a sequence number is there.
+    void await() {
+        const Clock::time_point deadline = Clock::now() + seconds(kAnswerSeconds);
+        for (;;) {
+            while (analyzer_->nextReply(reply_))
+                if (parseReply(reply_).numbered) return;
+            std::array<pollfd, 3> items = {{{analyzer_->wantsWrite(), POLLOUT, 0},
+                                            {analyzer_->wantsRead(), POLLIN, 0},
+                                            {analyzer_->wantsErrors(), POLLIN, 0}}};
+            if (::poll(items.data(), items.size(), pollTimeout(deadline)) == 0)
+                throw AnalyzerError("the analyzer gave no answer for 60 s");
+            if (items[2].revents != 0)
+                for (const std::string& line : analyzer_->takeErrors()) logDebug("", "analyzer: " + line);
+            if (items[0].revents != 0) analyzer_->write();
+            if (items[1].revents != 0) analyzer_->read();
+        }
+    }
+
+    void compare(const std::string& value) {
+        ++compared_;
+        std::array<char, 64> now{};
+        std::snprintf(now.data(), now.size(), "%zu %016" PRIx64, reply_.size(), fnv1a(reply_));
+        if (value == now.data()) return;
+        if (different_++ == 0) first_different_ = frames_;
+    }
+
+    int report() const {
+        const auto number = [](std::int64_t n) { return static_cast<long long>(n); };
+        if (!options_.verify) {
+            std::printf("%lld frames replayed.\n", number(frames_));
+            return 0;
+        }
+        if (compared_ == 0) throw SourceError(EX_DATAERR, options_.recording + ": it holds no replies to compare with");
+        if (different_ == 0 && compared_ == frames_) {
+            std::printf("%lld frames replayed, every reply is the same.\n", number(frames_));
+            return 0;
+        }
+        if (different_ > 0)
+            logError("", std::to_string(different_) + " of " + std::to_string(compared_) +
+                             " replies differ, the first at frame " + std::to_string(first_different_));
+        else
+            logError("",
+                     std::to_string(frames_ - compared_) + " frames of the recording carry no reply to compare with");
+        return EX_DATAERR;
+    }
+
+    const ReplayOptions& options_;
+    RecordingReader reader_;
+    PrivateRoot root_;
+    AnalyzerSettings settings_;
+    std::unique_ptr<Analyzer> analyzer_;
+    std::unique_ptr<FileWriter> replies_;
+    std::string control_, reply_;
+    bool control_changed_ = false;
+    std::int64_t frames_ = 0, compared_ = 0, different_ = 0, first_different_ = 0;
+};
+
+}  // namespace
+
+int replayCommand(const ReplayOptions& options) {
+    return statusOf([&options] { return Replay(options).run(); });
+}
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,134 @@
+// `fleifeisa-host run CONFIG`: many cameras, until they end or a signal comes.
+#include <sysexits.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+#include "camera/supervisor.h"
+#include "cli/commands.h"
+#include "cli/config.h"
+#include "common/log.h"
+
+namespace fleifeisa::host {
+namespace {
+
+class Service {
+ public:
+    explicit Service(const RunOptions& options) : options_(options) {}
+
+    int run() {
+        HostConfig config;
+        if (!load(config)) return EX_CONFIG;
+        if (options_.check_only) {
+            std::printf("%s: %zu cameras, no errors\n", options_.config.c_str(), config.cameras.size());
+            return 0;
+        }
+        if (!setAnalyzer(config)) return EX_UNAVAILABLE;
+        for (const CameraConfig& camera : config.cameras) add(camera);
+        const int code = supervisor_.run(nullptr, [this] { reload(); });
+        for (const auto& camera : supervisor_.cameras()) report(*camera);
+        return code != 0 ? code : failed_;
+    }
+
+ private:
+    bool load(HostConfig& config) const {
+        std::vector<std::string> errors;
+        config = loadConfig(options_.config, errors);
+        for (const std::string& error : errors) logError("", error);
+        return errors.empty();
+    }
+
+    bool setAnalyzer(HostConfig& config) const {
+        const std::string wanted = options_.analyzer.empty() ? config.analyzer : options_.analyzer;
+        const std::string program = findAnalyzer(wanted);
+        if (program.empty()) logError("", "the analyzer " + (wanted.empty() ? "fleifeisa" : wanted) + " was not found");
+        for (CameraConfig& camera : config.cameras) camera.analyzer.program = program;
+        return !program.empty();
+    }
+
+    void add(const CameraConfig& config) {
+        configured_.push_back(config);
+        auto camera = std::make_unique<Camera>(config);
+        try {
+            camera->prepare();
+        } catch (const std::system_error& error) {
+            logError(config.name, std::string("the camera cannot be started: control file: ") + error.what());
+            failed_ = EX_CANTCREAT;
+            return;
+        }
+        logInfo(config.name, "starts");
+        supervisor_.add(std::move(camera));
+    }
+
+    Camera* running(const std::string& name) const {
+        for (const auto& camera : supervisor_.cameras())
+            if (camera->config().name == name) return camera.get();
+        return nullptr;
+    }
+
+    void drop(const std::string& name) {
+        std::erase_if(configured_, [&name](const CameraConfig& one) { return one.name == name; });
+        if (Camera* camera = running(name)) {
+            camera->stop();
+            report(*camera);
+            supervisor_.remove(*camera);
+        }
+    }
+
+    /// SIGHUP. A file with errors changes nothing.
+    void reload() {
+        HostConfig config;
+        if (!load(config) || !setAnalyzer(config)) {
+            logError("", "the configuration in force stays");
+            return;
+        }
+        const std::vector<CameraConfig> before = configured_;
+        for (const CameraConfig& old : before) {
+            const bool kept =
+                std::ranges::any_of(config.cameras, [&](const CameraConfig& c) { return c.name == old.name; });
+            if (!kept) drop(old.name);
+        }
+        for (const CameraConfig& camera : config.cameras) update(camera);
+        logInfo("", "the configuration was read again");
+    }
+
+    void update(const CameraConfig& wanted) {
+        const auto old = std::ranges::find(configured_, wanted.name, &CameraConfig::name);
+        if (old == configured_.end()) return add(wanted);
+        if (*old == wanted) return;
+        CameraConfig comparable = *old;
+        comparable.control = wanted.control;
+        Camera* camera = running(wanted.name);
+        if (comparable == wanted && camera && !camera->done()) {
+            *old = wanted;
+            camera->setControl(wanted.control);
+            return;
+        }
+        drop(wanted.name);
+        add(wanted);
+    }
+
+    static void report(const Camera& camera) {
+        const CameraCounts& counts = camera.counts();
+        char text[160];
+        std::snprintf(text, sizeof text, "%lld frames answered, %lld dropped, %lld lost, analyzer restarted %lld times",
+                      static_cast<long long>(counts.answered), static_cast<long long>(counts.dropped),
+                      static_cast<long long>(counts.lost), static_cast<long long>(counts.restarts));
+        logInfo(camera.config().name, text);
+    }
+
+    const RunOptions& options_;
+    Supervisor supervisor_;
+    std::vector<CameraConfig> configured_;
+    int failed_ = 0;
+};
+
+}  // namespace
+
+int runCommand(const RunOptions& options) {
+    return statusOf([&options] { return Service(options).run(); });
+}
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,85 @@
+#include "cli/values.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace fleifeisa::host {
+namespace {
+
+constexpr int kLargest = 16384;
+
+/// Takes a number from the front of the text.
+int takeNumber(std::string_view& text, int low, const char* expected) {
+    int value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || value < low || value > kLargest) throw ValueError(expected);
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return value;
+}
+
+void takeSign(std::string_view& text, char sign, const char* expected) {
+    if (!text.starts_with(sign)) throw ValueError(expected);
+    text.remove_prefix(1);
+}
+
+std::string lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+}  // namespace
+
+std::pair<int, int> parseSize(const std::string& text) {
+    constexpr const char* kExpected = "expected WIDTHxHEIGHT in pixels, such as 320x240";
+    std::string_view rest = text;
+    const int width = takeNumber(rest, 1, kExpected);
+    takeSign(rest, 'x', kExpected);
+    const int height = takeNumber(rest, 1, kExpected);
+    if (!rest.empty()) throw ValueError(kExpected);
+    return {width, height};
+}
+
+Region parseRegion(const std::string& text) {
+    constexpr const char* kExpected = "expected WIDTHxHEIGHT+LEFT+TOP in pixels, such as 160x120+40+20";
+    std::string_view rest = text;
+    Region region{};
+    region.width = takeNumber(rest, 1, kExpected);
+    takeSign(rest, 'x', kExpected);
+    region.height = takeNumber(rest, 1, kExpected);
+    takeSign(rest, '+', kExpected);
+    region.left = takeNumber(rest, 0, kExpected);
+    takeSign(rest, '+', kExpected);
+    region.top = takeNumber(rest, 0, kExpected);
+    if (!rest.empty()) throw ValueError(kExpected);
+    return region;
+}
+
+bool parseInfrared(const std::string& text) {
+    const std::string value = lower(text);
+    if (value != "ir" && value != "color") throw ValueError("expected color or ir");
+    return value == "ir";
+}
+
+Matrix parseMatrix(const std::string& text) {
+    const std::string value = lower(text);
+    if (value == "bt601") return Matrix::kBt601;
+    if (value == "bt709") return Matrix::kBt709;
+    if (value == "bt2020") return Matrix::kBt2020;
+    throw ValueError("expected bt601, bt709 or bt2020");
+}
+
+bool parseFullRange(const std::string& text) {
+    const std::string value = lower(text);
+    if (value != "full" && value != "limited") throw ValueError("expected full or limited");
+    return value == "full";
+}
+
+std::string parseThreshold(const std::string& text) {
+    double value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value) || value < 0 || value > 1e6)
+        throw ValueError("expected a number from 0, such as 0.25");
+    return text;
+}
+
+}  // namespace fleifeisa::host

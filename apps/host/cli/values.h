@@ -1,0 +1,30 @@
+// Values as users write them, on the command line and in configuration files.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "sources/pixels.h"
+
+namespace fleifeisa::host {
+
+/// What is expected instead, as the end of a sentence: "expected WIDTHxHEIGHT, such as 320x240".
+struct ValueError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// "320x240". @throws ValueError
+std::pair<int, int> parseSize(const std::string& text);
+/// "160x120+40+20": width x height + left + top. @throws ValueError
+Region parseRegion(const std::string& text);
+/// "color" or "ir", any case; true for ir. @throws ValueError
+bool parseInfrared(const std::string& text);
+/// "bt601", "bt709", "bt2020". @throws ValueError
+Matrix parseMatrix(const std::string& text);
+/// "full" or "limited"; true for full. @throws ValueError
+bool parseFullRange(const std::string& text);
+/// A decimal number the analyzer's control file takes, returned as written. @throws ValueError
+std::string parseThreshold(const std::string& text);
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,207 @@
+#include "sources/feeder.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "common/log.h"
+
+namespace fleifeisa::host {
+namespace {
+
+constexpr std::size_t kHeld = 2;  // frames of a file read ahead
+constexpr double kFirstDelay = 0.5, kLongestDelay = 30;
+constexpr int kFileRetries = 3;
+constexpr Clock::duration kSound = std::chrono::seconds(10);  // a source that ran so long starts with the first delay
+
+std::int64_t wallClock() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+}  // namespace
+
+Feeder::Feeder(std::string camera, SourceOptions options)
+    : camera_(std::move(camera)), options_(std::move(options)), live_(isLive(options_)) {}
+
+Feeder::~Feeder() {
+    stop();
+    if (thread_.joinable()) thread_.join();
+}
+
+void Feeder::start() {
+    thread_ = std::thread(&Feeder::run, this);
+}
+
+void Feeder::stop() {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+    stop_.set();
+    room_.notify_all();
+}
+
+bool Feeder::take(RawFrame& frame, std::int64_t& dropped) {
+    const std::lock_guard lock(mutex_);
+    if (frames_.empty()) return false;
+    frame = std::move(frames_.front());
+    frames_.pop_front();
+    dropped = std::exchange(dropped_, 0);
+    if (frames_.empty() && !ended_) ready_.clear();
+    room_.notify_all();
+    return true;
+}
+
+void Feeder::recycle(std::vector<std::uint8_t> bytes) {
+    const std::lock_guard lock(mutex_);
+    if (spare_.size() < kHeld) spare_.push_back(std::move(bytes));
+}
+
+bool Feeder::ended() const {
+    const std::lock_guard lock(mutex_);
+    return ended_ && frames_.empty();
+}
+
+int Feeder::exitCode() const {
+    const std::lock_guard lock(mutex_);
+    return code_;
+}
+
+std::int64_t Feeder::expectedFrames() const {
+    const std::lock_guard lock(mutex_);
+    return expected_;
+}
+
+double Feeder::rate() const {
+    const std::lock_guard lock(mutex_);
+    return rate_;
+}
+
+/// Waits; false when the stop came first.
+bool Feeder::waitUntil(Clock::time_point when) const {
+    pollfd item{stop_.fd(), POLLIN, 0};
+    while (Clock::now() < when)
+        if (::poll(&item, 1, pollTimeout(when)) > 0) return false;
+    return true;
+}
+
+/// Whether a frame of this time falls into another interval of the wanted rate than the one taken before. A quarter of
+/// an interval of tolerance keeps every frame of a source that already has that rate, with jitter.
+bool Feeder::wanted(std::int64_t time_ns) {
+    if (options_.rate <= 0) return true;
+    if (rate_slot_ < 0) rate_start_ns_ = time_ns;
+    const auto slot = static_cast<std::int64_t>(
+        std::floor(static_cast<double>(time_ns - rate_start_ns_) * options_.rate / 1e9 + 0.25));
+    if (slot <= rate_slot_) return false;
+    rate_slot_ = slot;
+    return true;
+}
+
+void Feeder::deliver(RawFrame&& frame) {
+    std::unique_lock lock(mutex_);
+    if (live_) {
+        dropped_ += static_cast<std::int64_t>(frames_.size());
+        frames_.clear();
+    } else {
+        room_.wait(lock, [this] { return frames_.size() < kHeld || stopping_; });
+        if (stopping_) return;
+    }
+    frames_.push_back(std::move(frame));
+    ready_.set();
+}
+
+/// Waits for a frame's moment where that is asked for, and gives frames of live sources their time. False on a stop.
+bool Feeder::inTime(RawFrame& frame) {
+    // What no decoder delivers comes as fast as it is asked for, also where it is to be taken for a camera.
+    const bool paced = live_ ? !needsDecoder(options_) : options_.realtime;
+    if (paced) {
+        const std::chrono::nanoseconds offset(frame.time_ns);
+        if (begin_ == Clock::time_point{}) begin_ = Clock::now() - offset;
+        if (!waitUntil(begin_ + offset)) return false;
+    }
+    if (live_) frame.time_ns = wallClock();
+    return true;
+}
+
+void Feeder::noteProgress(const Source& source) {
+    const std::lock_guard lock(mutex_);
+    const double share = options_.rate > 0 && source.rate() > options_.rate ? options_.rate / source.rate() : 1;
+    expected_ = options_.loop ? 0 : std::llround(static_cast<double>(source.expectedFrames()) * share);
+    if (options_.frames > 0) expected_ = expected_ == 0 ? options_.frames : std::min(expected_, options_.frames);
+    rate_ = options_.rate > 0 ? options_.rate : source.rate();
+}
+
+RawFrame Feeder::emptyFrame() {
+    RawFrame frame;
+    const std::lock_guard lock(mutex_);
+    if (spare_.empty()) return frame;
+    frame.bytes = std::move(spare_.front());
+    spare_.pop_front();
+    return frame;
+}
+
+/// Opens the source and reads it to its end.
+Feeder::Outcome Feeder::readOnce() {
+    try {
+        const auto source = openSource(options_, stop_);
+        const std::int64_t skip = live_ ? 0 : delivered_;
+        if (live_) begin_ = {};
+        RawFrame frame;
+        for (std::int64_t number = 0; source->next(frame); ++number) {
+            if (number < skip) continue;
+            ++delivered_;
+            frame.time_ns += loop_offset_ns_;
+            last_time_ns_ = frame.time_ns;
+            if (!inTime(frame)) return Outcome::kStopped;
+            if (!wanted(frame.time_ns)) continue;
+            noteProgress(*source);
+            deliver(std::move(frame));
+            if (options_.frames > 0 && ++handed_on_ >= options_.frames) return Outcome::kEnough;
+            frame = emptyFrame();
+        }
+        if (const std::string text = source->complaints(); !text.empty()) logWarning(camera_, text);
+    } catch (const SourceError& error) {
+        failure_ = error;
+        return Outcome::kFailed;
+    }
+    const std::lock_guard lock(mutex_);
+    return stopping_ ? Outcome::kStopped : Outcome::kEnded;
+}
+
+void Feeder::finish(int code) {
+    const std::lock_guard lock(mutex_);
+    code_ = code;
+    ended_ = true;
+    ready_.set();
+}
+
+void Feeder::run() {
+    double delay = kFirstDelay;
+    int retries = 0;
+    for (;;) {
+        const Clock::time_point opened = Clock::now();
+        const std::int64_t before = delivered_;
+        const Outcome outcome = readOnce();
+        if (outcome == Outcome::kStopped || outcome == Outcome::kEnough) return finish(0);
+        if (live_) {
+            if (Clock::now() - opened > kSound && delivered_ > before) delay = kFirstDelay;
+            const std::string why = outcome == Outcome::kEnded ? "the source ended" : failure_.what();
+            logWarning(camera_, why + "; opening it again in " + std::to_string(delay).substr(0, 4) + " s");
+            if (!waitUntil(Clock::now() + seconds(delay))) return finish(0);
+            delay = std::min(2 * delay, kLongestDelay);
+        } else if (outcome == Outcome::kEnded) {
+            if (!options_.loop || delivered_ == 0) return finish(0);
+            const std::int64_t interval = rate_ > 0 ? static_cast<std::int64_t>(1e9 / rate_) : 100'000'000;
+            loop_offset_ns_ = last_time_ns_ + interval;
+            delivered_ = 0;
+        } else if (failure_.stalled && retries++ < kFileRetries) {
+            logWarning(camera_, std::string(failure_.what()) + "; reading it again from frame " +
+                                    std::to_string(delivered_ + 1));
+        } else {
+            logError(camera_, failure_.what());
+            return finish(failure_.code);
+        }
+    }
+}
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,80 @@
+// The thread that reads one source and keeps it alive.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "sources/source.h"
+
+namespace fleifeisa::host {
+
+/// Between a source and its camera. Of a live source it holds one frame, the newest; of anything else a few, and the
+/// source waits until there is room.
+class Feeder {
+ public:
+    Feeder(std::string camera, SourceOptions options);
+    ~Feeder();
+    Feeder(const Feeder&) = delete;
+    Feeder& operator=(const Feeder&) = delete;
+
+    void start();
+    /// Asks the thread to end; the destructor waits for it.
+    void stop();
+
+    /// Is set when there is a frame to take or the source has ended.
+    const Event& ready() const { return ready_; }
+    /// Takes the oldest frame held. `dropped`: live frames replaced since the last one.
+    bool take(RawFrame& frame, std::int64_t& dropped);
+    /// Gives the memory of a frame back for the next ones.
+    void recycle(std::vector<std::uint8_t> bytes);
+
+    /// Nothing more will come (and nothing is held).
+    bool ended() const;
+    /// sysexits status of the end: 0, or why the source gave up.
+    int exitCode() const;
+    std::int64_t expectedFrames() const;
+    double rate() const;
+    bool live() const { return live_; }
+
+ private:
+    enum class Outcome { kEnded, kEnough, kStopped, kFailed };
+
+    void run();
+    Outcome readOnce();
+    bool inTime(RawFrame& frame);
+    void noteProgress(const Source& source);
+    RawFrame emptyFrame();
+    void deliver(RawFrame&& frame);
+    bool wanted(std::int64_t time_ns);
+    bool waitUntil(Clock::time_point when) const;
+    void finish(int code);
+
+    const std::string camera_;
+    const SourceOptions options_;
+    const bool live_;
+    Event stop_, ready_;
+
+    mutable std::mutex mutex_;  // guards everything down to the blank line
+    std::condition_variable room_;
+    std::deque<RawFrame> frames_;
+    std::deque<std::vector<std::uint8_t>> spare_;
+    std::int64_t dropped_ = 0, expected_ = 0;
+    double rate_ = 0;
+    bool ended_ = false, stopping_ = false;
+    int code_ = 0;
+
+    // the thread's own
+    std::int64_t delivered_ = 0;   ///< frames read in all; a file that is reopened skips them
+    std::int64_t handed_on_ = 0;   ///< frames that went to the camera
+    std::int64_t rate_slot_ = -1;  ///< interval of the rate in which the last frame was taken
+    std::int64_t rate_start_ns_ = 0;
+    Clock::time_point begin_{};  ///< of the playing in real time
+    std::int64_t loop_offset_ns_ = 0, last_time_ns_ = 0;
+    SourceError failure_{0, ""};
+    std::thread thread_;
+};
+
+}  // namespace fleifeisa::host

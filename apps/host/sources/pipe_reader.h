@@ -1,0 +1,54 @@
+// Reads a child's output: blocking to the caller, but never beyond a stop or a stall.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "common/fd.h"
+
+namespace fleifeisa::host {
+
+/// Why reading ended early.
+struct ReadEnd : std::runtime_error {
+    enum Reason { kEnd, kStopped, kStalled };
+    ReadEnd(Reason why, const std::string& text) : std::runtime_error(text), reason(why) {}
+    Reason reason;
+};
+
+class PipeReader {
+ public:
+    /// `errors` (may be -1) is read along, its lines go to `on_line`; a full pipe there would stop the child.
+    PipeReader(int data, int errors, const Event& stop, Clock::duration stall,
+               std::function<void(std::string_view)> on_line)
+        : data_(data), errors_(errors), stop_(stop), stall_(stall), on_line_(std::move(on_line)), buffer_(1 << 16) {}
+
+    /// Fills `to`. @throws ReadEnd
+    void read(std::span<std::uint8_t> to);
+    std::uint8_t byte();
+    /// False at the end of the data; true when there is more. @throws ReadEnd on stop and stall
+    bool more();
+    /// Takes what has been written to the error pipe until now.
+    void drainErrors();
+    /// Bytes taken so far.
+    std::uint64_t position() const { return position_; }
+
+ private:
+    void waitForData();
+    /// One read(2) into `to`; 0 at the end of the data.
+    std::size_t receive(std::span<std::uint8_t> to);
+
+    int data_, errors_;
+    const Event& stop_;
+    Clock::duration stall_;
+    std::function<void(std::string_view)> on_line_;
+    std::vector<std::uint8_t> buffer_;
+    std::size_t begin_ = 0, end_ = 0;
+    std::uint64_t position_ = 0;
+    std::string line_;
+};
+
+}  // namespace fleifeisa::host

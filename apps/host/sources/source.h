@@ -1,0 +1,81 @@
+// Where frames come from.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "common/fd.h"
+#include "sources/pixels.h"
+
+namespace fleifeisa::host {
+
+/// A frame as its source delivers it.
+struct RawFrame {
+    PixelLayout layout;
+    std::vector<std::uint8_t> bytes;
+    std::int64_t time_ns = 0;  ///< presentation time from the start; of a live source since 1970
+};
+
+/// What a user may say about a source.
+struct SourceOptions {
+    std::string source;              ///< file, directory, URL, device, "scene:...", "list:FILE"
+    std::optional<bool> live;        ///< unset: streams and cameras are live, everything else is not
+    bool loop = false;               ///< a file begins anew at its end
+    bool realtime = false;           ///< a file's frames come at their own times, not as fast as possible
+    std::int64_t frames = 0;         ///< end after so many, 0: all
+    double rate = 0;                 ///< at most so many frames a second, 0: all; images: their rate (10)
+    std::optional<Region> region;    ///< cut out before scaling
+    int width = 0, height = 0;       ///< scaled to this size; 0: as they come
+    std::optional<Matrix> matrix;    ///< unset: as the stream says, else by its height
+    std::optional<bool> full_range;  ///< unset: as the stream says
+    double stall_seconds = 20;       ///< without a frame for so long, the source counts as stalled
+    int decoder_threads = 0;         ///< 0: as many as ffmpeg likes
+    std::string ffmpeg = "ffmpeg";
+    std::vector<std::string> ffmpeg_input_options;  ///< inserted before -i
+
+    bool operator==(const SourceOptions&) const = default;
+};
+
+/// A source that cannot deliver. `code` is the exit status that fits (sysexits).
+struct SourceError : std::runtime_error {
+    SourceError(int exit_code, const std::string& what, bool stall = false)
+        : std::runtime_error(what), code(exit_code), stalled(stall) {}
+    int code;
+    bool stalled;
+};
+
+class Source {
+ public:
+    Source() = default;
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+    virtual ~Source() = default;
+
+    /// Waits for the next frame. False at the end, or when the stop event was set.
+    /// @throws SourceError
+    virtual bool next(RawFrame& frame) = 0;
+    /// Frames in all, 0 where unknown; may become known with the first frame.
+    virtual std::int64_t expectedFrames() const { return 0; }
+    /// Nominal frames a second, 0 where unknown; may become known with the first frame.
+    virtual double rate() const { return 0; }
+    /// What went wrong without ending the stream, such as damaged frames; "" where nothing did.
+    virtual std::string complaints() const { return ""; }
+};
+
+/// True for streams and cameras: wall clock times, newest frame wins, reopened when they end.
+bool isLive(const SourceOptions& options);
+
+/// True where ffmpeg is needed.
+bool needsDecoder(const SourceOptions& options);
+
+/// A short name for files and logs: "vtest" for ".../vtest.avi", "street" for "scene:street?seed=3".
+std::string baseName(const std::string& source);
+
+/// @throws SourceError
+std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop);
+
+}  // namespace fleifeisa::host
