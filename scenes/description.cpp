@@ -63,7 +63,7 @@ std::span<const SceneKind> sceneKinds() {
     return kKinds;
 }
 
-SceneDescription parseSceneSpec(std::string_view text) {
+SceneDescription parseScene(std::string_view text) {
     if (text.starts_with("scene:")) text.remove_prefix(6);
     SceneDescription description;
     const std::size_t question = text.find('?');

@@ -35,7 +35,7 @@ std::span<const SceneKind> sceneKinds();
 
 /// Reads "name?key=value&..." (a leading "scene:" is allowed); whatever is not given keeps its default.
 /// @throws std::invalid_argument with a message that names the key and what it takes
-SceneDescription parseSceneSpec(std::string_view text);
+SceneDescription parseScene(std::string_view text);
 
 /// What really is where: the visible part of one person or car.
 struct TruthBox {

@@ -19,7 +19,7 @@
 
 namespace {
 
-using fleifeisa::scenes::parseSceneSpec;
+using fleifeisa::scenes::parseScene;
 
 std::string Pixmap(int width, int height, const std::string& pixels) {
     return "P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n" + pixels;
@@ -41,7 +41,7 @@ std::string WithoutTimes(std::string replies) {
 constexpr int kWidth = 160, kHeight = 120, kFrames = 45;
 
 std::vector<std::string> StreetFrames() {
-    fleifeisa::scenes::Scene scene(parseSceneSpec("street?size=160x120&quiet=12&seed=5"));
+    fleifeisa::scenes::Scene scene(parseScene("street?size=160x120&quiet=12&seed=5"));
     std::vector<std::string> frames;
     std::vector<std::uint8_t> rgb(kWidth * kHeight * 3);
     for (int f = 0; f < kFrames; f++) {

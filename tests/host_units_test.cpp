@@ -40,8 +40,8 @@ TEST(Replies, FieldsOfEveryKind) {
     const Reply full = parseReply(analyticsReply(kDocument));
     EXPECT_EQ(full.timestamp, "12.5");
     ASSERT_EQ(full.objects.size(), 2u);
-    const TrackedObject& one = full.objects[0];
-    EXPECT_EQ((std::array{one.device, one.analyzer, one.id, one.left, one.top, one.width, one.height, one.density}),
+    const AnalyzerObject& one = full.objects[0];
+    EXPECT_EQ((std::array{one.device, one.analyzer_id, one.id, one.left, one.top, one.width, one.height, one.density}),
               (std::array{3, 5, 12, 40, 16, 24, 48, 61}));
     EXPECT_EQ(full.objects[1].left, 0);  // odd width: the centre is truncated
 }

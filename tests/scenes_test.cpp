@@ -34,7 +34,7 @@ TEST(Scenes, BytesAreFixed) {
         {"lights?size=40x40", 0x291acaf4927bcfbd},        {"night-ir?seed=9&size=64x48", 0xa9bca045d0fd485d},
     };
     for (const auto& row : rows) {
-        Scene scene(parseSceneSpec(row.description));
+        Scene scene(parseScene(row.description));
         std::uint64_t hash = 14695981039346656037u;
         for (const std::int64_t number : {0, 61, 200, 333, 100000}) hash = hashOf(frameOf(scene, number), hash);
         EXPECT_EQ(hash, row.hash) << row.description << std::hex << " gives 0x" << hash;
@@ -42,8 +42,8 @@ TEST(Scenes, BytesAreFixed) {
 }
 
 TEST(Scenes, FramesDependOnTheirNumberAlone) {
-    Scene one(parseSceneSpec("street?size=80x60"));
-    Scene other(parseSceneSpec("street?size=80x60"));
+    Scene one(parseScene("street?size=80x60"));
+    Scene other(parseScene("street?size=80x60"));
     const auto late = frameOf(one, 250);
     frameOf(other, 17);
     std::srand(5);
@@ -53,8 +53,8 @@ TEST(Scenes, FramesDependOnTheirNumberAlone) {
 
 TEST(Scenes, TruthShowsInThePicture) {
     // Without noise and light, a frame differs from the empty scene inside the truth boxes and (shadows) just around.
-    Scene scene(parseSceneSpec("street?size=160x120&noise=0"));
-    Scene empty(parseSceneSpec("static?size=160x120&noise=0"));
+    Scene scene(parseScene("street?size=160x120&noise=0"));
+    Scene empty(parseScene("static?size=160x120&noise=0"));
     std::set<int> ids;
     for (std::int64_t number = 0; number < 500; number += 20) {
         const auto boxes = scene.truth(number);
@@ -91,7 +91,7 @@ TEST(Scenes, BadDescriptionsAreRefusedByName) {
     };
     for (const auto& row : rows) {
         try {
-            parseSceneSpec(row.description);
+            parseScene(row.description);
             ADD_FAILURE() << row.description << " was accepted";
         } catch (const std::invalid_argument& error) {
             EXPECT_NE(std::string(error.what()).find(row.named), std::string::npos)
@@ -99,7 +99,7 @@ TEST(Scenes, BadDescriptionsAreRefusedByName) {
         }
     }
     const SceneDescription description =
-        parseSceneSpec("scene:crowd?seed=7&size=12x8&frames=0&rate=25&noise=0&quiet=3");
+        parseScene("scene:crowd?seed=7&size=12x8&frames=0&rate=25&noise=0&quiet=3");
     EXPECT_EQ(description.name, "crowd");
     EXPECT_EQ(description.seed, 7u);
     EXPECT_EQ(description.width * 100 + description.height, 1208);

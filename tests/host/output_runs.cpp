@@ -14,7 +14,7 @@ namespace {
 std::vector<std::uint8_t> pixels(const Frame& frame) {
     std::vector<std::uint8_t> rgb(static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(frame.height) * 3,
                                   90);
-    for (const TrackedObject& o : frame.objects)
+    for (const AnalyzerObject& o : frame.objects)
         for (int y = std::max(0, o.top); y < std::min(frame.height, o.top + o.height); ++y)
             for (int x = std::max(0, o.left); x < std::min(frame.width, o.left + o.width); ++x)
                 rgb[static_cast<std::size_t>((y * frame.width + x) * 3 + o.id % 3)] = 230;
@@ -24,7 +24,7 @@ std::vector<std::uint8_t> pixels(const Frame& frame) {
 /// What an analyzer answers, as docs/protocol.md has it.
 std::string replyTo(const Frame& frame, const std::string& time, const std::string& sequence) {
     std::string reply = "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\n", body;
-    for (const TrackedObject& o : frame.objects) {
+    for (const AnalyzerObject& o : frame.objects) {
         if (body.empty())
             body = "<ANALYTICS>\n<FRAME DEVID=\"1\" TIMESTAMP=\" " + time + "\" SEQ=\"" + sequence +
                    "\"/>\n<TRACKING ANALYZERID=\"1\">";

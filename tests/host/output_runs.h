@@ -14,7 +14,7 @@ struct Frame {
     bool restart = false;  ///< a fresh analyzer answers from here on
     bool detection = true;
     int width = 64, height = 48;
-    std::vector<TrackedObject> objects;
+    std::vector<AnalyzerObject> objects;
 };
 
 struct Scenario {
@@ -23,7 +23,7 @@ struct Scenario {
     std::vector<Frame> frames;
 };
 
-inline TrackedObject object(int id, int left, int top, int width, int height, int density) {
+inline AnalyzerObject object(int id, int left, int top, int width, int height, int density) {
     return {1, 1, id, left, top, width, height, density};
 }
 

@@ -195,7 +195,7 @@ TEST(TrackNumbers, AreUniqueAndEndAfterAGap) {
         {90, {7}, {200007}, {99999, 100007}},  // frames are missing
     };
     for (const Step& step : steps) {
-        std::vector<TrackedObject> objects;
+        std::vector<AnalyzerObject> objects;
         for (const int id : step.ids) objects.push_back(object(id, 0, 0, 1, 1, 100));
         FrameResult result;
         result.sequence = step.sequence;

@@ -12,10 +12,10 @@
 
 namespace fleifeisa::host {
 
-Analyzer::Analyzer(const AnalyzerSettings& settings) {
+AnalyzerClient::AnalyzerClient(const AnalyzerSettings& settings) {
     Process::Options options;
     options.argv = {settings.program, settings.infrared ? "IR" : "COLOR", "STREAMING", std::to_string(settings.device),
-                    std::to_string(settings.analyzer)};
+                    std::to_string(settings.analyzer_id)};
     if (!settings.root.empty()) options.environment.emplace_back("FLEIFEISA_ROOT", settings.root);
     options.pipe_in = options.pipe_out = options.pipe_err = true;
     try {
@@ -25,15 +25,15 @@ Analyzer::Analyzer(const AnalyzerSettings& settings) {
     }
 }
 
-void Analyzer::send(std::span<const char> bytes) {
+void AnalyzerClient::send(std::span<const char> bytes) {
     if (!bytes.empty()) outgoing_.push_back(bytes);
 }
 
-void Analyzer::send(std::span<const std::uint8_t> bytes) {
+void AnalyzerClient::send(std::span<const std::uint8_t> bytes) {
     send(std::span<const char>(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
-void Analyzer::write() {
+void AnalyzerClient::write() {
     while (!outgoing_.empty()) {
         std::span<const char>& front = outgoing_.front();
         const ssize_t count = ::write(process_.in.get(), front.data(), front.size());
@@ -45,7 +45,7 @@ void Analyzer::write() {
     }
 }
 
-void Analyzer::read() {
+void AnalyzerClient::read() {
     std::array<char, 1 << 16> chunk{};
     for (;;) {
         const ssize_t count = ::read(process_.out.get(), chunk.data(), chunk.size());
@@ -58,12 +58,12 @@ void Analyzer::read() {
     }
 }
 
-void Analyzer::gone() {
+void AnalyzerClient::gone() {
     const auto status = process_.wait(Clock::now() + std::chrono::seconds(1));
     throw AnalyzerError(status ? "the analyzer died: " + describeStatus(*status) : "the analyzer closed its output");
 }
 
-std::vector<std::string> Analyzer::takeErrors() {
+std::vector<std::string> AnalyzerClient::takeErrors() {
     std::array<char, 4096> chunk{};
     for (;;) {
         const ssize_t count = ::read(process_.err.get(), chunk.data(), chunk.size());
@@ -81,7 +81,7 @@ std::vector<std::string> Analyzer::takeErrors() {
     return lines;
 }
 
-bool Analyzer::nextReply(std::string& bytes) {
+bool AnalyzerClient::nextReply(std::string& bytes) {
     try {
         const std::size_t length = replyLength(incoming_);
         if (length == 0) return false;
@@ -93,7 +93,7 @@ bool Analyzer::nextReply(std::string& bytes) {
     }
 }
 
-bool Analyzer::shutdown(Clock::duration grace) {
+bool AnalyzerClient::shutdown(Clock::duration grace) {
     static constexpr std::string_view kMessage = "ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n";
     const Clock::time_point deadline = Clock::now() + grace;
     send(std::span(kMessage.data(), kMessage.size()));

@@ -13,7 +13,7 @@ struct AnalyzerSettings {
     std::string program;  ///< path of the executable
     std::string root;     ///< FLEIFEISA_ROOT of the process; "": as in the host's environment
     int device = 1;       ///< numbers that the analyzer writes into every object id
-    int analyzer = 1;
+    int analyzer_id = 1;
     bool infrared = false;
 
     bool operator==(const AnalyzerSettings&) const = default;
@@ -24,10 +24,10 @@ struct AnalyzerError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-class Analyzer {
+class AnalyzerClient {
  public:
     /// @throws AnalyzerError where it cannot be started
-    explicit Analyzer(const AnalyzerSettings& settings);
+    explicit AnalyzerClient(const AnalyzerSettings& settings);
 
     /// Queues bytes for its standard input. They must stay where they are until the answer has come.
     void send(std::span<const char> bytes);

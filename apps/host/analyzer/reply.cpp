@@ -72,11 +72,11 @@ class Scanner {
     std::string_view rest_;
 };
 
-TrackedObject parseObject(Scanner& in) {
-    TrackedObject object{};
+AnalyzerObject parseObject(Scanner& in) {
+    AnalyzerObject object{};
     object.device = in.number();
     in.take(".");
-    object.analyzer = in.number();
+    object.analyzer_id = in.number();
     in.take(".");
     object.id = in.number();
     in.take("\">\n<BOX X=\"");
@@ -96,8 +96,8 @@ TrackedObject parseObject(Scanner& in) {
     return object;
 }
 
-std::vector<TrackedObject> parseDocument(std::string_view document) {
-    std::vector<TrackedObject> objects;
+std::vector<AnalyzerObject> parseDocument(std::string_view document) {
+    std::vector<AnalyzerObject> objects;
     Scanner in(document);
     in.take("<ANALYTICS>\n");
     in.take("<FRAME DEVID=\"");

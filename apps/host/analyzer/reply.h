@@ -11,9 +11,9 @@
 namespace fleifeisa::host {
 
 /// One object of an analytics reply.
-struct TrackedObject {
+struct AnalyzerObject {
     int device;    ///< the three numbers of the reply's OID
-    int analyzer;  ///
+    int analyzer_id;  ///
     int id;        ///
     int left;   ///< pixels from the left edge of the frame, 0-based; may reach beyond the frame (boxes are whole cells)
     int top;    ///< pixels from the upper edge
@@ -32,7 +32,7 @@ struct Reply {
     std::int64_t sequence = 0;  ///
     std::string timestamp;      ///< verbatim, without its leading blank
     std::string status_text;    ///< of an error reply
-    std::vector<TrackedObject> objects;
+    std::vector<AnalyzerObject> objects;
 };
 
 /// Length of the complete reply that `bytes` begins with, 0 where more bytes are needed.

@@ -54,7 +54,7 @@ CameraInfo Camera::info() const {
     return {config_.name,
             withoutPassword(config_.source.source),
             config_.analyzer.device,
-            config_.analyzer.analyzer,
+            config_.analyzer.analyzer_id,
             config_.analyzer.infrared,
             feeder_.live(),
             feeder_.rate(),
@@ -309,7 +309,7 @@ void Camera::checkAnswerTime() {
 
 void Camera::startAnalyzer() {
     try {
-        analyzer_ = std::make_unique<Analyzer>(config_.analyzer);
+        analyzer_ = std::make_unique<AnalyzerClient>(config_.analyzer);
     } catch (const AnalyzerError& error) {
         analyzerFailed(error.what());
         return;

@@ -105,7 +105,7 @@ class Camera {
     };
     std::vector<std::unique_ptr<Output>> owned_;
     std::vector<Sink> sinks_;
-    std::unique_ptr<Analyzer> analyzer_;
+    std::unique_ptr<AnalyzerClient> analyzer_;
     std::deque<Request> in_flight_;        ///< sent or to be sent, oldest first
     std::vector<std::uint8_t> spare_rgb_;  ///< memory of an answered frame
     std::optional<Request> held_;          ///< waits for a new analyzer, because its size differs

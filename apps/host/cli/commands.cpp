@@ -54,7 +54,7 @@ std::string defaultFileName(const std::string& type) {
     return type + ".bin";
 }
 
-OutputChoice parseOutputSpec(const std::string& text, const std::string& directory) {
+OutputChoice parseOutputChoice(const std::string& text, const std::string& directory) {
     const std::size_t equals = text.find('=');
     OutputChoice wanted{text.substr(0, equals), equals == std::string::npos ? "" : text.substr(equals + 1)};
     if (std::ranges::count(outputTypes(), wanted.type) == 0) {

@@ -45,7 +45,7 @@ int statusOf(const std::function<int()>& verb);
 /// File name of an output type inside an output directory: "frames.jsonl", "report.html" ...
 std::string defaultFileName(const std::string& type);
 /// "type" or "type=path" as the command line takes them. @throws SourceError where the type is unknown
-OutputChoice parseOutputSpec(const std::string& text, const std::string& directory);
+OutputChoice parseOutputChoice(const std::string& text, const std::string& directory);
 /// Creates the directory. @throws SourceError
 void makeDirectory(const std::string& path);
 

@@ -193,7 +193,7 @@ class Loader {
             in.complain("device",
                         "another camera has device " + std::to_string(*device) + " (they would share a control file)");
         camera.analyzer.device = static_cast<int>(device.value_or(0));
-        camera.analyzer.analyzer = static_cast<int>(in.integer("analyzer", 0, 2147483647).value_or(1));
+        camera.analyzer.analyzer_id = static_cast<int>(in.integer("analyzer", 0, 2147483647).value_or(1));
         in.parsed("type", parseInfrared, [&camera](bool infrared) { camera.analyzer.infrared = infrared; });
         camera.answer_seconds = in.number("answer_timeout", 0.1, 86400).value_or(camera.answer_seconds);
     }

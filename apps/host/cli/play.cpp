@@ -58,14 +58,14 @@ class Progress {
 };
 
 std::vector<OutputChoice> chosenOutputs(const PlayOptions& options) {
-    std::vector<OutputChoice> specs;
+    std::vector<OutputChoice> choices;
     if (options.outputs.empty()) {
         for (const std::string_view usual : {"replies", "jsonl", "report"})
             if (std::ranges::count(outputTypes(), usual) > 0)
-                specs.push_back(parseOutputSpec(std::string(usual), options.out));
+                choices.push_back(parseOutputChoice(std::string(usual), options.out));
     }
-    for (const std::string& text : options.outputs) specs.push_back(parseOutputSpec(text, options.out));
-    return specs;
+    for (const std::string& text : options.outputs) choices.push_back(parseOutputChoice(text, options.out));
+    return choices;
 }
 
 void printEnd(const Camera& camera, const TrackTable& table, double elapsed) {

@@ -61,7 +61,7 @@ class Replay {
         analyzer_.reset();
         std::istringstream in(value);
         std::string type;
-        if (!(in >> type >> settings_.device >> settings_.analyzer) || (type != "COLOR" && type != "IR"))
+        if (!(in >> type >> settings_.device >> settings_.analyzer_id) || (type != "COLOR" && type != "IR"))
             throw SourceError(EX_DATAERR, options_.recording + ": malformed Recording-Start");
         settings_.infrared = type == "IR";
         control_.clear();
@@ -79,7 +79,7 @@ class Replay {
     void frame(const RecordedMessage& message) {
         if (std::exchange(control_changed_, false) && !control_.empty())
             writeControlFile(controlPath(settings_.root, settings_.device), control_);
-        if (!analyzer_) analyzer_ = std::make_unique<Analyzer>(settings_);
+        if (!analyzer_) analyzer_ = std::make_unique<AnalyzerClient>(settings_);
         analyzer_->send(std::span<const char>(message.header));
         analyzer_->send(std::span<const std::uint8_t>(message.body));
         ++frames_;
@@ -137,7 +137,7 @@ class Replay {
     RecordingReader reader_;
     PrivateRoot root_;
     AnalyzerSettings settings_;
-    std::unique_ptr<Analyzer> analyzer_;
+    std::unique_ptr<AnalyzerClient> analyzer_;
     std::unique_ptr<FileWriter> replies_;
     std::string control_, reply_;
     bool control_changed_ = false;

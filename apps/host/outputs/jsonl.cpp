@@ -5,7 +5,7 @@
 namespace fleifeisa::host {
 namespace {
 
-void appendObject(std::string& line, const TrackedObject& object) {
+void appendObject(std::string& line, const AnalyzerObject& object) {
     const auto field = [&line](const char* name, int value) {
         line += name;
         line += std::to_string(value);
@@ -30,7 +30,7 @@ void JsonlOutput::frame(const FrameResult& result) {
     line += ",\"width\":" + std::to_string(result.width) + ",\"height\":" + std::to_string(result.height);
     line += result.detection ? ",\"detection\":true" : ",\"detection\":false";
     line += ",\"objects\":[";
-    for (const TrackedObject& object : result.objects) {
+    for (const AnalyzerObject& object : result.objects) {
         if (line.back() == '}') line += ',';
         appendObject(line, object);
     }

@@ -5,7 +5,7 @@ namespace fleifeisa::host {
 void MotOutput::frame(const FrameResult& result) {
     const FollowedFrame followed = follower_.frame(result);
     for (std::size_t i = 0; i < result.objects.size(); ++i) {
-        const TrackedObject& object = result.objects[i];
+        const AnalyzerObject& object = result.objects[i];
         std::string line = std::to_string(result.sequence);
         const std::int64_t values[] = {followed.numbers[i], object.left + 1, object.top + 1, object.width,
                                        object.height};

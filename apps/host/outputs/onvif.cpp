@@ -20,7 +20,7 @@ std::string attribute(const char* name, std::int64_t micro) {
     return std::string(" ") + name + "=\"" + fixedPoint(micro, 6) + "\"";
 }
 
-void appendObject(std::string& text, const TrackedObject& object, std::int64_t number, const FrameResult& frame) {
+void appendObject(std::string& text, const AnalyzerObject& object, std::int64_t number, const FrameResult& frame) {
     const std::int64_t left = std::clamp(object.left, 0, frame.width);
     const std::int64_t top = std::clamp(object.top, 0, frame.height);
     const std::int64_t right = std::clamp<std::int64_t>(std::int64_t{object.left} + object.width, 0, frame.width);

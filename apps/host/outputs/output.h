@@ -31,7 +31,7 @@ struct FrameResult {
     int width = 0;              ///< pixels
     int height = 0;             ///< pixels
     bool detection = false;     ///< false: a plain OK, the background was learnt
-    std::span<const TrackedObject> objects;  ///< in the reply's order; empty while learning
+    std::span<const AnalyzerObject> objects;  ///< in the reply's order; empty while learning
     std::span<const std::uint8_t> rgb;       ///< width * height * 3 bytes, rows from the top, R G B interleaved
     std::string_view request;                ///< header bytes of the request, empty line included; its body is `rgb`
     std::string_view reply;                  ///< the exact bytes of the answer
@@ -42,7 +42,7 @@ struct CameraInfo {
     std::string name;    ///< as in the configuration; of a single source: its base name
     std::string source;  ///< as the user wrote it, without passwords
     int device = 1;
-    int analyzer = 1;
+    int analyzer_id = 1;
     bool infrared = false;  ///< IR instead of COLOR
     bool live = false;      ///< wall clock times, frames may be dropped
     double rate = 0;        ///< nominal frames a second, 0 where unknown

@@ -20,7 +20,7 @@ void RecordingOutput::note(std::string_view name, std::string_view value) {
 
 void RecordingOutput::started(const CameraInfo& camera) {
     note("Recording-Start", std::string(camera.infrared ? "IR " : "COLOR ") + std::to_string(camera.device) + " " +
-                                std::to_string(camera.analyzer));
+                                std::to_string(camera.analyzer_id));
     controlChanged(camera.control);
 }
 

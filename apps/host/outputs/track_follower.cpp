@@ -4,7 +4,7 @@
 
 namespace fleifeisa::host {
 
-std::int64_t TrackFollower::follow(const TrackedObject& object, std::int64_t sequence) {
+std::int64_t TrackFollower::follow(const AnalyzerObject& object, std::int64_t sequence) {
     if (object.id <= 0 || object.id >= kTrackNumberStep) return loose_ += kTrackNumberStep;
     const auto [entry, fresh] = open_.try_emplace(object.id, Open{0, sequence});
     Open& track = entry->second;
@@ -34,7 +34,7 @@ FollowedFrame TrackFollower::frame(const FrameResult& result) {
     numbers_.clear();
     ended_.clear();
     endUnseen(result.sequence - kTrackGapFrames);  // only after frames that are missing: the rest ended in time
-    for (const TrackedObject& object : result.objects) numbers_.push_back(follow(object, result.sequence));
+    for (const AnalyzerObject& object : result.objects) numbers_.push_back(follow(object, result.sequence));
     endUnseen(result.sequence - kTrackGapFrames + 1);
     std::sort(ended_.begin(), ended_.end());
     return {numbers_, ended_};

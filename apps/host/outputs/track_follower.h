@@ -48,7 +48,7 @@ class TrackFollower {
         std::int64_t number;
         std::int64_t last;  ///< sequence number of the frame it was seen in last
     };
-    std::int64_t follow(const TrackedObject& object, std::int64_t sequence);
+    std::int64_t follow(const AnalyzerObject& object, std::int64_t sequence);
     void endUnseen(std::int64_t before);
 
     std::map<int, Open> open_;                 ///< by id

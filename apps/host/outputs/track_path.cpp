@@ -4,7 +4,7 @@
 
 namespace fleifeisa::host {
 
-void TrackPath::add(std::int64_t sequence, const TrackedObject& object) {
+void TrackPath::add(std::int64_t sequence, const AnalyzerObject& object) {
     const PathPoint point{sequence, 2 * object.left + object.width, 2 * object.top + object.height};
     if (!points_.empty()) {
         // Whole numbers until the root, so that the length is the same everywhere.

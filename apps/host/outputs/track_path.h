@@ -22,7 +22,7 @@ class TrackPath {
  public:
     static constexpr std::size_t kMaxPoints = 256;
 
-    void add(std::int64_t sequence, const TrackedObject& object);
+    void add(std::int64_t sequence, const AnalyzerObject& object);
 
     std::span<const PathPoint> points() const { return points_; }
     /// Sum of the distances from sighting to sighting, in pixels.

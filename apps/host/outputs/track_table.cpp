@@ -30,7 +30,7 @@ void halve(std::vector<std::int16_t>& values) {
 
 }  // namespace
 
-void TrackTable::sample(Track& track, const TrackedObject& object) {
+void TrackTable::sample(Track& track, const AnalyzerObject& object) {
     if (track.frames++ % track.stride != 0) return;
     track.left.push_back(toShort(object.left));
     track.top.push_back(toShort(object.top));
@@ -49,7 +49,7 @@ void TrackTable::forgetShort() {
 }
 
 void TrackTable::frame(const FrameResult& result) {
-    for (const TrackedObject& object : result.objects) {
+    for (const AnalyzerObject& object : result.objects) {
         Track& track = tracks_[{generation_, object.id}];
         const double x = object.left + object.width / 2.0;
         const double y = object.top + object.height / 2.0;

@@ -26,7 +26,7 @@ class TrackTable : public Output {
         std::vector<std::int16_t> left, top, width, height;  ///< samples for the medians
         int stride = 1;                                      ///< every so many frames a sample
     };
-    void sample(Track& track, const TrackedObject& object);
+    void sample(Track& track, const AnalyzerObject& object);
     void forgetShort();
 
     int generation_ = 0;  ///< of the analyzer: ids begin anew with each

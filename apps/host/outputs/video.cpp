@@ -81,7 +81,7 @@ void VideoOutput::annotate(const FrameResult& result, const FollowedFrame& follo
                         // older points fade
                         static_cast<int>(64 + 192 * (kTrailPoints - (trail.size() - i)) / kTrailPoints));
     for (std::size_t i = 0; i < result.objects.size(); ++i) {
-        const TrackedObject& object = result.objects[i];
+        const AnalyzerObject& object = result.objects[i];
         const std::int64_t number = followed.numbers[i];
         const Point corner = toPicture(result, object.left, object.top);
         const Point end = toPicture(result, object.left + object.width, object.top + object.height);
@@ -118,7 +118,7 @@ void VideoOutput::frame(const FrameResult& result) {
     for (const std::int64_t number : followed.ended) trails_.erase(number);
     for (std::size_t i = 0; i < result.objects.size(); ++i) {
         if (!isTrack(followed.numbers[i])) continue;
-        const TrackedObject& object = result.objects[i];
+        const AnalyzerObject& object = result.objects[i];
         std::deque<Point>& trail = trails_[followed.numbers[i]];
         trail.push_back(toPicture(result, object.left + object.width / 2, object.top + object.height));
         if (trail.size() > kTrailPoints) trail.pop_front();

@@ -12,7 +12,7 @@ constexpr int kThumbnailPixels = 96, kThumbnailQuality = 80, kBackgroundQuality 
 /// Part of the picture that the objects' foreground covers, in millionths.
 std::int64_t foregroundShare(const FrameResult& result) {
     std::int64_t percents = 0;
-    for (const TrackedObject& object : result.objects)
+    for (const AnalyzerObject& object : result.objects)
         percents += std::int64_t{object.width} * object.height * std::clamp(object.density, 0, 100);
     const std::int64_t whole = std::int64_t{result.width} * result.height;
     return whole > 0 ? std::min<std::int64_t>(1'000'000, percents * 10'000 / whole) : 0;
@@ -37,12 +37,12 @@ void mergePairs(std::vector<ReportSpan>& spans) {
 }
 
 /// Box with a margin, for the thumbnail.
-Cut withMargin(const TrackedObject& object) {
+Cut withMargin(const AnalyzerObject& object) {
     const int across = object.width / 8 + 3, down = object.height / 8 + 3;
     return {object.left - across, object.top - down, object.width + 2 * across, object.height + 2 * down};
 }
 
-bool touchesEdge(const FrameResult& result, const TrackedObject& object) {
+bool touchesEdge(const FrameResult& result, const AnalyzerObject& object) {
     return object.left <= 0 || object.top <= 0 || object.left + object.width >= result.width ||
            object.top + object.height >= result.height;
 }
@@ -100,7 +100,7 @@ void ReportOutput::addSpan(const FrameResult& result, std::int64_t now) {
     span.objects_max = std::max(span.objects_max, static_cast<std::int64_t>(result.objects.size()));
 }
 
-TrackedObject ReportOutput::inFirstSize(const FrameResult& result, TrackedObject object) const {
+AnalyzerObject ReportOutput::inFirstSize(const FrameResult& result, AnalyzerObject object) const {
     if (result.width == data_.width && result.height == data_.height) return object;
     const auto scale = [](int value, int to, int from) {
         return static_cast<int>(std::int64_t{value} * to / std::max(1, from));
@@ -112,7 +112,7 @@ TrackedObject ReportOutput::inFirstSize(const FrameResult& result, TrackedObject
     return object;
 }
 
-void ReportOutput::addSighting(const FrameResult& result, const TrackedObject& object, std::int64_t number,
+void ReportOutput::addSighting(const FrameResult& result, const AnalyzerObject& object, std::int64_t number,
                                std::int64_t now) {
     Open& open = open_[number];
     if (open.track.path.sightings() == 0) open.track.start_ns = now;

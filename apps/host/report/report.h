@@ -29,8 +29,8 @@ class ReportOutput : public Output {
     };
     std::int64_t elapsed(const FrameResult& result);
     void addSpan(const FrameResult& result, std::int64_t now);
-    void addSighting(const FrameResult& result, const TrackedObject& object, std::int64_t number, std::int64_t now);
-    TrackedObject inFirstSize(const FrameResult& result, TrackedObject object) const;
+    void addSighting(const FrameResult& result, const AnalyzerObject& object, std::int64_t number, std::int64_t now);
+    AnalyzerObject inFirstSize(const FrameResult& result, AnalyzerObject object) const;
     void close(std::span<const std::int64_t> ended);
     void leaveOutBriefest();
 

@@ -16,7 +16,7 @@ constexpr std::int64_t kBillion = 1'000'000'000;
 
 class SceneSource : public Source {
  public:
-    explicit SceneSource(const std::string& description) try : scene_(scenes::parseSceneSpec(description)) {
+    explicit SceneSource(const std::string& description) try : scene_(scenes::parseScene(description)) {
     } catch (const std::invalid_argument& error) {
         throw SourceError(EX_USAGE, error.what());
     }
