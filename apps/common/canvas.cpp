@@ -5,7 +5,7 @@
 
 #include "common/font.h"
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 std::uint8_t mix(std::uint8_t below, std::uint8_t above, int weight) {
@@ -67,4 +67,4 @@ int Canvas::textHeight(int scale) {
     return kGlyphHeight * scale;
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -7,7 +7,7 @@
 
 #include "common/palette.h"
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 /// Draws on pixels that belong to somebody else. Whatever lies outside of the picture is clipped.
 class Canvas {
@@ -31,4 +31,4 @@ class Canvas {
     int width_, height_;
 };
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

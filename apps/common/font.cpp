@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 struct Entry {
@@ -75,4 +75,4 @@ const Glyph& glyphOf(char c) {
     return found != std::end(kFont) ? found->glyph : std::prev(std::end(kFont))->glyph;
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 struct Rgb {
     std::uint8_t red, green, blue;
@@ -24,4 +24,4 @@ constexpr std::array<Rgb, 10> kTrackColours = {{
     {212, 225, 87},   // lime
 }};
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -17,7 +17,7 @@
 
 extern char** environ;
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 std::mutex children_mutex;
@@ -184,4 +184,4 @@ std::string findProgram(const std::string& name) {
     return "";
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <regex>
 
+#include "camera/output_types.h"
 #include "common/process.h"
 #include "common/text.h"
 #include "host/output_runs.h"
@@ -118,13 +119,13 @@ TEST(OutputFiles, AreThereOnceComplete) {
 TEST(OutputFiles, ThatCannotBeMadeSayWhy) {
     const TempDir directory;
     const CameraInfo camera = documentedRun().camera;
-    for (const std::string_view type : outputTypes()) {
+    for (const OutputType& type : outputTypes()) {
         const std::string path = directory.path + "/missing/file";
         EXPECT_EQ(failureOf([&] {
-                      makeOutput({std::string(type), path}, camera);
+                      makeOutput({std::string(type.name), path}, camera);
                   }),
                   path + ": No such file or directory")
-            << type;
+            << type.name;
     }
     EXPECT_NE(failureOf([&] {
                   makeOutput({"jsonl", directory.path}, camera);
