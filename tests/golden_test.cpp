@@ -38,8 +38,8 @@ TEST_P(Golden, StateAfterEveryFrame) {
     const GoldenCase& c = GetParam();
     std::vector<std::string> lines;
     int records = 0;
-    Replay(SceneStream(c.scene), c.options, [&](const ReplayedFrame& frame) {
-        lines.push_back(GoldenLine(frame));
+    replay(sceneStream(c.scene), c.options, [&](const ReplayedFrame& frame) {
+        lines.push_back(goldenLine(frame));
         records += frame.tracker.numobjects;
     });
     EXPECT_EQ(lines.size(), static_cast<std::size_t>(c.scene.frames));
@@ -57,7 +57,7 @@ TEST_P(Golden, StateAfterEveryFrame) {
     std::string expected;
     for (const std::string& line : lines) {
         ASSERT_TRUE(std::getline(in, expected)) << path << " ends before: " << line;
-        ASSERT_EQ(expected, line) << "first difference in: " << GoldenDifference(expected, line);
+        ASSERT_EQ(expected, line) << "first difference in: " << goldenDifference(expected, line);
     }
     EXPECT_FALSE(std::getline(in, expected)) << path << " holds more frames than the replay";
 }

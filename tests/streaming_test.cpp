@@ -25,73 +25,73 @@ const std::string kBody12 = "Content-Type: image/rgb\r\nContent-Length: 12\r\nIm
 const std::string kPixels = "abcdefghijkl";
 
 const StreamCase kCases[] = {
-    {"frame", Message(kBody12 + "Timestamp: 13\r\nSequence-Number: 17\r\n", kPixels), 1, "", " 13", 17},
+    {"frame", message(kBody12 + "Timestamp: 13\r\nSequence-Number: 17\r\n", kPixels), 1, "", " 13", 17},
     {"name prefixes, other case, plain line ends",
      "ANALYTICS.CARTRIDGE and more\ncontent-TYPES: x-image/rgbx\ncontent-length-x:12z\nIMAGE-widths:+2\nImage-height: "
      "02\nTIMESTAMPS:a\nSequence-Numbering:-4\n----\n" +
          kPixels,
      1, "", "a", -4},
     {"repeated headers: the last one counts",
-     Message("Timestamp: 1\r\nSequence-Number: 1\r\nContent-Type: text/xml\r\nContent-Length: 3\r\n" + kBody12 +
+     message("Timestamp: 1\r\nSequence-Number: 1\r\nContent-Type: text/xml\r\nContent-Length: 3\r\n" + kBody12 +
                  "Timestamp: 2\r\nSequence-Number: 2\r\n",
              kPixels),
      1, "", " 2", 2},
-    {"blanks inside and behind a value stay", Message(kBody12 + "Timestamp:   a <b>  \r\n", kPixels), 1, "",
+    {"blanks inside and behind a value stay", message(kBody12 + "Timestamp:   a <b>  \r\n", kPixels), 1, "",
      "   a <b>  "},
-    {"names behind blanks and colons", Message("  : Sequence-Number: 8\r\n" + kBody12, kPixels), 1, "", nullptr, 8},
-    {"name split off by a blank", Message("Sequence-Number 9\r\nTimestamp x: y\r\n"), 0, "", "x: y", 9},
+    {"names behind blanks and colons", message("  : Sequence-Number: 8\r\n" + kBody12, kPixels), 1, "", nullptr, 8},
+    {"name split off by a blank", message("Sequence-Number 9\r\nTimestamp x: y\r\n"), 0, "", "x: y", 9},
     {"blank line of tabs ends the headers", "ANALYTICS.CARTRIDGE\r\n" + kBody12 + " \t 12:34\r\n" + kPixels, 1},
     {"lone blank", " \n", 0},
     {"lone tab", "\t\n", 0},
-    {"empty line", "\n", 0, UnknownCommand("")},
-    {"lone carriage return", "\r\n", 0, UnknownCommand("\r")},
-    {"two blanks", "  \n", 0, UnknownCommand("  ")},
-    {"first line in lower case", "analytics.cartridge\r\n", 0, UnknownCommand("analytics.cartridge\r")},
-    {"first line too short", "ANALYTICS.CARTRIDG\n", 0, UnknownCommand("ANALYTICS.CARTRIDG")},
-    {"first line with format letters", "%s%n%d\n", 0, UnknownCommand("%s%n%d")},
+    {"empty line", "\n", 0, unknownCommand("")},
+    {"lone carriage return", "\r\n", 0, unknownCommand("\r")},
+    {"two blanks", "  \n", 0, unknownCommand("  ")},
+    {"first line in lower case", "analytics.cartridge\r\n", 0, unknownCommand("analytics.cartridge\r")},
+    {"first line too short", "ANALYTICS.CARTRIDG\n", 0, unknownCommand("ANALYTICS.CARTRIDG")},
+    {"first line with format letters", "%s%n%d\n", 0, unknownCommand("%s%n%d")},
     {"first line of 254 characters", "ANALYTICS.CARTRIDGE" + std::string(235, 'x') + "\nCommand: SHUTDOWN\n\n", 3},
-    {"no command and no body", Message("X-Other: 1\r\nStatus: OK\r\n"), 0, "", nullptr, 0, " OK"},
-    {"shutdown", Message("Command: SHUTDOWN\r\n"), 3},
-    {"shutdown inside a longer word", Message("Commander:xSHUTDOWNx\r\n"), 3},
-    {"command in lower case is none", Message("Command: shutdown\r\n"), 0},
-    {"reconfigure", Message("Command: RECONFIGURE\r\n"), 2},
-    {"both words: reconfigure wins", Message("Command: SHUTDOWN RECONFIGURE\r\n"), 2},
-    {"both words, other order", Message("Command: RECONFIGURE SHUTDOWN\r\n"), 2},
-    {"a frame overrides a command", Message("Command: SHUTDOWN\r\n" + kBody12, kPixels), 1},
+    {"no command and no body", message("X-Other: 1\r\nStatus: OK\r\n"), 0, "", nullptr, 0, " OK"},
+    {"shutdown", message("Command: SHUTDOWN\r\n"), 3},
+    {"shutdown inside a longer word", message("Commander:xSHUTDOWNx\r\n"), 3},
+    {"command in lower case is none", message("Command: shutdown\r\n"), 0},
+    {"reconfigure", message("Command: RECONFIGURE\r\n"), 2},
+    {"both words: reconfigure wins", message("Command: SHUTDOWN RECONFIGURE\r\n"), 2},
+    {"both words, other order", message("Command: RECONFIGURE SHUTDOWN\r\n"), 2},
+    {"a frame overrides a command", message("Command: SHUTDOWN\r\n" + kBody12, kPixels), 1},
     {"another body overrides a command",
-     Message("Command: SHUTDOWN\r\nContent-Type: text/plain\r\nContent-Length: 3\r\n", "xyz"), 4},
-    {"body without a type", Message("Content-Length: 3\r\n", "xyz"), 4},
-    {"empty type keeps the earlier one", Message(kBody12 + "Content-Type:\r\n", kPixels), 1},
-    {"length 0", Message("Content-Type: image/rgb\r\nContent-Length: 0\r\n"), 0},
-    {"negative length", Message("Content-Type: image/rgb\r\nContent-Length: -5\r\n"), 0},
-    {"length without digits", Message("Content-Type: image/rgb\r\nContent-Length: many\r\n"), 0},
-    {"status text lands in status", Message("Status: a\r\nStatus-text: b\r\n"), 0, "", nullptr, 0, " b"},
+     message("Command: SHUTDOWN\r\nContent-Type: text/plain\r\nContent-Length: 3\r\n", "xyz"), 4},
+    {"body without a type", message("Content-Length: 3\r\n", "xyz"), 4},
+    {"empty type keeps the earlier one", message(kBody12 + "Content-Type:\r\n", kPixels), 1},
+    {"length 0", message("Content-Type: image/rgb\r\nContent-Length: 0\r\n"), 0},
+    {"negative length", message("Content-Type: image/rgb\r\nContent-Length: -5\r\n"), 0},
+    {"length without digits", message("Content-Type: image/rgb\r\nContent-Length: many\r\n"), 0},
+    {"status text lands in status", message("Status: a\r\nStatus-text: b\r\n"), 0, "", nullptr, 0, " b"},
     {"headers without a value count as absent",
-     Message("Command: SHUTDOWN\r\nCommand:\r\nStatus:\r\nTimestamp: 5\r\nTimestamp:\r\n"), 3, "", " 5"},
-    {"no length value", Message("Timestamp: 7\r\nSequence-Number: 9\r\nContent-Length:\r\n"), 0,
-     HeaderError("Content length invalid.", " 7", 9), " 7", 9},
-    {"a blank is a value", Message("Sequence-Number: \r\nContent-Length: \r\n"), 0},
-    {"no width value, frame kept", Message(kBody12 + "Image-width:\r\nTimestamp: 7\r\n", kPixels), 1,
-     HeaderError("Image width invalid.", " 7", 0), " 7"},
-    {"no height value, no colon", Message(kBody12 + "Image-height\r\nTimestamp: 7\r\n", kPixels), 1,
-     HeaderError("Image height invalid.", " 7", 0), " 7"},
-    {"no sequence value keeps the number", Message("Sequence-Number: 4\r\nSequence-Number:\r\nTimestamp: 1\r\n"), 0,
-     HeaderError("Sequence num invalid.", " 1", 4), " 1", 4},
-    {"the last error text counts", Message("Image-width:\r\nContent-Length:\r\nTimestamp: 1\r\n"), 0,
-     HeaderError("Content length invalid.", " 1", 0), " 1"},
-    {"error without a timestamp", Message("Image-width:\r\n"), 0, HeaderError("Image width invalid.", "", 0)},
-    {"number beyond 32 bits", Message("Sequence-Number: 5\r\nSequence-Number: 2147483648\r\nTimestamp: 1\r\n"), 0,
-     HeaderError("Sequence num invalid.", " 1", 5), " 1", 5},
-    {"number below 32 bits", Message("Sequence-Number: -2147483649\r\nTimestamp: 1\r\n"), 0,
-     HeaderError("Sequence num invalid.", " 1", 0), " 1"},
-    {"number beyond 64 bits", Message("Image-width: 99999999999999999999\r\nTimestamp: 1\r\n"), 0,
-     HeaderError("Image width invalid.", " 1", 0), " 1"},
-    {"such a number keeps the one before, frame kept", Message(kBody12 + "Image-width: -2147483649\r\n", kPixels), 1,
-     HeaderError("Image width invalid.", "", 0)},
-    {"largest numbers", Message("Sequence-Number: 2147483647\r\n"), 0, "", nullptr, 2147483647},
+     message("Command: SHUTDOWN\r\nCommand:\r\nStatus:\r\nTimestamp: 5\r\nTimestamp:\r\n"), 3, "", " 5"},
+    {"no length value", message("Timestamp: 7\r\nSequence-Number: 9\r\nContent-Length:\r\n"), 0,
+     headerError("Content length invalid.", " 7", 9), " 7", 9},
+    {"a blank is a value", message("Sequence-Number: \r\nContent-Length: \r\n"), 0},
+    {"no width value, frame kept", message(kBody12 + "Image-width:\r\nTimestamp: 7\r\n", kPixels), 1,
+     headerError("Image width invalid.", " 7", 0), " 7"},
+    {"no height value, no colon", message(kBody12 + "Image-height\r\nTimestamp: 7\r\n", kPixels), 1,
+     headerError("Image height invalid.", " 7", 0), " 7"},
+    {"no sequence value keeps the number", message("Sequence-Number: 4\r\nSequence-Number:\r\nTimestamp: 1\r\n"), 0,
+     headerError("Sequence num invalid.", " 1", 4), " 1", 4},
+    {"the last error text counts", message("Image-width:\r\nContent-Length:\r\nTimestamp: 1\r\n"), 0,
+     headerError("Content length invalid.", " 1", 0), " 1"},
+    {"error without a timestamp", message("Image-width:\r\n"), 0, headerError("Image width invalid.", "", 0)},
+    {"number beyond 32 bits", message("Sequence-Number: 5\r\nSequence-Number: 2147483648\r\nTimestamp: 1\r\n"), 0,
+     headerError("Sequence num invalid.", " 1", 5), " 1", 5},
+    {"number below 32 bits", message("Sequence-Number: -2147483649\r\nTimestamp: 1\r\n"), 0,
+     headerError("Sequence num invalid.", " 1", 0), " 1"},
+    {"number beyond 64 bits", message("Image-width: 99999999999999999999\r\nTimestamp: 1\r\n"), 0,
+     headerError("Image width invalid.", " 1", 0), " 1"},
+    {"such a number keeps the one before, frame kept", message(kBody12 + "Image-width: -2147483649\r\n", kPixels), 1,
+     headerError("Image width invalid.", "", 0)},
+    {"largest numbers", message("Sequence-Number: 2147483647\r\n"), 0, "", nullptr, 2147483647},
     {"image too large for memory",
-     Message("Content-Type: image/rgb\r\nContent-Length: 3\r\nImage-width: 20000\r\nImage-height: 20000\r\n", "xyz"), 0,
-     ErrorReply("Image size too large.")},
+     message("Content-Type: image/rgb\r\nContent-Length: 3\r\nImage-width: 20000\r\nImage-height: 20000\r\n", "xyz"), 0,
+     errorReply("Image size too large.")},
 };
 
 TEST(StreamIo, MessageTable) {
@@ -101,7 +101,7 @@ TEST(StreamIo, MessageTable) {
         RedirectedStreams streams(c.request + kTail);
         const streamin got = StreamIO(&image);
         EXPECT_EQ(got.ret_status, c.code);
-        EXPECT_EQ(streams.Take(), c.reply);
+        EXPECT_EQ(streams.take(), c.reply);
         EXPECT_STREQ(got.timestamp, c.timestamp);
         EXPECT_STREQ(got.status, c.status);
         EXPECT_EQ(got.status_text, nullptr);
@@ -125,13 +125,13 @@ TEST(StreamIo, BodyAndImageOfDifferentLength) {
     for (const int height : {1, 2, 5}) {
         KsColorImage image;
         RedirectedStreams streams(
-            Message("Content-Type: image/rgb\r\nContent-Length: 12\r\nImage-width: 2\r\nImage-height: " +
+            message("Content-Type: image/rgb\r\nContent-Length: 12\r\nImage-width: 2\r\nImage-height: " +
                         std::to_string(height) + "\r\n",
                     kPixels));
         ASSERT_EQ(StreamIO(&image).ret_status, kFrame);
         for (int i = 0; i < 2 * height * 3; i++)
             EXPECT_EQ(image.rawsrc[i], i < 12 ? kPixels[static_cast<std::size_t>(i)] : 0) << height << " " << i;
-        EXPECT_EQ(streams.Take(), "");
+        EXPECT_EQ(streams.take(), "");
         image.KsFreeImageMemory();
     }
 }
@@ -141,13 +141,13 @@ TEST(Replies, ExactBytes) {
     char timestamp[] = " 1300000000";
     streamin message{17, nullptr, nullptr, timestamp, kFrame};
     AckOK(message);
-    EXPECT_EQ(streams.Take(),
+    EXPECT_EQ(streams.take(),
               "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp: 1300000000\r\nSequence-Number:17\r\n\r\n");
     AckError("Type must be COLOR or IR.");
-    EXPECT_EQ(streams.Take(), "ANALYTICS.CARTRIDGE\r\nStatus: ERROR\r\nStatus-text: Type must be COLOR or IR.\r\n\r\n");
+    EXPECT_EQ(streams.take(), "ANALYTICS.CARTRIDGE\r\nStatus: ERROR\r\nStatus-text: Type must be COLOR or IR.\r\n\r\n");
     message.timestamp = nullptr;
     AckOK(message);
-    EXPECT_EQ(streams.Take(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:");
+    EXPECT_EQ(streams.take(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:");
     EXPECT_TRUE(std::cout.fail());
 }
 

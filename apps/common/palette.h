@@ -8,6 +8,8 @@ namespace fleifeisa {
 
 struct Rgb {
     std::uint8_t red, green, blue;
+
+    bool operator==(const Rgb&) const = default;
 };
 
 /// Bright and far apart from their neighbours, to be seen on pictures with a dark outline.

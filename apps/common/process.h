@@ -23,6 +23,7 @@ class Process {
         bool pipe_in = false;                                          ///< else /dev/null
         bool pipe_out = false;                                         ///< else /dev/null
         bool pipe_err = false;                                         ///< else the host's
+        int pipe_bytes = kPipeBytes;                                   ///< size asked for, 0: as the system makes them
     };
 
     Process() = default;

@@ -4,11 +4,11 @@ namespace fleifeisa::inspect {
 
 namespace {
 
-bool HasPixels(const KsColorImage& image) {
+bool hasPixels(const KsColorImage& image) {
     return image.raw && image.NofR > 0 && image.NofC > 0;
 }
 
-void Release(KsColorImage& image) {
+void release(KsColorImage& image) {
     image.KsFreeImageMemory();
     image.Detach();
 }
@@ -17,21 +17,21 @@ void Release(KsColorImage& image) {
 
 Session::~Session() {
     tracker_.reset();
-    Release(frame_);
-    Release(background_);
+    release(frame_);
+    release(background_);
 }
 
-bool Session::Fits(const KsColorImage& frame) const {
-    return tracker_ == nullptr || !HasPixels(frame) ||
+bool Session::fits(const KsColorImage& frame) const {
+    return tracker_ == nullptr || !hasPixels(frame) ||
            (frame.NofR == tracker_->G->NofR && frame.NofC == tracker_->G->NofC);
 }
 
-Phase Session::Begin(KsColorImage frame, bool trace) {
+Phase Session::begin(KsColorImage frame, bool trace) {
     frame_ = frame;
     number_++;
-    if (!HasPixels(frame_)) return phase_ = Phase::kNoPixels;
+    if (!hasPixels(frame_)) return phase_ = Phase::kNoPixels;
     if (tracker_ == nullptr) {
-        Build();
+        build();
         return phase_ = Phase::kFirst;
     }
     const control& c = settings_.parameters;
@@ -41,18 +41,18 @@ Phase Session::Begin(KsColorImage frame, bool trace) {
     return phase_ = Phase::kDetection;
 }
 
-void Session::End() {
+void Session::end() {
     if (phase_ == Phase::kLearning || phase_ == Phase::kDetection)
         tracker_->UpdateBackground(frame_, phase_ == Phase::kLearning);
     if (phase_ == Phase::kFirst && settings_.background == SINGLE)
         background_ = frame_;  // stays alive: the model reads it on every frame
     else
-        Release(frame_);
+        release(frame_);
     frame_.Detach();
 }
 
 // The constants of the analyzer's own set-up.
-void Session::Build() {
+void Session::build() {
     const int frames = settings_.parameters.bg_frames;
     const BackgroundType background = settings_.background;
     tracker_ = settings_.type == COLOR ? std::make_unique<ColorDiffTracker>(frame_, 240, 480, 1.0, 4, 0.95, COLOR,

@@ -30,22 +30,22 @@ class Session {
     Session& operator=(const Session&) = delete;
 
     /// Whether the frame has the size of those before it, or has no pixels.
-    bool Fits(const KsColorImage& frame) const;
+    bool fits(const KsColorImage& frame) const;
 
     /// Takes over the frame's pixels, counts it and searches it for objects. Until End, the grid and the table show
     /// this frame, and the background is the one that it was compared with. `trace` prints the detection's trace to
     /// standard output.
-    Phase Begin(KsColorImage frame, bool trace = false);
+    Phase begin(KsColorImage frame, bool trace = false);
     /// Brings the background up to date with the frame and releases its pixels.
-    void End();
+    void end();
 
-    int Number() const { return number_; }
-    KsColorImage& Frame() { return frame_; }
-    ColorDiffTracker* Tracker() { return tracker_.get(); }  ///< null before the first frame with pixels
-    const Settings& Options() const { return settings_; }
+    int number() const { return number_; }
+    KsColorImage& frame() { return frame_; }
+    ColorDiffTracker* tracker() { return tracker_.get(); }  ///< null before the first frame with pixels
+    const Settings& options() const { return settings_; }
 
  private:
-    void Build();
+    void build();
 
     Settings settings_;
     int number_ = 0;

@@ -9,7 +9,7 @@
 
 namespace {
 
-std::unique_ptr<ColorDiffTracker> BuildTracker(KsColorImage& image, ImageType type, int bg_frames) {
+std::unique_ptr<ColorDiffTracker> buildTracker(KsColorImage& image, ImageType type, int bg_frames) {
     return type == COLOR ? std::make_unique<ColorDiffTracker>(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200,
                                                               bg_frames, MULTIPLE)
                          : std::make_unique<ColorDiffTracker>(image, 120, 240, 1.0, 4, 0.99, IR, false, 150, 600,
@@ -18,7 +18,7 @@ std::unique_ptr<ColorDiffTracker> BuildTracker(KsColorImage& image, ImageType ty
 
 }  // namespace
 
-void Replay(const std::string& requests, const ReplayOptions& options,
+void replay(const std::string& requests, const ReplayOptions& options,
             const std::function<void(const ReplayedFrame&)>& show) {
     RedirectedStreams streams(requests);
     KsColorImage image;
@@ -31,7 +31,7 @@ void Replay(const std::string& requests, const ReplayOptions& options,
         frame++;
         FrameMode mode = FrameMode::kFirst;
         if (!tracker) {
-            tracker = BuildTracker(image, options.type, options.bg_frames);
+            tracker = buildTracker(image, options.type, options.bg_frames);
             AckOK(message);
         } else {
             const bool learning = frame <= options.bg_frames;
@@ -47,7 +47,7 @@ void Replay(const std::string& requests, const ReplayOptions& options,
                 if (relearn > 0) relearn--;
             }
         }
-        show({frame, mode, *tracker, streams.Take()});
+        show({frame, mode, *tracker, streams.take()});
         const auto change = options.changes.find(frame);
         if (change != options.changes.end()) relearn = change->second;
         image.KsFreeImageMemory();

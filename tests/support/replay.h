@@ -25,5 +25,5 @@ struct ReplayedFrame {
 };
 
 // Frames without pixels, or of another size than the first, must not occur.
-void Replay(const std::string& requests, const ReplayOptions& options,
+void replay(const std::string& requests, const ReplayOptions& options,
             const std::function<void(const ReplayedFrame&)>& show);

@@ -21,5 +21,5 @@ int main(int argc, char** argv) {
         options.changes[std::atoi(argv[i])] = std::atoi(change.substr(change.find(':') + 1).c_str());
     }
     const std::string requests{std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
-    Replay(requests, options, [](const ReplayedFrame& frame) { std::fputs(TraceBlock(frame).c_str(), stdout); });
+    replay(requests, options, [](const ReplayedFrame& frame) { std::fputs(traceBlock(frame).c_str(), stdout); });
 }

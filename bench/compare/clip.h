@@ -14,10 +14,10 @@ struct Clip {
     int height = 0;               // pixels
     std::vector<uint8_t> pixels;  // frames one after the other, interleaved RGB, rows without padding
 
-    [[nodiscard]] size_t FrameBytes() const { return static_cast<size_t>(width) * static_cast<size_t>(height) * 3; }
-    [[nodiscard]] size_t Frames() const { return FrameBytes() == 0 ? 0 : pixels.size() / FrameBytes(); }
-    [[nodiscard]] const uint8_t* Frame(size_t i) const { return pixels.data() + i * FrameBytes(); }
-    [[nodiscard]] uint8_t* Frame(size_t i) { return pixels.data() + i * FrameBytes(); }
+    [[nodiscard]] size_t frameBytes() const { return static_cast<size_t>(width) * static_cast<size_t>(height) * 3; }
+    [[nodiscard]] size_t frames() const { return frameBytes() == 0 ? 0 : pixels.size() / frameBytes(); }
+    [[nodiscard]] const uint8_t* frame(size_t i) const { return pixels.data() + i * frameBytes(); }
+    [[nodiscard]] uint8_t* frame(size_t i) { return pixels.data() + i * frameBytes(); }
 };
 
 // Where a piece of footage comes from and how it is to be decoded.
@@ -32,9 +32,9 @@ struct ClipRequest {
 
 // Decodes through the ffmpeg command. Throws std::runtime_error where the command is missing, fails, or delivers fewer
 // frames than asked for.
-Clip DecodeClip(const ClipRequest& request);
+Clip decodeClip(const ClipRequest& request);
 
 // Number of video frames in a file, by decoding it once. Throws std::runtime_error like DecodeClip.
-size_t CountFrames(const std::string& path);
+size_t countFrames(const std::string& path);
 
 }  // namespace bench

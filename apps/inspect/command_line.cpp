@@ -33,7 +33,7 @@ struct Given {
     float color_low = 0, color_high = 0, ir_low = 0, ir_high = 0;
 };
 
-void Declare(CLI::App& app, Options& o, Given& g) {
+void declare(CLI::App& app, Options& o, Given& g) {
     app.add_option("input", o.inputs, "A request stream (- for standard input), or image files, one frame each");
     app.add_option("--list", o.list, "File with the names of the images, instead of an input");
     app.add_option("--prefix", o.prefix, "Put directly before every name of the list")->needs("--list");
@@ -74,12 +74,12 @@ void Declare(CLI::App& app, Options& o, Given& g) {
     app.footer(kExamples);
 }
 
-void Settle(const CLI::App& app, const Given& g, Options& o) {
+void settle(const CLI::App& app, const Given& g, Options& o) {
     if (o.inputs.empty() == o.list.empty())
         throw Failure(kUsage,
                       o.list.empty() ? "no input given; --help shows how" : "--list stands instead of an input");
     try {
-        if (!g.frames.empty()) o.frames = FrameRanges::Parse(g.frames);
+        if (!g.frames.empty()) o.frames = FrameRanges::parse(g.frames);
     } catch (const std::invalid_argument& e) {
         throw Failure(kUsage, std::string("--frames: ") + e.what());
     }
@@ -99,15 +99,15 @@ void Settle(const CLI::App& app, const Given& g, Options& o) {
 
 }  // namespace
 
-int InspectMain(int argc, const char* const* argv) {
+int inspectMain(int argc, const char* const* argv) {
     Options options;
     Given given;
     CLI::App app(kAbout, "fleifeisa-inspect");
-    Declare(app, options, given);
+    declare(app, options, given);
     try {
         app.parse(argc, argv);
-        Settle(app, given, options);
-        Inspect(options);
+        settle(app, given, options);
+        inspect(options);
         return kOk;
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? kOk : kUsage;

@@ -17,7 +17,7 @@ struct StageSeconds {
     static constexpr size_t kStages = 4;
     static constexpr std::array<const char*, kStages> kNames{"subtractor", "morphology", "components", "contours"};
     std::array<double, kStages> stage{};
-    [[nodiscard]] double Total() const { return stage[0] + stage[1] + stage[2] + stage[3]; }
+    [[nodiscard]] double total() const { return stage[0] + stage[1] + stage[2] + stage[3]; }
 };
 
 class OpenCvPipeline {
@@ -28,14 +28,14 @@ class OpenCvPipeline {
     OpenCvPipeline& operator=(const OpenCvPipeline&) = delete;
 
     // Runs all stages on one frame of width x height interleaved 8-bit RGB.
-    StageSeconds Run(const uint8_t* rgb);
+    StageSeconds run(const uint8_t* rgb);
     // Objects (outer contours) of the latest frame.
-    [[nodiscard]] size_t Objects() const;
+    [[nodiscard]] size_t objects() const;
 
     // False where the program was built without OpenCV; the rest of this class then throws.
-    static bool Available();
+    static bool available();
     // Version, dispatched vector extensions and thread count, on one line.
-    static std::string Description();
+    static std::string description();
 
  private:
     struct State;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/compare/Clip.h"
+#include "bench/compare/clip.h"
 
 namespace bench {
 
@@ -16,11 +16,11 @@ struct SceneLength {
 };
 
 // An ordinary street with people and cars: stands in for footage where there is none.
-Clip StreetScene(int width, int height, SceneLength length);
+Clip streetScene(int width, int height, SceneLength length);
 
 // A plain wall with `objects` boxes on it, large ones drifting, from the first detection frame on. Short scenes only:
 // the boxes come back to where others have been, and the wall is then learnt with them.
-Clip ManyObjects(int width, int height, size_t objects, SceneLength length);
+Clip manyObjects(int width, int height, size_t objects, SceneLength length);
 
 struct WorstScene {
     std::string name;
@@ -29,6 +29,6 @@ struct WorstScene {
 };
 
 // The worst contents. The event begins a few frames into the detection frames and lasts to the end.
-const std::vector<WorstScene>& WorstScenes();
+const std::vector<WorstScene>& worstScenes();
 
 }  // namespace bench

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "bench/compare/AnalyzerProcess.h"
-#include "bench/compare/Clip.h"
-#include "bench/compare/OpenCvPipeline.h"
+#include "bench/compare/analyzer_process.h"
+#include "bench/compare/clip.h"
+#include "bench/compare/opencv_pipeline.h"
 
 namespace bench {
 
@@ -20,8 +20,8 @@ struct Samples {
     double first = 0.0;                // frame 1, which sets everything up
     long peak_kib = 0;                 // analyzer only
 
-    [[nodiscard]] double MeanLearning() const;
-    [[nodiscard]] double MeanDetection() const;
+    [[nodiscard]] double meanLearning() const;
+    [[nodiscard]] double meanDetection() const;
 };
 
 struct RoundPlan {
@@ -39,7 +39,7 @@ struct RoundResult {
 };
 
 // Every contestant starts anew, learns from the clip's first frames and detects in the others.
-RoundResult RunRound(const Clip& clip, const RoundPlan& plan);
+RoundResult runRound(const Clip& clip, const RoundPlan& plan);
 
 // The lowest, the middle and the highest of the rounds' values.
 struct Spread {
@@ -47,8 +47,8 @@ struct Spread {
     double median = 0.0;
     double high = 0.0;
 };
-Spread SpreadOf(std::vector<double> values);
-double Mean(const std::vector<double>& values);
+Spread spreadOf(std::vector<double> values);
+double mean(const std::vector<double>& values);
 
 // Keeps the calling process, and what it starts, on one core while it lives.
 class CorePin {

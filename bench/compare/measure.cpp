@@ -1,4 +1,4 @@
-#include "bench/compare/Measure.h"
+#include "bench/compare/measure.h"
 
 #include <sched.h>
 
@@ -10,12 +10,12 @@ namespace bench {
 namespace {
 
 // Reads every cache line of a frame, so that no contestant pays for fetching it from memory first.
-void Warm(const uint8_t* data, size_t size) {
+void warm(const uint8_t* data, size_t size) {
     volatile unsigned char sink = 0;
     for (size_t i = 0; i < size; i += 64) sink = static_cast<unsigned char>(sink ^ data[i]);
 }
 
-void Keep(Samples& samples, size_t frame, size_t learning, double seconds, size_t objects) {
+void keep(Samples& samples, size_t frame, size_t learning, double seconds, size_t objects) {
     if (frame == 0) {
         samples.first = seconds;
     } else if (frame < learning) {
@@ -26,44 +26,44 @@ void Keep(Samples& samples, size_t frame, size_t learning, double seconds, size_
     }
 }
 
-void RunOpenCv(OpenCvPipeline& pipeline, Samples& samples, const Clip& clip, size_t begin, size_t end,
+void runOpenCv(OpenCvPipeline& pipeline, Samples& samples, const Clip& clip, size_t begin, size_t end,
                size_t learning) {
     for (size_t i = begin; i < end; ++i) {
-        Warm(clip.Frame(i), clip.FrameBytes());
-        const StageSeconds seconds = pipeline.Run(clip.Frame(i));
-        Keep(samples, i, learning, seconds.Total(), pipeline.Objects());
+        warm(clip.frame(i), clip.frameBytes());
+        const StageSeconds seconds = pipeline.run(clip.frame(i));
+        keep(samples, i, learning, seconds.total(), pipeline.objects());
         if (i >= learning) samples.stages.push_back(seconds);
     }
 }
 
-void RunAnalyzer(AnalyzerProcess& analyzer, Samples& samples, const Clip& clip, size_t begin, size_t end,
+void runAnalyzer(AnalyzerProcess& analyzer, Samples& samples, const Clip& clip, size_t begin, size_t end,
                  size_t learning) {
     for (size_t i = begin; i < end; ++i) {
-        const AnalyzerProcess::Answer answer = analyzer.Send(clip.Frame(i), clip.width, clip.height);
-        Keep(samples, i, learning, answer.cpu_seconds, answer.objects);
-        samples.peak_kib = std::max(samples.peak_kib, analyzer.PeakKiB());
+        const AnalyzerProcess::Answer answer = analyzer.send(clip.frame(i), clip.width, clip.height);
+        keep(samples, i, learning, answer.cpu_seconds, answer.objects);
+        samples.peak_kib = std::max(samples.peak_kib, analyzer.peakKiB());
     }
 }
 
 }  // namespace
 
-double Mean(const std::vector<double>& values) {
+double mean(const std::vector<double>& values) {
     if (values.empty()) return 0.0;
     return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
 }
 
-double Samples::MeanLearning() const {
-    return Mean(learning);
+double Samples::meanLearning() const {
+    return mean(learning);
 }
-double Samples::MeanDetection() const {
-    return Mean(detection);
+double Samples::meanDetection() const {
+    return mean(detection);
 }
 
-RoundResult RunRound(const Clip& clip, const RoundPlan& plan) {
+RoundResult runRound(const Clip& clip, const RoundPlan& plan) {
     RoundResult result;
     std::optional<OpenCvPipeline> mog2;
     std::optional<OpenCvPipeline> cnt;
-    if (plan.against_opencv && OpenCvPipeline::Available()) {
+    if (plan.against_opencv && OpenCvPipeline::available()) {
         mog2.emplace(Subtractor::kMog2, clip.width, clip.height);
         cnt.emplace(Subtractor::kCnt, clip.width, clip.height);
         result.mog2.emplace();
@@ -74,24 +74,24 @@ RoundResult RunRound(const Clip& clip, const RoundPlan& plan) {
     std::optional<AnalyzerProcess> analyzer;
     analyzer.emplace(options);
 
-    for (size_t begin = 0; begin < clip.Frames(); begin += plan.block) {
-        const size_t end = std::min(begin + plan.block, clip.Frames());
+    for (size_t begin = 0; begin < clip.frames(); begin += plan.block) {
+        const size_t end = std::min(begin + plan.block, clip.frames());
         if (analyzer) {
             try {
-                RunAnalyzer(*analyzer, result.analyzer, clip, begin, end, plan.learning);
+                runAnalyzer(*analyzer, result.analyzer, clip, begin, end, plan.learning);
             } catch (const std::runtime_error& failure) {
                 result.failure = failure.what();
                 analyzer.reset();
                 if (!mog2) break;
             }
         }
-        if (mog2) RunOpenCv(*mog2, *result.mog2, clip, begin, end, plan.learning);
-        if (cnt) RunOpenCv(*cnt, *result.cnt, clip, begin, end, plan.learning);
+        if (mog2) runOpenCv(*mog2, *result.mog2, clip, begin, end, plan.learning);
+        if (cnt) runOpenCv(*cnt, *result.cnt, clip, begin, end, plan.learning);
     }
     return result;
 }
 
-Spread SpreadOf(std::vector<double> values) {
+Spread spreadOf(std::vector<double> values) {
     if (values.empty()) return {};
     std::sort(values.begin(), values.end());
     const size_t middle = values.size() / 2;

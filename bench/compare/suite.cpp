@@ -1,13 +1,14 @@
-#include "bench/compare/Suite.h"
+#include "bench/compare/suite.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
 
-#include "bench/compare/CpuClock.h"
-#include "bench/compare/Scenes.h"
+#include "bench/compare/cpu_clock.h"
+#include "bench/compare/scenes.h"
 
 namespace bench {
 namespace {
@@ -27,22 +28,22 @@ constexpr Input kInputs[] = {
     {"vtest scaled", "pets09-s2l1/vtest.avi", 1920, 1080, 100, 60},
 };
 
-size_t Scaled(size_t frames, double length) {
+size_t scaled(size_t frames, double length) {
     return std::max<size_t>(static_cast<size_t>(static_cast<double>(frames) * length), 24);
 }
 
 // The piece of footage for one round: the rounds' pieces are spread evenly over the file.
-Clip InputClip(const Input& input, const SuiteOptions& options, size_t round, SceneLength length) {
+Clip inputClip(const Input& input, const SuiteOptions& options, size_t round, SceneLength length) {
     const std::string path = options.footage + "/" + input.file;
-    if (!std::filesystem::exists(path)) return StreetScene(input.width, input.height, length);
+    if (!std::filesystem::exists(path)) return streetScene(input.width, input.height, length);
     const size_t wanted = length.learning + length.detection;
-    const size_t total = CountFrames(path);
+    const size_t total = countFrames(path);
     const size_t room = total > wanted ? total - wanted : 0;
     const size_t first = options.rounds > 1 ? room * round / (options.rounds - 1) : 0;
-    return DecodeClip({input.name, path, input.width, input.height, first, wanted});
+    return decodeClip({input.name, path, input.width, input.height, first, wanted});
 }
 
-RoundPlan PlanFor(const SuiteOptions& options, size_t learning) {
+RoundPlan planFor(const SuiteOptions& options, size_t learning) {
     RoundPlan plan;
     plan.learning = learning;
     plan.block = options.block;
@@ -51,19 +52,19 @@ RoundPlan PlanFor(const SuiteOptions& options, size_t learning) {
     return plan;
 }
 
-std::string LocalTime() {
+std::string localTime() {
     const std::time_t now = std::time(nullptr);
     char text[64];
     std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S %Z", std::localtime(&now));
     return text;
 }
 
-void RunWorst(const SuiteOptions& options, const Input& input, SuiteResult& result, size_t round) {
-    for (const WorstScene& scene : WorstScenes()) {
+void runWorst(const SuiteOptions& options, const Input& input, SuiteResult& result, size_t round) {
+    for (const WorstScene& scene : worstScenes()) {
         const auto known = std::find_if(result.worst.begin(), result.worst.end(), [&](const WorstResult& w) {
             return w.name == scene.name && w.height == input.height;
         });
-        if (known != result.worst.end() && !known->Failure().empty()) continue;  // no second wait for a stuck process
+        if (known != result.worst.end() && !known->failure().empty()) continue;  // no second wait for a stuck process
         WorstResult& worst =
             known != result.worst.end()
                 ? *known
@@ -71,28 +72,28 @@ void RunWorst(const SuiteOptions& options, const Input& input, SuiteResult& resu
         std::cerr << "  round " << round + 1 << ": " << scene.name << " " << input.width << "x" << input.height << "\n";
         const SceneLength length;
         const Clip clip = scene.make(input.width, input.height, length);
-        RoundPlan plan = PlanFor(options, length.learning);
+        RoundPlan plan = planFor(options, length.learning);
         plan.against_opencv = false;
         const CorePin pin(options.core);
-        worst.rounds.push_back(RunRound(clip, plan));
+        worst.rounds.push_back(runRound(clip, plan));
     }
 }
 
 }  // namespace
 
-double WorstResult::WorstFrame() const {
+double WorstResult::worstFrame() const {
     double worst = 0.0;
     for (size_t frame = 0; !rounds.empty() && frame < rounds.front().analyzer.detection.size(); ++frame) {
         std::vector<double> seconds;
         for (const RoundResult& round : rounds) {
             if (frame < round.analyzer.detection.size()) seconds.push_back(round.analyzer.detection[frame]);
         }
-        worst = std::max(worst, SpreadOf(seconds).median);
+        worst = std::max(worst, spreadOf(seconds).median);
     }
     return worst;
 }
 
-double WorstResult::MostObjects() const {
+double WorstResult::mostObjects() const {
     double most = 0.0;
     for (const RoundResult& round : rounds) {
         for (const double objects : round.analyzer.objects) most = std::max(most, objects);
@@ -100,20 +101,20 @@ double WorstResult::MostObjects() const {
     return most;
 }
 
-std::string WorstResult::Failure() const {
+std::string WorstResult::failure() const {
     for (const RoundResult& round : rounds) {
         if (!round.failure.empty()) return round.failure;
     }
     return {};
 }
 
-SuiteResult RunSuite(const SuiteOptions& options) {
+SuiteResult runSuite(const SuiteOptions& options) {
     SuiteResult result;
-    result.when = LocalTime();
+    result.when = localTime();
     result.footage_found = std::filesystem::exists(options.footage + "/" + kInputs[0].file);
     {
         const CorePin pin(options.core);
-        result.clock_hertz = MeasureClockHertz();
+        result.clock_hertz = measureClockHertz();
     }
     for (size_t round = 0; round < options.rounds; ++round) {
         for (const Input& input : kInputs) {
@@ -122,8 +123,8 @@ SuiteResult RunSuite(const SuiteOptions& options) {
             const auto known = std::find_if(result.inputs.begin(), result.inputs.end(),
                                             [&](const InputResult& i) { return i.height == input.height; });
             InputResult& main = known != result.inputs.end() ? *known : result.inputs.emplace_back(InputResult{});
-            const SceneLength length{Scaled(input.learning, options.length), Scaled(input.detection, options.length)};
-            const Clip clip = InputClip(input, options, round, length);
+            const SceneLength length{scaled(input.learning, options.length), scaled(input.detection, options.length)};
+            const Clip clip = inputClip(input, options, round, length);
             main.name = clip.name;
             main.width = input.width;
             main.height = input.height;
@@ -133,9 +134,9 @@ SuiteResult RunSuite(const SuiteOptions& options) {
                       << "\n";
             {
                 const CorePin pin(options.core);
-                main.rounds.push_back(RunRound(clip, PlanFor(options, length.learning)));
+                main.rounds.push_back(runRound(clip, planFor(options, length.learning)));
             }
-            if (options.worst) RunWorst(options, input, result, round);
+            if (options.worst) runWorst(options, input, result, round);
         }
     }
     return result;
@@ -143,17 +144,17 @@ SuiteResult RunSuite(const SuiteOptions& options) {
 
 namespace {
 
-SweepPoint MeasurePoint(const SuiteOptions& options, const Clip& clip, size_t learning, double objects) {
+SweepPoint measurePoint(const SuiteOptions& options, const Clip& clip, size_t learning, double objects) {
     constexpr size_t kRounds = 3;
     SweepPoint point{clip.width, clip.height, objects, {}};
     const CorePin pin(options.core);
-    for (size_t round = 0; round < kRounds; ++round) point.rounds.push_back(RunRound(clip, PlanFor(options, learning)));
+    for (size_t round = 0; round < kRounds; ++round) point.rounds.push_back(runRound(clip, planFor(options, learning)));
     return point;
 }
 
 }  // namespace
 
-SweepResult RunSweep(const SuiteOptions& options) {
+SweepResult runSweep(const SuiteOptions& options) {
     SweepResult result;
     const SceneLength length{60, 40};
     constexpr int kSizes[][2] = {{160, 120},  {320, 240},  {640, 480},  {768, 576},
@@ -162,14 +163,14 @@ SweepResult RunSweep(const SuiteOptions& options) {
     for (const auto& [width, height] : kSizes) {
         std::cerr << "  size " << width << "x" << height << "\n";
         const Clip clip = std::filesystem::exists(path)
-                              ? DecodeClip({"vtest", path, width, height, 200, length.learning + length.detection})
-                              : StreetScene(width, height, length);
-        result.sizes.push_back(MeasurePoint(options, clip, length.learning, -1.0));
+                              ? decodeClip({"vtest", path, width, height, 200, length.learning + length.detection})
+                              : streetScene(width, height, length);
+        result.sizes.push_back(measurePoint(options, clip, length.learning, -1.0));
     }
-    for (const size_t objects : {0, 1, 3, 10, 30, 100, 300, 1000, 3000}) {
+    for (const size_t objects : std::to_array<size_t>({0, 1, 3, 10, 30, 100, 300, 1000, 3000})) {
         std::cerr << "  " << objects << " objects\n";
-        const Clip clip = ManyObjects(768, 576, objects, {length.learning, 16});
-        result.objects.push_back(MeasurePoint(options, clip, length.learning, static_cast<double>(objects)));
+        const Clip clip = manyObjects(768, 576, objects, {length.learning, 16});
+        result.objects.push_back(measurePoint(options, clip, length.learning, static_cast<double>(objects)));
     }
     return result;
 }

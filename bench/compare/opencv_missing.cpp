@@ -1,7 +1,7 @@
-// Takes the place of OpenCvPipeline.cpp where OpenCV is not installed: the analyzer is then measured alone.
+// Takes the place of opencv_pipeline.cpp where OpenCV is not installed: the analyzer is then measured alone.
 #include <stdexcept>
 
-#include "bench/compare/OpenCvPipeline.h"
+#include "bench/compare/opencv_pipeline.h"
 
 namespace bench {
 
@@ -11,16 +11,16 @@ OpenCvPipeline::OpenCvPipeline(Subtractor, int, int) {
     throw std::logic_error("built without OpenCV");
 }
 OpenCvPipeline::~OpenCvPipeline() = default;
-StageSeconds OpenCvPipeline::Run(const uint8_t*) {
+StageSeconds OpenCvPipeline::run(const uint8_t*) {
     return {};
 }
-size_t OpenCvPipeline::Objects() const {
+size_t OpenCvPipeline::objects() const {
     return 0;
 }
-bool OpenCvPipeline::Available() {
+bool OpenCvPipeline::available() {
     return false;
 }
-std::string OpenCvPipeline::Description() {
+std::string OpenCvPipeline::description() {
     return "built without OpenCV: the analyzer is measured alone";
 }
 

@@ -1,4 +1,4 @@
-#include "bench/compare/Clip.h"
+#include "bench/compare/clip.h"
 
 #include <spawn.h>
 #include <sys/wait.h>
@@ -17,7 +17,7 @@ namespace {
 
 // Runs a command (found on PATH) and hands its standard output to `sink` piece by piece. Throws where it cannot be
 // started or does not end with status 0.
-void RunCommand(const std::vector<std::string>& command, const std::function<void(const uint8_t*, size_t)>& sink) {
+void runCommand(const std::vector<std::string>& command, const std::function<void(const uint8_t*, size_t)>& sink) {
     std::array<int, 2> pipe_ends{};
     if (pipe(pipe_ends.data()) != 0) throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
     std::vector<char*> argv;
@@ -54,31 +54,31 @@ void RunCommand(const std::vector<std::string>& command, const std::function<voi
 
 }  // namespace
 
-Clip DecodeClip(const ClipRequest& request) {
+Clip decodeClip(const ClipRequest& request) {
     Clip clip;
     clip.name = request.name;
     clip.width = request.width;
     clip.height = request.height;
-    const size_t wanted = request.frames * clip.FrameBytes();
+    const size_t wanted = request.frames * clip.frameBytes();
     clip.pixels.reserve(wanted);
     const std::string filter = "trim=start_frame=" + std::to_string(request.first) +
                                ":end_frame=" + std::to_string(request.first + request.frames) +
                                ",scale=" + std::to_string(request.width) + ":" + std::to_string(request.height) +
                                ":flags=bicubic";
-    RunCommand({"ffmpeg", "-nostdin", "-v", "error", "-i", request.path, "-vf", filter, "-vsync", "0", "-frames:v",
+    runCommand({"ffmpeg", "-nostdin", "-v", "error", "-i", request.path, "-vf", filter, "-vsync", "0", "-frames:v",
                 std::to_string(request.frames), "-f", "rawvideo", "-pix_fmt", "rgb24", "-"},
                [&](const uint8_t* data, size_t size) { clip.pixels.insert(clip.pixels.end(), data, data + size); });
     if (clip.pixels.size() != wanted) {
         throw std::runtime_error(request.path + ": " + std::to_string(request.frames) + " frames from frame " +
-                                 std::to_string(request.first) + " on wanted, " + std::to_string(clip.Frames()) +
+                                 std::to_string(request.first) + " on wanted, " + std::to_string(clip.frames()) +
                                  " decoded");
     }
     return clip;
 }
 
-size_t CountFrames(const std::string& path) {
+size_t countFrames(const std::string& path) {
     std::string text;
-    RunCommand({"ffprobe", "-v", "error", "-select_streams", "v:0", "-count_packets", "-show_entries",
+    runCommand({"ffprobe", "-v", "error", "-select_streams", "v:0", "-count_packets", "-show_entries",
                 "stream=nb_read_packets", "-of", "csv=p=0", path},
                [&](const uint8_t* data, size_t size) { text.append(reinterpret_cast<const char*>(data), size); });
     try {

@@ -1,13 +1,13 @@
 // The analyzer as its users run it: a process of its own, fed with frames through a pipe, answering through another.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <stdexcept>
 #include <string>
+
+#include "common/process.h"
 
 namespace bench {
 
@@ -37,23 +37,21 @@ class AnalyzerProcess {
     };
     // Sends one frame of width x height interleaved RGB and takes the reply. Throws std::runtime_error where the
     // process answers with an error or ends.
-    Answer Send(const uint8_t* rgb, int width, int height);
+    Answer send(const uint8_t* rgb, int width, int height);
 
     // Largest resident set so far, KiB.
-    [[nodiscard]] long PeakKiB() const;
+    [[nodiscard]] long peakKiB() const;
 
  private:
-    void Write(const char* head, size_t head_size, const uint8_t* body, size_t body_size);
-    std::string ReadMessage();
-    void FillInput();
-    void WaitUntilIdle() const;
-    void Stop(bool force);
+    void write(const char* head, size_t head_size, const uint8_t* body, size_t body_size);
+    std::string readMessage();
+    void fillInput();
+    void waitUntilIdle() const;
+    void stop(bool force);
 
     double limit_seconds_;
     std::string directory_;  // private root with the control file
-    pid_t child_ = -1;
-    int to_child_ = -1;
-    int from_child_ = -1;
+    fleifeisa::Process process_;
     clockid_t clock_{};
     std::string input_;  // read from the process, not yet used
     int sequence_ = 0;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/compare/Measure.h"
+#include "bench/compare/measure.h"
 
 namespace bench {
 
@@ -29,7 +29,7 @@ struct InputResult {
     size_t learning = 0;
     size_t detection = 0;
     std::vector<RoundResult> rounds;
-    [[nodiscard]] double Pixels() const { return static_cast<double>(width) * height; }
+    [[nodiscard]] double pixels() const { return static_cast<double>(width) * height; }
 };
 
 // One of the worst contents at one size; the analyzer alone.
@@ -40,9 +40,9 @@ struct WorstResult {
     int height = 0;
     std::vector<RoundResult> rounds;
     // The most expensive frame: each frame's median over the rounds, then the largest of them. Seconds.
-    [[nodiscard]] double WorstFrame() const;
-    [[nodiscard]] double MostObjects() const;
-    [[nodiscard]] std::string Failure() const;
+    [[nodiscard]] double worstFrame() const;
+    [[nodiscard]] double mostObjects() const;
+    [[nodiscard]] std::string failure() const;
 };
 
 struct SuiteResult {
@@ -54,7 +54,7 @@ struct SuiteResult {
 };
 
 // Says on standard error what it is doing.
-SuiteResult RunSuite(const SuiteOptions& options);
+SuiteResult runSuite(const SuiteOptions& options);
 
 // Time and memory against image size, and against the number of objects in a 768x576 frame.
 struct SweepPoint {
@@ -67,6 +67,6 @@ struct SweepResult {
     std::vector<SweepPoint> sizes;
     std::vector<SweepPoint> objects;
 };
-SweepResult RunSweep(const SuiteOptions& options);
+SweepResult runSweep(const SuiteOptions& options);
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-#include "bench/compare/OpenCvPipeline.h"
+#include "bench/compare/opencv_pipeline.h"
 
 #include <opencv2/bgsegm.hpp>
 #include <opencv2/core.hpp>
@@ -8,7 +8,7 @@
 #include <sstream>
 #include <vector>
 
-#include "bench/compare/CpuClock.h"
+#include "bench/compare/cpu_clock.h"
 
 namespace bench {
 
