@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "support/scene.h"
-#include "support/statetrace.h"
+#include "support/state_hash.h"
 
 namespace {
 

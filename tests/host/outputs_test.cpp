@@ -304,7 +304,7 @@ TEST(Video, ShowsBoxesWhereTheyAre) {
             return static_cast<int>(static_cast<unsigned char>(decoded[picture * kPicture + y * 100 + x]));
         };
         // Ground of 90, the box's line brighter, its black outline darker.
-        EXPECT_NEAR(luma(10, 35), 16 + 90 * 220 / 256, 8) << picture;
+        EXPECT_NEAR(luma(10, 35), 16 + 90 * 220 / 256.0, 8) << picture;
         EXPECT_GT(luma(20, 35), luma(10, 35) + 20) << picture;
         EXPECT_LT(luma(19, 35), luma(10, 35) - 10) << picture;
         // The object is red as far as it reaches.

@@ -20,7 +20,7 @@
 #include "reliability/crowdscene.h"
 #include "support/process.h"
 #include "support/protocol.h"
-#include "support/statetrace.h"
+#include "support/state_hash.h"
 #include "tracker/kscolortracker.h"
 
 namespace {
@@ -81,7 +81,7 @@ class ControlFile {
 class Inside {
  public:
     explicit Inside(Size s) : size_(s) {}
-    void Frame(const std::vector<unsigned char>& pixels, int frame) {
+    void frame(const std::vector<unsigned char>& pixels, int frame) {
         if (tracker_ == nullptr) {
             updated(kDevice, &mtime_);
             updateControl(kDevice, &parameters_);
@@ -107,12 +107,12 @@ class Inside {
         }
         if (frame % 997 == 0) hashModel();
     }
-    std::string Status() const {
+    std::string status() const {
         return std::to_string(tracker_->numobjects) + " records (most " + std::to_string(most_records_) + "), most " +
                std::to_string(most_nodes_) + " contour nodes, ids wrapped " + std::to_string(wraps_) + " times";
     }
-    std::string Process() const { return "self"; }
-    void End() {}
+    std::string process() const { return "self"; }
+    void end() {}
 
     StateHash hash;
 
@@ -169,7 +169,7 @@ class Through {
     Through(const std::string& root, Size s) : size_(s), session_({"COLOR", "STREAMING", "3", "5"}, root, 0) {
         session_.reply();  // of the start
     }
-    void Frame(const std::vector<unsigned char>& pixels, int frame) {
+    void frame(const std::vector<unsigned char>& pixels, int frame) {
         session_.send(
             frameMessage(size_.cols, size_.rows, {pixels.begin(), pixels.end()}, std::to_string(frame), frame));
         // A reply leaves the analyzer when that reads on, so its test of the control file is over.
@@ -179,9 +179,9 @@ class Through {
         for (std::size_t at = reply.find("<OBJECT"); at != std::string::npos; at = reply.find("<OBJECT", at + 1))
             objects_++;
     }
-    std::string Status() const { return std::to_string(objects_) + " objects reported"; }
-    std::string Process() const { return std::to_string(session_.process()); }
-    void End() {
+    std::string status() const { return std::to_string(objects_) + " objects reported"; }
+    std::string process() const { return std::to_string(session_.process()); }
+    void end() {
         if (session_.finish() != 0) fail("the analyzer did not end with status 0");
     }
 
@@ -199,19 +199,19 @@ int soak(Run& run, const ControlFile& control_file, Size size, std::int64_t fram
     const std::int64_t part = std::max<std::int64_t>(frames / 20, 1);
     const std::int64_t warm = std::max(frames / 5, kWarmUp);
     double settled = 0, most = 0;
-    double busy = processorTime(run.Process());
+    double busy = processorTime(run.process());
     for (std::int64_t n = 1; n <= frames; n++) {
         if (n % kControlEvery == 0) control_file.change(n / kControlEvery);
-        run.Frame(scene.render(n), static_cast<int>(n));
+        run.frame(scene.render(n), static_cast<int>(n));
         if (n % part != 0) continue;
-        const double memory = resident(run.Process()), now = processorTime(run.Process());
+        const double memory = resident(run.process()), now = processorTime(run.process());
         std::printf("%9lld frames  %6.1f MB  %5.0f us a frame  %s\n", static_cast<long long>(n), memory,
-                    (now - busy) * 1e6 / static_cast<double>(part), run.Status().c_str());
+                    (now - busy) * 1e6 / static_cast<double>(part), run.status().c_str());
         std::fflush(stdout);
         busy = now;
         (n <= warm ? settled : most) = std::max(n <= warm ? settled : most, memory);
     }
-    run.End();
+    run.end();
     std::printf("hash %016llx\n", static_cast<unsigned long long>(run.hash.value));
     if (most > settled + kAllowedGrowth) fail("resident memory grew after the warm-up");
     return 0;

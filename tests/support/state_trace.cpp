@@ -6,7 +6,7 @@
 #include <iostream>
 #include <iterator>
 
-#include "support/statetrace.h"
+#include "support/state_hash.h"
 
 int main(int argc, char** argv) {
     if (argc < 3) {

@@ -1,4 +1,4 @@
-#include "support/statetrace.h"
+#include "support/state_hash.h"
 
 #include <bit>
 #include <cmath>
