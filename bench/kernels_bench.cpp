@@ -20,17 +20,17 @@ using kernels::Table;
 double hertz;
 std::mt19937 generator(1);
 
-int random(int low, int high) {
+int anyOf(int low, int high) {
     return std::uniform_int_distribution<int>(low, high)(generator);
 }
 
 // Counts the cycles of the loop behind its construction.
 class PerPixel {
  public:
-    PerPixel(benchmark::State& s, int n) : state_(s), pixels_(n), begin(bench::ThreadSeconds()) {}
+    PerPixel(benchmark::State& s, int n) : state_(s), pixels_(n), begin_(bench::threadSeconds()) {}
     ~PerPixel() {
-        const double cycles = (bench::ThreadSeconds() - begin) * hertz;
-        state.counters["cycles/px"] = cycles / static_cast<double>(pixels) / static_cast<double>(state.iterations());
+        const double cycles = (bench::threadSeconds() - begin_) * hertz;
+        state_.counters["cycles/px"] = cycles / static_cast<double>(pixels_) / static_cast<double>(state_.iterations());
         state_.SetItemsProcessed(state_.iterations() * pixels_);
     }
     PerPixel(const PerPixel&) = delete;
@@ -44,7 +44,7 @@ class PerPixel {
 
 kernels::PixelBlock randomPixels() {
     kernels::PixelBlock px;
-    for (std::uint32_t& p : px.p) p = static_cast<std::uint32_t>(Random(0, 0xffffff));
+    for (std::uint32_t& p : px.p) p = static_cast<std::uint32_t>(anyOf(0, 0xffffff));
     return px;
 }
 
@@ -75,20 +75,20 @@ struct Cells {
     const kernels::CellRun run;
 
     explicit Cells(int clusters)
-        : sets(kRow, RandomSet(clusters)), run{kRow, cells.data(), sets.data(), lists.data(), px.data(), kRow} {
+        : sets(kRow, randomSet(clusters)), run{kRow, cells.data(), sets.data(), lists.data(), px.data(), kRow} {
         std::iota(cells.begin(), cells.end(), 0);
         for (kernels::PixelBlock& block : px)
             for (std::uint32_t& p : block.p) {
-                const int mean = 20 + 40 * Random(0, clusters - 1);
+                const int mean = 20 + 40 * anyOf(0, clusters - 1);
                 p = 0;
-                for (int c = 0; c < 3; c++) p = p << 8 | static_cast<std::uint32_t>(mean + Random(-3, 3));
+                for (int c = 0; c < 3; c++) p = p << 8 | static_cast<std::uint32_t>(mean + anyOf(-3, 3));
             }
     }
 };
 
 void load(benchmark::State& state, const Table* table) {
     std::vector<unsigned char> rows(4 * 3 * kWidth);
-    for (unsigned char& v : rows) v = static_cast<unsigned char>(Random(0, 255));
+    for (unsigned char& v : rows) v = static_cast<unsigned char>(anyOf(0, 255));
     std::vector<kernels::PixelBlock> px(kRow);
     const PerPixel meter(state, kRow * kernels::kPixels);
     for (auto _ : state) {
@@ -100,7 +100,7 @@ void load(benchmark::State& state, const Table* table) {
 // Five lists around each cell, as inside a frame.
 void compare(benchmark::State& state, const Table* table, int clusters) {
     std::vector<kernels::PixelBlock> px(kRow);
-    for (kernels::PixelBlock& block : px) block = RandomPixels();
+    for (kernels::PixelBlock& block : px) block = randomPixels();
     kernels::CandidateList list;
     kernels::ListCandidates(randomSet(clusters), false, list);
     const std::vector<kernels::CandidateList> own(kRow, list), above(kRow + 1, list), below(kRow + 1, list);
@@ -136,7 +136,7 @@ void cluster(benchmark::State& state, const Table* table, int clusters) {
     const Cells cells(clusters);
     const PerPixel meter(state, kSamples);
     for (auto _ : state) {
-        table->cluster(cells.run, 60, false, random);
+        table->cluster(cells.run, 60, false, ::random);
         benchmark::ClobberMemory();
     }
 }
@@ -168,12 +168,12 @@ constexpr int kFrame = 320 * 240;  // measure and derive count per pixel of a fr
 
 std::vector<int> row(int n) {
     std::vector<int> v(static_cast<std::size_t>(n));
-    for (int& x : v) x = Random(-1000, 1000);
+    for (int& x : v) x = anyOf(-1000, 1000);
     return v;
 }
 
 void measure(benchmark::State& state, const Table* table) {
-    const std::vector<int> r = Row(kCells), g = Row(kCells), b = Row(kCells);
+    const std::vector<int> r = row(kCells), g = row(kCells), b = row(kCells);
     std::vector<double> diff(kCells);
     const PerPixel meter(state, kFrame);
     for (auto _ : state) {
@@ -185,7 +185,7 @@ void measure(benchmark::State& state, const Table* table) {
 }
 
 void derive(benchmark::State& state, const Table* table) {
-    const std::vector<int> u[3] = {Row(kRow), Row(kRow), Row(kRow)}, d[3] = {Row(kRow), Row(kRow), Row(kRow)};
+    const std::vector<int> u[3] = {row(kRow), row(kRow), row(kRow)}, d[3] = {row(kRow), row(kRow), row(kRow)};
     const int* const up[3] = {u[0].data(), u[1].data(), u[2].data()};
     const int* const down[3] = {d[0].data(), d[1].data(), d[2].data()};
     std::vector<double> squares(kRow);
@@ -201,16 +201,16 @@ void derive(benchmark::State& state, const Table* table) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    hertz = bench::MeasureClockHertz();
+    hertz = bench::measureClockHertz();
     for (const Table* const* t = kernels::Available(); *t != nullptr; t++) {
         const Table* table = *t;
         const auto name = [&](const char* kernel) { return std::string(kernel) + "/" + table->name; };
         benchmark::RegisterBenchmark(name("load").c_str(), load, table);
         for (const int n : {1, 3, 6}) {
             const std::string clusters = std::to_string(n) + (n == 1 ? " cluster" : " clusters");
-            benchmark::RegisterBenchmark(name(("compare, 5 lists of " + clusters).c_str()).c_str(), Compare, table, n);
-            benchmark::RegisterBenchmark(name(("cluster, " + clusters).c_str()).c_str(), Cluster, table, n);
-            benchmark::RegisterBenchmark(name(("maintain, " + clusters).c_str()).c_str(), Maintain, table, n);
+            benchmark::RegisterBenchmark(name(("compare, 5 lists of " + clusters).c_str()).c_str(), compare, table, n);
+            benchmark::RegisterBenchmark(name(("cluster, " + clusters).c_str()).c_str(), cluster, table, n);
+            benchmark::RegisterBenchmark(name(("maintain, " + clusters).c_str()).c_str(), maintain, table, n);
         }
         benchmark::RegisterBenchmark(name("maintain, 6 clusters, 1 merged, 1 opened").c_str(), merge, table);
         benchmark::RegisterBenchmark(name("sums").c_str(), sums, table);
