@@ -32,7 +32,8 @@ class Analytics : public testing::Test {
     }
 
     TestImage image{8, 8, Flat(0)};
-    ColorDiffTracker tracker{image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 10, MULTIPLE};
+    std::unique_ptr<ColorDiffTracker> owned = MakeTracker(COLOR, image, 10);
+    ColorDiffTracker& tracker = *owned;
 };
 
 std::string WithDocument(const std::string& timestamp, int seqnum, const std::string& document) {

@@ -17,8 +17,7 @@ class Running {
  public:
     explicit Running(int frames) : pixels(kRows * kCols * 3) {
         Paint(1);
-        tracker = std::make_unique<ColorDiffTracker>(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, kLearning,
-                                                     MULTIPLE);
+        tracker = MakeTracker(COLOR, image, kLearning);
         for (int frame = 2; frame <= frames; frame++) {
             Paint(frame);
             if (frame > kLearning) tracker->DetectForeground(image, frame, 0.25f, 0.5f, 1.0f, 2.0f);

@@ -24,8 +24,7 @@ class ObjectTable : public testing::Test {
 
     void SetUp() override {
         image.Fill(Flat(100));
-        tracker =
-            std::make_unique<ColorDiffTracker>(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 20, MULTIPLE);
+        tracker = MakeTracker(COLOR, image, 20);
         for (int f = 2; f <= 20; f++) tracker->UpdateBackground(image, true);
     }
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <optional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -58,8 +58,8 @@ auto Ground(std::vector<Patch> patches) {
     };
 }
 
-ColorDiffTracker SingleTracker(KsColorImage& first, bool debug = false) {
-    return ColorDiffTracker(first, 240, 480, 1.0, 4, 0.95, COLOR, debug, 500, 1200, 2, SINGLE);
+std::unique_ptr<ColorDiffTracker> SingleTracker(KsColorImage& first, bool debug = false) {
+    return MakeTracker(COLOR, first, 2, SINGLE, 4, debug);
 }
 
 void Detect(ColorDiffTracker& t, KsColorImage& frame, int number) {
@@ -109,7 +109,8 @@ const std::vector<SceneFrame>& SceneFrames() {
 TEST(SingleBackground, TrackerDetectsAgainstTheFirstFrameAndTracesIt) {
     TestImage first(48, 48, Ground({}));
     RedirectedStreams streams;
-    ColorDiffTracker tracker = SingleTracker(first, true);
+    const auto owned = SingleTracker(first, true);
+    ColorDiffTracker& tracker = *owned;
     int number = 2;
     for (const SceneFrame& f : SceneFrames()) {
         TestImage frame(48, 48, Ground(f.patches));
@@ -127,8 +128,7 @@ TEST(SingleBackground, TrackerDetectsAgainstTheFirstFrameAndTracesIt) {
 // Frame minus background, of the shared buffer as it is now: neither copied at the start nor changed by updates.
 TEST(SingleBackground, SharesTheFirstFramesBuffer) {
     TestImage first(48, 48, Ground({}));
-    std::optional<ColorDiffTracker> tracker;
-    tracker.emplace(first.image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 2, SINGLE);
+    std::unique_ptr<ColorDiffTracker> tracker = SingleTracker(first.image);
     EXPECT_EQ(tracker->B->IBkg.rawsrc, first.image.rawsrc);
     EXPECT_EQ(tracker->B->cd, nullptr);
     TestImage frame(48, 48, Ground({kA}));
@@ -147,7 +147,8 @@ TEST(SingleBackground, SharesTheFirstFramesBuffer) {
 
 TEST(SingleBackground, InfraredUsesTheFirstByteAlone) {
     TestImage first(24, 28, [](int, int) { return ColorValue{50, 99, 1}; });
-    ColorDiffTracker tracker(first, 120, 240, 1.0, 4, 0.99, IR, false, 150, 600, 2, SINGLE);
+    const auto owned = MakeTracker(IR, first, 2, SINGLE);
+    ColorDiffTracker& tracker = *owned;
     tracker.G->GreenD[4 * 28 + 8] = 5;
     TestImage frame(24, 28, [](int r, int c) {
         return r >= 4 && r <= 11 && c >= 8 && c <= 15 ? ColorValue{90, 0, 0} : ColorValue{50, 0, 0};
@@ -168,7 +169,8 @@ TEST(SingleBackground, InfraredUsesTheFirstByteAlone) {
 TEST(SingleBackground, UpdateDrawsForForegroundCells) {
     TestImage first(48, 48, Ground({})), frame(48, 48, Ground({kA, kB}));
     for (const bool all : {false, true}) {
-        ColorDiffTracker tracker = SingleTracker(first);
+        const auto owned = SingleTracker(first);
+        ColorDiffTracker& tracker = *owned;
         tracker.DetectForeground(frame, 2, 0.25f, 0.5f, 1.0f, 2.0f);
         tracker.G->bhist[3] = 99;
         tracker.UpdateBackground(frame, all);
@@ -185,7 +187,8 @@ TEST(SingleBackground, UpdateDrawsForForegroundCells) {
 
 TEST(Dumps, DetectionsDocument) {
     TestImage first(16, 16, Flat(0));
-    ColorDiffTracker tracker = SingleTracker(first);
+    const auto owned = SingleTracker(first);
+    ColorDiffTracker& tracker = *owned;
     tracker.t = 7;
     const std::string head = "<DETECTIONS>\n         <FRAME SEQ=\"7\">\n";
     const std::string foot = "         </FRAME>\n</DETECTIONS>\n";
@@ -228,7 +231,8 @@ TEST(Dumps, TablesOfCells) {
     TempDir dir;
     TestImage first(12, 12, Flat(0));
     for (const int size : {4, 6}) {  // the offset is 2 for both
-        ColorDiffTracker tracker(first, 240, 480, 1.0, size, 0.95, COLOR, false, 500, 1200, 2, MULTIPLE);
+        const auto owned = MakeTracker(COLOR, first, 2, MULTIPLE, size);
+        ColorDiffTracker& tracker = *owned;
         GridColorDiff& g = *tracker.G;
         const int k = g.cnum - 1;
         g.cd[k].Rx = -3, g.cd[k].Gx = 4, g.cd[k].Bx = -5, g.cd[k].Ry = 100, g.cd[k].Gy = -20, g.cd[k].By = 1;
@@ -253,8 +257,7 @@ TEST(Dumps, BackgroundAndImageAsGreyMap) {
     const std::string path = dir.path + "/map.pgm";
     TestImage image(2, 3, [](int r, int c) { return ColorValue{r * 100 + c * 11, 7, 8}; });
     for (const BackgroundType type : {MULTIPLE, SINGLE}) {
-        ColorDiffTracker tracker(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 2, type);
-        tracker.OutputBackgroundImage(path.c_str());
+        MakeTracker(COLOR, image, 2, type)->OutputBackgroundImage(path.c_str());
         EXPECT_EQ(Slurp(path), type == SINGLE ? "P2\n3 2\n255\n0 11 22 \n100 111 122 \n" : "");
         EXPECT_EQ(std::filesystem::exists(path), type == SINGLE);
     }
@@ -275,7 +278,8 @@ std::string Kept(const ContNode* node) {
 TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
     TestImage first(48, 48, Ground({}));
     RedirectedStreams streams;
-    ColorDiffTracker tracker = SingleTracker(first);
+    const auto owned = SingleTracker(first);
+    ColorDiffTracker& tracker = *owned;
     const auto clear = [&] {
         for (int i = 0; i < tracker.numobjects; i++)
             for (ContNode* n = tracker.Ob[tracker.usedob[i]].fnode; n != nullptr; n = n->link) n->keepnode = false;

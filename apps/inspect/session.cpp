@@ -31,7 +31,7 @@ Phase Session::Begin(KsColorImage frame, bool trace) {
     number_++;
     if (!HasPixels(frame_)) return phase_ = Phase::kNoPixels;
     if (tracker_ == nullptr) {
-        Build();
+        tracker_ = MakeTracker(settings_.type, frame_, settings_.parameters.bg_frames, settings_.background);
         return phase_ = Phase::kFirst;
     }
     const control& c = settings_.parameters;
@@ -49,16 +49,6 @@ void Session::End() {
     else
         Release(frame_);
     frame_.Detach();
-}
-
-// The constants of the analyzer's own set-up.
-void Session::Build() {
-    const int frames = settings_.parameters.bg_frames;
-    const BackgroundType background = settings_.background;
-    tracker_ = settings_.type == COLOR ? std::make_unique<ColorDiffTracker>(frame_, 240, 480, 1.0, 4, 0.95, COLOR,
-                                                                            false, 500, 1200, frames, background)
-                                       : std::make_unique<ColorDiffTracker>(frame_, 120, 240, 1.0, 4, 0.99, IR, false,
-                                                                            150, 600, frames, background);
 }
 
 }  // namespace fleifeisa::inspect

@@ -45,8 +45,6 @@ class Session {
     const Settings& Options() const { return settings_; }
 
  private:
-    void Build();
-
     Settings settings_;
     int number_ = 0;
     Phase phase_ = Phase::kNoPixels;

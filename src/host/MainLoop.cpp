@@ -195,10 +195,7 @@ void Analyzer::CheckControl() {
 }
 
 void Analyzer::BuildTracker() {
-    TD = CIr == COLOR ? std::make_unique<ColorDiffTracker>(Img, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200,
-                                                           NofBckgFrames, MULTIPLE)
-                      : std::make_unique<ColorDiffTracker>(Img, 120, 240, 1.0, 4, 0.99, IR, false, 150, 600,
-                                                           NofBckgFrames, MULTIPLE);
+    TD = MakeTracker(CIr, Img, NofBckgFrames);
 }
 
 // --- frames ---

@@ -96,5 +96,11 @@ class ColorDiffTracker {
     void TraceSummary() const;
 };
 
+// A tracker with the analyzer's own constants for this type of image, over the first frame that has pixels. NofBF is
+// the number of learning frames.
+std::unique_ptr<ColorDiffTracker> MakeTracker(ImageType type, KsColorImage& first, int NofBF,
+                                              BackgroundType BT = MULTIPLE, int cellsize = 4,
+                                              bool DEBUG_NODEBUG = false);
+
 // The reply to a detection frame without objects, also used while there is no tracker yet.
 void OutputEmptyAnalytics(const char* timestamp, int seqnum);

@@ -89,8 +89,7 @@ class Inside {
         current = pixels;
         image.KsReadImageMemory(current.data(), size.rows, size.cols);
         if (tracker == nullptr) {
-            tracker = std::make_unique<ColorDiffTracker>(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200,
-                                                         kLearning, MULTIPLE);
+            tracker = MakeTracker(COLOR, image, kLearning);
             return;
         }
         const bool detect = frame > kLearning && relearn == 0;

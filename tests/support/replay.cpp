@@ -7,17 +7,6 @@
 #include "host/Streaming.h"
 #include "support/protocol.h"
 
-namespace {
-
-std::unique_ptr<ColorDiffTracker> BuildTracker(KsColorImage& image, ImageType type, int bg_frames) {
-    return type == COLOR ? std::make_unique<ColorDiffTracker>(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200,
-                                                              bg_frames, MULTIPLE)
-                         : std::make_unique<ColorDiffTracker>(image, 120, 240, 1.0, 4, 0.99, IR, false, 150, 600,
-                                                              bg_frames, MULTIPLE);
-}
-
-}  // namespace
-
 void Replay(const std::string& requests, const ReplayOptions& options,
             const std::function<void(const ReplayedFrame&)>& show) {
     RedirectedStreams streams(requests);
@@ -31,7 +20,7 @@ void Replay(const std::string& requests, const ReplayOptions& options,
         frame++;
         FrameMode mode = FrameMode::kFirst;
         if (!tracker) {
-            tracker = BuildTracker(image, options.type, options.bg_frames);
+            tracker = MakeTracker(options.type, image, options.bg_frames);
             AckOK(message);
         } else {
             const bool learning = frame <= options.bg_frames;

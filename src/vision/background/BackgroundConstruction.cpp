@@ -45,7 +45,7 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
     cellsize = G->cellsize;
     cellsize_2 = G->cellsize_2;
     n = G->n;
-    cd.model = this;
+    cd = BackgroundCells(*this);
     own = std::make_unique<Storage>(*G, NofR, NofC);
     const int inum = (NofR + cellsize - 1) / cellsize, jnum = (NofC + cellsize - 1) / cellsize;
     map1 = CellMap(cellsize, 0, inum, jnum, 0, NofC);
