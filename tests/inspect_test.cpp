@@ -16,6 +16,7 @@
 #include "inspect/inspect.h"
 #include "inspect/page.h"
 #include "inspect/pictures.h"
+#include "support/captured.h"
 #include "support/images.h"
 #include "support/process.h"
 #include "support/protocol.h"
@@ -37,12 +38,11 @@ struct Outcome {
 Outcome Tool(std::vector<std::string> args) {
     std::vector<const char*> argv{"fleifeisa-inspect"};
     for (const std::string& a : args) argv.push_back(a.c_str());
-    std::ostringstream err;
-    RedirectedStreams streams;
-    std::streambuf* old = std::cerr.rdbuf(err.rdbuf());
+    CapturedOutput output;
+    testing::internal::CaptureStderr();
     const int status = fi::InspectMain(static_cast<int>(argv.size()), argv.data());
-    std::cerr.rdbuf(old);
-    return {status, streams.Take(), err.str()};
+    const std::string err = testing::internal::GetCapturedStderr();
+    return {status, output.Take(), err};
 }
 
 TEST(InspectFrames, Ranges) {
@@ -176,14 +176,14 @@ TEST(InspectPictures, AreInTheRightPlaces) {
         TestImage image(24, 32, [box](int r, int c) {
             return box && r >= 8 && r <= 15 && c >= 8 && c <= 15 ? ColorValue{250, 240, 230} : ColorValue{10, 20, 30};
         });
-        const fi::Phase phase = session.Begin(image.image);
+        const Phase phase = session.Begin(image.image);
         image.image.Detach();
         return phase;
     };
-    EXPECT_EQ(feed(false), fi::Phase::kFirst);
+    EXPECT_EQ(feed(false), Phase::kFirst);
     session.End();
-    const fi::Phase phase = feed(true);
-    ASSERT_EQ(phase, fi::Phase::kDetection);
+    const Phase phase = feed(true);
+    ASSERT_EQ(phase, Phase::kDetection);
     const fi::FrameFacts facts = fi::GatherFacts(session, phase, {});
     ASSERT_EQ(facts.objects.size(), 1u);
     EXPECT_EQ(facts.objects[0].x, 4);

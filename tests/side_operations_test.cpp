@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "support/captured.h"
 #include "support/images.h"
 #include "support/process.h"
-#include "support/protocol.h"
 #include "tracker/kscolortracker.h"
 
 namespace {
@@ -108,21 +108,21 @@ const std::vector<SceneFrame>& SceneFrames() {
 
 TEST(SingleBackground, TrackerDetectsAgainstTheFirstFrameAndTracesIt) {
     TestImage first(48, 48, Ground({}));
-    RedirectedStreams streams;
+    CapturedOutput output;
     const auto owned = SingleTracker(first, true);
     ColorDiffTracker& tracker = *owned;
     int number = 2;
     for (const SceneFrame& f : SceneFrames()) {
         TestImage frame(48, 48, Ground(f.patches));
         Detect(tracker, frame, number);
-        EXPECT_EQ(streams.Take(), f.trace) << "frame " << number;
+        EXPECT_EQ(output.Take(), f.trace) << "frame " << number;
         EXPECT_DOUBLE_EQ(tracker.clt, f.clt) << "frame " << number;
         EXPECT_DOUBLE_EQ(tracker.cht, f.cht) << "frame " << number;
         number++;
     }
     tracker.DEBUG = false;
     Detect(tracker, first, number);
-    EXPECT_EQ(streams.Take(), "");
+    EXPECT_EQ(output.Take(), "");
 }
 
 // Frame minus background, of the shared buffer as it is now: neither copied at the start nor changed by updates.
@@ -277,7 +277,7 @@ std::string Kept(const ContNode* node) {
 
 TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
     TestImage first(48, 48, Ground({}));
-    RedirectedStreams streams;
+    CapturedOutput output;
     const auto owned = SingleTracker(first);
     ColorDiffTracker& tracker = *owned;
     const auto clear = [&] {
@@ -290,7 +290,7 @@ TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
         TestImage frame(48, 48, Ground({number == 7 ? kA : kMovedA, kB}));
         Detect(tracker, frame, number);
     }
-    EXPECT_EQ(streams.Take(), "");
+    EXPECT_EQ(output.Take(), "");
     ASSERT_EQ(tracker.numobjects, 4);
 
     std::map<int, std::string> expected;  // by cell
@@ -310,11 +310,11 @@ TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
     clear();
     tracker.ScoreImage(first);
     EXPECT_EQ(marked(), expected);
-    EXPECT_EQ(streams.Take(), "");
+    EXPECT_EQ(output.Take(), "");
     clear();
     tracker.ScoreImageEdges(first);
     EXPECT_EQ(marked(), expected);
-    EXPECT_EQ(streams.Take(), "pob = 2         2\npob = 3         3\n");
+    EXPECT_EQ(output.Take(), "pob = 2         2\npob = 3         3\n");
 }
 
 // --- brightness ---

@@ -1,6 +1,9 @@
 #include "host/FileFrames.h"
 
 #include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
@@ -32,7 +35,7 @@ void FileFrames::LoadLive(KsColorImage& img) {
     if (!image.error.empty()) std::cerr << image.error << std::endl;
 }
 
-FileFrames::Result FileFrames::Next(KsColorImage& img, int number, int rows, int cols) {
+FrameInput::Result FileFrames::Next(KsColorImage& img, streamin& message, const FrameCycle& cycle) {
     if (live != nullptr) {
         LoadLive(img);
     } else {
@@ -40,13 +43,19 @@ FileFrames::Result FileFrames::Next(KsColorImage& img, int number, int rows, int
         const bool found = NextName(name);
         if (names.bad()) {
             std::cerr << "The list of images cannot be read to its end." << std::endl;
-            return kUnreadableList;
+            return kFailed;
         }
         if (!found) return kEnd;
         img.KsReadImageFile((path + name).c_str());
     }
-    if (rows > 0 && img.raw) CheckSize(img, number, rows, cols);
-    return kFrame;
+    const int number = cycle.Number() + 1;
+    if (cycle.Tracker() != nullptr && img.raw)
+        CheckSize(img, number, cycle.Tracker()->G->NofR, cycle.Tracker()->G->NofC);
+    char text[80];
+    std::snprintf(text, sizeof text, "%d", static_cast<int>(std::time(nullptr)));
+    message.timestamp = strdup(text);
+    message.sequence_num = number;
+    return FrameInput::kFrame;
 }
 
 void FileFrames::CheckSize(KsColorImage& img, int number, int rows, int cols) {

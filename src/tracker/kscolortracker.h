@@ -4,7 +4,7 @@
 // DetectForeground, then UpdateBackground(frame, false), then OutputAnalyticsXML.
 #pragma once
 
-#include <iosfwd>
+#include <iostream>
 #include <memory>
 
 #include "vision/kshistograms.h"
@@ -64,9 +64,9 @@ class ColorDiffTracker {
     void ChooseBestFive();
 
     // --- replies and dumps ---
-    // The reply to a detection frame on standard output: headers, then one XML document if anything is reported.
+    // The reply to a detection frame: headers, then one XML document if anything is reported.
     // Clears the reportit of what it reports. timestamp is written verbatim; a null one fails the stream.
-    void OutputAnalyticsXML(int& devid, char* timestamp, int& seqnum, int& analyzerid);
+    void OutputAnalyticsXML(int& devid, char* timestamp, int& seqnum, int& analyzerid, std::ostream& out = std::cout);
     // A detections document of the current frame; clears reportit likewise.
     void OutputXML(std::ostream& fout);
     // Writes the background image of a SINGLE model.
@@ -103,4 +103,4 @@ std::unique_ptr<ColorDiffTracker> MakeTracker(ImageType type, KsColorImage& firs
                                               bool DEBUG_NODEBUG = false);
 
 // The reply to a detection frame without objects, also used while there is no tracker yet.
-void OutputEmptyAnalytics(const char* timestamp, int seqnum);
+void OutputEmptyAnalytics(const char* timestamp, int seqnum, std::ostream& out = std::cout);

@@ -1,8 +1,6 @@
 // Requests and expected replies of the frame protocol, byte for byte.
 #pragma once
 
-#include <iostream>
-#include <sstream>
 #include <string>
 
 inline const std::string kStartup = "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\n\r\n";
@@ -42,34 +40,3 @@ inline std::string HeaderError(const std::string& text, const std::string& times
     return "ANALYTICS.CARTRIDGE\r\nStatus: ERROR\r\nStatus-text: << " + text + "\r\nTimestamp: " + timestamp +
            "\r\nSequence-Number: " + std::to_string(seq) + "\r\n\r\n";
 }
-
-// While it lives, std::cin reads the given bytes and std::cout writes into a text.
-class RedirectedStreams {
- public:
-    explicit RedirectedStreams(const std::string& input = "")
-        : in(input), old_in(std::cin.rdbuf(in.rdbuf())), old_out(std::cout.rdbuf(out.rdbuf())) {
-        std::cin.clear();
-        std::cout.clear();
-    }
-    ~RedirectedStreams() {
-        std::cin.rdbuf(old_in);
-        std::cout.rdbuf(old_out);
-        std::cin.clear();
-        std::cout.clear();
-    }
-    RedirectedStreams(const RedirectedStreams&) = delete;
-    RedirectedStreams& operator=(const RedirectedStreams&) = delete;
-
-    // What was written since the latest call.
-    std::string Take() {
-        std::string text = out.str();
-        out.str("");
-        return text;
-    }
-
- private:
-    std::istringstream in;
-    std::ostringstream out;
-    std::streambuf* old_in;
-    std::streambuf* old_out;
-};

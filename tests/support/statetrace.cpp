@@ -112,13 +112,13 @@ void StateHash::Doubles(const double* v, std::size_t n) {
 }
 
 std::string TraceBlock(const ReplayedFrame& frame) {
-    static const char* const kModes[] = {"first", "learn", "detect"};
+    static const char* const kModes[] = {"none", "first", "learn", "detect"};
     const GridColorDiff& g = *frame.tracker.G;
     const int pixels = g.NofR * g.NofC;
     int per_count[KsBackgroundCell::kMaxClusters + 1] = {};
     const StateHash background = OfBackground(*frame.tracker.B, per_count);
     std::string text = Text("frame %d mode %s size %dx%d cells %d\n", frame.number,
-                            kModes[static_cast<int>(frame.mode)], g.NofC, g.NofR, g.cnum) +
+                            kModes[static_cast<int>(frame.phase)], g.NofC, g.NofR, g.cnum) +
                        Thresholds(frame.tracker);
     text += "fnv RedD=" + Hex(OfInts(g.RedD, pixels)) + " GreenD=" + Hex(OfInts(g.GreenD, pixels)) +
             " BlueD=" + Hex(OfInts(g.BlueD, pixels)) + "\n";
@@ -126,7 +126,7 @@ std::string TraceBlock(const ReplayedFrame& frame) {
             " der_conf=" + Hex(OfDoubles(g.der_conf, g.cnum)) + " label=" + Hex(OfInts(g.label, g.cnum)) + "\n";
     text += "fnv bg=" + Hex(background) + " nclusters";
     for (const int count : per_count) text += Text(" %d", count);
-    return text + "\n" + (frame.mode == FrameMode::kDetect ? Records(frame.tracker) : "");
+    return text + "\n" + (frame.phase == Phase::kDetection ? Records(frame.tracker) : "");
 }
 
 std::string GoldenLine(const ReplayedFrame& frame) {
@@ -141,7 +141,7 @@ std::string GoldenLine(const ReplayedFrame& frame) {
     labels.Ints(g.label, cells);
     records.Bytes(Records(frame.tracker));
     reply.Bytes(frame.reply);
-    std::string line = Text("%d %c", frame.number, "fld"[static_cast<int>(frame.mode)]);
+    std::string line = Text("%d %c", frame.number, "nfld"[static_cast<int>(frame.phase)]);
     for (const StateHash& h :
          {counters, differences, confidences, labels, OfBackground(*frame.tracker.B, per_count), records, reply})
         line += Text(" %08x", static_cast<unsigned>(h.value ^ h.value >> 32));
