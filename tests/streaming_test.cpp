@@ -137,6 +137,7 @@ TEST(StreamIo, BodyAndImageOfDifferentLength) {
             EXPECT_EQ(image.rawsrc[i], i < 12 ? kPixels[static_cast<std::size_t>(i)] : 0) << height << " " << i;
         EXPECT_EQ(out.str(), "");
         image.KsFreeImageMemory();
+        EXPECT_TRUE(image.raw && image.NofR == height && image.NofC == 2) << "released, not detached";
     }
 }
 

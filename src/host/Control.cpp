@@ -24,7 +24,7 @@ void SetFloat(control& c, const char* v) {
 }
 
 // Deliberate: the value's delimiters alternate. With the quote alone, the value runs from the opening to the closing
-// quote and may hold blanks and brackets, where the conversion then stops.
+// quote and may hold blanks and brackets, where the conversion then stops (Control.FileTable).
 struct Key {
     const char* name;  // a prefix of the token
     void (*set)(control&, const char*);

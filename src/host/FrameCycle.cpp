@@ -25,7 +25,7 @@ void FrameCycle::End(KsColorImage& Img) {
 }
 
 // Deliberate: also on the frame on which relearning has just run out, although that one was only learned. A plain
-// answer counts down once more, so relearning takes two a frame (MainLoop.ControlFileChange).
+// answer counts down once more, so relearning takes two a frame (MainLoop.RelearningAfterAControlFileChange).
 void FrameCycle::Answer(std::ostream& out, streamin& message, int devid, int analyzerid) {
     if (frame > 1 && frame > NofBckgFrames && relearn_time == 0) {
         if (TD != nullptr)

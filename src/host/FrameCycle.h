@@ -38,7 +38,7 @@ class FrameCycle {
     // Writes the reply to the frame. Call it once between two frames, or never.
     void Answer(std::ostream& out, streamin& message, int devid, int analyzerid);
     // The coming frames are learnt. Deliberate: half as many as the number says, since frames and plain answers both
-    // count (MainLoop.ControlFileChange).
+    // count (MainLoop.RelearningAfterAControlFileChange).
     void Relearn(int count) { relearn_time = count; }
 
     int Number() const { return frame; }                    // of the latest frame

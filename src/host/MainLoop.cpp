@@ -77,7 +77,7 @@ class Analyzer {
     Mode mode = kStored;
     const char* type_text = "";
     std::string name_path, list_name;
-    std::string out_file, out_file_tmp;  // Deliberate: prepared, and nothing is written there (MainLoop.StartUpReplies)
+    std::string out_file, out_file_tmp;  // the device's documents: prepared, and nothing is written there
     ImageType CIr = COLOR;
     std::unique_ptr<ControlFile> control_file;
     FileFrames files;  // of the file modes
@@ -110,7 +110,7 @@ void Analyzer::ParseArguments(int argc, char** argv) {
 
 // False where the run ends here, with `status`.
 bool Analyzer::StartUp(int& status) {
-    srand48(0);  // Deliberate: a constant seed for a generator that nothing draws from (by inspection)
+    srand48(0);  // a constant seed; nothing draws from this generator
     control_file->Changed();
     if (!updateControl(devid, &c)) {
         if (mode != kStreaming) {

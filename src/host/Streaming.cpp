@@ -62,7 +62,7 @@ bool IsKey(const char* name, const char* key) {
 }
 
 // The keys are prefixes of the name, and the first that matches wins. Deliberate: "Status" stands before "Status-text"
-// and takes its lines; the value lands in status.
+// and takes its lines; the value lands in status (StreamIo.MessageTable).
 void ReadHeader(char* line, Headers& h, streamin& s) {
     char* rest = nullptr;
     const char* name = strtok_r(line, ": ", &rest);
@@ -178,7 +178,7 @@ streamin StreamIO(KsColorImage* Img, std::istream& in, std::ostream& out) {
     char line[kLine] = "";
     in.getline(line, kLine);
     if (std::strncmp(line, kProtocol, sizeof kProtocol - 1) != 0) {
-        // Deliberate: the text names another word than the protocol's.
+        // Deliberate: the text names another word than the protocol's (MainLoop.MessagesWithoutAFrameDoNotCount).
         if (!(std::strlen(line) == 1 && std::isblank(static_cast<unsigned char>(line[0]))))
             out << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: Unknown command " << line
                 << ", expecting ANALYZER.CARTRIDGE\r\n\r\n";

@@ -10,7 +10,7 @@
 struct streamin {
     int sequence_num;   // 0 when absent
     char* status;       // value of Status, and of Status-text
-    char* status_text;  // Deliberate: never set, see the header table in Streaming.cpp
+    char* status_text;  // Deliberate: never set (StreamIo.MessageTable), see ReadHeader
     char* timestamp;    // verbatim, with its leading blank
     int ret_status;     // StreamCode
 };

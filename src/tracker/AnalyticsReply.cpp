@@ -24,7 +24,7 @@ void AppendObject(std::string& outxml, int devid, int analyzerid, const Object& 
     outxml += text;
     outxml += "<SHAPE>\n";
     // Deliberate: the vertices that the polygonal approximation kept are walked and written into the buffer, but not
-    // into the document; every SHAPE is empty (Analytics.DocumentOfTheFramesRecords).
+    // into the document; every SHAPE is empty (Analytics.OneObjectOnce).
     int dot = 0;
     for (const ContNode* node = ob.fnode; node != nullptr && node->link != nullptr; node = node->link)
         if (node->keepnode)

@@ -32,7 +32,7 @@ class ColorDiffTracker {
     int lt, ht;               // floors of clt and cht
     double clt, cht;          // thresholds of the colour confidence; adapt from frame to frame
     int dlt, dht;             // thresholds of the derivative confidence
-    double maxdist;           // Deliberate: declared, not set from the constructor's argument
+    double maxdist;           // Deliberate: not set from the constructor's argument (ObjectTable.MeasuresOfARecord)
     GridColorDiff* G;         // owned
     int t;                    // frame number of the latest DetectForeground, 0 before the first
     Object* Ob;               // kMaxObjects cells, owned; untouched cells cost no memory
@@ -60,7 +60,7 @@ class ColorDiffTracker {
     // Releases records whose id was last seen more than the record's own numframes ago, or which are over 25 frames
     // old.
     void CleanObjectList(int framenum);
-    // Deliberate: marks every record of the frame for reporting, not five.
+    // Deliberate: marks every record of the frame for reporting, not five (Golden.StateAfterEveryFrame).
     void ChooseBestFive();
 
     // --- replies and dumps ---

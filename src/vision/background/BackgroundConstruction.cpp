@@ -56,7 +56,8 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
         own->records[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
     }
     // Deliberate: the colour form for IR models too. Their samples are (R, 0, 0), and the squared distance meets the
-    // plain threshold, so cells that are full at once split more readily here than in later frames.
+    // plain threshold, so cells that are full at once split more readily here than in later frames
+    // (Background.FramesAgainstNaiveModel).
     if (cnum > 0) Gather(CI, nullptr, Action::kClusterAsColor);
 }
 

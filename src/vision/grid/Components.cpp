@@ -61,7 +61,7 @@ void GridColorDiff::ConnectedComponents() {
         if (maxconf < 1.0) {
             // Deliberate: the cells of a dropped component lose their confidence, so that later stages do not take
             // them for foreground; its number is used again. Another flood from one of them would stay among them and
-            // be dropped likewise, so they are left out of the rest of the scan.
+            // be dropped likewise, so they are left out of the rest of the scan (Components.AgainstPlainLabelling).
             for (; dropped < end; dropped++) {
                 label[cells[dropped]] = kDropped;
                 conf[cells[dropped]] = 0.0;

@@ -26,11 +26,12 @@ void Adapt(double& threshold, double fresh, double floor) {
 void GridColorDiff::AdaptThresholds(double total, double squares, double& clt, double& cht, double ltmin, double htmin,
                                     double low, double high) const {
     const double m = total / cnum;
-    // Deliberate: the squares are divided by one less than the mean is. A grid of one cell divides by zero here: its
-    // thresholds become infinite or no number, and the comparisons behind take them as they are.
+    // Deliberate: the squares are divided by one less than the mean is (Confidence.MixedDivisors). A grid of one cell
+    // divides by zero here: its thresholds become infinite or no number, and the comparisons behind take them as they
+    // are.
     const double s = std::sqrt(squares / (cnum - 1) - m * m);
     const double ltnew = m + s * low;
-    const double htnew = ltnew + s * high;  // Deliberate: stacked on the low threshold
+    const double htnew = ltnew + s * high;  // Deliberate: stacked on the low threshold (Confidence.MixedDivisors)
     Adapt(clt, ltnew, ltmin);
     Adapt(cht, htnew, htmin);
 }

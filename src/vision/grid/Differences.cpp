@@ -21,7 +21,8 @@ void GridColorDiff::SubtractBackground(const KsColorImage& CI, const KsColorImag
     std::size_t i = 0;
     for (int r = 0; r < NofR; r++) {
         for (int c = 0; c < NofC; c++, i++) {
-            // Deliberate: frame minus background here, cluster minus frame for MULTIPLE.
+            // Deliberate: frame minus background here, cluster minus frame for MULTIPLE
+            // (Background.SingleModelDrawsAndHistogram).
             RedD[i] = static_cast<std::int16_t>(CI.Red(r, c) - bkg.Red(r, c));
             if (CIr != COLOR) continue;
             GreenD[i] = static_cast<std::int16_t>(CI.Green(r, c) - bkg.Green(r, c));
@@ -126,7 +127,7 @@ void GridColorDiff::SumQuadrants() {
 void GridColorDiff::SumPixels() {
     const std::int16_t* const planes[3] = {RedD, GreenD, BlueD};
     std::vector<int>* const sums[3] = {&own->red, &own->green, &own->blue};
-    for (int channel = 0; channel < (CIr == COLOR ? 3 : 1); channel++) {  // Deliberate: the others are never written
+    for (int channel = 0; channel < (CIr == COLOR ? 3 : 1); channel++) {  // IR has no others
         for (int k = 0; k < cnum; k++) {
             int sum = 0;
             ForEachPixel(Box(k), NofR, NofC, [&](int r, int c) {

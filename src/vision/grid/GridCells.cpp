@@ -40,7 +40,7 @@ void GridColorDiff::PublishDifferences(int k) {
     const auto i = static_cast<std::size_t>(k);
     KsCellDiff& cell = own->cd[k];
     cell.RedDiff = own->red[i];
-    if (CIr != COLOR) return;  // Deliberate: neither cleared nor written
+    if (CIr != COLOR) return;  // Deliberate: neither cleared nor written (Differences.SumsOverTheCellsPixels)
     cell.GreenDiff = own->green[i];
     cell.BlueDiff = own->blue[i];
 }
@@ -58,7 +58,8 @@ void GridColorDiff::AdoptDifferences() {
 
 void GridColorDiff::PublishSums(int k) {
     const bool shifted = k >= cnum_2;
-    if (shifted && !own->updated) return;  // Deliberate: shifted cells get no sums before the first update
+    // Deliberate: shifted cells get no sums before the first update (Grid.BoxesNeighboursAndSums).
+    if (shifted && !own->updated) return;
     int sum[4] = {};
     for (int i = 0; i < 4; i++) {
         // A shifted cell consists of the inner quadrants of the four main cells around it.

@@ -51,7 +51,8 @@ class KsCellDiff {
     int GetMaxC() const { return maxc; }
     // Sums each channel over the cell's pixels inside the frame.
     void AddAll(KsColorImage& CI);
-    // The same for the first byte alone. Deliberate: sum.G and sum.B stay as they were.
+    // The same for the first byte alone. Deliberate: sum.G and sum.B stay as they were
+    // (Grid.SumOfOneChannelLeavesTheOthers).
     void AddAllGray(KsColorImage& CI);
 };
 
@@ -120,7 +121,8 @@ class GridColorDiff {
     // changes a record between two stages changes what the next one sees.
     //
     // Per pixel, the signed difference to the background B: nearest cluster minus frame for MULTIPLE, frame minus
-    // background for SINGLE. Deliberate: a pixel for which no cluster qualifies keeps its earlier value.
+    // background for SINGLE. Deliberate: a pixel for which no cluster qualifies keeps its earlier value
+    // (Differences.UnmatchedPixelsKeepTheirValue).
     void ComputeDifferences(KsColorImage& CI, BackgroundModel* B);
     // Per cell, the signed sums of the pixel differences of its box. The first call after ComputeDifferences over a
     // MULTIPLE background adds up the sums that this one left behind; every other call reads the pixels.
@@ -176,7 +178,7 @@ class GridColorDiff {
 
     // --- brightness comparison ---
     void ImageBrightnessHistogram(KsColorImage& CI);
-    // Deliberate: a declared hook without effect.
+    // Deliberate: a declared hook without effect (Grid.TablesHistogramAndPool).
     void HistogramEqualisation(KsColorImage& CI);
     // Maps the frame's brightness levels onto the background's (lut), remaps chist and sets Equalise where the mean
     // cumulative difference per pixel is below one. Call after ImageBrightnessHistogram.
