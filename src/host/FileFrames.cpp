@@ -16,16 +16,16 @@ constexpr int kLongestName = 4096;  // bytes; longer ones cannot be opened anywa
 
 bool FileFrames::OpenList(const std::string& list, const std::string& name_path) {
     path = name_path;
-    names.open(list);
+    fnames.open(list);
     std::error_code ignored;
-    return names && !std::filesystem::is_directory(list, ignored);
+    return fnames && !std::filesystem::is_directory(list, ignored);
 }
 
 // False at the end of the list. What exceeds the longest name is cut off.
 bool FileFrames::NextName(std::string& name) {
-    names >> std::setw(kLongestName) >> name;
+    fnames >> std::setw(kLongestName) >> name;
     if (static_cast<int>(name.size()) == kLongestName)
-        while (names.good() && std::isspace(names.peek()) == 0) names.ignore();
+        while (fnames.good() && std::isspace(fnames.peek()) == 0) fnames.ignore();
     return !name.empty();
 }
 
@@ -41,7 +41,7 @@ FrameInput::Result FileFrames::Next(KsColorImage& img, streamin& message, const 
     } else {
         std::string name;
         const bool found = NextName(name);
-        if (names.bad()) {
+        if (fnames.bad()) {
             std::cerr << "The list of images cannot be read to its end." << std::endl;
             return kFailed;
         }

@@ -28,7 +28,7 @@ class FileFrames : public FrameInput {
     void LoadLive(KsColorImage& img);
     void CheckSize(KsColorImage& img, int number, int rows, int cols);
 
-    std::ifstream names;
+    std::ifstream fnames;
     std::string path;                // in front of the names
     std::unique_ptr<LiveFile> live;  // null with a list
     int odd_rows = 0, odd_cols = 0;  // size that was complained about, since the latest frame of the right size

@@ -175,21 +175,21 @@ bool TruncatedBody() {
 streamin StreamIO(KsColorImage* Img, std::istream& in, std::ostream& out) {
     truncated_body = false;
     streamin s{};
-    char line[kLine] = "";
-    in.getline(line, kLine);
-    if (std::strncmp(line, kProtocol, sizeof kProtocol - 1) != 0) {
+    char msgbuf[kLine] = "";
+    in.getline(msgbuf, kLine);
+    if (std::strncmp(msgbuf, kProtocol, sizeof kProtocol - 1) != 0) {
         // Deliberate: the text names another word than the protocol's (MainLoop.MessagesWithoutAFrameDoNotCount).
-        if (!(std::strlen(line) == 1 && std::isblank(static_cast<unsigned char>(line[0]))))
-            out << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: Unknown command " << line
+        if (!(std::strlen(msgbuf) == 1 && std::isblank(static_cast<unsigned char>(msgbuf[0]))))
+            out << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: Unknown command " << msgbuf
                 << ", expecting ANALYZER.CARTRIDGE\r\n\r\n";
         return s;
     }
 
     Headers h;
     for (;;) {
-        in.getline(line, kLine);
-        if (!HasLetter(line)) break;
-        ReadHeader(line, h, s);
+        in.getline(msgbuf, kLine);
+        if (!HasLetter(msgbuf)) break;
+        ReadHeader(msgbuf, h, s);
     }
     if (h.Contains("SHUTDOWN")) s.ret_status = kShutdown;
     if (h.Contains("RECONFIGURE")) s.ret_status = kReconfigure;

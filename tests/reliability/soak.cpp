@@ -60,9 +60,9 @@ double Busy(const std::string& pid) {
     return (user + kernel) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-class ControlFile {
+class ChangingControl {
  public:
-    ControlFile() {
+    ChangingControl() {
         setenv("FLEIFEISA_ROOT", root.path.c_str(), 1);
         Change(0);
     }
@@ -192,7 +192,7 @@ class Through {
 };
 
 template <class Run>
-int Soak(Run& run, const ControlFile& control_file, Size size, std::int64_t frames) {
+int Soak(Run& run, const ChangingControl& control_file, Size size, std::int64_t frames) {
     CrowdScene scene(size.rows, size.cols);
     const std::int64_t part = std::max<std::int64_t>(frames / 20, 1);
     const std::int64_t warm = std::max(frames / 5, kWarmUp);
@@ -230,7 +230,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);
-    const ControlFile control_file;
+    const ChangingControl control_file;
     if (inside) {
         Inside run(size);
         return Soak(run, control_file, size, frames);
