@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/compare/CpuClock.h"
+#include "bench/compare/cpu_clock.h"
 #include "vision/background/backgroundmodel.h"
 #include "vision/kernels/kernels.h"
 
@@ -20,36 +20,36 @@ using kernels::Table;
 double hertz;
 std::mt19937 generator(1);
 
-int Random(int low, int high) {
+int random(int low, int high) {
     return std::uniform_int_distribution<int>(low, high)(generator);
 }
 
 // Counts the cycles of the loop behind its construction.
 class PerPixel {
  public:
-    PerPixel(benchmark::State& s, int n) : state(s), pixels(n), begin(bench::ThreadSeconds()) {}
+    PerPixel(benchmark::State& s, int n) : state_(s), pixels_(n), begin(bench::ThreadSeconds()) {}
     ~PerPixel() {
         const double cycles = (bench::ThreadSeconds() - begin) * hertz;
         state.counters["cycles/px"] = cycles / static_cast<double>(pixels) / static_cast<double>(state.iterations());
-        state.SetItemsProcessed(state.iterations() * pixels);
+        state_.SetItemsProcessed(state_.iterations() * pixels_);
     }
     PerPixel(const PerPixel&) = delete;
     PerPixel& operator=(const PerPixel&) = delete;
 
  private:
-    benchmark::State& state;
-    int pixels;
-    double begin;
+    benchmark::State& state_;
+    int pixels_;
+    double begin_;
 };
 
-kernels::PixelBlock RandomPixels() {
+kernels::PixelBlock randomPixels() {
     kernels::PixelBlock px;
     for (std::uint32_t& p : px.p) p = static_cast<std::uint32_t>(Random(0, 0xffffff));
     return px;
 }
 
 // Clusters 40 apart.
-kernels::ClusterSet RandomSet(int clusters) {
+kernels::ClusterSet randomSet(int clusters) {
     kernels::ClusterSet set{};
     set.n = static_cast<std::int16_t>(clusters);
     for (int j = 0; j < clusters; j++) {
@@ -86,7 +86,7 @@ struct Cells {
     }
 };
 
-void Load(benchmark::State& state, const Table* table) {
+void load(benchmark::State& state, const Table* table) {
     std::vector<unsigned char> rows(4 * 3 * kWidth);
     for (unsigned char& v : rows) v = static_cast<unsigned char>(Random(0, 255));
     std::vector<kernels::PixelBlock> px(kRow);
@@ -98,11 +98,11 @@ void Load(benchmark::State& state, const Table* table) {
 }
 
 // Five lists around each cell, as inside a frame.
-void Compare(benchmark::State& state, const Table* table, int clusters) {
+void compare(benchmark::State& state, const Table* table, int clusters) {
     std::vector<kernels::PixelBlock> px(kRow);
     for (kernels::PixelBlock& block : px) block = RandomPixels();
     kernels::CandidateList list;
-    kernels::ListCandidates(RandomSet(clusters), false, list);
+    kernels::ListCandidates(randomSet(clusters), false, list);
     const std::vector<kernels::CandidateList> own(kRow, list), above(kRow + 1, list), below(kRow + 1, list);
     std::vector<std::int16_t> red(4 * kWidth), green(4 * kWidth), blue(4 * kWidth);
     std::vector<std::int16_t> sums(3 * 4 * kRow);
@@ -119,8 +119,8 @@ void Compare(benchmark::State& state, const Table* table, int clusters) {
     }
 }
 
-void Sums(benchmark::State& state, const Table* table) {
-    const kernels::PixelBlock px = RandomPixels();
+void sums(benchmark::State& state, const Table* table) {
+    const kernels::PixelBlock px = randomPixels();
     kernels::QuadrantSums q;
     const PerPixel meter(state, kernels::kPixels);
     for (auto _ : state) {
@@ -132,7 +132,7 @@ void Sums(benchmark::State& state, const Table* table) {
 constexpr int kSamples = kRow * kernels::kFrames * kernels::kPixels;
 
 // Per sample; the first clustering.
-void Cluster(benchmark::State& state, const Table* table, int clusters) {
+void cluster(benchmark::State& state, const Table* table, int clusters) {
     const Cells cells(clusters);
     const PerPixel meter(state, kSamples);
     for (auto _ : state) {
@@ -142,7 +142,7 @@ void Cluster(benchmark::State& state, const Table* table, int clusters) {
 }
 
 // Per sample. The samples stay near the clusters, so that none is opened.
-void Maintain(benchmark::State& state, const Table* table, int clusters) {
+void maintain(benchmark::State& state, const Table* table, int clusters) {
     const Cells cells(clusters);
     const PerPixel meter(state, kSamples);
     for (auto _ : state) {
@@ -152,7 +152,7 @@ void Maintain(benchmark::State& state, const Table* table, int clusters) {
 }
 
 // Per sample, with two of six clusters merged and one opened each time; includes a copy of the sets.
-void Merge(benchmark::State& state, const Table* table) {
+void merge(benchmark::State& state, const Table* table) {
     Cells cells(kernels::kClusters);
     const std::vector<kernels::ClusterSet> start = cells.sets;
     for (int j = 0; j < kRow; j++) cells.px[static_cast<std::size_t>(2 * kRow + j)].p[5] = 0xff0000;
@@ -166,13 +166,13 @@ void Merge(benchmark::State& state, const Table* table) {
 
 constexpr int kFrame = 320 * 240;  // measure and derive count per pixel of a frame
 
-std::vector<int> Row(int n) {
+std::vector<int> row(int n) {
     std::vector<int> v(static_cast<std::size_t>(n));
     for (int& x : v) x = Random(-1000, 1000);
     return v;
 }
 
-void Measure(benchmark::State& state, const Table* table) {
+void measure(benchmark::State& state, const Table* table) {
     const std::vector<int> r = Row(kCells), g = Row(kCells), b = Row(kCells);
     std::vector<double> diff(kCells);
     const PerPixel meter(state, kFrame);
@@ -184,7 +184,7 @@ void Measure(benchmark::State& state, const Table* table) {
     }
 }
 
-void Derive(benchmark::State& state, const Table* table) {
+void derive(benchmark::State& state, const Table* table) {
     const std::vector<int> u[3] = {Row(kRow), Row(kRow), Row(kRow)}, d[3] = {Row(kRow), Row(kRow), Row(kRow)};
     const int* const up[3] = {u[0].data(), u[1].data(), u[2].data()};
     const int* const down[3] = {d[0].data(), d[1].data(), d[2].data()};
@@ -205,17 +205,17 @@ int main(int argc, char** argv) {
     for (const Table* const* t = kernels::Available(); *t != nullptr; t++) {
         const Table* table = *t;
         const auto name = [&](const char* kernel) { return std::string(kernel) + "/" + table->name; };
-        benchmark::RegisterBenchmark(name("load").c_str(), Load, table);
+        benchmark::RegisterBenchmark(name("load").c_str(), load, table);
         for (const int n : {1, 3, 6}) {
             const std::string clusters = std::to_string(n) + (n == 1 ? " cluster" : " clusters");
             benchmark::RegisterBenchmark(name(("compare, 5 lists of " + clusters).c_str()).c_str(), Compare, table, n);
             benchmark::RegisterBenchmark(name(("cluster, " + clusters).c_str()).c_str(), Cluster, table, n);
             benchmark::RegisterBenchmark(name(("maintain, " + clusters).c_str()).c_str(), Maintain, table, n);
         }
-        benchmark::RegisterBenchmark(name("maintain, 6 clusters, 1 merged, 1 opened").c_str(), Merge, table);
-        benchmark::RegisterBenchmark(name("sums").c_str(), Sums, table);
-        benchmark::RegisterBenchmark(name("measure").c_str(), Measure, table);
-        benchmark::RegisterBenchmark(name("derive").c_str(), Derive, table);
+        benchmark::RegisterBenchmark(name("maintain, 6 clusters, 1 merged, 1 opened").c_str(), merge, table);
+        benchmark::RegisterBenchmark(name("sums").c_str(), sums, table);
+        benchmark::RegisterBenchmark(name("measure").c_str(), measure, table);
+        benchmark::RegisterBenchmark(name("derive").c_str(), derive, table);
     }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 64;

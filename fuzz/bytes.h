@@ -10,28 +10,28 @@
 // Takes values from the front of the input; behind its end everything is zero.
 class Bytes {
  public:
-    Bytes(const std::uint8_t* data, std::size_t size) : at(data), left(size) {}
+    Bytes(const std::uint8_t* data, std::size_t size) : at_(data), left_(size) {}
 
-    bool Empty() const { return left == 0; }
-    int Byte() {
-        if (left == 0) return 0;
-        left--;
-        return *at++;
+    bool empty() const { return left_ == 0; }
+    int byte() {
+        if (left_ == 0) return 0;
+        left_--;
+        return *at_++;
     }
     // lo .. hi, hi - lo < 256
-    int Within(int lo, int hi) { return lo + Byte() % (hi - lo + 1); }
+    int within(int lo, int hi) { return lo + byte() % (hi - lo + 1); }
     // Up to `size` bytes.
-    std::string Text(std::size_t size) {
-        size = size < left ? size : left;
-        std::string text(reinterpret_cast<const char*>(at), size);
-        at += size;
-        left -= size;
+    std::string text(std::size_t size) {
+        size = size < left_ ? size : left_;
+        std::string text(reinterpret_cast<const char*>(at_), size);
+        at_ += size;
+        left_ -= size;
         return text;
     }
 
  private:
-    const std::uint8_t* at;
-    std::size_t left;
+    const std::uint8_t* at_;
+    std::size_t left_;
 };
 
 // Ends the process, so that the fuzzer keeps the input.

@@ -2,24 +2,24 @@
 
 #include <cstdlib>
 
-int NaiveCell::Distance(const std::array<int, 3>& a, const std::array<int, 3>& b) const {
+int NaiveCell::distance(const std::array<int, 3>& a, const std::array<int, 3>& b) const {
     if (gray) return a[0] > b[0] ? a[0] - b[0] : b[0] - a[0];
     int sum = 0;
     for (std::size_t c = 0; c < 3; c++) sum += (a[c] - b[c]) * (a[c] - b[c]);
     return sum;
 }
 
-int NaiveCell::Nearest(const std::array<int, 3>& sample) const {
+int NaiveCell::nearest(const std::array<int, 3>& sample) const {
     int best = 0;
     for (int j = 0; j < count; j++)
-        if (Distance(sample, clusters[static_cast<std::size_t>(j)].mean) <
-            Distance(sample, clusters[static_cast<std::size_t>(best)].mean))
+        if (distance(sample, clusters[static_cast<std::size_t>(j)].mean) <
+            distance(sample, clusters[static_cast<std::size_t>(best)].mean))
             best = j;
     return best;
 }
 
-void NaiveCell::SetMean(NaiveCluster& c, int over) const {
-    for (int ch = 0; ch < Channels(); ch++) {
+void NaiveCell::setMean(NaiveCluster& c, int over) const {
+    for (int ch = 0; ch < channels(); ch++) {
         const auto i = static_cast<std::size_t>(ch);
         c.mean[i] = (c.sum[i] + over / 2) / over;
     }
@@ -27,7 +27,7 @@ void NaiveCell::SetMean(NaiveCluster& c, int over) const {
 
 // --- first clustering ---
 
-void NaiveCell::PickCenters() {
+void NaiveCell::pickCenters() {
     const auto n = static_cast<std::size_t>(count);
     for (bool again = true; again;) {
         std::vector<long> picked;
@@ -39,58 +39,58 @@ void NaiveCell::PickCenters() {
         }
         again = false;
         for (std::size_t j = 0; j < n; j++) {
-            for (int ch = 0; ch < Channels(); ch++)
+            for (int ch = 0; ch < channels(); ch++)
                 clusters[j].mean[static_cast<std::size_t>(ch)] =
                     samples[static_cast<std::size_t>(picked[j])][static_cast<std::size_t>(ch)];
-            for (std::size_t i = 0; i < j; i++) again = again || Distance(clusters[i].mean, clusters[j].mean) == 0;
+            for (std::size_t i = 0; i < j; i++) again = again || distance(clusters[i].mean, clusters[j].mean) == 0;
         }
     }
 }
 
 // One attempt with `count` clusters. False where a cluster came out empty.
-bool NaiveCell::Attempt(std::vector<int>& previous) {
-    PickCenters();
+bool NaiveCell::attempt(std::vector<int>& previous) {
+    pickCenters();
     for (int numiter = 16; numiter > 0; numiter--) {
         std::vector<int> now;
-        farthest = 0;
+        farthest_ = 0;
         for (const auto& s : samples) {
-            now.push_back(Nearest(s));
-            const int d = Distance(s, clusters[static_cast<std::size_t>(now.back())].mean);
-            if (d > farthest) farthest = d;
+            now.push_back(nearest(s));
+            const int d = distance(s, clusters[static_cast<std::size_t>(now.back())].mean);
+            if (d > farthest_) farthest_ = d;
         }
         if (now == previous) return true;
         previous = now;
         bool empty = false;
         for (int j = 0; j < count; j++) {
             NaiveCluster& c = clusters[static_cast<std::size_t>(j)];
-            for (int ch = 0; ch < Channels(); ch++) c.sum[static_cast<std::size_t>(ch)] = 0;
+            for (int ch = 0; ch < channels(); ch++) c.sum[static_cast<std::size_t>(ch)] = 0;
             c.support = 0;
             for (std::size_t i = 0; i < samples.size(); i++) {
                 if (now[i] != j) continue;
                 c.support++;
-                for (int ch = 0; ch < Channels(); ch++)
+                for (int ch = 0; ch < channels(); ch++)
                     c.sum[static_cast<std::size_t>(ch)] += samples[i][static_cast<std::size_t>(ch)];
             }
             if (c.support == 0)
                 empty = true;
             else
-                SetMean(c, c.support);
+                setMean(c, c.support);
         }
         if (empty) return false;
     }
     return true;
 }
 
-void NaiveCell::Cluster(int maxdist) {
+void NaiveCell::cluster(int maxdist) {
     const int ns = static_cast<int>(samples.size());
     NaiveCluster all = clusters[0];
-    for (int ch = 0; ch < Channels(); ch++) all.sum[static_cast<std::size_t>(ch)] = 0;
+    for (int ch = 0; ch < channels(); ch++) all.sum[static_cast<std::size_t>(ch)] = 0;
     for (const auto& s : samples)
-        for (int ch = 0; ch < Channels(); ch++)
+        for (int ch = 0; ch < channels(); ch++)
             all.sum[static_cast<std::size_t>(ch)] += s[static_cast<std::size_t>(ch)];
-    SetMean(all, ns);
+    setMean(all, ns);
     bool close = true;
-    for (const auto& s : samples) close = close && Distance(s, all.mean) <= maxdist;
+    for (const auto& s : samples) close = close && distance(s, all.mean) <= maxdist;
     if (close) {
         count = 1;
         clusters[0] = all;
@@ -101,12 +101,12 @@ void NaiveCell::Cluster(int maxdist) {
 
     std::vector<int> previous(samples.size(), 0);
     count = 2;
-    const bool first = Attempt(previous);
-    const bool two_accepted = first && farthest <= maxdist;
-    for (bool good = first; !good;) good = Attempt(previous);
+    const bool first = attempt(previous);
+    const bool two_accepted = first && farthest_ <= maxdist;
+    for (bool good = first; !good;) good = attempt(previous);
     if (!two_accepted) {
         count = 3;
-        while (!Attempt(previous)) {
+        while (!attempt(previous)) {
         }
     }
     samples.clear();
@@ -114,9 +114,9 @@ void NaiveCell::Cluster(int maxdist) {
 
 // --- maintenance ---
 
-void NaiveCell::Remove(int j) {
+void NaiveCell::remove(int j) {
     clusters[static_cast<std::size_t>(j)].support = clusters[static_cast<std::size_t>(count) - 1].support;
-    for (int ch = 0; ch < Channels(); ch++) {
+    for (int ch = 0; ch < channels(); ch++) {
         const auto i = static_cast<std::size_t>(ch);
         clusters[static_cast<std::size_t>(j)].mean[i] = clusters[static_cast<std::size_t>(count) - 1].mean[i];
         clusters[static_cast<std::size_t>(j)].sum[i] = clusters[static_cast<std::size_t>(count) - 1].sum[i];
@@ -124,22 +124,22 @@ void NaiveCell::Remove(int j) {
     count--;
 }
 
-void NaiveCell::Update(int maxdist) {
+void NaiveCell::update(int maxdist) {
     for (int round = 0; round < 3; round++) {
         int dmax = 0;
         std::size_t worst = 0;
         for (std::size_t i = 0; i < samples.size(); i++) {
-            const int d = Distance(samples[i], clusters[static_cast<std::size_t>(Nearest(samples[i]))].mean);
+            const int d = distance(samples[i], clusters[static_cast<std::size_t>(nearest(samples[i]))].mean);
             if (d > dmax) {
                 dmax = d;
                 worst = i;
             }
         }
         if (dmax <= maxdist) break;
-        if (count == 6) Merge(dmax);
+        if (count == 6) merge(dmax);
         if (count == 6) break;
         NaiveCluster& fresh = clusters[static_cast<std::size_t>(count++)];
-        for (int ch = 0; ch < Channels(); ch++) {
+        for (int ch = 0; ch < channels(); ch++) {
             const auto i = static_cast<std::size_t>(ch);
             fresh.mean[i] = fresh.sum[i] = samples[worst][i];
         }
@@ -150,11 +150,11 @@ void NaiveCell::Update(int maxdist) {
 
     for (int j = 0; j < count; j++) added[static_cast<std::size_t>(j)] = 0;
     std::vector<std::size_t> owner;
-    for (const auto& s : samples) owner.push_back(static_cast<std::size_t>(Nearest(s)));
+    for (const auto& s : samples) owner.push_back(static_cast<std::size_t>(nearest(s)));
     for (std::size_t i = 0; i < samples.size(); i++) {
         NaiveCluster& c = clusters[owner[i]];
         const bool full = c.support >= 512;
-        for (int ch = 0; ch < Channels(); ch++) {
+        for (int ch = 0; ch < channels(); ch++) {
             const auto x = static_cast<std::size_t>(ch);
             c.sum[x] += samples[i][x] - (full ? c.mean[x] : 0);
         }
@@ -162,18 +162,18 @@ void NaiveCell::Update(int maxdist) {
         added[owner[i]]++;
     }
     for (int j = 0; j < count; j++) {
-        while (j < count && clusters[static_cast<std::size_t>(j)].support == 0) Remove(j);
-        if (j < count) SetMean(clusters[static_cast<std::size_t>(j)], clusters[static_cast<std::size_t>(j)].support);
+        while (j < count && clusters[static_cast<std::size_t>(j)].support == 0) remove(j);
+        if (j < count) setMean(clusters[static_cast<std::size_t>(j)], clusters[static_cast<std::size_t>(j)].support);
     }
     samples.clear();
 }
 
-void NaiveCell::Merge(int maxdist) {
+void NaiveCell::merge(int maxdist) {
     int into = -1, from = -1, closest = maxdist;
     for (int i = 0; i < count; i++)
         for (int j = i + 1; j < count; j++) {
             const int d =
-                Distance(clusters[static_cast<std::size_t>(i)].mean, clusters[static_cast<std::size_t>(j)].mean);
+                distance(clusters[static_cast<std::size_t>(i)].mean, clusters[static_cast<std::size_t>(j)].mean);
             if (d < closest) {
                 closest = d;
                 into = i;
@@ -183,27 +183,27 @@ void NaiveCell::Merge(int maxdist) {
     if (into < 0) return;
     NaiveCluster& c = clusters[static_cast<std::size_t>(into)];
     const NaiveCluster& other = clusters[static_cast<std::size_t>(from)];
-    for (int ch = 0; ch < Channels(); ch++)
+    for (int ch = 0; ch < channels(); ch++)
         c.sum[static_cast<std::size_t>(ch)] += other.sum[static_cast<std::size_t>(ch)];
     c.support += other.support;
-    SetMean(c, c.support);
-    for (int ch = 0; ch < Channels() && c.support > 512; ch++)
+    setMean(c, c.support);
+    for (int ch = 0; ch < channels() && c.support > 512; ch++)
         c.sum[static_cast<std::size_t>(ch)] += c.mean[static_cast<std::size_t>(ch)] * (512 - c.support);
     if (c.support > 512) c.support = 512;
-    Remove(from);
+    remove(from);
 }
 
-void NaiveCell::Forget() {
+void NaiveCell::forget() {
     for (int j = 0; j < count;) {
         NaiveCluster& c = clusters[static_cast<std::size_t>(j)];
         const int gained = added[static_cast<std::size_t>(j)];
         if (c.support <= 511 && gained <= 1) {
             const int step = gained - 2;
             c.support += step;
-            for (int ch = 0; ch < Channels(); ch++)
+            for (int ch = 0; ch < channels(); ch++)
                 c.sum[static_cast<std::size_t>(ch)] += c.mean[static_cast<std::size_t>(ch)] * step;
             if (c.support <= 0) {
-                Remove(j);
+                remove(j);
                 continue;
             }
         }

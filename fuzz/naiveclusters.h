@@ -16,10 +16,10 @@ class NaiveCell {
     // that are not used stay as they are.
     explicit NaiveCell(bool gray_in) : gray(gray_in) {}
 
-    void Cluster(int maxdist);  // requires at least one sample
-    void Update(int maxdist);
-    void Merge(int maxdist);
-    void Forget();
+    void cluster(int maxdist);  // requires at least one sample
+    void update(int maxdist);
+    void merge(int maxdist);
+    void forget();
 
     bool gray;
     std::vector<std::array<int, 3>> samples;
@@ -28,12 +28,12 @@ class NaiveCell {
     std::array<int, 6> added{};
 
  private:
-    int farthest = 0;  // of any sample from its centre, in the latest pass of an attempt
-    int Distance(const std::array<int, 3>& a, const std::array<int, 3>& b) const;
-    int Channels() const { return gray ? 1 : 3; }
-    int Nearest(const std::array<int, 3>& sample) const;
-    bool Attempt(std::vector<int>& previous);
-    void PickCenters();
-    void SetMean(NaiveCluster& c, int over) const;
-    void Remove(int j);
+    int farthest_ = 0;  // of any sample from its centre, in the latest pass of an attempt
+    int distance(const std::array<int, 3>& a, const std::array<int, 3>& b) const;
+    int channels() const { return gray ? 1 : 3; }
+    int nearest(const std::array<int, 3>& sample) const;
+    bool attempt(std::vector<int>& previous);
+    void pickCenters();
+    void setMean(NaiveCluster& c, int over) const;
+    void remove(int j);
 };

@@ -36,23 +36,23 @@ struct Part {
 
 class ChangingControl {
  public:
-    void Change(const Part& part) {
+    void change(const Part& part) {
         const std::string path = ControlPath(3);
         if (part.remove) {
             std::filesystem::remove(path);
             return;
         }
         std::ofstream(path, std::ios::binary) << part.settings;
-        const timespec times[2] = {{++stamp, 0}, {stamp, 0}};  // modification times count in whole seconds
+        const timespec times[2] = {{++stamp_, 0}, {stamp_, 0}};  // modification times count in whole seconds
         utimensat(AT_FDCWD, path.c_str(), times, 0);
     }
 
  private:
-    TempRoot root{3};
-    time_t stamp = 1000000000;
+    TempRoot root_{3};
+    time_t stamp_ = 1000000000;
 };
 
-ChangingControl& TheControlFile() {
+ChangingControl& theControlFile() {
     static ChangingControl file;
     return file;
 }
@@ -61,34 +61,34 @@ ChangingControl& TheControlFile() {
 
 class Feed : public std::streambuf {
  public:
-    explicit Feed(std::vector<Part>& p) : parts(p) {}
+    explicit Feed(std::vector<Part>& p) : parts_(p) {}
 
  protected:
     int_type underflow() override {
         while (gptr() == egptr()) {
-            if (next > 0 && parts[next - 1].change) TheControlFile().Change(parts[next - 1]);
-            if (next == parts.size()) return traits_type::eof();
-            std::string& bytes = parts[next++].bytes;
+            if (next_ > 0 && parts_[next_ - 1].change) theControlFile().change(parts_[next_ - 1]);
+            if (next_ == parts_.size()) return traits_type::eof();
+            std::string& bytes = parts_[next_++].bytes;
             setg(bytes.data(), bytes.data(), bytes.data() + bytes.size());
         }
         return traits_type::to_int_type(*gptr());
     }
 
  private:
-    std::vector<Part>& parts;
-    std::size_t next = 0;
+    std::vector<Part>& parts_;
+    std::size_t next_ = 0;
 };
 
 // --- the stream ---
 
 class Script {
  public:
-    explicit Script(Bytes& input) : in(input) {
-        type = in.Byte() % 5;
-        width = in.Within(1, 40);
-        height = in.Within(1, 40);
-        Setting(std::to_string(in.Within(0, 12)));
-        while (!in.Empty() && frames < kMaxFrames) Directive();
+    explicit Script(Bytes& input) : in_(input) {
+        type = in_.byte() % 5;
+        width_ = in_.within(1, 40);
+        height_ = in_.within(1, 40);
+        setting(std::to_string(in_.within(0, 12)));
+        while (!in_.empty() && frames < kMaxFrames) directive();
     }
 
     std::vector<Part> parts{1};  // the first one only sets the control file up
@@ -97,45 +97,45 @@ class Script {
     int expected_replies = 1;  // where it holds none
 
  private:
-    void Directive() {
-        const int what = in.Byte();
-        if (what < 24) return Raw(in.Text(static_cast<std::size_t>(in.Byte())));
-        if (what < 40) return Setting(std::to_string(in.Byte() - 5));
-        if (what < 48) return Change(in.Text(static_cast<std::size_t>(in.Byte())));
-        if (what < 52) return Remove();
-        if (what < 56) return Command();
+    void directive() {
+        const int what = in_.byte();
+        if (what < 24) return junk(in_.text(static_cast<std::size_t>(in_.byte())));
+        if (what < 40) return setting(std::to_string(in_.byte() - 5));
+        if (what < 48) return change(in_.text(static_cast<std::size_t>(in_.byte())));
+        if (what < 52) return remove();
+        if (what < 56) return command();
         const int count = what < 160 ? 1 : what % 12 + 1;
-        Blob blob{in.Byte(), in.Byte(), in.Byte(), in.Byte()};
-        for (int i = 0; i < count; i++, blob.x++) Frame(blob, count == 1 ? what % 16 : 0);
+        Blob blob{in_.byte(), in_.byte(), in_.byte(), in_.byte()};
+        for (int i = 0; i < count; i++, blob.x++) frame(blob, count == 1 ? what % 16 : 0);
     }
 
     struct Blob {
         int x, y, size, level;
     };
 
-    void Raw(const std::string& text) {
+    void junk(const std::string& text) {
         raw = true;
         parts.push_back({text, false, false, ""});
     }
-    void Command() { parts.push_back({"ANALYTICS.CARTRIDGE\r\nCommand: RECONFIGURE\r\n\r\n", false, false, ""}); }
-    void Setting(const std::string& frames_text) {
-        Change("<param name=\"-bgframes\" value=\"" + frames_text + "\"/>\n");
+    void command() { parts.push_back({"ANALYTICS.CARTRIDGE\r\nCommand: RECONFIGURE\r\n\r\n", false, false, ""}); }
+    void setting(const std::string& frames_text) {
+        change("<param name=\"-bgframes\" value=\"" + frames_text + "\"/>\n");
     }
-    void Change(const std::string& text) {
+    void change(const std::string& text) {
         parts.back().change = true;
         parts.back().remove = false;
         parts.back().settings = text;
     }
-    void Remove() {
-        Change("");
+    void remove() {
+        change("");
         parts.back().remove = true;
     }
 
     // Variant 1 sends a short body, 2 a long one, 3 another size, 4 no pixels; the others are sound.
-    void Frame(const Blob& blob, int variant) {
+    void frame(const Blob& blob, int variant) {
         frames++;
         expected_replies++;
-        const int w = variant == 3 ? width + 1 : variant == 4 ? 0 : width, h = height;
+        const int w = variant == 3 ? width_ + 1 : variant == 4 ? 0 : width_, h = height_;
         std::string body;
         for (int r = 0; r < h; r++)
             for (int c = 0; c < w; c++) {
@@ -146,27 +146,29 @@ class Script {
             }
         if (variant == 1) body.resize(body.size() / 2 + 1);
         if (variant == 2 || variant == 4) body += "more";
-        parts.push_back({FrameMessage(w, h, body, std::to_string(frames), frames), false, false, ""});
+        parts.push_back({frameMessage(w, h, body, std::to_string(frames), frames), false, false, ""});
     }
 
-    Bytes& in;
-    int width, height;
+    Bytes& in_;
+    int width_, height_;
 };
 
 // Announced images of many million pixels are legal and only slow; they are no work for a fuzzer.
-bool AnnouncesLargeImage(const std::vector<Part>& parts) {
+bool announcesLargeImage(const std::vector<Part>& parts) {
     std::string text;
     for (const Part& p : parts)
         for (const char c : p.bytes) text += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     for (const char* key : {"image-width", "image-height"})
         for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
             const std::size_t digits = text.find_first_of("0123456789", at);
-            if (digits != std::string::npos && digits < at + 64 && std::atoll(text.c_str() + digits) > 300) return true;
+            if (digits != std::string::npos && digits < at + 64 &&
+                std::strtoll(text.c_str() + digits, nullptr, 10) > 300)
+                return true;
         }
     return false;
 }
 
-int CountReplies(const std::string& output) {
+int countReplies(const std::string& output) {
     int count = 0;
     constexpr char kStart[] = "ANALYTICS.CARTRIDGE\r\nStatus: ";
     for (std::size_t at = output.find(kStart); at != std::string::npos; at = output.find(kStart, at + 1)) count++;
@@ -176,11 +178,11 @@ int CountReplies(const std::string& output) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    ChangingControl& control_file = TheControlFile();
+    ChangingControl& control_file = theControlFile();
     Bytes in(data, size);
     Script script(in);
-    if (AnnouncesLargeImage(script.parts)) return 0;
-    control_file.Change(script.parts[0]);
+    if (announcesLargeImage(script.parts)) return 0;
+    control_file.change(script.parts[0]);
     const bool missing = script.parts[0].remove;
     script.parts[0].change = false;
 
@@ -196,7 +198,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FUZZ_CHECK(status == 0 || status == 1, "status %d", status);
     if (!script.raw) {
         const int expected = script.expected_replies + (script.type == 4 ? 1 : 0) + (missing ? 1 : 0);
-        const int replies = CountReplies(output.str());
+        const int replies = countReplies(output.str());
         FUZZ_CHECK(status == 0, "status %d", status);
         FUZZ_CHECK(replies == expected, "%d replies, not %d", replies, expected);
     }

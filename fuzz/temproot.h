@@ -14,16 +14,16 @@
 class TempRoot {
  public:
     explicit TempRoot(int devid) {
-        path = access("/dev/shm", W_OK) == 0 ? "/dev/shm/fleifeisa-fuzz-XXXXXX" : "/tmp/fleifeisa-fuzz-XXXXXX";
-        FUZZ_CHECK(mkdtemp(path.data()) != nullptr, "no temporary directory");
-        setenv("FLEIFEISA_ROOT", path.c_str(), 1);
+        path_ = access("/dev/shm", W_OK) == 0 ? "/dev/shm/fleifeisa-fuzz-XXXXXX" : "/tmp/fleifeisa-fuzz-XXXXXX";
+        FUZZ_CHECK(mkdtemp(path_.data()) != nullptr, "no temporary directory");
+        setenv("FLEIFEISA_ROOT", path_.c_str(), 1);
         setenv("FLEIFEISA_SANDBOX", "off", 1);  // a fuzzer goes on opening files
         std::filesystem::create_directories(std::filesystem::path(ControlPath(devid)).parent_path());
     }
-    ~TempRoot() { std::filesystem::remove_all(path); }
+    ~TempRoot() { std::filesystem::remove_all(path_); }
     TempRoot(const TempRoot&) = delete;
     TempRoot& operator=(const TempRoot&) = delete;
 
  private:
-    std::string path;
+    std::string path_;
 };

@@ -12,7 +12,7 @@ namespace {
 
 class Analytics : public testing::Test {
  protected:
-    void Add(int cell, int framenum, int id, bool reportit, int minr, int maxr, int minc, int maxc, int area) {
+    void add(int cell, int framenum, int id, bool reportit, int minr, int maxr, int minc, int maxc, int area) {
         Object& o = tracker.Ob[cell];
         o.framenum = framenum;
         o.id = id;
@@ -27,19 +27,19 @@ class Analytics : public testing::Test {
         tracker.usedob[tracker.numobjects++] = cell;
     }
 
-    std::string Reply(const std::string& timestamp, int seqnum, int devid = 3, int analyzerid = 5) {
+    std::string reply(const std::string& timestamp, int seqnum, int devid = 3, int analyzerid = 5) {
         std::ostringstream out;
         std::string text = timestamp;
         tracker.OutputAnalyticsXML(devid, text.data(), seqnum, analyzerid, out);
         return out.str();
     }
 
-    TestImage image{8, 8, Flat(0)};
+    TestImage image{8, 8, flat(0)};
     std::unique_ptr<ColorDiffTracker> owned = MakeTracker(COLOR, image, 10);
     ColorDiffTracker& tracker = *owned;
 };
 
-std::string WithDocument(const std::string& timestamp, int seqnum, const std::string& document) {
+std::string withDocument(const std::string& timestamp, int seqnum, const std::string& document) {
     return "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nContent-Length: " + std::to_string(document.size()) +
            "\r\nContent-Type: text/xml \r\nTimestamp:" + timestamp + "\r\nSequence-Number: " + std::to_string(seqnum) +
            "\r\n\r\n" + document;
@@ -47,29 +47,29 @@ std::string WithDocument(const std::string& timestamp, int seqnum, const std::st
 
 TEST_F(Analytics, OneObjectOnce) {
     tracker.t = 40;
-    EXPECT_EQ(Reply(" 1300000000", 17), EmptyAnalytics(" 1300000000", 17));
-    Add(2, 40, 12, true, 16, 63, 40, 63, 706);
-    EXPECT_EQ(Reply(" 1300000000", 17),
-              WithDocument(" 1300000000", 17,
+    EXPECT_EQ(reply(" 1300000000", 17), emptyAnalytics(" 1300000000", 17));
+    add(2, 40, 12, true, 16, 63, 40, 63, 706);
+    EXPECT_EQ(reply(" 1300000000", 17),
+              withDocument(" 1300000000", 17,
                            "<ANALYTICS>\n<FRAME DEVID=\"3\" TIMESTAMP=\" 1300000000\" SEQ=\"17\"/>\n"
                            "<TRACKING ANALYZERID=\"5\"><OBJECT OID=\"3.5.12\">\n"
                            "<BOX X=\"52\" Y=\"40\" W=\"24\" H=\"48\" DENS=\"61\"/>\n<SHAPE>\n</SHAPE>\n</OBJECT>"
                            "</TRACKING>\n</ANALYTICS>\n"));
     for (const ContNode* q = tracker.Ob[2].fnode; q != nullptr; q = q->link) EXPECT_TRUE(q->keepnode) << "a rectangle";
     EXPECT_FALSE(tracker.Ob[2].reportit);
-    EXPECT_EQ(Reply("", -1), EmptyAnalytics("", -1)) << "reported once";
+    EXPECT_EQ(reply("", -1), emptyAnalytics("", -1)) << "reported once";
 }
 
 TEST_F(Analytics, OnlyMarkedRecordsOfTheFrameInTableOrder) {
     tracker.t = 40;
-    Add(7, 40, 1, true, 0, 2, 0, 2, 1);
-    Add(3, 39, 2, true, 0, 2, 0, 2, 1);
-    Add(5, 40, 3, false, 0, 2, 0, 2, 1);
-    Add(1, 40, 0, true, 5, 5, 6, 6, 1);
+    add(7, 40, 1, true, 0, 2, 0, 2, 1);
+    add(3, 39, 2, true, 0, 2, 0, 2, 1);
+    add(5, 40, 3, false, 0, 2, 0, 2, 1);
+    add(1, 40, 0, true, 5, 5, 6, 6, 1);
     tracker.usedob[tracker.numobjects++] = 1;  // a cell that stands twice is reported once
     const std::string long_timestamp(300, '8');
-    EXPECT_EQ(Reply(long_timestamp, 2147483647, -4, 0),
-              WithDocument(long_timestamp, 2147483647,
+    EXPECT_EQ(reply(long_timestamp, 2147483647, -4, 0),
+              withDocument(long_timestamp, 2147483647,
                            "<ANALYTICS>\n<FRAME DEVID=\"-4\" TIMESTAMP=\"" + long_timestamp +
                                "\" SEQ=\"2147483647\"/>\n<TRACKING ANALYZERID=\"0\"><OBJECT OID=\"-4.0.1\">\n"
                                "<BOX X=\"1\" Y=\"1\" W=\"3\" H=\"3\" DENS=\"11\"/>\n<SHAPE>\n</SHAPE>\n</OBJECT>"
@@ -86,9 +86,9 @@ TEST_F(Analytics, Density) {
     for (const auto& c : cases) {
         tracker.t++;
         tracker.numobjects = 0;
-        Add(0, tracker.t, 1, true, 0, c[0] - 1, 0, c[1] - 1, c[2]);
-        const std::string reply = Reply("", 1);
-        EXPECT_NE(reply.find("DENS=\"" + std::to_string(c[3]) + "\""), std::string::npos) << c[2] << ": " << reply;
+        add(0, tracker.t, 1, true, 0, c[0] - 1, 0, c[1] - 1, c[2]);
+        const std::string answer = reply("", 1);
+        EXPECT_NE(answer.find("DENS=\"" + std::to_string(c[3]) + "\""), std::string::npos) << c[2] << ": " << answer;
     }
 }
 

@@ -23,11 +23,11 @@ class SlowTable {
     int splits = 0, takeovers = 0, orphans = 0, shared = 0, twins = 0, refused = 0;
 
     // Associates the components that the grid has found in a frame.
-    void Frame(const GridColorDiff& g, int frame) {
-        Clean(frame);
+    void frame(const GridColorDiff& g, int frame) {
+        clean(frame);
         for (int label = 1; label <= g.numlabel; label++) {
             if (!(g.labelconf[label] > 0.1)) continue;
-            const int k = Take(frame);
+            const int k = take(frame);
             if (k < 0) {
                 refused++;
                 continue;
@@ -35,17 +35,17 @@ class SlowTable {
             Record& r = cells[static_cast<std::size_t>(k)];
             r.framenum = frame;
             r.label = label;
-            r.area = AreaOf(g, label);
-            Associate(r, ParentOf(g, label), frame);
+            r.area = areaOf(g, label);
+            associate(r, parentOf(g, label), frame);
             if (next > ColorDiffTracker::kMaxId) next = 1;
         }
     }
 
-    static int AreaOf(const GridColorDiff& g, int label) {
+    static int areaOf(const GridColorDiff& g, int label) {
         std::set<std::pair<int, int>> pixels;
         for (int k = 0; k < g.cnum; k++) {
             if (g.label[k] != label) continue;
-            const RasterPlace at = PlaceOf(g, k);
+            const RasterPlace at = placeOf(g, k);
             for (int r = at.row * 2; r < std::min(at.row * 2 + 4, g.NofR); r++)
                 for (int c = at.col * 2; c < std::min(at.col * 2 + 4, g.NofC); c++) pixels.insert({r, c});
         }
@@ -53,34 +53,34 @@ class SlowTable {
     }
 
  private:
-    Record& Used(std::size_t i) { return cells[static_cast<std::size_t>(used[i])]; }
+    Record& record(std::size_t i) { return cells[static_cast<std::size_t>(used[i])]; }
 
-    void Release(std::size_t i) {
-        Used(i).id = 0;
+    void release(std::size_t i) {
+        record(i).id = 0;
         used[i] = used.back();
         used.pop_back();
     }
 
-    void Clean(int frame) {
+    void clean(int frame) {
         std::map<int, int> newest;
         for (const int k : used) {
             const Record& r = cells[static_cast<std::size_t>(k)];
             newest[r.id] = std::max(newest.count(r.id) != 0 ? newest[r.id] : r.framenum, r.framenum);
         }
         for (std::size_t i = 0; i < used.size();) {
-            const Record& r = Used(i);
+            const Record& r = record(i);
             const int last = newest.count(r.id) != 0 ? newest[r.id] : r.framenum;
             if (last + r.numframes < frame || frame > r.framenum + ColorDiffTracker::kMaxAge)
-                Release(i);
+                release(i);
             else
                 i++;
         }
     }
 
-    int Take(int frame) {
+    int take(int frame) {
         for (std::size_t i = 0; i < used.size();) {
-            if (Used(i).framenum + ColorDiffTracker::kMaxAge < frame)
-                Release(i);
+            if (record(i).framenum + ColorDiffTracker::kMaxAge < frame)
+                release(i);
             else
                 i++;
         }
@@ -94,7 +94,7 @@ class SlowTable {
     }
 
     // The earlier label with most cells, the one met first on a tie; 0 for none.
-    static int ParentOf(const GridColorDiff& g, int label) {
+    static int parentOf(const GridColorDiff& g, int label) {
         std::vector<std::pair<int, int>> counts;
         for (int k = 0; k < g.cnum; k++) {
             if (g.label[k] != label || g.prevlabel[k] == 0) continue;
@@ -110,26 +110,26 @@ class SlowTable {
     }
 
     template <class F>
-    Record* Find(F matches) {
+    Record* find(F matches) {
         for (std::size_t i = 0; i + 1 < used.size(); i++)
-            if (matches(Used(i))) return &Used(i);
+            if (matches(record(i))) return &record(i);
         return nullptr;
     }
 
-    void Associate(Record& r, int parent_label, int frame) {
+    void associate(Record& r, int parent_label, int frame) {
         if (parent_label == 0) {
             r.id = next++;
             r.numframes = 1;
             return;
         }
-        Record* parent = Find([&](const Record& o) { return o.framenum == frame - 1 && o.label == parent_label; });
+        Record* parent = find([&](const Record& o) { return o.framenum == frame - 1 && o.label == parent_label; });
         orphans += parent == nullptr;
         if (parent == nullptr) parent = &r;
         const int id = parent->id, numframes = parent->numframes + 1;
         int holders = 0;
-        Find([&](const Record& o) { return holders += o.framenum == frame && o.id == id && &o != &r, false; });
+        find([&](const Record& o) { return holders += o.framenum == frame && o.id == id && &o != &r, false; });
         twins += holders > 1;
-        Record* rival = Find([&](const Record& o) { return o.framenum == frame && o.id == id; });
+        Record* rival = find([&](const Record& o) { return o.framenum == frame && o.id == id; });
         shared += rival == &r;
         splits += rival != nullptr;
         if (rival == nullptr) {
@@ -151,16 +151,16 @@ struct Blob {
 
 class Association : public testing::Test {
  protected:
-    void Build(int rows, int cols) {
-        image = std::make_unique<TestImage>(rows, cols, Flat(100));
+    void build(int rows, int cols) {
+        image = std::make_unique<TestImage>(rows, cols, flat(100));
         tracker = MakeTracker(COLOR, *image, 20);
         for (int f = 2; f <= 20; f++) tracker->UpdateBackground(*image, true);
         slow = {};
     }
 
     // Detects a frame on both sides and compares the tables.
-    void Step(int frame, const std::vector<Blob>& blobs) {
-        image->Fill(Flat(100));
+    void step(int frame, const std::vector<Blob>& blobs) {
+        image->fill(flat(100));
         for (const Blob& b : blobs)
             for (int r = std::max(b.row, 0); r < std::min(b.row + b.height, image->image.NofR); r++)
                 for (int c = std::max(b.col, 0); c < std::min(b.col + b.width, image->image.NofC); c++) {
@@ -168,7 +168,7 @@ class Association : public testing::Test {
                     image->image.SetGreen(r, c, static_cast<unsigned char>(b.level));
                 }
         tracker->DetectForeground(*image, frame, 0.25f, 0.5f, 1.0f, 2.0f);
-        slow.Frame(*tracker->G, frame);
+        slow.frame(*tracker->G, frame);
         ASSERT_EQ(std::vector<int>(tracker->usedob, tracker->usedob + tracker->numobjects), slow.used);
         for (const int k : slow.used) {
             const Object& o = tracker->Ob[k];
@@ -195,39 +195,39 @@ TEST_F(Association, RandomComponents) {
     for (int seed = first; seed < first + 10; seed++) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         TestRandom random(static_cast<unsigned>(seed));
-        Build(64, 160);
+        build(64, 160);
         std::vector<Blob> blobs;
         int frame = 20;
         for (int turn = 0; turn < 120; turn++) {
-            frame += random.Below(8) == 0 ? random.Range(2, 30) : 1;
+            frame += random.below(8) == 0 ? random.range(2, 30) : 1;
             for (Blob& b : blobs) {
-                b.row = std::clamp(b.row + random.Range(-4, 4), -4, 60);
-                b.col = std::clamp(b.col + random.Range(-4, 4), -8, 150);
-                b.width = std::clamp(b.width + random.Range(-3, 6), 4, 60);
+                b.row = std::clamp(b.row + random.range(-4, 4), -4, 60);
+                b.col = std::clamp(b.col + random.range(-4, 4), -8, 150);
+                b.width = std::clamp(b.width + random.range(-3, 6), 4, 60);
             }
-            if (random.Below(3) == 0 && !blobs.empty())
-                blobs.erase(blobs.begin() + random.Below(static_cast<int>(blobs.size())));
-            while (blobs.size() < 3 || random.Below(2) == 0)
-                blobs.push_back({random.Below(60), random.Below(152), random.Range(4, 20), random.Range(4, 50),
-                                 random.Below(6) == 0 ? random.Range(110, 130) : random.Range(150, 255)});
+            if (random.below(3) == 0 && !blobs.empty())
+                blobs.erase(blobs.begin() + random.below(static_cast<int>(blobs.size())));
+            while (blobs.size() < 3 || random.below(2) == 0)
+                blobs.push_back({random.below(60), random.below(152), random.range(4, 20), random.range(4, 50),
+                                 random.below(6) == 0 ? random.range(110, 130) : random.range(150, 255)});
             if (blobs.size() > 16) blobs.resize(4);
             for (std::size_t i = 0; i < blobs.size(); i++) {
-                if (blobs[i].width < 36 || random.Below(2) != 0) continue;
+                if (blobs[i].width < 36 || random.below(2) != 0) continue;
                 Blob right = blobs[i];  // parts with a gap between them
                 blobs[i].width /= 3;
                 right.width -= blobs[i].width + 16;
                 right.col += blobs[i].width + 16;
                 blobs.push_back(right);
             }
-            const int jump = random.Below(12);
-            if (jump == 0) slow.next = random.Range(99990, 99999);
+            const int jump = random.below(12);
+            if (jump == 0) slow.next = random.range(99990, 99999);
             if (jump > 8 && !slow.used.empty()) {
-                const int k = slow.used[static_cast<std::size_t>(random.Below(static_cast<int>(slow.used.size())))];
-                slow.next = std::max(1, slow.cells[static_cast<std::size_t>(k)].id - random.Below(3));
+                const int k = slow.used[static_cast<std::size_t>(random.below(static_cast<int>(slow.used.size())))];
+                slow.next = std::max(1, slow.cells[static_cast<std::size_t>(k)].id - random.below(3));
             }
             tracker->NextTmpObId = slow.next;
             const int before = slow.next;
-            Step(frame, blobs);
+            step(frame, blobs);
             if (HasFatalFailure()) return;
             wraps += slow.next < before;
         }
@@ -248,12 +248,12 @@ TEST_F(Association, RandomComponents) {
 // More components than the table takes, standing and flickering.
 TEST_F(Association, FullTable) {
     TestRandom random(5);
-    Build(360, 360);
+    build(360, 360);
     for (int frame = 30; frame < 64; frame++) {
         std::vector<Blob> blobs;
         for (int i = 0; i < 225; i++)
-            if (frame < 54 || random.Below(3) != 0) blobs.push_back({8 + i / 15 * 24, 8 + i % 15 * 24, 8, 8, 250});
-        Step(frame, blobs);
+            if (frame < 54 || random.below(3) != 0) blobs.push_back({8 + i / 15 * 24, 8 + i % 15 * 24, 8, 8, 250});
+        step(frame, blobs);
         if (HasFatalFailure()) return;
     }
     EXPECT_GT(slow.refused, 0);

@@ -9,7 +9,7 @@
 namespace {
 
 TEST(Background, StoredParameters) {
-    TestImage image(8, 8, Flat(3));
+    TestImage image(8, 8, flat(3));
     GridColorDiff g(image, 4, COLOR);
     for (const auto& [alpha, stored] : {std::pair{0.07, 7}, {0.29, 28}, {0.055, 5}, {0.1, 10}, {0.95, 95}}) {
         BackgroundModel model(image, alpha, COLOR, &g, MULTIPLE, 30);
@@ -28,48 +28,48 @@ TEST(Background, StoredParameters) {
 class NaiveModel {
  public:
     NaiveModel(KsColorImage& image, const GridColorDiff& grid, ImageType image_type, int radius)
-        : g(grid), type(image_type), maxdist(type == COLOR ? radius * radius : radius) {
-        cells.assign(static_cast<std::size_t>(g.cnum), NaiveCell(false));
-        for (int k = 0; k < g.cnum; k++) {
-            Gather(image, k);
-            if (Full(k)) At(k).Cluster(maxdist);  // the colour form, for infrared too
-            At(k).gray = type == IR;
+        : g_(grid), type_(image_type), maxdist_(type_ == COLOR ? radius * radius : radius) {
+        cells_.assign(static_cast<std::size_t>(g_.cnum), NaiveCell(false));
+        for (int k = 0; k < g_.cnum; k++) {
+            gather(image, k);
+            if (full(k)) at(k).cluster(maxdist_);  // the colour form, for infrared too
+            at(k).gray = type_ == IR;
         }
     }
 
-    void Update(KsColorImage& image, bool updateall) {
-        if (At(0).count == 0) {
-            for (int k = 0; k < g.cnum; k++) {
-                Gather(image, k);
-                if (Full(k)) At(k).Cluster(maxdist);
+    void update(KsColorImage& image, bool updateall) {
+        if (at(0).count == 0) {
+            for (int k = 0; k < g_.cnum; k++) {
+                gather(image, k);
+                if (full(k)) at(k).cluster(maxdist_);
             }
         }
-        if (At(0).count == 0) return;
-        for (int k = 0; k < g.cnum; k++) {
-            if (g.conf[k] > 0.0 && !updateall && !(rand() * 4.656612873077393e-10 > 0.7)) continue;
-            Gather(image, k);
-            if (!Full(k)) continue;
-            At(k).Update(maxdist);
-            if (!updateall) At(k).Forget();
+        if (at(0).count == 0) return;
+        for (int k = 0; k < g_.cnum; k++) {
+            if (g_.conf[k] > 0.0 && !updateall && !(rand() * 4.656612873077393e-10 > 0.7)) continue;
+            gather(image, k);
+            if (!full(k)) continue;
+            at(k).update(maxdist_);
+            if (!updateall) at(k).forget();
         }
     }
 
-    NaiveCell& At(int k) { return cells[static_cast<std::size_t>(k)]; }
+    NaiveCell& at(int k) { return cells_[static_cast<std::size_t>(k)]; }
 
  private:
-    void Gather(KsColorImage& image, int k) {
-        for (int r = g.cd[k].minr; r <= g.cd[k].maxr && r < g.NofR; r++)
-            for (int c = g.cd[k].minc; c <= g.cd[k].maxc && c < g.NofC; c++)
-                At(k).samples.push_back(type == COLOR
+    void gather(KsColorImage& image, int k) {
+        for (int r = g_.cd[k].minr; r <= g_.cd[k].maxr && r < g_.NofR; r++)
+            for (int c = g_.cd[k].minc; c <= g_.cd[k].maxc && c < g_.NofC; c++)
+                at(k).samples.push_back(type_ == COLOR
                                             ? std::array<int, 3>{image.Red(r, c), image.Green(r, c), image.Blue(r, c)}
                                             : std::array<int, 3>{image.Red(r, c), 0, 0});
     }
-    bool Full(int k) { return static_cast<int>(At(k).samples.size()) + g.cellsize * g.cellsize > 64; }
+    bool full(int k) { return static_cast<int>(at(k).samples.size()) + g_.cellsize * g_.cellsize > 64; }
 
-    const GridColorDiff& g;
-    ImageType type;
-    int maxdist;
-    std::vector<NaiveCell> cells;
+    const GridColorDiff& g_;
+    ImageType type_;
+    int maxdist_;
+    std::vector<NaiveCell> cells_;
 };
 
 struct ModelCase {
@@ -89,8 +89,8 @@ TEST(Background, FramesAgainstNaiveModel) {
         SCOPED_TRACE(testing::Message() << m.cols << "x" << m.rows << " cell " << m.cell << " type " << m.type);
         TestRandom random(seed);
         const auto pixel = [&](int r, int c) {
-            const int level = (c / 5 + r / 6) % 3 == 0 ? random.Below(3) * 9 : random.Below(4);
-            return ColorValue{60 + level, 90 + level / 2 + random.Below(2), (r * 7 + c) % 256};
+            const int level = (c / 5 + r / 6) % 3 == 0 ? random.below(3) * 9 : random.below(4);
+            return ColorValue{60 + level, 90 + level / 2 + random.below(2), (r * 7 + c) % 256};
         };
         TestImage image(m.rows, m.cols, pixel);
         GridColorDiff g(image, m.cell, m.type);
@@ -104,21 +104,21 @@ TEST(Background, FramesAgainstNaiveModel) {
         const BackgroundModel& view = real;
         const auto compare = [&] {
             for (int k = 0; k < g.cnum; k++) {
-                const std::string difference = CellDifference(view.cd[k], naive.At(k));
+                const std::string difference = cellDifference(view.cd[k], naive.at(k));
                 if (!difference.empty()) return "cell " + std::to_string(k) + ", " + difference;
             }
             return std::string();
         };
         ASSERT_EQ(compare(), "");
         for (int frame = 2; frame < 60; frame++) {
-            image.Fill(pixel);
+            image.fill(pixel);
             // From frame 40 on somebody holds some of the cells.
             for (int k = frame == 40 ? 0 : g.cnum; k < g.cnum; k += 3) real.cd[k];
-            for (int k = 0; k < g.cnum; k++) g.conf[k] = random.Below(3) == 0 ? 0.5 : random.Below(2) * -1.0;
+            for (int k = 0; k < g.cnum; k++) g.conf[k] = random.below(3) == 0 ? 0.5 : random.below(2) * -1.0;
             const bool updateall = frame < 25 || frame % 11 == 0;
             const auto state = static_cast<unsigned>(frame);
             srandom(state);
-            naive.Update(image, updateall);
+            naive.update(image, updateall);
             const long after = ::random();
             srandom(state);
             real.UpdateBackground(image, updateall, frame);
@@ -130,7 +130,7 @@ TEST(Background, FramesAgainstNaiveModel) {
 }
 
 TEST(Background, SingleModelDrawsAndHistogram) {
-    TestImage image(8, 12, Flat(3)), other(8, 12, Flat(90));
+    TestImage image(8, 12, flat(3)), other(8, 12, flat(90));
     GridColorDiff g(image, 4, COLOR);
     for (int k = 0; k < g.cnum; k++) g.conf[k] = k % 2;  // 3 of the 6 main cells
     BackgroundModel model(image, 0.95, COLOR, &g, SINGLE, 7);
@@ -151,7 +151,7 @@ TEST(Background, PixelMaps) {
                                          {10, 13}, {16, 24}, {23, 17}, {31, 33}};
     for (const auto& [rows, cols] : sizes) {
         for (int cellsize = 1; cellsize <= 8; cellsize++) {
-            TestImage image(rows, cols, Flat(3));
+            TestImage image(rows, cols, flat(3));
             GridColorDiff g(image, cellsize, COLOR);
             BackgroundModel model(image, 0.95, COLOR, &g, MULTIPLE, 7);
             const auto pixels = static_cast<std::size_t>(rows * cols);
@@ -173,45 +173,46 @@ TEST(Background, PixelMaps) {
 // The nearest well-supported cluster among a pixel's cell and its four diagonal neighbours, by exhaustive search.
 TEST(Background, QueriesAgainstExhaustiveSearch) {
     for (const ImageType type : {COLOR, IR}) {
-        TestImage image(17, 22, Flat(3));
+        TestImage image(17, 22, flat(3));
         GridColorDiff g(image, 4, type);
         BackgroundModel model(image, 0.95, type, &g, MULTIPLE, 7);
         TestRandom random(5);
         int untouched = 0;
         for (int turn = 0; turn < 60; turn++) {
             for (int k = 0; k < g.cnum; k++) {
-                Put(model.cd[k].nclusters, random.Below(5) == 0 ? random.Below(7) : random.Below(3));
+                put(model.cd[k].nclusters, random.below(5) == 0 ? random.below(7) : random.below(3));
                 for (int j = 0; j < 6; j++) {
-                    Put(model.cd[k].support[j], 127 + random.Below(4));
-                    const auto level = [&] { return random.Below(20) == 0 ? 1500 : random.Below(4) * 10; };
+                    put(model.cd[k].support[j], 127 + random.below(4));
+                    const auto level = [&] { return random.below(20) == 0 ? 1500 : random.below(4) * 10; };
                     auto& cluster = model.cd[k].clusters[j];
-                    for (auto* channel : {&cluster.R, &cluster.G, &cluster.B}) Put(*channel, level());
+                    for (auto* channel : {&cluster.R, &cluster.G, &cluster.B}) put(*channel, level());
                 }
             }
-            image.Fill([&](int, int) { return ColorValue{random.Below(40), random.Below(40), random.Below(40)}; });
+            image.fill([&](int, int) { return ColorValue{random.below(40), random.below(40), random.below(40)}; });
             std::fill(g.RedD, g.RedD + 17 * 22, 12345);
             std::fill(g.BlueD, g.BlueD + 17 * 22, 12345);
             g.ComputeDifferences(image, &model);
             for (int r = 0; r < 17; r++) {
                 for (int c = 0; c < 22; c++) {
                     const int own = r / 4 * 6 + c / 4;
-                    const int R = image.image.Red(r, c), G = image.image.Green(r, c), B = image.image.Blue(r, c);
-                    int best = 1000000, red = 12345, blue = 12345;
+                    const int red = image.image.Red(r, c), green = image.image.Green(r, c),
+                              blue = image.image.Blue(r, c);
+                    int best = 1000000, red_difference = 12345, blue_difference = 12345;
                     for (const int k : {own, g.n[own].n[4], g.n[own].n[5], g.n[own].n[6], g.n[own].n[7]}) {
                         for (int j = 0; k >= 0 && j < model.cd[k].nclusters; j++) {
                             const ColorValue& v = model.cd[k].clusters[j];
-                            const int d = type == IR
-                                              ? std::abs(v.R - R)
-                                              : (v.R - R) * (v.R - R) + (v.G - G) * (v.G - G) + (v.B - B) * (v.B - B);
+                            const int d = type == IR ? std::abs(v.R - red)
+                                                     : (v.R - red) * (v.R - red) + (v.G - green) * (v.G - green) +
+                                                           (v.B - blue) * (v.B - blue);
                             if (model.cd[k].support[j] <= 128 || d >= best) continue;
                             best = d;
-                            red = v.R - R;
-                            if (type == COLOR) blue = v.B - B;
+                            red_difference = v.R - red;
+                            if (type == COLOR) blue_difference = v.B - blue;
                         }
                     }
-                    ASSERT_EQ(g.RedD[r * 22 + c], red) << r << "," << c;
-                    ASSERT_EQ(g.BlueD[r * 22 + c], blue) << r << "," << c;
-                    untouched += red == 12345;
+                    ASSERT_EQ(g.RedD[r * 22 + c], red_difference) << r << "," << c;
+                    ASSERT_EQ(g.BlueD[r * 22 + c], blue_difference) << r << "," << c;
+                    untouched += red_difference == 12345;
                 }
             }
         }

@@ -18,7 +18,7 @@ struct Run {
     ColorSample colour;
 };
 
-std::unique_ptr<KsBackgroundCell> CellWith(const std::vector<Run>& runs) {
+std::unique_ptr<KsBackgroundCell> cellWith(const std::vector<Run>& runs) {
     auto cell = std::make_unique<KsBackgroundCell>();
     for (const Run& run : runs)
         for (int i = 0; i < run.count; i++) cell->cv[cell->nsamples++] = run.colour;
@@ -52,7 +52,7 @@ const ClusterCase kFirst[] = {
 TEST(FirstClustering, Table) {
     for (const ClusterCase& c : kFirst) {
         SCOPED_TRACE(c.what);
-        auto cell = CellWith(c.samples);
+        auto cell = cellWith(c.samples);
         random_draws::Seed();
         c.gray ? cell->ClusterCellGray(c.maxdist) : cell->ClusterCell(c.maxdist);
         EXPECT_EQ(random_draws::count, c.draws);
@@ -73,12 +73,12 @@ TEST(FirstClustering, TwoAndThreeColours) {
     int twos = 0;
     for (unsigned seed = 0; seed < 40; seed++) {
         srandom(seed);
-        auto two = CellWith({{20, {10, 10, 10}}, {44, {200, 10, 10}}});
+        auto two = cellWith({{20, {10, 10, 10}}, {44, {200, 10, 10}}});
         two->ClusterCell(49);
         ASSERT_EQ(two->nclusters, 2) << "two centres of two colours explain everything at distance 0";
         EXPECT_EQ(two->support[0] + two->support[1], 64);
         EXPECT_EQ(std::min(two->support[0], two->support[1]), 20);
-        auto three = CellWith({{20, {10, 10, 10}}, {22, {200, 10, 10}}, {22, {10, 200, 10}}});
+        auto three = cellWith({{20, {10, 10, 10}}, {22, {200, 10, 10}}, {22, {10, 200, 10}}});
         three->ClusterCell(49);
         ASSERT_EQ(three->nclusters, 3);
         twos += two->support[0] == 20;
@@ -194,13 +194,13 @@ TEST(Maintenance, Table) {
     for (const bool gray : {true, false}) {
         for (const MaintenanceCase& c : kMaintenance) {
             SCOPED_TRACE(testing::Message() << c.what << (gray ? ", gray" : ", colour"));
-            auto cell = CellWith(c.samples);
+            auto cell = cellWith(c.samples);
             for (const State& s : c.before) {
                 const int j = cell->nclusters++;
-                Put(cell->clusters[j].R, s.mean);
+                put(cell->clusters[j].R, s.mean);
                 cell->clustersum[j].R = s.mean * s.support;
-                Put(cell->support[j], s.support);
-                Put(cell->added[j], s.added);
+                put(cell->support[j], s.support);
+                put(cell->added[j], s.added);
             }
             const int bound = gray ? c.maxdist : c.maxdist * c.maxdist;
             srandom(1);
@@ -234,37 +234,37 @@ TEST_P(AgainstNaive, LifeOfACell) {
     for (unsigned seed = 1; seed <= 400; seed++) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
         TestRandom random(seed);
-        const int radius = random.Range(0, 9), maxdist = gray ? radius : radius * radius;
-        const int colours = random.Range(1, 9), spread = random.Range(2, 60), noise = random.Range(0, 4);
+        const int radius = random.range(0, 9), maxdist = gray ? radius : radius * radius;
+        const int colours = random.range(1, 9), spread = random.range(2, 60), noise = random.range(0, 4);
         std::vector<std::array<int, 3>> palette;
         for (int i = 0; i < colours; i++)
-            palette.push_back({100 + random.Below(spread), 100 + random.Below(spread), random.Below(spread)});
+            palette.push_back({100 + random.below(spread), 100 + random.below(spread), random.below(spread)});
         auto real = std::make_unique<KsBackgroundCell>();
         NaiveCell naive(gray);
         const int rounds = seed % 8 == 0 ? 80 : 15;
         for (int round = 0; round < rounds; round++) {
-            const int n = random.Range(1, 64), among = random.Range(1, colours);
+            const int n = random.range(1, 64), among = random.range(1, colours);
             for (int i = 0; i < n; i++) {
-                std::array<int, 3> s = palette[static_cast<std::size_t>(random.Below(among))];
-                for (int& v : s) v += random.Below(noise + 1);
+                std::array<int, 3> s = palette[static_cast<std::size_t>(random.below(among))];
+                for (int& v : s) v += random.below(noise + 1);
                 real->cv[real->nsamples++] = {static_cast<std::uint8_t>(s[0]), static_cast<std::uint8_t>(s[1]),
                                               static_cast<std::uint8_t>(s[2])};
                 naive.samples.push_back(s);
             }
             const bool first = round == 0 && seed % 5 != 0;  // a cell can also miss its first clustering
             srandom(seed);
-            if (first) naive.Cluster(maxdist);
-            if (!first) naive.Update(maxdist);
+            if (first) naive.cluster(maxdist);
+            if (!first) naive.update(maxdist);
             const long next = ::random();
             srandom(seed);
             if (first) gray ? real->ClusterCellGray(maxdist) : real->ClusterCell(maxdist);
             if (!first) gray ? real->UpdateCellClustersGray(maxdist) : real->UpdateCellClusters(maxdist);
-            ASSERT_EQ(CellDifference(*real, naive), "") << "round " << round;
+            ASSERT_EQ(cellDifference(*real, naive), "") << "round " << round;
             ASSERT_EQ(::random(), next) << "round " << round << ": another number of draws";
-            if (random.Below(3) == 0) {
-                naive.Forget();
+            if (random.below(3) == 0) {
+                naive.forget();
                 gray ? real->ForgetUnsupportedClustersGray() : real->ForgetUnsupportedClusters();
-                ASSERT_EQ(CellDifference(*real, naive), "") << "round " << round << ", forgetting";
+                ASSERT_EQ(cellDifference(*real, naive), "") << "round " << round << ", forgetting";
             }
             seen[naive.count]++;
         }

@@ -15,7 +15,7 @@ struct Labelling {
 };
 
 // Breadth first instead of depth first: the result does not depend on the order.
-Labelling LabelPlainly(const GridColorDiff& g) {
+Labelling labelPlainly(const GridColorDiff& g) {
     Labelling out;
     out.label.assign(static_cast<std::size_t>(g.cnum), 0);
     out.conf.assign(g.conf, g.conf + g.cnum);
@@ -57,19 +57,19 @@ TEST(Components, AgainstPlainLabelling) {
     for (unsigned seed = 1; seed <= 600; seed++) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
         TestRandom random(seed);
-        TestImage image(random.Range(1, 60), random.Range(1, 60), Flat(0));
+        TestImage image(random.range(1, 60), random.range(1, 60), flat(0));
         GridColorDiff g(image, 4, COLOR);
-        const int share = random.Range(2, 12);
+        const int share = random.range(2, 12);
         const double levels[] = {0.05, 0.1, 0.100001, 0.25, 0.250001, 0.7, 1.0};
         for (int frame = 0; frame < 3; frame++) {
             const std::vector<int> before(g.label, g.label + g.cnum);
             const int count_before = g.numlabel;
             for (int k = 0; k < g.cnum; k++) {
-                g.conf[k] = random.Below(share) == 0 ? levels[random.Below(random.Below(3) == 0 ? 7 : 6)] : 0.0;
-                g.der_conf[k] = random.Below(share) == 0 ? levels[random.Below(7)] : 0.0;
+                g.conf[k] = random.below(share) == 0 ? levels[random.below(random.below(3) == 0 ? 7 : 6)] : 0.0;
+                g.der_conf[k] = random.below(share) == 0 ? levels[random.below(7)] : 0.0;
             }
             const std::vector<double> conf(g.conf, g.conf + g.cnum);
-            const Labelling expected = LabelPlainly(g);
+            const Labelling expected = labelPlainly(g);
             g.ConnectedComponents();
             ASSERT_EQ(g.GetNumLabel(), static_cast<int>(expected.confidence.size()) - 1);
             ASSERT_EQ(std::vector<int>(g.label, g.label + g.cnum), expected.label);
@@ -88,7 +88,7 @@ TEST(Components, AgainstPlainLabelling) {
 
 // One component over a frame far larger than any fixed stack would hold.
 TEST(Components, WholeFrame) {
-    TestImage image(720, 1280, Flat(0));
+    TestImage image(720, 1280, flat(0));
     GridColorDiff g(image, 4, COLOR);
     std::fill(g.conf, g.conf + g.cnum, 1.0);
     std::fill(g.der_conf, g.der_conf + g.cnum, 0.0);
@@ -99,7 +99,7 @@ TEST(Components, WholeFrame) {
 
 // Every main cell its own component, as many as there can be.
 TEST(Components, AsManyLabelsAsCells) {
-    TestImage image(4, 400, Flat(0));  // one row: no shifted cells
+    TestImage image(4, 400, flat(0));  // one row: no shifted cells
     GridColorDiff g(image, 4, COLOR);
     for (int k = 0; k < g.cnum; k++) g.conf[k] = k % 2 == 0, g.der_conf[k] = 0;
     g.ConnectedComponents();
@@ -112,17 +112,17 @@ TEST(Histogram, AgainstAUnionOfQuadrants) {
     for (unsigned seed = 1; seed <= 60; seed++) {
         TestRandom random(seed);
         const int cell = seed % 3 == 0 ? 8 : 4, h = cell / 2;
-        const int rows = random.Range(1, 50), cols = random.Range(1, 50);
+        const int rows = random.range(1, 50), cols = random.range(1, 50);
         TestImage image(rows, cols, [&](int, int) {
-            return ColorValue{random.Below(256), random.Below(256), random.Below(64)};
+            return ColorValue{random.below(256), random.below(256), random.below(64)};
         });
         GridColorDiff g(image, cell, COLOR);
         std::set<std::pair<int, int>> quadrants;
         int box[4] = {100000, -1, 100000, -1};
         for (int k = 0; k < g.cnum; k++) {
-            g.label[k] = random.Below(3);
+            g.label[k] = random.below(3);
             if (g.label[k] != 1) continue;
-            const RasterPlace at = PlaceOf(g, k);
+            const RasterPlace at = placeOf(g, k);
             for (const int i : {0, 1})
                 for (const int j : {0, 1}) quadrants.insert({at.row + i, at.col + j});
             box[0] = std::min(box[0], g.cd[k].minr);

@@ -10,13 +10,13 @@ namespace {
 
 TEST(Differences, SumsOverTheCellsPixels) {
     for (const ImageType type : {COLOR, IR}) {
-        TestImage image(11, 14, Flat(0));
+        TestImage image(11, 14, flat(0));
         GridColorDiff g(image, 4, type);
         TestRandom random(3);
         for (int i = 0; i < 11 * 14; i++) {
-            Put(g.RedD[i], random.Range(-255, 255));
-            Put(g.GreenD[i], random.Range(-255, 255));
-            Put(g.BlueD[i], random.Range(-255, 255));
+            put(g.RedD[i], random.range(-255, 255));
+            put(g.GreenD[i], random.range(-255, 255));
+            put(g.BlueD[i], random.range(-255, 255));
         }
         for (int k = 0; k < g.cnum; k++) g.cd[k].GreenDiff = g.cd[k].BlueDiff = 7;
         g.AddDifferences();
@@ -37,7 +37,7 @@ TEST(Differences, SumsOverTheCellsPixels) {
 }
 
 TEST(Differences, UnmatchedPixelsKeepTheirValue) {
-    TestImage image(8, 8, Flat(50));
+    TestImage image(8, 8, flat(50));
     GridColorDiff g(image, 4, COLOR);
     BackgroundModel model(image, 0.95, COLOR, &g, MULTIPLE, 7);
     g.ComputeDifferences(image, &model);
@@ -54,15 +54,15 @@ TEST(Differences, UnmatchedPixelsKeepTheirValue) {
 
 TEST(Derivatives, OfTheDiagonalNeighbours) {
     for (const ImageType type : {COLOR, IR}) {
-        TestImage image(20, 24, Flat(0));
+        TestImage image(20, 24, flat(0));
         GridColorDiff g(image, 4, type);
         TestRandom random(4);
         for (int k = 0; k < g.cnum; k++) {
             KsCellDiff& c = g.cd[k];
-            c.RedDiff = random.Range(-4000, 4000);
-            c.GreenDiff = random.Range(-4000, 4000);
-            c.BlueDiff = random.Range(-4000, 4000);
-            c.sum = {random.Below(4000), random.Below(4000), random.Below(4000)};
+            c.RedDiff = random.range(-4000, 4000);
+            c.GreenDiff = random.range(-4000, 4000);
+            c.BlueDiff = random.range(-4000, 4000);
+            c.sum = {random.below(4000), random.below(4000), random.below(4000)};
             c.Rx = c.Ry = c.Gx = c.Gy = c.Bx = c.By = 5;
             c.der = {5, 5, 5, 5, 5, 5};
         }
@@ -104,11 +104,11 @@ class Confidence : public testing::Test {
         grid = std::make_unique<GridColorDiff>(image, 4, type);
         ASSERT_EQ(grid->cnum, 5);
         for (int k = 0; k < 5; k++) grid->cd[k].RedDiff = red[static_cast<std::size_t>(k)];
-        Again();
+        again();
     }
-    void Again() { grid->Confidences(clt, cht, low_floor, high_floor, 10, 20, 0.25f, 0.5f, 1.0f, 2.0f); }
+    void again() { grid->Confidences(clt, cht, low_floor, high_floor, 10, 20, 0.25f, 0.5f, 1.0f, 2.0f); }
 
-    TestImage image{8, 8, Flat(0)};
+    TestImage image{8, 8, flat(0)};
     std::unique_ptr<GridColorDiff> grid;
     double clt = -50, cht = -40, low_floor = -1000, high_floor = -1000;
 };
@@ -131,13 +131,13 @@ TEST_F(Confidence, ThresholdsRiseAtOnceAndFallSlowly) {
     Run(IR, {8, 8, 8, 8, 8});
     clt = 20;
     cht = 16;
-    Again();
+    again();
     EXPECT_EQ(clt, (12 + 3 * 20.0) * 0.25);
     EXPECT_EQ(cht, 20.0);
     low_floor = 18;
     high_floor = 19;
     cht = 0;
-    Again();
+    again();
     EXPECT_EQ(clt, 18.0) << "(12 + 54) / 4 is below the floor";
     EXPECT_EQ(cht, 20.0) << "above its floor";
 }
@@ -174,7 +174,7 @@ TEST_F(Confidence, ColourMeasureIsATruncatedNorm) {
         grid->cd[k].By = k * 2;
         grid->cd[k].Ry = k;
     }
-    Again();
+    again();
     for (int k = 0; k < 5; k++) {
         EXPECT_EQ(grid->diff[k], rgb[k][3]) << "squares beyond 32 bits included";
         const double dm = 3.0 * k;
@@ -190,7 +190,7 @@ TEST_F(Confidence, StrangeThresholds) {
         grid->Confidences(clt, cht, -1e9, -1e9, strange, strange, 0, 0, static_cast<float>(strange), 0);
         for (int k = 0; k < 5; k++) EXPECT_FALSE(grid->conf[k] < 0 || grid->conf[k] > 1) << strange;
     }
-    TestImage small(4, 4, Flat(0));
+    TestImage small(4, 4, flat(0));
     GridColorDiff one(small, 4, COLOR);
     clt = cht = 5;
     one.Confidences(clt, cht, 1, 2, 10, 20, 0.25f, 0.5f, 1, 2);

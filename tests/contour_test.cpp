@@ -12,13 +12,13 @@ namespace {
 
 using Points = std::vector<std::pair<int, int>>;
 
-Points PointsOf(const ContNode* q) {
+Points pointsOf(const ContNode* q) {
     Points all;
     for (; q != nullptr; q = q->link) all.push_back({q->r, q->c});
     return all;
 }
 
-int FreeCount(const GridColorDiff& g) {
+int freeCount(const GridColorDiff& g) {
     int n = 0;
     for (const ContNode* q = g.FreeNodes; q != nullptr; q = q->link) n++;
     return n;
@@ -52,19 +52,19 @@ const ContourCase kContours[] = {
 };
 
 TEST(Contour, Drawings) {
-    TestImage image(24, 24, Flat(0));
+    TestImage image(24, 24, flat(0));
     for (const ContourCase& c : kContours) {
         SCOPED_TRACE(c.what);
         GridColorDiff g(image, 4, COLOR);
-        DrawLabels(g, c.drawing, g.label);
-        const int before = FreeCount(g);
-        EXPECT_EQ(PointsOf(g.BuildContourForObject(1)), c.points);
-        EXPECT_EQ(FreeCount(g), before - static_cast<int>(c.points.size()));
+        drawLabels(g, c.drawing, g.label);
+        const int before = freeCount(g);
+        EXPECT_EQ(pointsOf(g.BuildContourForObject(1)), c.points);
+        EXPECT_EQ(freeCount(g), before - static_cast<int>(c.points.size()));
     }
 }
 
 // One rule for all four directions: turned by a quarter, travelling down becomes right, up, left.
-Points TracePlainly(const GridColorDiff& g, int lab) {
+Points tracePlainly(const GridColorDiff& g, int lab) {
     const auto in = [&](int k) { return k >= 0 && g.label[k] == lab; };
     int at = -1;
     for (int k = 0; k < g.cnum; k++) {
@@ -104,24 +104,24 @@ Points TracePlainly(const GridColorDiff& g, int lab) {
 // Random components, their contours against the plain tracer, and the polygon over each.
 TEST(Contour, RandomComponentsAndTheirPolygons) {
     int traced = 0, dropped = 0;
-    TestImage first(4, 4, Flat(0));
+    TestImage first(4, 4, flat(0));
     const auto owned = MakeTracker(COLOR, first, 10);
     ColorDiffTracker& tracker = *owned;
     for (unsigned seed = 1; seed <= 250; seed++) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
         TestRandom random(seed);
-        TestImage image(random.Range(4, 70), random.Range(4, 70), Flat(0));
+        TestImage image(random.range(4, 70), random.range(4, 70), flat(0));
         GridColorDiff g(image, 4, COLOR);
-        const int share = random.Range(20, 75);
+        const int share = random.range(20, 75);
         for (int k = 0; k < g.cnum; k++) {
-            g.conf[k] = random.Below(100) < share ? 1.0 : 0.0;
+            g.conf[k] = random.below(100) < share ? 1.0 : 0.0;
             g.der_conf[k] = 0;
         }
         g.ConnectedComponents();
         for (int lab = 1; lab <= g.numlabel; lab++) {
             ContNode* contour = g.BuildContourForObject(lab);
-            const Points points = PointsOf(contour);
-            ASSERT_EQ(points, TracePlainly(g, lab)) << "label " << lab;
+            const Points points = pointsOf(contour);
+            ASSERT_EQ(points, tracePlainly(g, lab)) << "label " << lab;
             for (std::size_t i = 1; i < points.size(); i++) {
                 const int dr = std::abs(points[i].first - points[i - 1].first);
                 const int dc = std::abs(points[i].second - points[i - 1].second);
@@ -135,7 +135,7 @@ TEST(Contour, RandomComponentsAndTheirPolygons) {
             traced++;
             g.ReturnNodes(contour);
         }
-        ASSERT_EQ(FreeCount(g), 100000);
+        ASSERT_EQ(freeCount(g), 100000);
     }
     EXPECT_GT(traced, 1000);
     EXPECT_GT(dropped, 1000);
@@ -168,51 +168,51 @@ const Mask kMasks[] = {
 // However the border winds, the walk around it ends by itself and the pool loses nothing.
 TEST(Contour, LongBordersStayWithinTheBoundOfTheWalk) {
     for (const auto& [rows, cols] : {std::pair{4, 4}, {8, 8}, {10, 31}, {44, 44}, {96, 128}}) {
-        TestImage image(rows, cols, Flat(0));
+        TestImage image(rows, cols, flat(0));
         GridColorDiff g(image, 4, COLOR);
         for (const Mask& mask : kMasks) {
             SCOPED_TRACE(testing::Message() << mask.what << " on " << rows << " x " << cols);
             for (int k = 0; k < g.cnum; k++) {
-                const RasterPlace at = PlaceOf(g, k);
+                const RasterPlace at = placeOf(g, k);
                 g.conf[k] = mask.holds(at.row, at.col, (rows + 3) / 4 * 2 - 1, (cols + 3) / 4 * 2 - 1) ? 1.0 : 0.0;
                 g.der_conf[k] = 0;
             }
             g.ConnectedComponents();
             ASSERT_GE(g.numlabel, 1);
-            const int before = FreeCount(g);
+            const int before = freeCount(g);
             std::vector<ContNode*> contours;
             int nodes = 0;
             for (int lab = 1; lab <= g.numlabel; lab++) {
                 contours.push_back(g.BuildContourForObject(lab));
-                const Points points = PointsOf(contours.back());
+                const Points points = pointsOf(contours.back());
                 ASSERT_LE(points.size(), static_cast<std::size_t>(64 * g.cnum + 64)) << "label " << lab;
-                ASSERT_EQ(points, TracePlainly(g, lab)) << "label " << lab;
+                ASSERT_EQ(points, tracePlainly(g, lab)) << "label " << lab;
                 nodes += static_cast<int>(points.size());
             }
-            EXPECT_EQ(FreeCount(g), before - nodes);
+            EXPECT_EQ(freeCount(g), before - nodes);
             for (ContNode* contour : contours) g.ReturnNodes(contour);
-            EXPECT_EQ(FreeCount(g), before);
+            EXPECT_EQ(freeCount(g), before);
         }
     }
 }
 
 TEST(Pool, GrowsInTheMiddleOfATrace) {
-    TestImage image(24, 24, Flat(0));
+    TestImage image(24, 24, flat(0));
     GridColorDiff g(image, 4, COLOR);
     ContNode* const first = g.FreeNodes;
     std::set<const ContNode*> taken;
     while (taken.size() < 99998) taken.insert(g.GetNewNode());
-    DrawLabels(g, {"", "", "", "", "  1"}, g.label);
+    drawLabels(g, {"", "", "", "", "  1"}, g.label);
     ContNode* contour = g.BuildContourForObject(1);
-    EXPECT_EQ(PointsOf(contour), kContours[0].points);
+    EXPECT_EQ(pointsOf(contour), kContours[0].points);
     for (const ContNode* q = contour; q != nullptr; q = q->link) EXPECT_TRUE(taken.insert(q).second);
-    EXPECT_EQ(FreeCount(g), 100000 - 3);
+    EXPECT_EQ(freeCount(g), 100000 - 3);
     EXPECT_EQ(g.tmpstorage, first) << "the first block";
     g.ReturnNodes(contour);
     EXPECT_EQ(g.FreeNodes, contour) << "returned nodes stand in front";
-    EXPECT_EQ(FreeCount(g), 100000 + 2);
+    EXPECT_EQ(freeCount(g), 100000 + 2);
     g.ReturnNodes(nullptr);
-    EXPECT_EQ(FreeCount(g), 100000 + 2);
+    EXPECT_EQ(freeCount(g), 100000 + 2);
 }
 
 struct PolygonCase {
@@ -238,7 +238,7 @@ const PolygonCase kPolygons[] = {
     {"segments follow each other", 1.41, {{0, 0}, {0, 9}, {0, 18}, {9, 18}, {18, 18}, {18, 30}}, "K.K.KK"},
 };
 
-std::string KeptOf(ColorDiffTracker& tracker, const Points& points, double eps) {
+std::string keptOf(ColorDiffTracker& tracker, const Points& points, double eps) {
     std::vector<ContNode> nodes;
     for (const auto& [r, c] : points) nodes.push_back({true, r, c, nullptr});
     for (std::size_t i = 0; i + 1 < nodes.size(); i++) nodes[i].link = &nodes[i + 1];
@@ -251,7 +251,7 @@ std::string KeptOf(ColorDiffTracker& tracker, const Points& points, double eps) 
 
 // In every direction, so that the angles wrap at every place.
 TEST(Polygon, TableTurnedAndMirrored) {
-    TestImage image(4, 4, Flat(0));
+    TestImage image(4, 4, flat(0));
     const auto owned = MakeTracker(COLOR, image, 10);
     ColorDiffTracker& tracker = *owned;
     for (const PolygonCase& c : kPolygons) {
@@ -263,16 +263,16 @@ TEST(Polygon, TableTurnedAndMirrored) {
                 if (turn & 1) r = -r;
                 if (turn & 2) col = -col;
             }
-            EXPECT_EQ(KeptOf(tracker, points, c.eps), c.kept);
+            EXPECT_EQ(keptOf(tracker, points, c.eps), c.kept);
         }
     }
     // Deliberate: the narrowing wraps an angle difference once only. Straight down, where the angle passes through 0,
     // the sector can therefore widen, and the same figure keeps one vertex less than in any other direction.
-    EXPECT_EQ(KeptOf(tracker, {{0, 0}, {11, 1}, {24, 0}, {25, -1}}, 1.41), "K..K");
-    EXPECT_EQ(KeptOf(tracker, {{0, 0}, {0, -1}, {2, -1}, {20, 1}}, 1.41), "K..K");
-    EXPECT_EQ(KeptOf(tracker, {{0, 0}, {-11, 1}, {-24, 0}, {-25, -1}}, 1.41), "K.KK");
-    EXPECT_EQ(KeptOf(tracker, {{0, 0}, {0, -1}, {-2, -1}, {-20, 1}}, 1.41), "K.KK");
-    EXPECT_EQ(KeptOf(tracker, {{0, 0}, {1, 11}, {0, 24}, {-1, 25}}, 1.41), "K.KK");
+    EXPECT_EQ(keptOf(tracker, {{0, 0}, {11, 1}, {24, 0}, {25, -1}}, 1.41), "K..K");
+    EXPECT_EQ(keptOf(tracker, {{0, 0}, {0, -1}, {2, -1}, {20, 1}}, 1.41), "K..K");
+    EXPECT_EQ(keptOf(tracker, {{0, 0}, {-11, 1}, {-24, 0}, {-25, -1}}, 1.41), "K.KK");
+    EXPECT_EQ(keptOf(tracker, {{0, 0}, {0, -1}, {-2, -1}, {-20, 1}}, 1.41), "K.KK");
+    EXPECT_EQ(keptOf(tracker, {{0, 0}, {1, 11}, {0, 24}, {-1, 25}}, 1.41), "K.KK");
 }
 
 }  // namespace

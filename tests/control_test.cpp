@@ -63,7 +63,7 @@ class Control : public testing::Test {
     TempDir root;
 };
 
-void ExpectEqual(const control& got, const control& expected) {
+void expectEqual(const control& got, const control& expected) {
     EXPECT_EQ(got.bg_frames, expected.bg_frames);
     EXPECT_EQ(got.color_low, expected.color_low);
     EXPECT_EQ(got.color_high, expected.color_high);
@@ -74,10 +74,10 @@ void ExpectEqual(const control& got, const control& expected) {
 TEST_F(Control, FileTable) {
     for (const ControlCase& c : kCases) {
         SCOPED_TRACE(c.what);
-        root.WriteControl(c.text);
+        root.writeControl(c.text);
         control got{1, 2, 3, 4, 5};
         EXPECT_TRUE(updateControl(3, &got));
-        ExpectEqual(got, c.expected);
+        expectEqual(got, c.expected);
     }
 }
 
@@ -85,11 +85,11 @@ TEST_F(Control, MissingFileLeavesTheDefaults) {
     control got{1, 2, 3, 4, 5};
     testing::internal::CaptureStderr();
     EXPECT_FALSE(ControlFile(3).Read(got));
-    ExpectEqual(got, kDefaults);
+    expectEqual(got, kDefaults);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "The control file " + ControlPath(3) +
                   " has changed but cannot be opened: No such file or directory. The defaults hold.\n");
-    root.WriteControl("");
+    root.writeControl("");
     EXPECT_TRUE(updateControl(3, &got));
     EXPECT_FALSE(updateControl(4, &got)) << "every device has a file of its own";
 }
@@ -104,13 +104,13 @@ TEST_F(Control, ChangesAreSeenByModificationTime) {
     time_t last = 0;
     EXPECT_FALSE(updated(3, &last)) << "no file";
     EXPECT_EQ(last, 0);
-    root.WriteControl("", 1000);
+    root.writeControl("", 1000);
     EXPECT_TRUE(updated(3, &last)) << "a file that appears";
     EXPECT_EQ(last, 1000);
     EXPECT_FALSE(updated(3, &last));
-    root.WriteControl("other content", 1000);
+    root.writeControl("other content", 1000);
     EXPECT_FALSE(updated(3, &last)) << "only the time counts";
-    root.WriteControl("other content", 999);
+    root.writeControl("other content", 999);
     EXPECT_TRUE(updated(3, &last)) << "an older time is a change too";
     std::remove(ControlPath(3).c_str());
     EXPECT_FALSE(updated(3, &last));

@@ -21,13 +21,13 @@ namespace {
 
 using fleifeisa::scenes::parseScene;
 
-std::string Pixmap(int width, int height, const std::string& pixels) {
+std::string pixmap(int width, int height, const std::string& pixels) {
     return "P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n" + pixels;
 }
 
 // Replies without the timestamps, which are the time of day in the file modes. Both kinds have ten characters.
 constexpr char kStreamTime[] = "123456789";  // and the blank behind the colon
-std::string WithoutTimes(std::string replies) {
+std::string withoutTimes(std::string replies) {
     for (const std::string mark : {"Timestamp:", "TIMESTAMP=\""})
         for (std::size_t at = 0; (at = replies.find(mark, at)) != std::string::npos; at += mark.size()) {
             EXPECT_EQ(replies.find_first_not_of(" 0123456789", at + mark.size()), at + mark.size() + 10);
@@ -40,7 +40,7 @@ std::string WithoutTimes(std::string replies) {
 
 constexpr int kWidth = 160, kHeight = 120, kFrames = 45;
 
-std::vector<std::string> StreetFrames() {
+std::vector<std::string> streetFrames() {
     fleifeisa::scenes::Scene scene(parseScene("street?size=160x120&quiet=12&seed=5"));
     std::vector<std::string> frames;
     std::vector<std::uint8_t> rgb(kWidth * kHeight * 3);
@@ -59,7 +59,7 @@ struct StoredCase {
 };
 
 TEST(StoredSequence, AnswersAsTheSameFramesInAStream) {
-    const std::vector<std::string> scene = StreetFrames();
+    const std::vector<std::string> scene = streetFrames();
     const StoredCase cases[] = {
         {"IR", {{20, 'd'}, {40, 's'}}, 2},
         {"COLOR", {{9, 'm'}, {30, 'd'}, {31, 'm'}, {35, 'u'}, {36, 's'}, {40, 'p'}, {kFrames, 'd'}}, 7},
@@ -68,32 +68,32 @@ TEST(StoredSequence, AnswersAsTheSameFramesInAStream) {
     for (const StoredCase& test : cases) {
         SCOPED_TRACE(testing::Message() << test.type << ", " << test.lines << " lines");
         const TempDir root;
-        root.WriteControl(BackgroundFrames(14));
+        root.writeControl(backgroundFrames(14));
         std::string names, stream;
         for (int f = 1; f <= kFrames; f++) {
             const std::string& pixels = scene[static_cast<std::size_t>(f - 1)];
-            std::string file = Pixmap(kWidth, kHeight, pixels);
+            std::string file = pixmap(kWidth, kHeight, pixels);
             const auto spoilt = test.spoilt.find(f);
             const char how = spoilt != test.spoilt.end() ? spoilt->second : '-';
             if (how == 'd') file.resize(file.size() - 9);
-            if (how == 's') file = Pixmap(kHeight, kWidth, pixels);
+            if (how == 's') file = pixmap(kHeight, kWidth, pixels);
             if (how == 'u') file = "no image at all";
             const std::string name = std::to_string(f);
             if (how == 'p')
                 std::filesystem::create_directory(root.path + "/image-" + name);
             else if (how != 'm')
-                root.Write("image-" + name, file);
+                root.write("image-" + name, file);
             names += name + (f % 3 == 0 ? " \r\n" : "\n\n");
             const bool good = how == '-';
-            stream += FrameMessage(good ? kWidth : 0, good ? kHeight : 0, pixels, kStreamTime, f);
+            stream += frameMessage(good ? kWidth : 0, good ? kHeight : 0, pixels, kStreamTime, f);
         }
         const RunResult stored =
-            RunAnalyzer({test.type, root.path + "/image-", root.Write("list", names), "3"}, "", root.path);
-        const RunResult streamed = RunAnalyzer({test.type, "STREAMING", "3", "0"}, stream, root.path);
+            runAnalyzer({test.type, root.path + "/image-", root.write("list", names), "3"}, "", root.path);
+        const RunResult streamed = runAnalyzer({test.type, "STREAMING", "3", "0"}, stream, root.path);
         EXPECT_EQ(stored.status, 0);
-        std::string expected = WithoutTimes(streamed.out);
-        expected.erase(kStartup.size(), OkReply("T", 1).size());  // frame 1 has no reply of its own
-        EXPECT_TRUE(WithoutTimes(stored.out) == expected) << stored.out;
+        std::string expected = withoutTimes(streamed.out);
+        expected.erase(kStartup.size(), okReply("T", 1).size());  // frame 1 has no reply of its own
+        EXPECT_TRUE(withoutTimes(stored.out) == expected) << stored.out;
         EXPECT_NE(expected.find("<OBJECT"), std::string::npos);
         EXPECT_EQ(std::count(stored.err.begin(), stored.err.end(), '\n'), 2 + test.lines) << stored.err;
     }
@@ -101,57 +101,57 @@ TEST(StoredSequence, AnswersAsTheSameFramesInAStream) {
 
 TEST(StoredSequence, ListsThatAreNone) {
     const TempDir root;
-    root.WriteControl(BackgroundFrames(1));
-    const RunResult directory = RunAnalyzer({"COLOR", "/", root.path, "3"}, "", root.path);
+    root.writeControl(backgroundFrames(1));
+    const RunResult directory = runAnalyzer({"COLOR", "/", root.path, "3"}, "", root.path);
     EXPECT_EQ(directory.out, "\n Invalid file name " + root.path + "\n");
     EXPECT_EQ(directory.status, 1);
     // One name, which is longer than any path; it is one frame, as is the name behind it.
-    const std::string list = root.Write("list", std::string(1 << 20, 'x') + " y z");
-    const RunResult endless = RunAnalyzer({"COLOR", "/no/", list, "3"}, "", root.path);
-    EXPECT_EQ(WithoutTimes(endless.out), kStartup + EmptyAnalytics("T", 2) + EmptyAnalytics("T", 3));
+    const std::string list = root.write("list", std::string(1 << 20, 'x') + " y z");
+    const RunResult endless = runAnalyzer({"COLOR", "/no/", list, "3"}, "", root.path);
+    EXPECT_EQ(withoutTimes(endless.out), kStartup + emptyAnalytics("T", 2) + emptyAnalytics("T", 3));
     EXPECT_LT(endless.err.size(), 10000u);
 }
 
 TEST(FileModes, BrokenOutputEndsTheProcess) {
     const TempDir root;
-    root.WriteControl(BackgroundFrames(1));
-    const std::string list = root.Write("list", "a b c");
+    root.writeControl(backgroundFrames(1));
+    const std::string list = root.write("list", "a b c");
     const int full = open("/dev/full", O_WRONLY);
-    EXPECT_EQ(RunAnalyzerOn({"COLOR", "LIVE", list, "3"}, -1, full, root.path).status, 1);
-    EXPECT_EQ(RunAnalyzerOn({"COLOR", "/no/", list, "3"}, -1, full, root.path).status, 1);
+    EXPECT_EQ(runAnalyzerOn({"COLOR", "LIVE", list, "3"}, -1, full, root.path).status, 1);
+    EXPECT_EQ(runAnalyzerOn({"COLOR", "/no/", list, "3"}, -1, full, root.path).status, 1);
     close(full);
 }
 
 // --- a file that a camera keeps writing ---
 
 // A noisy even scene, with a bright square at (left, top) where left is not negative.
-std::string SquareFrame(int left, int top, int width = 64, int height = 48) {
+std::string squareFrame(int left, int top, int width = 64, int height = 48) {
     static TestRandom random(8);
     std::string pixels;
     for (int i = 0; i < width * height * 3; i++) {
         const int c = i / 3 % width, r = i / 3 / width;
         const bool inside = left >= 0 && c >= left && c < left + 16 && r >= top && r < top + 16;
-        pixels += static_cast<char>((inside ? 220 : 80) + random.Below(4));
+        pixels += static_cast<char>((inside ? 220 : 80) + random.below(4));
     }
-    return Pixmap(width, height, pixels);
+    return pixmap(width, height, pixels);
 }
 
 class LiveMode : public testing::Test {
  protected:
-    LiveMode() { root.WriteControl(BackgroundFrames(1)); }
+    LiveMode() { root.writeControl(backgroundFrames(1)); }
 
-    void Replace(const std::string& bytes) const { std::filesystem::rename(root.Write("new", bytes), file); }
-    void Overwrite(const std::string& bytes) const {
+    void replace(const std::string& bytes) const { std::filesystem::rename(root.write("new", bytes), file); }
+    void overwrite(const std::string& bytes) const {
         std::fstream(file, std::ios::in | std::ios::out | std::ios::binary) << bytes;
     }
     // The next place of the square: not where it has just been.
-    void Move() {
+    void move() {
         left = (left + 20) % 40 + 4;
         top = (top + 12) % 28 + 2;
     }
-    std::string Square() const { return SquareFrame(left, top); }
+    std::string square() const { return squareFrame(left, top); }
     // Whether a reply reports the square, about where it is.
-    bool Reports(const std::string& reply) const {
+    bool reports(const std::string& reply) const {
         int x = 0, y = 0;
         const std::size_t at = reply.find("<BOX");
         if (at == std::string::npos || std::sscanf(reply.c_str() + at, "<BOX X=\"%d\" Y=\"%d\"", &x, &y) != 2)
@@ -159,9 +159,9 @@ class LiveMode : public testing::Test {
         return std::abs(x - left - 8) <= 4 && std::abs(y - top - 8) <= 4;
     }
     // Replies for which there was no frame with an object may come first.
-    std::string NextObject(Session& session) const {
+    std::string nextObject(Session& session) const {
         std::string reply;
-        do reply = session.Reply();
+        do reply = session.reply();
         while (!reply.empty() && reply.find("<BOX") == std::string::npos);
         return reply;
     }
@@ -174,58 +174,58 @@ class LiveMode : public testing::Test {
 TEST_F(LiveMode, FollowsTheFile) {
     const auto start = std::chrono::steady_clock::now();
     Session session({"COLOR", "LIVE", file, "3"}, root.path);
-    EXPECT_EQ(session.Reply(), kStartup);
-    EXPECT_EQ(WithoutTimes(session.Reply()), EmptyAnalytics("T", 2)) << "missing";
-    EXPECT_EQ(WithoutTimes(session.Reply()), EmptyAnalytics("T", 3));
+    EXPECT_EQ(session.reply(), kStartup);
+    EXPECT_EQ(withoutTimes(session.reply()), emptyAnalytics("T", 2)) << "missing";
+    EXPECT_EQ(withoutTimes(session.reply()), emptyAnalytics("T", 3));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(700)) << "four a second";
 
     // It appears, and the scene is learned; a few replies may still be those of the missing file.
     bool found = false;
     for (int turn = 0; turn < 100 && !found; turn++) {
-        Replace(SquareFrame(-1, 0));
-        session.Reply();
+        replace(squareFrame(-1, 0));
+        session.reply();
         if (turn < 20) continue;
-        Move();
-        Replace(Square());
-        found = Reports(session.Reply());
+        move();
+        replace(square());
+        found = reports(session.reply());
     }
     ASSERT_TRUE(found);
-    EXPECT_TRUE(session.Quiet(300)) << "a reply without a change";
+    EXPECT_TRUE(session.quiet(300)) << "a reply without a change";
 
     const struct {
         const char* what;
         std::function<void()> write;
     } steps[] = {
-        {"replaced", [&] { Replace(Square()); }},
-        {"written over", [&] { Overwrite(Square()); }},
+        {"replaced", [&] { replace(square()); }},
+        {"written over", [&] { overwrite(square()); }},
         {"of another size, then of the right one",
          [&] {
-             Replace(SquareFrame(left, top, 48, 64));
-             EXPECT_EQ(session.Reply().find("<BOX"), std::string::npos);
-             Replace(Square());
+             replace(squareFrame(left, top, 48, 64));
+             EXPECT_EQ(session.reply().find("<BOX"), std::string::npos);
+             replace(square());
          }},
         {"gone, then back",
          [&] {
              std::filesystem::remove(file);
-             EXPECT_EQ(session.Reply().find("<BOX"), std::string::npos);
-             Replace(Square());
+             EXPECT_EQ(session.reply().find("<BOX"), std::string::npos);
+             replace(square());
          }},
     };
     for (const auto& step : steps) {
-        Move();
+        move();
         step.write();
-        EXPECT_TRUE(Reports(NextObject(session))) << step.what;
+        EXPECT_TRUE(reports(nextObject(session))) << step.what;
     }
-    session.Signal(SIGTERM);
-    EXPECT_EQ(session.Finish(), 128 + SIGTERM);
+    session.signal(SIGTERM);
+    EXPECT_EQ(session.finish(), 128 + SIGTERM);
 }
 
 // --- the loaders of the image class ---
 
 TEST(ImageLoaders, FileUrls) {
     const TempDir dir;
-    const std::string path = dir.Write("a b#%.pgm", "P5 2 1 255 AB"), name = "/a%20b%23%25.pgm";
-    dir.Write("plus+.pgm", "P5 2 1 255 AB");
+    const std::string path = dir.write("a b#%.pgm", "P5 2 1 255 AB"), name = "/a%20b%23%25.pgm";
+    dir.write("plus+.pgm", "P5 2 1 255 AB");
     const struct {
         std::string url;
         const char* error;  // null where the image is loaded

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "support/scene.h"
-#include "support/statetrace.h"
+#include "support/state_hash.h"
 
 namespace {
 
@@ -38,8 +38,8 @@ TEST_P(Golden, StateAfterEveryFrame) {
     const GoldenCase& c = GetParam();
     std::vector<std::string> lines;
     int records = 0;
-    Replay(SceneStream(c.scene), c.options, [&](const ReplayedFrame& frame) {
-        lines.push_back(GoldenLine(frame));
+    replay(sceneStream(c.scene), c.options, [&](const ReplayedFrame& frame) {
+        lines.push_back(goldenLine(frame));
         records += frame.tracker.numobjects;
     });
     EXPECT_EQ(lines.size(), static_cast<std::size_t>(c.scene.frames));
@@ -57,14 +57,14 @@ TEST_P(Golden, StateAfterEveryFrame) {
     std::string expected;
     for (const std::string& line : lines) {
         ASSERT_TRUE(std::getline(in, expected)) << path << " ends before: " << line;
-        ASSERT_EQ(expected, line) << "first difference in: " << GoldenDifference(expected, line);
+        ASSERT_EQ(expected, line) << "first difference in: " << goldenDifference(expected, line);
     }
     EXPECT_FALSE(std::getline(in, expected)) << path << " holds more frames than the replay";
 }
 
 // A relearning period that the file sets below 0 never ends.
 TEST(Replay, NegativeRelearning) {
-    Replay(SceneStream({16, 16, 40, 8, 2, 0, 1}), {COLOR, 8, {{20, -1}}}, [](const ReplayedFrame& frame) {
+    replay(sceneStream({16, 16, 40, 8, 2, 0, 1}), {COLOR, 8, {{20, -1}}}, [](const ReplayedFrame& frame) {
         const Phase expected = frame.number == 1                        ? Phase::kFirst
                                : frame.number <= 8 || frame.number > 20 ? Phase::kLearning
                                                                         : Phase::kDetection;

@@ -5,7 +5,7 @@
 
 namespace {
 
-ColorValue Texture(int r, int c) {
+ColorValue texture(int r, int c) {
     return {(r * 37 + c * 11) % 256, (r * 5 + c * 91) % 256, (r * c + 7) % 256};
 }
 
@@ -22,7 +22,7 @@ TEST(Grid, BoxesNeighboursAndSums) {
     for (const Size& s : kSizes) {
         for (const ImageType type : {COLOR, IR}) {
             SCOPED_TRACE(testing::Message() << s.cols << "x" << s.rows << " cell " << s.cell);
-            TestImage image(s.rows, s.cols, Texture);
+            TestImage image(s.rows, s.cols, texture);
             GridColorDiff g(image, s.cell, type);
             ASSERT_EQ(g.cnum_2, s.inum * s.jnum);
             ASSERT_EQ(g.cnum, g.cnum_2 + (s.inum - 1) * (s.jnum - 1));
@@ -57,9 +57,9 @@ TEST(Grid, BoxesNeighboursAndSums) {
                 ColorValue sum{};
                 for (int r = r0; r < std::min(r0 + s.cell, s.rows); r++) {
                     for (int c = c0; c < std::min(c0 + s.cell, s.cols); c++) {
-                        sum.R += Texture(r, c).R;
-                        sum.G += Texture(r, c).G;
-                        sum.B += Texture(r, c).B;
+                        sum.R += texture(r, c).R;
+                        sum.G += texture(r, c).G;
+                        sum.B += texture(r, c).B;
                     }
                 }
                 if (shifted) sum = {};  // the constructor sums main cells only
@@ -72,26 +72,26 @@ TEST(Grid, BoxesNeighboursAndSums) {
 }
 
 TEST(Grid, SumOfOneChannelLeavesTheOthers) {
-    TestImage image(6, 6, Texture);
+    TestImage image(6, 6, texture);
     KsCellDiff cell{};
     cell.KsSetBoxBounds(4, 7, 4, 7);
     cell.sum = {1, 2, 3};
     cell.AddAllGray(image);
-    EXPECT_EQ(cell.sum.R, Texture(4, 4).R + Texture(4, 5).R + Texture(5, 4).R + Texture(5, 5).R);
+    EXPECT_EQ(cell.sum.R, texture(4, 4).R + texture(4, 5).R + texture(5, 4).R + texture(5, 5).R);
     EXPECT_EQ(cell.sum.G, 2);
     EXPECT_EQ(cell.sum.B, 3);
     cell.AddAll(image);
-    EXPECT_EQ(cell.sum.B, Texture(4, 4).B + Texture(4, 5).B + Texture(5, 4).B + Texture(5, 5).B);
+    EXPECT_EQ(cell.sum.B, texture(4, 4).B + texture(4, 5).B + texture(5, 4).B + texture(5, 5).B);
 }
 
 TEST(Grid, TablesHistogramAndPool) {
     for (const ImageType type : {COLOR, IR}) {
-        TestImage image(13, 10, Texture);
+        TestImage image(13, 10, texture);
         GridColorDiff g(image, 4, type);
         int bins[256] = {};
         for (int r = 0; r < 13; r++) {
             for (int c = 0; c < 10; c++) {
-                const ColorValue v = Texture(r, c);
+                const ColorValue v = texture(r, c);
                 bins[type == COLOR ? (v.R + v.G + v.B + 1) / 3 : v.R]++;
             }
         }

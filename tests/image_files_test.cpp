@@ -34,11 +34,11 @@ struct Loaded {
     std::string error, pixels;
 };
 
-Loaded Load(const std::string& bytes) {
+Loaded load(const std::string& bytes) {
     return Loaded(LoadImageBytes({reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()}));
 }
 
-std::string Grey(const std::string& levels) {
+std::string grey(const std::string& levels) {
     std::string pixels;
     for (const char level : levels) pixels.append(3, level);
     return pixels;
@@ -51,22 +51,22 @@ struct GoodCase {
     std::string pixels;
 };
 
-std::vector<GoodCase> GoodCases() {
+std::vector<GoodCase> goodCases() {
     std::vector<GoodCase> cases = {
         {"binary pixmap", "P6\n2 1\n255\n\1\2\3\xff\0\x80"s, 2, 1, "\1\2\3\xff\0\x80"s},
-        {"binary grey map", "P5 1 3 255\n\0\x7f\xff"s, 1, 3, Grey("\0\x7f\xff"s)},
-        {"a sample that looks like white space or a comment", "P5\n3 1\n255\n\n# "s, 3, 1, Grey("\n# ")},
+        {"binary grey map", "P5 1 3 255\n\0\x7f\xff"s, 1, 3, grey("\0\x7f\xff"s)},
+        {"a sample that looks like white space or a comment", "P5\n3 1\n255\n\n# "s, 3, 1, grey("\n# ")},
         {"plain pixmap", "P3\n1 2\n255\n1 2 3\n4 5 6\n", 1, 2, "\1\2\3\4\5\6"},
-        {"plain grey map over odd lines", "P2 2\t2\r\n255 0  10\n\n20 30 ", 2, 2, Grey("\0\n\x14\x1e"s)},
-        {"comments", "P2#a\n#b\n 2 # 9 9\n1#c\r255#d\n7#e\n8#f\n", 2, 1, Grey("\7\10")},
-        {"leading zeros", "P2 01 001 0255 0009 ", 1, 1, Grey("\t")},
-        {"data behind the image", "P5\n1 1\n255\nAP5 1 1 255 B", 1, 1, Grey("A")},
+        {"plain grey map over odd lines", "P2 2\t2\r\n255 0  10\n\n20 30 ", 2, 2, grey("\0\n\x14\x1e"s)},
+        {"comments", "P2#a\n#b\n 2 # 9 9\n1#c\r255#d\n7#e\n8#f\n", 2, 1, grey("\7\10")},
+        {"leading zeros", "P2 01 001 0255 0009 ", 1, 1, grey("\t")},
+        {"data behind the image", "P5\n1 1\n255\nAP5 1 1 255 B", 1, 1, grey("A")},
         // To the nearest level, halves up: 1 of 2 is 127.5; 1 of 4 is 63.75; 3 of 6 is 127.5.
-        {"largest 2", "P2 3 1 2 0 1 2 ", 3, 1, Grey("\0\x80\xff"s)},
-        {"largest 4", "P5 5 1 4\n\0\1\2\3\4"s, 5, 1, Grey("\0\x40\x80\xbf\xff"s)},
+        {"largest 2", "P2 3 1 2 0 1 2 ", 3, 1, grey("\0\x80\xff"s)},
+        {"largest 4", "P5 5 1 4\n\0\1\2\3\4"s, 5, 1, grey("\0\x40\x80\xbf\xff"s)},
         {"largest 1", "P3 1 1 1 0 1 0\n", 1, 1, "\0\xff\0"s},
         // 128 of 65535 is 0.498, 129 is 0.502; high byte first.
-        {"16 bits", "P5 4 1 65535\n\0\x80\0\x81\xff\xff\x80\x00"s, 4, 1, Grey("\0\1\xff\x80"s)},
+        {"16 bits", "P5 4 1 65535\n\0\x80\0\x81\xff\xff\x80\x00"s, 4, 1, grey("\0\1\xff\x80"s)},
         {"largest 256", "P6 1 1 256\n\0\0\1\0\0\x80"s, 1, 1, "\0\xff\x80"s},
     };
 #ifdef FLEIFEISA_HAVE_PNG
@@ -74,19 +74,19 @@ std::vector<GoodCase> GoodCases() {
     const std::string nine = "\1\2\3\4\5\6\7\x8\x9\xa\xb\xc\xd\xe\xf\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19\x1a\x1b";
     const std::vector<std::string> rgb = {nine.substr(0, 9), nine.substr(9, 9), nine.substr(18, 9)};
     const GoodCase png[] = {
-        {"PNG", EncodePng(3, 8, PNG_COLOR_TYPE_RGB, false, rgb), 3, 3, nine},
-        {"PNG, interlaced", EncodePng(3, 8, PNG_COLOR_TYPE_RGB, true, rgb), 3, 3, nine},
-        {"PNG, 1 bit", EncodePng(9, 1, PNG_COLOR_TYPE_GRAY, false, {"\xa5\x80"s}), 9, 1,
-         Grey("\xff\0\xff\0\0\xff\0\xff\xff"s)},
-        {"PNG, 4 bits, interlaced", EncodePng(2, 4, PNG_COLOR_TYPE_GRAY, true, {"\x1f", "\x80"s}), 2, 2,
-         Grey("\x11\xff\x88\0"s)},
-        {"PNG, 16 bits", EncodePng(4, 16, PNG_COLOR_TYPE_GRAY, false, {"\0\x80\0\x81\xff\xff\x80\x00"s}), 4, 1,
-         Grey("\0\1\xff\x80"s)},
-        {"PNG, alpha", EncodePng(2, 8, PNG_COLOR_TYPE_RGBA, false, {"\1\2\3\0\4\5\6\xff"s}), 2, 1, "\1\2\3\4\5\6"},
-        {"PNG, grey and alpha", EncodePng(2, 8, PNG_COLOR_TYPE_GRAY_ALPHA, true, {"\1\2\3\0"s}), 2, 1, Grey("\1\3")},
-        {"PNG, palette", EncodePng(3, 8, PNG_COLOR_TYPE_PALETTE, false, {"\2\1\0"s}, palette), 3, 1,
+        {"PNG", encodePng(3, 8, PNG_COLOR_TYPE_RGB, false, rgb), 3, 3, nine},
+        {"PNG, interlaced", encodePng(3, 8, PNG_COLOR_TYPE_RGB, true, rgb), 3, 3, nine},
+        {"PNG, 1 bit", encodePng(9, 1, PNG_COLOR_TYPE_GRAY, false, {"\xa5\x80"s}), 9, 1,
+         grey("\xff\0\xff\0\0\xff\0\xff\xff"s)},
+        {"PNG, 4 bits, interlaced", encodePng(2, 4, PNG_COLOR_TYPE_GRAY, true, {"\x1f", "\x80"s}), 2, 2,
+         grey("\x11\xff\x88\0"s)},
+        {"PNG, 16 bits", encodePng(4, 16, PNG_COLOR_TYPE_GRAY, false, {"\0\x80\0\x81\xff\xff\x80\x00"s}), 4, 1,
+         grey("\0\1\xff\x80"s)},
+        {"PNG, alpha", encodePng(2, 8, PNG_COLOR_TYPE_RGBA, false, {"\1\2\3\0\4\5\6\xff"s}), 2, 1, "\1\2\3\4\5\6"},
+        {"PNG, grey and alpha", encodePng(2, 8, PNG_COLOR_TYPE_GRAY_ALPHA, true, {"\1\2\3\0"s}), 2, 1, grey("\1\3")},
+        {"PNG, palette", encodePng(3, 8, PNG_COLOR_TYPE_PALETTE, false, {"\2\1\0"s}, palette), 3, 1,
          "\1\2\3\xc8\x64\x32\x0a\x14\x1e"s},
-        {"PNG, palette of 2 bits, interlaced", EncodePng(3, 2, PNG_COLOR_TYPE_PALETTE, true, {"\x90"s}, palette), 3, 1,
+        {"PNG, palette of 2 bits, interlaced", encodePng(3, 2, PNG_COLOR_TYPE_PALETTE, true, {"\x90"s}, palette), 3, 1,
          "\1\2\3\xc8\x64\x32\x0a\x14\x1e"s},
     };
     cases.insert(cases.end(), std::begin(png), std::end(png));
@@ -95,9 +95,9 @@ std::vector<GoodCase> GoodCases() {
 }
 
 TEST(ImageFiles, ExactBytes) {
-    for (const GoodCase& good : GoodCases()) {
+    for (const GoodCase& good : goodCases()) {
         SCOPED_TRACE(good.what);
-        const Loaded image = Load(good.file);
+        const Loaded image = load(good.file);
         EXPECT_EQ(image.error, "");
         EXPECT_EQ(image.width, good.width);
         EXPECT_EQ(image.height, good.height);
@@ -106,7 +106,7 @@ TEST(ImageFiles, ExactBytes) {
 }
 
 #ifdef FLEIFEISA_HAVE_JPEG
-int Waves(int r, int c, int k) {
+int waves(int r, int c, int k) {
     return (r * 9 + c * 5 + k * 60 + r * c) % 256;
 }
 
@@ -126,7 +126,7 @@ TEST(ImageFiles, JpegBytesOfEveryProcessor) {
 
 TEST(ImageFiles, JpegOfGreyLevels) {
     for (const bool progressive : {false, true}) {
-        const Loaded grey = Load(EncodeJpeg(9, 7, 1, JCS_GRAYSCALE, progressive, [](int, int, int) { return 200; }));
+        const Loaded grey = load(encodeJpeg(9, 7, 1, JCS_GRAYSCALE, progressive, [](int, int, int) { return 200; }));
         EXPECT_EQ(grey.pixels, std::string(9 * 7 * 3, '\xc8')) << grey.error;
     }
 }
@@ -138,7 +138,7 @@ struct BadCase {
     const char* error;  // part of the line
 };
 
-std::vector<BadCase> BadCases() {
+std::vector<BadCase> badCases() {
     std::vector<BadCase> cases = {
         {"empty", "", "it is empty"},
         {"junk", "GIF89a and so on", "its format is unknown; this build reads PNM"},
@@ -161,13 +161,13 @@ std::vector<BadCase> BadCases() {
         {"a plain number that may go on", "P2 1 1 255 12", "it ends within a number"},
     };
 #ifdef FLEIFEISA_HAVE_JPEG
-    const std::string grey = EncodeJpeg(16, 16, 1, JCS_GRAYSCALE, false, Waves);
+    const std::string grey = encodeJpeg(16, 16, 1, JCS_GRAYSCALE, false, waves);
     std::string large = grey;  // height and width stand behind the marker's length and precision
     large.replace(large.find("\xff\xc0") + 5, 4, "\x20\0\x20\0"s);
     std::string bent = grey;  // a marker in the middle of the coded data
     bent.replace(bent.size() - 12, 2, "\xff\xd9");
     const BadCase jpeg[] = {
-        {"JPEG of four inks", EncodeJpeg(8, 8, 4, JCS_CMYK, false, Waves), "it is a CMYK JPEG"},
+        {"JPEG of four inks", encodeJpeg(8, 8, 4, JCS_CMYK, false, waves), "it is a CMYK JPEG"},
         {"JPEG of pixels that are not there", large, "it is too short for its pixels"},
         {"JPEG that ends in the middle", bent, "it is damaged or ends early"},
         {"JPEG signature alone", "\xff\xd8\xff\xe0 and so on", "it is damaged or ends early"},
@@ -175,11 +175,11 @@ std::vector<BadCase> BadCases() {
     cases.insert(cases.end(), std::begin(jpeg), std::end(jpeg));
 #endif
 #ifdef FLEIFEISA_HAVE_PNG
-    const std::string small = EncodePng(1, 8, PNG_COLOR_TYPE_GRAY, false, {"a"});
+    const std::string small = encodePng(1, 8, PNG_COLOR_TYPE_GRAY, false, {"a"});
     const std::string wide =
         "\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x24\xf3\0\0\x24\xf3\x08\0\0\0\0"
         "\x7b\x2a\x9e\x39"s;
-    const std::string nothing = EncodePng(4, 8, PNG_COLOR_TYPE_PALETTE, false, {"\0\1\2\3"s}, {{1, 2, 3}});
+    const std::string nothing = encodePng(4, 8, PNG_COLOR_TYPE_PALETTE, false, {"\0\1\2\3"s}, {{1, 2, 3}});
     std::string flipped = small;
     flipped[flipped.find("IDAT") + 6] ^= 1;
     const BadCase png[] = {
@@ -194,32 +194,32 @@ std::vector<BadCase> BadCases() {
 }
 
 TEST(ImageFiles, Refusals) {
-    for (const BadCase& bad : BadCases()) {
+    for (const BadCase& bad : badCases()) {
         SCOPED_TRACE(bad.what);
-        const Loaded image = Load(bad.file);
+        const Loaded image = load(bad.file);
         EXPECT_FALSE(image.whole);
         EXPECT_NE(image.error.find(bad.error), std::string::npos) << image.error;
     }
 }
 
-std::vector<std::string> Samples() {
+std::vector<std::string> samples() {
     std::vector<std::string> files;
-    for (const GoodCase& good : GoodCases()) files.push_back(good.file);
+    for (const GoodCase& good : goodCases()) files.push_back(good.file);
 #ifdef FLEIFEISA_HAVE_JPEG
-    files.push_back(EncodeJpeg(19, 13, 3, JCS_RGB, false, Waves));
-    files.push_back(EncodeJpeg(19, 13, 3, JCS_RGB, true, Waves));
-    files.push_back(EncodeJpeg(19, 13, 1, JCS_GRAYSCALE, false, Waves));
+    files.push_back(encodeJpeg(19, 13, 3, JCS_RGB, false, waves));
+    files.push_back(encodeJpeg(19, 13, 3, JCS_RGB, true, waves));
+    files.push_back(encodeJpeg(19, 13, 1, JCS_GRAYSCALE, false, waves));
 #endif
     return files;
 }
 
 // Wherever a file ends: the whole image or none.
 TEST(ImageFiles, TruncatedEverywhere) {
-    for (const std::string& file : Samples()) {
-        const Loaded image = Load(file);
+    for (const std::string& file : samples()) {
+        const Loaded image = load(file);
         ASSERT_TRUE(image.whole) << image.error;
         for (std::size_t n = 0; n < file.size(); n++) {
-            const Loaded part = Load(file.substr(0, n));
+            const Loaded part = load(file.substr(0, n));
             EXPECT_TRUE(!part.whole || part.pixels == image.pixels) << n << " bytes of " << file.substr(0, 20);
         }
     }
@@ -227,22 +227,22 @@ TEST(ImageFiles, TruncatedEverywhere) {
 
 // No change of one byte upsets the loaders; Loaded checks that the result is an image or a refusal.
 TEST(ImageFiles, EveryByteDamaged) {
-    for (const std::string& file : Samples())
+    for (const std::string& file : samples())
         for (std::size_t i = 0; i < file.size(); i++)
             for (const int change : {0x01, 0x80, 0xff}) {
                 std::string damaged = file;
                 damaged[i] = static_cast<char>(damaged[i] ^ change);
-                if (Load(damaged).width > 1 << 20) FAIL() << "a size out of nothing";
+                if (load(damaged).width > 1 << 20) FAIL() << "a size out of nothing";
             }
 }
 
 TEST(ImageFiles, Paths) {
     const TempDir dir;
-    const std::string named = dir.Write("picture.jpg", "P5 1 1 255\nA");  // the content counts
+    const std::string named = dir.write("picture.jpg", "P5 1 1 255\nA");  // the content counts
     EXPECT_EQ(Loaded(LoadImageFile(named.c_str())).pixels, "AAA");
-    const std::string pipe = dir.path + "/pipe", locked = dir.Write("locked", "P5 1 1 255\nA");
+    const std::string pipe = dir.path + "/pipe", locked = dir.write("locked", "P5 1 1 255\nA");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const std::string large = dir.Write("large", "P5 9459 9459 255\n");
+    const std::string large = dir.write("large", "P5 9459 9459 255\n");
     ASSERT_EQ(truncate(large.c_str(), kMaxImageFile + 1), 0);
     const struct {
         std::string path;
@@ -271,12 +271,12 @@ TEST(ImageFiles, Paths) {
 class Live : public testing::Test {
  protected:
     // A frame of one level, as the camera writes it.
-    static std::string Frame(char level) { return "P5\n4 4\n255\n" + std::string(16, level); }
-    void Replace(const std::string& bytes) const {
-        ASSERT_EQ(std::rename(dir.Write("new", bytes).c_str(), path.c_str()), 0);
+    static std::string frame(char level) { return "P5\n4 4\n255\n" + std::string(16, level); }
+    void replace(const std::string& bytes) const {
+        ASSERT_EQ(std::rename(dir.write("new", bytes).c_str(), path.c_str()), 0);
     }
     // The level of the frame that is taken at once; '-' for none.
-    char Take() {
+    char take() {
         LoadedImage image;
         const bool taken = file.TakeIfChanged(image);
         EXPECT_EQ(taken, image.pixels != nullptr);
@@ -285,7 +285,7 @@ class Live : public testing::Test {
         std::free(image.pixels);
         return level;
     }
-    static void Rest() { std::this_thread::sleep_for(2 * LiveFile::kSettle); }
+    static void rest() { std::this_thread::sleep_for(2 * LiveFile::kSettle); }
 
     const TempDir dir;
     const std::string path = dir.path + "/live.pgm";
@@ -294,47 +294,47 @@ class Live : public testing::Test {
 };
 
 TEST_F(Live, TakesEachReplacementOnce) {
-    EXPECT_EQ(Take(), '-');
+    EXPECT_EQ(take(), '-');
     EXPECT_NE(error.find("No such file"), std::string::npos);
-    Replace(Frame('a'));
-    Rest();
-    EXPECT_EQ(Take(), 'a');
+    replace(frame('a'));
+    rest();
+    EXPECT_EQ(take(), 'a');
     for (const char level : {'b', 'b', 'c'}) {
-        Replace(Frame(level));
-        EXPECT_EQ(Take(), level);
-        EXPECT_EQ(Take(), '-');
+        replace(frame(level));
+        EXPECT_EQ(take(), level);
+        EXPECT_EQ(take(), '-');
         EXPECT_EQ(error, "");
     }
     std::remove(path.c_str());
-    EXPECT_EQ(Take(), '-');
+    EXPECT_EQ(take(), '-');
     EXPECT_NE(error.find("No such file"), std::string::npos);
-    Replace(Frame('d'));
-    Rest();
-    EXPECT_EQ(Take(), 'd');
+    replace(frame('d'));
+    rest();
+    EXPECT_EQ(take(), 'd');
 }
 
 TEST_F(Live, AHalfWrittenFileIsNoFrame) {
-    Replace(Frame('a'));
-    Rest();
-    EXPECT_EQ(Take(), 'a');
+    replace(frame('a'));
+    rest();
+    EXPECT_EQ(take(), 'a');
     std::ofstream camera(path, std::ios::binary | std::ios::trunc);
-    camera << Frame('b').substr(0, 20) << std::flush;
-    EXPECT_EQ(Take(), '-');
+    camera << frame('b').substr(0, 20) << std::flush;
+    EXPECT_EQ(take(), '-');
     EXPECT_EQ(error, "");  // still being written
-    Rest();
-    EXPECT_EQ(Take(), '-');
+    rest();
+    EXPECT_EQ(take(), '-');
     EXPECT_NE(error.find("too short"), std::string::npos);
-    camera << Frame('b').substr(20) << std::flush;
-    Rest();
-    EXPECT_EQ(Take(), 'b');
+    camera << frame('b').substr(20) << std::flush;
+    rest();
+    EXPECT_EQ(take(), 'b');
 
     // Written over without a change of its size: the upper half is new, the lower still old.
     std::fstream over(path, std::ios::binary | std::ios::in | std::ios::out);
-    over << Frame('c').substr(0, 20) << std::flush;
-    EXPECT_EQ(Take(), '-');
-    over << Frame('c').substr(20) << std::flush;
-    Rest();
-    EXPECT_EQ(Take(), 'c');
+    over << frame('c').substr(0, 20) << std::flush;
+    EXPECT_EQ(take(), '-');
+    over << frame('c').substr(20) << std::flush;
+    rest();
+    EXPECT_EQ(take(), 'c');
 }
 
 TEST_F(Live, WaitsWithoutABusyLoopAndReportsAnOutageOnce) {
@@ -345,8 +345,8 @@ TEST_F(Live, WaitsWithoutABusyLoopAndReportsAnOutageOnce) {
     EXPECT_EQ(second.error, "");
     EXPECT_GE(LiveFile::Clock::now() - start, 2 * LiveFile::kMissingAfter);
     std::thread camera([this] {
-        Rest();
-        Replace(Frame('a'));
+        rest();
+        replace(frame('a'));
     });
     const Loaded image(file.WaitForFrame());
     camera.join();

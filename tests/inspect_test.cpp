@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "inspect/colours.h"
 #include "inspect/inspect.h"
 #include "inspect/page.h"
 #include "inspect/pictures.h"
@@ -26,7 +27,7 @@ namespace {
 
 namespace fi = fleifeisa::inspect;
 
-std::string Slurp(const std::string& path) {
+std::string slurp(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
 }
@@ -35,14 +36,14 @@ struct Outcome {
     int status;
     std::string out, err;
 };
-Outcome Tool(std::vector<std::string> args) {
+Outcome runTool(std::vector<std::string> args) {
     std::vector<const char*> argv{"fleifeisa-inspect"};
     for (const std::string& a : args) argv.push_back(a.c_str());
     CapturedOutput output;
     testing::internal::CaptureStderr();
-    const int status = fi::InspectMain(static_cast<int>(argv.size()), argv.data());
+    const int status = fi::inspectMain(static_cast<int>(argv.size()), argv.data());
     const std::string err = testing::internal::GetCapturedStderr();
-    return {status, output.Take(), err};
+    return {status, output.take(), err};
 }
 
 TEST(InspectFrames, Ranges) {
@@ -53,37 +54,37 @@ TEST(InspectFrames, Ranges) {
     };
     for (const Row& r : {Row{"900", {900}, {899, 901}, 900}, Row{"890-892,950", {890, 892, 950}, {889, 893, 951}, 950},
                          Row{"7-", {7, INT_MAX}, {6}, INT_MAX}, Row{"5,1-2", {1, 2, 5}, {3}, 5}}) {
-        const fi::FrameRanges ranges = fi::FrameRanges::Parse(r.text);
-        for (const int n : r.in) EXPECT_TRUE(ranges.Contains(n)) << r.text << " " << n;
-        for (const int n : r.out) EXPECT_FALSE(ranges.Contains(n)) << r.text << " " << n;
-        EXPECT_EQ(ranges.Last(), r.last) << r.text;
+        const fi::FrameRanges ranges = fi::FrameRanges::parse(r.text);
+        for (const int n : r.in) EXPECT_TRUE(ranges.contains(n)) << r.text << " " << n;
+        for (const int n : r.out) EXPECT_FALSE(ranges.contains(n)) << r.text << " " << n;
+        EXPECT_EQ(ranges.last(), r.last) << r.text;
     }
     for (const char* bad : {"", ",", "1,", "0", "-5", "a", "1-a", "9-8", "1--2", "1-2-3", "1 ", "99999999999", "1;2"})
-        EXPECT_THROW(fi::FrameRanges::Parse(bad), std::invalid_argument) << bad;
+        EXPECT_THROW(fi::FrameRanges::parse(bad), std::invalid_argument) << bad;
 }
 
 TEST(InspectColours, EqualStepsLookEqualAndNumbersDiffer) {
-    const auto distance = [](fi::Rgb x, fi::Rgb y) {
-        const fi::Lab a = fi::ToLab(x), b = fi::ToLab(y);
-        return std::hypot(a.L - b.L, a.a - b.a, a.b - b.b);
+    const auto distance = [](fleifeisa::Rgb x, fleifeisa::Rgb y) {
+        const fi::Lab a = fi::toLab(x), b = fi::toLab(y);
+        return std::hypot(a.l - b.l, a.a - b.a, a.b - b.b);
     };
-    const auto& map = fi::HeatMap();
+    const auto& map = fi::heatMap();
     double total = 0;
     for (std::size_t i = 8; i < map.size(); i += 8) total += distance(map[i - 8], map[i]);
     for (std::size_t i = 8; i < map.size(); i += 8) {
-        EXPECT_GT(fi::ToLab(map[i]).L, fi::ToLab(map[i - 8]).L) << i;
+        EXPECT_GT(fi::toLab(map[i]).l, fi::toLab(map[i - 8]).l) << i;
         EXPECT_NEAR(distance(map[i - 8], map[i]), total / 31, 0.15 * total / 31) << i;
     }
-    EXPECT_EQ(fi::Heat(-1, 10), map.front());
-    EXPECT_EQ(fi::Heat(10, 10), map.back());
-    EXPECT_EQ(fi::Heat(std::nan(""), 10), (fi::Rgb{128, 128, 128}));
+    EXPECT_EQ(fi::heat(-1, 10), map.front());
+    EXPECT_EQ(fi::heat(10, 10), map.back());
+    EXPECT_EQ(fi::heat(std::nan(""), 10), (fleifeisa::Rgb{128, 128, 128}));
     for (int i = 1; i <= 200; i++)
         for (int j = i + 1; j <= i + 8; j++)
-            EXPECT_GT(distance(fi::Distinct(i), fi::Distinct(j)), 0.05) << i << " " << j;
+            EXPECT_GT(distance(fi::distinct(i), fi::distinct(j)), 0.05) << i << " " << j;
 }
 
 // "id x y w h" of every object, from the analyzer's reply and from the detections document.
-std::multimap<int, std::string> FromReplies(const std::string& replies) {
+std::multimap<int, std::string> fromReplies(const std::string& replies) {
     std::multimap<int, std::string> objects;
     const std::regex frame(
         "SEQ=\"(\\d+)\"/>|OID=\"3\\.5\\.(\\d+)\">\\s*<BOX X=\"(\\d+)\" Y=\"(\\d+)\" W=\"(\\d+)\" H=\"(\\d+)\"");
@@ -98,14 +99,14 @@ std::multimap<int, std::string> FromReplies(const std::string& replies) {
     }
     return objects;
 }
-std::multimap<int, std::string> FromDocuments(const std::string& directory, int frames) {
+std::multimap<int, std::string> fromDocuments(const std::string& directory, int frames) {
     std::multimap<int, std::string> objects;
     const std::regex object(
         "ID=\"(\\d+)\">\\s*<POSITION X=\"(\\d+)\"  Y=\"(\\d+)\"/>\\s*<SIZE W=\"(\\d+)\"  H=\"(\\d+)\"");
     for (int number = 1; number <= frames; number++) {
         char name[64];
         std::snprintf(name, sizeof name, "/frame-%06d-detections.xml", number);
-        const std::string text = Slurp(directory + name);
+        const std::string text = slurp(directory + name);
         for (std::sregex_iterator i(text.begin(), text.end(), object), end; i != end; ++i)
             objects.emplace(number, (*i)[1].str() + " " + (*i)[2].str() + " " + (*i)[3].str() + " " + (*i)[4].str() +
                                         " " + (*i)[5].str());
@@ -116,31 +117,31 @@ std::multimap<int, std::string> FromDocuments(const std::string& directory, int 
 // A frame of another size and a line that is no message stand in the middle: both are left out, with a word each.
 TEST(InspectRun, ShowsWhatTheAnalyzerAnswers) {
     const Scene scene{64, 48, 60, 25, 3, 0, 11};
-    std::string stream = SceneStream(scene);
+    std::string stream = sceneStream(scene);
     std::size_t middle = 0;
     for (int i = 0; i < 40; i++) middle = stream.find("ANALYTICS.CARTRIDGE", middle + 1);
-    stream.insert(middle, FlatFrame(32, 32, 'x', 77) + "HELLO\r\n");
+    stream.insert(middle, flatFrame(32, 32, 'x', 77) + "HELLO\r\n");
     for (const std::string type : {"COLOR", "IR"}) {
         TempDir dir;
-        dir.WriteControl(BackgroundFrames(20) + "<param name=\"-ir_low\" value=\"0.5\"/>\n");
-        const RunResult analyzer = RunAnalyzer({type, "STREAMING", "3", "5"}, stream, dir.path);
+        dir.writeControl(backgroundFrames(20) + "<param name=\"-ir_low\" value=\"0.5\"/>\n");
+        const RunResult analyzer = runAnalyzer({type, "STREAMING", "3", "5"}, stream, dir.path);
         ASSERT_EQ(analyzer.status, 0);
-        const auto expected = FromReplies(analyzer.out);
+        const auto expected = fromReplies(analyzer.out);
         ASSERT_GT(expected.size(), 20u) << type;
 
         const std::string out = dir.path + "/out";
-        const Outcome tool = Tool({dir.Write("in.stream", stream), "--type", type, "--control",
-                                   dir.path + "/opt/tesra/var/conf/3/qelparams2.conf", "--frames", "1-", "-o", out,
-                                   "--xml", "--scale", "1"});
+        const Outcome tool = runTool({dir.write("in.stream", stream), "--type", type, "--control",
+                                      dir.path + "/opt/tesra/var/conf/3/qelparams2.conf", "--frames", "1-", "-o", out,
+                                      "--xml", "--scale", "1"});
         EXPECT_EQ(tool.status, 0) << tool.err;
-        EXPECT_EQ(FromDocuments(out, 60), expected) << type;
+        EXPECT_EQ(fromDocuments(out, 60), expected) << type;
         EXPECT_NE(tool.err.find("the size differs"), std::string::npos) << tool.err;
         EXPECT_NE(tool.err.find("Unknown command HELLO"), std::string::npos) << tool.err;
         EXPECT_NE(tool.err.find("60 frames read, 60 shown"), std::string::npos) << tool.err;
         EXPECT_EQ(tool.out, "");
 
         // The page names every picture that there is, and no other.
-        const std::string page = Slurp(out + "/index.html");
+        const std::string page = slurp(out + "/index.html");
         const std::regex source("src=\"([^\"]+)\"");
         std::size_t shown = 0;
         for (std::sregex_iterator i(page.begin(), page.end(), source), end; i != end; ++i, shown++)
@@ -152,18 +153,18 @@ TEST(InspectRun, ShowsWhatTheAnalyzerAnswers) {
 
 TEST(InspectRun, WritesDumpsOfASingleBackgroundAndATrace) {
     TempDir dir;
-    const std::string stream = dir.Write("in.stream", SceneStream({32, 24, 30, 5, 1, 0, 2}));
-    const Outcome tool = Tool({stream, "--background", "single", "--bgframes", "2", "--frames", "12,14", "--dumps",
-                               "--trace", "-q", "-o", dir.path + "/a/b"});
+    const std::string stream = dir.write("in.stream", sceneStream({32, 24, 30, 5, 1, 0, 2}));
+    const Outcome tool = runTool({stream, "--background", "single", "--bgframes", "2", "--frames", "12,14", "--dumps",
+                                  "--trace", "-q", "-o", dir.path + "/a/b"});
     EXPECT_EQ(tool.status, 0);
     EXPECT_EQ(tool.err, "");
     EXPECT_EQ(std::count(tool.out.begin(), tool.out.end(), 'B') > 0, true) << tool.out;
     const int cells = 6 * 8 + 5 * 7;
     for (const char* name : {"edges.txt", "derivatives.txt"}) {
-        const std::string text = Slurp(dir.path + "/a/b/frame-000014-" + name);
+        const std::string text = slurp(dir.path + "/a/b/frame-000014-" + name);
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), cells) << name;
     }
-    EXPECT_TRUE(Slurp(dir.path + "/a/b/frame-000012-background.pgm").starts_with("P2\n32 24\n255\n"));
+    EXPECT_TRUE(slurp(dir.path + "/a/b/frame-000012-background.pgm").starts_with("P2\n32 24\n255\n"));
 }
 
 // One bright box before a dark ground, 8 to 15 in both directions.
@@ -176,57 +177,57 @@ TEST(InspectPictures, AreInTheRightPlaces) {
         TestImage image(24, 32, [box](int r, int c) {
             return box && r >= 8 && r <= 15 && c >= 8 && c <= 15 ? ColorValue{250, 240, 230} : ColorValue{10, 20, 30};
         });
-        const Phase phase = session.Begin(image.image);
+        const Phase phase = session.begin(image.image);
         image.image.Detach();
         return phase;
     };
     EXPECT_EQ(feed(false), Phase::kFirst);
-    session.End();
+    session.end();
     const Phase phase = feed(true);
     ASSERT_EQ(phase, Phase::kDetection);
-    const fi::FrameFacts facts = fi::GatherFacts(session, phase, {});
+    const fi::FrameFacts facts = fi::gatherFacts(session, phase, {});
     ASSERT_EQ(facts.objects.size(), 1u);
     EXPECT_EQ(facts.objects[0].x, 4);
     EXPECT_EQ(facts.objects[0].width, 16);
     EXPECT_EQ(facts.components, 1);
-    EXPECT_GE(facts.objects[0].Corners(), 4);
+    EXPECT_GE(facts.objects[0].corners(), 4);
 
     std::map<std::string, fi::Raster> pictures;
-    for (fi::Picture& p : fi::DrawPictures(session, facts, 4)) pictures.emplace(p.name, std::move(p.image));
-    const auto at = [&](const char* name, int r, int c) { return pictures.at(name).At(c * 4 + 2, r * 4 + 2); };
-    EXPECT_EQ(at("objects", 12, 12), (fi::Rgb{250, 240, 230}));
-    EXPECT_EQ(at("objects", 2, 30), (fi::Rgb{10, 20, 30}));
-    EXPECT_EQ(pictures.at("objects").At(4 * 4, 20 * 4 - 1), fi::Distinct(1));  // a corner of the box
-    EXPECT_EQ(at("background", 12, 12), (fi::Rgb{10, 20, 30}));
-    EXPECT_EQ(at("difference", 12, 12), fi::HeatMap().back());
-    EXPECT_EQ(at("difference", 22, 30), fi::HeatMap().front());
-    EXPECT_EQ(at("confidence", 9, 9), fi::HeatMap().back());
-    EXPECT_EQ(at("derivative", 22, 30), fi::HeatMap().front());
-    EXPECT_EQ(at("labels", 9, 9), fi::Distinct(1));
+    for (fi::Picture& p : fi::drawPictures(session, facts, 4)) pictures.emplace(p.name, std::move(p.image));
+    const auto at = [&](const char* name, int r, int c) { return pictures.at(name).at(c * 4 + 2, r * 4 + 2); };
+    EXPECT_EQ(at("objects", 12, 12), (fleifeisa::Rgb{250, 240, 230}));
+    EXPECT_EQ(at("objects", 2, 30), (fleifeisa::Rgb{10, 20, 30}));
+    EXPECT_EQ(pictures.at("objects").at(4 * 4, 20 * 4 - 1), fi::distinct(1));  // a corner of the box
+    EXPECT_EQ(at("background", 12, 12), (fleifeisa::Rgb{10, 20, 30}));
+    EXPECT_EQ(at("difference", 12, 12), fi::heatMap().back());
+    EXPECT_EQ(at("difference", 22, 30), fi::heatMap().front());
+    EXPECT_EQ(at("confidence", 9, 9), fi::heatMap().back());
+    EXPECT_EQ(at("derivative", 22, 30), fi::heatMap().front());
+    EXPECT_EQ(at("labels", 9, 9), fi::distinct(1));
     EXPECT_EQ(pictures.count("clusters"), 0u);
 
     // The file holds the same pixels.
     TempDir dir;
     const fi::Raster& written = pictures.at("labels");
-    written.WritePng(dir.path + "/labels.png");
+    written.writePng(dir.path + "/labels.png");
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     ASSERT_TRUE(png_image_begin_read_from_file(&image, (dir.path + "/labels.png").c_str()));
     image.format = PNG_FORMAT_RGB;
-    std::vector<fi::Rgb> pixels(PNG_IMAGE_SIZE(image) / 3);
+    std::vector<fleifeisa::Rgb> pixels(PNG_IMAGE_SIZE(image) / 3);
     ASSERT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
     ASSERT_EQ(image.width, 128u);
-    EXPECT_EQ(pixels[static_cast<std::size_t>(9 * 4 * 128 + 9 * 4)], fi::Distinct(1));
-    EXPECT_THROW(written.WritePng(dir.path + "/missing/labels.png"), std::runtime_error);
+    EXPECT_EQ(pixels[static_cast<std::size_t>(9 * 4 * 128 + 9 * 4)], fi::distinct(1));
+    EXPECT_THROW(written.writePng(dir.path + "/missing/labels.png"), std::runtime_error);
 }
 
 TEST(InspectRun, SaysWhatIsWrong) {
     TempDir dir;
-    const std::string whole = SceneStream({32, 24, 10, 5, 1, 0, 2});
-    const std::string stream = dir.Write("in.stream", whole);
-    const std::string cut = dir.Write("cut.stream", whole.substr(0, whole.size() / 2 - 500));
-    const std::string empty = dir.Write("empty", ""), text = dir.Write("text", "no image\n");
-    const std::string bare = dir.Write("bare.stream", kShutdownMessage), taken = dir.Write("taken", "");
+    const std::string whole = sceneStream({32, 24, 10, 5, 1, 0, 2});
+    const std::string stream = dir.write("in.stream", whole);
+    const std::string cut = dir.write("cut.stream", whole.substr(0, whole.size() / 2 - 500));
+    const std::string empty = dir.write("empty", ""), text = dir.write("text", "no image\n");
+    const std::string bare = dir.write("bare.stream", kShutdownMessage), taken = dir.write("taken", "");
     const std::string out = dir.path + "/out";
     struct Row {
         std::vector<std::string> args;
@@ -246,13 +247,12 @@ TEST(InspectRun, SaysWhatIsWrong) {
           Row{{stream, "--frames", "9-11", "-o", out}, 0, "ends before frame 11"},
           Row{{stream, "-o", taken, "--frames", "2"}, 73, "cannot be created"},
           Row{{cut, "--frames", "2-", "-o", dir.path + "/cut"}, 65, "ends inside a message"}}) {
-        const Outcome o = Tool(r.args);
+        const Outcome o = runTool(r.args);
         EXPECT_EQ(o.status, r.status) << r.says << ": " << o.err;
         EXPECT_NE(o.err.find(r.says), std::string::npos) << r.says << ": " << o.err;
     }
     EXPECT_TRUE(std::filesystem::exists(dir.path + "/cut/index.html"));  // what came before the cut is shown
-    EXPECT_NE(Tool({"--version"}).out.find("image formats: "), std::string::npos);
-    EXPECT_EQ(fi::Escape("<a href=\"x\">&"), "&lt;a href=&quot;x&quot;&gt;&amp;");
+    EXPECT_NE(runTool({"--version"}).out.find("image formats: "), std::string::npos);
 }
 
 }  // namespace

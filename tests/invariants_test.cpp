@@ -15,39 +15,39 @@ constexpr int kRows = 48, kCols = 64, kLearning = 20;
 // A textured scene with a bright square that crosses it, in a tracker that has seen `frames` of it.
 class Running {
  public:
-    explicit Running(int frames) : pixels(kRows * kCols * 3) {
-        Paint(1);
-        tracker = MakeTracker(COLOR, image, kLearning);
+    explicit Running(int frames) : pixels_(kRows * kCols * 3) {
+        paint(1);
+        tracker_ = MakeTracker(COLOR, image_, kLearning);
         for (int frame = 2; frame <= frames; frame++) {
-            Paint(frame);
-            if (frame > kLearning) tracker->DetectForeground(image, frame, 0.25f, 0.5f, 1.0f, 2.0f);
-            tracker->UpdateBackground(image, frame <= kLearning);
-            EXPECT_EQ(FrameViolation(*tracker), "") << "frame " << frame;
+            paint(frame);
+            if (frame > kLearning) tracker_->DetectForeground(image_, frame, 0.25f, 0.5f, 1.0f, 2.0f);
+            tracker_->UpdateBackground(image_, frame <= kLearning);
+            EXPECT_EQ(FrameViolation(*tracker_), "") << "frame " << frame;
         }
     }
-    ColorDiffTracker& operator*() { return *tracker; }
+    ColorDiffTracker& operator*() { return *tracker_; }
 
  private:
-    void Paint(int frame) {
-        image.KsReadImageMemory(pixels.data(), kRows, kCols);
+    void paint(int frame) {
+        image_.KsReadImageMemory(pixels_.data(), kRows, kCols);
         for (int r = 0; r < kRows; r++)
             for (int c = 0; c < kCols; c++) {
                 const int x = (frame - kLearning) * 2;
                 const bool square = frame > kLearning && r >= 16 && r < 32 && c >= x && c < x + 12;
                 const int v = square ? 230 : 60 + (r * 7 + c * 13 + frame * 5) % 24;
-                image.SetRed(r, c, static_cast<unsigned char>(v));
-                image.SetGreen(r, c, static_cast<unsigned char>(v / 2));
-                image.SetBlue(r, c, static_cast<unsigned char>(255 - v));
+                image_.SetRed(r, c, static_cast<unsigned char>(v));
+                image_.SetGreen(r, c, static_cast<unsigned char>(v / 2));
+                image_.SetBlue(r, c, static_cast<unsigned char>(255 - v));
             }
     }
 
-    std::vector<unsigned char> pixels;
-    KsColorImage image;
-    std::unique_ptr<ColorDiffTracker> tracker;
+    std::vector<unsigned char> pixels_;
+    KsColorImage image_;
+    std::unique_ptr<ColorDiffTracker> tracker_;
 };
 
-ContNode* Contour(ColorDiffTracker& T) {
-    return T.Ob[T.usedob[T.numobjects - 1]].fnode;
+ContNode* contour(ColorDiffTracker& t) {
+    return t.Ob[t.usedob[t.numobjects - 1]].fnode;
 }
 
 struct Damage {
@@ -56,34 +56,34 @@ struct Damage {
 };
 
 const Damage kDamages[] = {
-    {"is carried by no cell", [](auto& T) { T.G->numlabel++; }},
-    {"label = 2 out of range", [](auto& T) { T.G->label[5] = T.G->numlabel + 1; }},
-    {"prevlabel = -1 out of range", [](auto& T) { T.G->prevlabel[5] = -1; }},
-    {"conf = 1.5", [](auto& T) { T.G->conf[7] = 1.5; }},
-    {"conf = nan", [](auto& T) { T.G->conf[7] = std::nan(""); }},
-    {"nsamples = 49", [](auto& T) { T.B->cd[3].nsamples = 49; }},
-    {"nclusters = 7", [](auto& T) { T.B->cd[3].nclusters = 7; }},
-    {"support = 513", [](auto& T) { T.B->cd[3].support[0] = 513; }},
-    {"support = 0", [](auto& T) { T.B->cd[3].support[0] = 0; }},
-    {"channel 2: sum", [](auto& T) { T.B->cd[3].clusters[0].B += 1; }},
-    {"channel 1: sum", [](auto& T) { T.B->cd[3].clustersum[0].G += 2 * T.B->cd[3].support[0]; }},
-    {"numobjects = 5001", [](auto& T) { T.numobjects = 5001; }},
-    {"cell = 10000", [](auto& T) { T.usedob[0] = 10000; }},
-    {"NextTmpObId = 100000", [](auto& T) { T.NextTmpObId = 100000; }},
-    {"numparents = 21", [](auto& T) { T.Ob[T.usedob[0]].numparents = 21; }},
-    {"not closed", [](auto& T) { Contour(T)->r++; }},
-    {"contour nodes are in no list", [](auto& T) { T.G->GetNewNode(); }},
+    {"is carried by no cell", [](auto& t) { t.G->numlabel++; }},
+    {"label = 2 out of range", [](auto& t) { t.G->label[5] = t.G->numlabel + 1; }},
+    {"prevlabel = -1 out of range", [](auto& t) { t.G->prevlabel[5] = -1; }},
+    {"conf = 1.5", [](auto& t) { t.G->conf[7] = 1.5; }},
+    {"conf = nan", [](auto& t) { t.G->conf[7] = std::nan(""); }},
+    {"nsamples = 49", [](auto& t) { t.B->cd[3].nsamples = 49; }},
+    {"nclusters = 7", [](auto& t) { t.B->cd[3].nclusters = 7; }},
+    {"support = 513", [](auto& t) { t.B->cd[3].support[0] = 513; }},
+    {"support = 0", [](auto& t) { t.B->cd[3].support[0] = 0; }},
+    {"channel 2: sum", [](auto& t) { t.B->cd[3].clusters[0].B += 1; }},
+    {"channel 1: sum", [](auto& t) { t.B->cd[3].clustersum[0].G += 2 * t.B->cd[3].support[0]; }},
+    {"numobjects = 5001", [](auto& t) { t.numobjects = 5001; }},
+    {"cell = 10000", [](auto& t) { t.usedob[0] = 10000; }},
+    {"NextTmpObId = 100000", [](auto& t) { t.NextTmpObId = 100000; }},
+    {"numparents = 21", [](auto& t) { t.Ob[t.usedob[0]].numparents = 21; }},
+    {"not closed", [](auto& t) { contour(t)->r++; }},
+    {"contour nodes are in no list", [](auto& t) { t.G->GetNewNode(); }},
     {"of another list",
-     [](auto& T) {
-         ContNode* last = Contour(T);
+     [](auto& t) {
+         ContNode* last = contour(t);
          while (last->link->link != nullptr) last = last->link;
-         last->link = T.G->FreeNodes;
+         last->link = t.G->FreeNodes;
      }},
     {"the free list holds",
-     [](auto& T) {
+     [](auto& t) {
          static ContNode foreign;
-         foreign.link = T.G->FreeNodes;
-         T.G->FreeNodes = &foreign;
+         foreign.link = t.G->FreeNodes;
+         t.G->FreeNodes = &foreign;
      }},
 };
 

@@ -22,101 +22,101 @@ using kernels::PixelBlock;
 using kernels::QuadrantSums;
 using kernels::Table;
 
-int Setting(const char* name, int otherwise) {
+int setting(const char* name, int otherwise) {
     const char* text = std::getenv(name);
     return text != nullptr ? std::atoi(text) : otherwise;
 }
 
 class Kernels : public testing::TestWithParam<const Table*> {
  protected:
-    static constexpr const Table& plain = kernels::scalar;
+    static constexpr const Table& kPlain = kernels::scalar;
     const Table& table = *GetParam();
-    const int seed = Setting("KERNELS_TEST_SEED", 1), rounds = Setting("KERNELS_TEST_ROUNDS", 1);
+    const int seed = setting("KERNELS_TEST_SEED", 1), rounds = setting("KERNELS_TEST_ROUNDS", 1);
     TestRandom random{static_cast<unsigned>(seed)};
 
     void SetUp() override { std::cout << "seed " << seed << "\n"; }
 
     // A channel value: anything, near an end, or from a small set in which ties are frequent.
-    int Value(int kind, int low, int high) {
-        if (kind == 0) return random.Range(low, high);
-        if (kind == 1) return random.Range(low, low + 2);
-        if (kind == 2) return random.Range(high - 2, high);
-        if (kind == 3) return random.Below(2) != 0 ? low : high;
-        return std::clamp(random.Range(0, 2) * 4 + 126, low, high);
+    int value(int kind, int low, int high) {
+        if (kind == 0) return random.range(low, high);
+        if (kind == 1) return random.range(low, low + 2);
+        if (kind == 2) return random.range(high - 2, high);
+        if (kind == 3) return random.below(2) != 0 ? low : high;
+        return std::clamp(random.range(0, 2) * 4 + 126, low, high);
     }
 
-    PixelBlock Pixels(int kind) {
+    PixelBlock pixels(int kind) {
         PixelBlock px;
         for (std::uint32_t& p : px.p) {
             p = 0;
             for (int c = 0; c < 4; c++)  // the fourth byte is to be ignored
-                p |= static_cast<std::uint32_t>(Value(kind, 0, 255)) << (8 * c);
+                p |= static_cast<std::uint32_t>(value(kind, 0, 255)) << (8 * c);
         }
         return px;
     }
 
     // A sum that gives this mean at some support of at least `support`, less what forgetting took away since. With
     // `far`, more has been taken away than one frame can: then a sum is as far from support x mean as it ever gets.
-    int SumFor(int mean, int support, bool far) {
-        const int before = far ? random.Range(support, 512) : std::min(512, support + random.Below(3));
+    int sumFor(int mean, int support, bool far) {
+        const int before = far ? random.range(support, 512) : std::min(512, support + random.below(3));
         for (;;) {
             const int e =
-                random.Below(3) == 0 ? Value(3, -before * 3 / 2, before / 2) : random.Range(-2 * before, before);
+                random.below(3) == 0 ? value(3, -before * 3 / 2, before / 2) : random.range(-2 * before, before);
             const int sum = before * mean + e;
             if (RoundedMean(sum, before) == mean) return sum - (before - support) * mean;
         }
     }
 
-    ClusterSet RandomSet(int kind, bool wide, bool far) {
+    ClusterSet randomSet(int kind, bool wide, bool far) {
         ClusterSet set{};
-        Put(set.n, random.Range(1, 6));
+        put(set.n, random.range(1, 6));
         for (int j = 0; j < kernels::kClusters; j++) {
             const int near[] = {1, 2, 3, 128, 129, 448, 449, 510, 511, 512};
-            const int support = random.Below(2) != 0 ? random.Range(1, 512) : near[random.Below(10)];
-            Put(set.support[j], support);
-            Put(set.added[j], random.Below(65));
+            const int support = random.below(2) != 0 ? random.range(1, 512) : near[random.below(10)];
+            put(set.support[j], support);
+            put(set.added[j], random.below(65));
             for (int c = 0; c < 3; c++) {
-                const int mean = wide ? Value(kind, kernels::kLowest, kernels::kHighest) : Value(kind, 0, 255);
-                Put(set.mean[c][j], mean);
-                set.sum[c][j] = SumFor(mean, support, far);
+                const int mean = wide ? value(kind, kernels::kLowest, kernels::kHighest) : value(kind, 0, 255);
+                put(set.mean[c][j], mean);
+                set.sum[c][j] = sumFor(mean, support, far);
             }
         }
         return set;
     }
 };
 
-std::vector<const Table*> Tables() {
+std::vector<const Table*> tables() {
     std::vector<const Table*> all;
     for (const Table* const* t = kernels::Available(); *t != nullptr; t++) all.push_back(*t);
     return all;
 }
 
-constexpr auto NameOf = [](const auto& of) { return std::string(of.param->name); };
+constexpr auto kNameOf = [](const auto& of) { return std::string(of.param->name); };
 
-INSTANTIATE_TEST_SUITE_P(Every, Kernels, testing::ValuesIn(Tables()), NameOf);
+INSTANTIATE_TEST_SUITE_P(Every, Kernels, testing::ValuesIn(tables()), kNameOf);
 
 // Pages between two that nobody may touch.
 class GuardedPages {
  public:
-    explicit GuardedPages(std::size_t pages) : page(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))) {
-        size = (pages + 2) * page;
-        at = static_cast<unsigned char*>(mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        if (at == MAP_FAILED || mprotect(begin(), size - 2 * page, PROT_READ | PROT_WRITE) != 0) std::abort();
+    explicit GuardedPages(std::size_t pages) : page_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))) {
+        size_ = (pages + 2) * page_;
+        at_ = static_cast<unsigned char*>(mmap(nullptr, size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        if (at_ == MAP_FAILED || mprotect(begin(), size_ - 2 * page_, PROT_READ | PROT_WRITE) != 0) std::abort();
     }
-    ~GuardedPages() { munmap(at, size); }
+    ~GuardedPages() { munmap(at_, size_); }
     GuardedPages(const GuardedPages&) = delete;
     GuardedPages& operator=(const GuardedPages&) = delete;
-    unsigned char* begin() const { return at + page; }
-    unsigned char* end() const { return at + size - page; }
+    unsigned char* begin() const { return at_ + page_; }
+    unsigned char* end() const { return at_ + size_ - page_; }
 
  private:
-    std::size_t page, size;
-    unsigned char* at;
+    std::size_t page_, size_;
+    unsigned char* at_;
 };
 
 TEST_P(Kernels, LoadStaysInsideTheFrame) {
     const GuardedPages pages(1);
-    for (unsigned char* p = pages.begin(); p < pages.end(); p++) *p = static_cast<unsigned char>(random.Below(256));
+    for (unsigned char* p = pages.begin(); p < pages.end(); p++) *p = static_cast<unsigned char>(random.below(256));
     for (std::size_t n = 0; n <= 17; n++)
         for (std::size_t more = 0; more < 50; more++) {
             const std::size_t stride = 12 * n + more;
@@ -132,7 +132,7 @@ TEST_P(Kernels, LoadStaysInsideTheFrame) {
         }
 }
 
-CandidateList ListOf(const ClusterSet& set, bool gray) {
+CandidateList listOf(const ClusterSet& set, bool gray) {
     CandidateList list;
     std::memset(&list, 0x5a, sizeof list);  // what must not be read is such that it would win
     kernels::ListCandidates(set, gray, list);
@@ -161,9 +161,9 @@ TEST(CandidateLists, Bounds) {
         ClusterSet set{};
         set.n = 2;
         set.support[0] = 100;
-        Put(set.support[1], c.support);
-        for (int i = 0; i < 3; i++) Put(set.mean[i][1], c.mean[i]);
-        EXPECT_EQ(ListOf(set, c.gray).n, c.n) << c.what;
+        put(set.support[1], c.support);
+        for (int i = 0; i < 3; i++) put(set.mean[i][1], c.mean[i]);
+        EXPECT_EQ(listOf(set, c.gray).n, c.n) << c.what;
     }
 }
 
@@ -193,24 +193,24 @@ TEST_P(Kernels, RowsAreWhatTheCellsAnswer) {
     constexpr std::int16_t kUntouched = 12345;
     int outcomes[3] = {};
     for (int turn = 0; turn < 4000 * rounds; turn++) {
-        const bool gray = turn % 4 == 3, wide = random.Below(2) != 0;
-        const int kind = random.Below(5), filling = random.Below(4);
-        const std::size_t n = random.Range(1, 9), before = random.Below(5), width = 4 * n + random.Below(4);
+        const bool gray = turn % 4 == 3, wide = random.below(2) != 0;
+        const int kind = random.below(5), filling = random.below(4);
+        const std::size_t n = random.range(1, 9), before = random.below(5), width = 4 * n + random.below(4);
         std::vector<KsBackgroundCell> cells[3];  // own, above, below
         std::vector<CandidateList> lists[3];
         for (std::size_t l = 0; l < 3; l++)
             for (std::size_t k = 0; k < n + (l > 0); k++) {
-                ClusterSet set = RandomSet(kind, wide, false);
-                if (filling == 0 && random.Below(8) != 0) set.n = 0;
+                ClusterSet set = randomSet(kind, wide, false);
+                if (filling == 0 && random.below(8) != 0) set.n = 0;
                 if (filling == 1) set.n = kernels::kClusters;
                 for (std::int16_t& support : set.support)
-                    if (filling == 1) Put(support, random.Range(129, 512));
-                if (random.Below(40) == 0) set.mean[0][0] = kernels::kLowest - 1;
+                    if (filling == 1) put(support, random.range(129, 512));
+                if (random.below(40) == 0) set.mean[0][0] = kernels::kLowest - 1;
                 cells[l].emplace_back().TakeClusters(set);
-                lists[l].push_back(ListOf(set, gray));
+                lists[l].push_back(listOf(set, gray));
             }
         std::vector<PixelBlock> px;
-        while (px.size() < n) px.push_back(Pixels(random.Below(3) == 0 ? random.Below(5) : kind));
+        while (px.size() < n) px.push_back(pixels(random.below(3) == 0 ? random.below(5) : kind));
         std::vector<std::int16_t> planes[3], want[3];
         std::int16_t* at[3] = {};
         for (int c = 0; c < 3; c++) {
@@ -218,7 +218,7 @@ TEST_P(Kernels, RowsAreWhatTheCellsAnswer) {
             if (c == 0 || !gray) at[c] = planes[c].data() + before;
         }
         std::vector<std::int16_t> sums[3], want_sums[3];
-        const std::size_t sums_width = 2 * n + random.Below(3);
+        const std::size_t sums_width = 2 * n + random.below(3);
         for (int c = 0; c < 3; c++) sums[c] = want_sums[c] = std::vector(sums_width + 2 * n, kUntouched);
         std::vector<kernels::Outcome> outcome(n);
         const CandidateList *own = lists[0].data(), *above = lists[1].data(), *below = lists[2].data();
@@ -243,7 +243,7 @@ TEST_P(Kernels, RowsAreWhatTheCellsAnswer) {
                     want_sums[c][q / 2 * sums_width + 2 * j + q % 2] = a.sums.q[q][c == 0 ? 0 : 3 - c];
             for (std::size_t i = 0; i < kernels::kPixels; i++)
                 for (std::size_t c = 0; c < (gray ? 1 : 3); c++)
-                    Put(want[c][before + i / 4 * width + 4 * j + i % 4], a.d[i][c]);
+                    put(want[c][before + i / 4 * width + 4 * j + i % 4], a.d[i][c]);
         }
         for (int c = 0; c < 3; c++) {
             ASSERT_EQ(planes[c], want[c]) << "turn " << turn << ", channel " << c;
@@ -255,7 +255,7 @@ TEST_P(Kernels, RowsAreWhatTheCellsAnswer) {
 
 TEST_P(Kernels, Sums) {
     for (int turn = 0; turn < 1000; turn++) {
-        const PixelBlock px = Pixels(turn % 5);
+        const PixelBlock px = pixels(turn % 5);
         QuadrantSums q, want{};
         table.sums(px, q);
         for (int i = 0; i < kernels::kPixels; i++)
@@ -268,10 +268,10 @@ TEST_P(Kernels, Sums) {
 TEST_P(Kernels, AddMeasureAndDerive) {
     constexpr int kMost = 64 * (255 - kernels::kLowest);
     for (int turn = 0; turn < 4100; turn++) {
-        const int n = turn % 41, kind = random.Below(4);
+        const int n = turn % 41, kind = random.below(4);
         const auto row = [&](int length) {
             std::vector<int> v(static_cast<std::size_t>(length));
-            for (int& x : v) x = kind == 0 ? random.Range(-2, 2) : Value(kind - 1, -kMost, kMost);
+            for (int& x : v) x = kind == 0 ? random.range(-2, 2) : value(kind - 1, -kMost, kMost);
             return v;
         };
         const auto count = static_cast<std::size_t>(n);
@@ -294,7 +294,7 @@ TEST_P(Kernels, AddMeasureAndDerive) {
 
         std::vector<std::int16_t> halves[2];
         for (std::vector<std::int16_t>& half : halves)
-            for (int i = 0; i < 2 * n; i++) half.push_back(static_cast<std::int16_t>(Value(kind, -32768, 32767)));
+            for (int i = 0; i < 2 * n; i++) half.push_back(static_cast<std::int16_t>(value(kind, -32768, 32767)));
         std::vector<int> sums(count);
         table.add(halves[0].data(), halves[1].data(), n, sums.data());
         for (std::size_t j = 0; j < count; j++)
@@ -318,7 +318,7 @@ TEST_P(Kernels, AddMeasureAndDerive) {
 
 // Everything that is stored, also behind the clusters in use: n and the list's n, then eight values for each cluster
 // and three for each entry of the list.
-std::vector<int> Values(const ClusterSet& set, const CandidateList& list) {
+std::vector<int> values(const ClusterSet& set, const CandidateList& list) {
     std::vector<int> v{set.n, list.n};
     for (int j = 0; j < kernels::kClusters; j++) {
         v.insert(v.end(), {set.support[j], set.added[j]});
@@ -330,52 +330,52 @@ std::vector<int> Values(const ClusterSet& set, const CandidateList& list) {
 
 class Maintenance : public Kernels {
  protected:
-    void SetCells(int n, int kind, bool wide, bool far) {
+    void setCells(int n, int kind, bool wide, bool far) {
         sets.clear();
-        while (n-- > 0) sets.push_back(RandomSet(kind, wide, far));
+        while (n-- > 0) sets.push_back(randomSet(kind, wide, far));
     }
 
     // Chooses some of the cells, with 64 samples each: anything, or close around its clusters with a few far away.
-    void SetSamples(int kind) {
-        const bool close = random.Below(2) == 0;
-        const int spread = random.Below(12), strays = random.Below(5);
+    void setSamples(int kind) {
+        const bool close = random.below(2) == 0;
+        const int spread = random.below(12), strays = random.below(5);
         cells.clear();
         for (std::size_t k = 0; k < sets.size(); k++)
-            if (random.Below(4) != 0 || k + 1 == sets.size()) cells.push_back(static_cast<int>(k));
-        stride = cells.size() + random.Below(3);
+            if (random.below(4) != 0 || k + 1 == sets.size()) cells.push_back(static_cast<int>(k));
+        stride = cells.size() + random.below(3);
         px.resize(3 * stride + cells.size());
         for (std::size_t i = 0; i < px.size(); i++)
             for (std::uint32_t& p : px[i].p) {
                 const ClusterSet& set = sets[cells[std::min(i % stride, cells.size() - 1)]];
-                const int j = random.Below(set.n);
-                const bool stray = !close || random.Below(64) < strays;
-                p = static_cast<std::uint32_t>(random.Below(256)) << 24;  // to be ignored
+                const int j = random.below(set.n);
+                const bool stray = !close || random.below(64) < strays;
+                p = static_cast<std::uint32_t>(random.below(256)) << 24;  // to be ignored
                 for (int c = 0; c < 3; c++) {
-                    const int near = set.mean[c][j] + random.Range(-spread, spread);
-                    p |= static_cast<std::uint32_t>(stray ? Value(kind, 0, 255) : std::clamp(near, 0, 255)) << (8 * c);
+                    const int near = set.mean[c][j] + random.range(-spread, spread);
+                    p |= static_cast<std::uint32_t>(stray ? value(kind, 0, 255) : std::clamp(near, 0, 255)) << (8 * c);
                 }
             }
     }
 
     // Has the plain version and this one act on the chosen cells; then `sets` is theirs.
     template <class F>
-    void Act(bool gray, F act) {
+    void act(bool gray, F act) {
         std::vector<ClusterSet> want = sets;
-        std::vector<CandidateList> lists(sets.size(), ListOf({}, gray)), want_lists = lists;
+        std::vector<CandidateList> lists(sets.size(), listOf({}, gray)), want_lists = lists;
         const int n = static_cast<int>(cells.size());
-        act(plain, kernels::CellRun{n, cells.data(), want.data(), want_lists.data(), px.data(), stride});
+        act(kPlain, kernels::CellRun{n, cells.data(), want.data(), want_lists.data(), px.data(), stride});
         act(table, kernels::CellRun{n, cells.data(), sets.data(), lists.data(), px.data(), stride});
-        for (const int k : cells) want_lists[k] = ListOf(want[k], gray);
+        for (const int k : cells) want_lists[k] = listOf(want[k], gray);
         for (std::size_t k = 0; k < sets.size(); k++) {
-            const std::vector<int> got = Values(sets[k], lists[k]), expected = Values(want[k], want_lists[k]);
+            const std::vector<int> got = values(sets[k], lists[k]), expected = values(want[k], want_lists[k]);
             ASSERT_EQ(got, expected) << "cell " << k << ", from value "
                                      << std::mismatch(got.begin(), got.end(), expected.begin()).first - got.begin();
         }
     }
 
-    int Limit(bool gray) {
+    int anyLimit(bool gray) {
         const int limits[] = {0, 1, 3, 49, 181, 1000, 181 * 181, 32767};
-        return limits[random.Below(gray ? 5 : 8)];
+        return limits[random.below(gray ? 5 : 8)];
     }
 
     std::vector<ClusterSet> sets;
@@ -384,19 +384,19 @@ class Maintenance : public Kernels {
     std::size_t stride;
 };
 
-INSTANTIATE_TEST_SUITE_P(Every, Maintenance, testing::ValuesIn(Tables()), NameOf);
+INSTANTIATE_TEST_SUITE_P(Every, Maintenance, testing::ValuesIn(tables()), kNameOf);
 
 // Over whatever stands in the cells; the same draws leave the generator in the same state.
 TEST_P(Maintenance, FirstClusterings) {
     int counts[kernels::kClusters] = {};
     for (int turn = 0; turn < 4000 * rounds; turn++) {
         const bool gray = turn % 3 == 2;
-        const int kind = random.Below(5), limit = Limit(gray);
+        const int kind = random.below(5), limit = anyLimit(gray);
         SCOPED_TRACE("turn " + std::to_string(turn) + (gray ? ", gray, limit " : ", limit ") + std::to_string(limit));
-        SetCells(random.Range(1, 5), kind, false, false);
-        SetSamples(random.Below(2) != 0 ? kind : random.Below(5));
+        setCells(random.range(1, 5), kind, false, false);
+        setSamples(random.below(2) != 0 ? kind : random.below(5));
         std::vector<long> next;
-        Act(gray, [&](const Table& t, const kernels::CellRun& run) {
+        act(gray, [&](const Table& t, const kernels::CellRun& run) {
             srandom(static_cast<unsigned>(turn));
             t.cluster(run, limit, gray, ::random);
             next.push_back(::random());
@@ -413,23 +413,23 @@ TEST_P(Maintenance, Runs) {
     int merged = 0, opened = 0, beyond = 0, forgotten = 0;
     for (int turn = 0; turn < 16000 * rounds; turn++) {
         const bool gray = turn % 3 == 2, life = turn % 240 < 3;
-        const int kind = random.Below(5), limit = Limit(gray);
-        SetCells(random.Range(1, 5), kind, random.Below(life ? 8 : 2) == 0, !life && random.Below(2) != 0);
+        const int kind = random.below(5), limit = anyLimit(gray);
+        setCells(random.range(1, 5), kind, random.below(life ? 8 : 2) == 0, !life && random.below(2) != 0);
         for (int call = 0; call < (life ? 50 : 1) && !sets.empty(); call++) {
-            const bool forget = random.Below(life ? 8 : 2) != 0;
+            const bool forget = random.below(life ? 8 : 2) != 0;
             SCOPED_TRACE("turn " + std::to_string(turn) + ", call " + std::to_string(call) + (gray ? ", gray" : "") +
                          (forget ? ", forget" : "") + ", limit " + std::to_string(limit));
-            SetSamples(random.Below(life ? 8 : 2) != 0 ? kind : random.Below(5));
+            setSamples(random.below(life ? 8 : 2) != 0 ? kind : random.below(5));
             const std::vector<ClusterSet> start = sets;
-            Act(gray, [&](const Table& t, const kernels::CellRun& run) { t.maintain(run, limit, gray, forget); });
+            act(gray, [&](const Table& t, const kernels::CellRun& run) { t.maintain(run, limit, gray, forget); });
             if (HasFatalFailure()) return;
             for (std::size_t j = 0; j < sets.size(); j++) {
                 opened += sets[j].n > start[j].n;
                 merged += !forget && start[j].n == 6 && sets[j].support[5] < start[j].support[5];
-                beyond += ListOf(sets[j], gray).n < 0;
+                beyond += listOf(sets[j], gray).n < 0;
                 forgotten += sets[j].n < start[j].n;
             }
-            std::erase_if(sets, [&](const ClusterSet& set) { return set.n == 0 || ListOf(set, gray).n < 0; });
+            std::erase_if(sets, [&](const ClusterSet& set) { return set.n == 0 || listOf(set, gray).n < 0; });
         }
     }
     for (const int times : {merged, opened, beyond, forgotten}) EXPECT_GT(times, 100 * rounds);
@@ -438,11 +438,11 @@ TEST_P(Maintenance, Runs) {
 // A cell that is not theirs ends a run of the vector versions: it and those behind it stay as they are.
 TEST_P(Maintenance, StopBeforeWhatDoesNotFit) {
     for (const bool empty : {true, false}) {
-        SetCells(5, 0, false, false);
+        setCells(5, 0, false, false);
         cells = {0, 2, 3, 4};
         stride = cells.size();
         px.assign(4 * stride, {});
-        std::vector<CandidateList> lists(sets.size(), ListOf({}, false));
+        std::vector<CandidateList> lists(sets.size(), listOf({}, false));
         if (empty)
             sets[3].n = 0;
         else
@@ -450,39 +450,39 @@ TEST_P(Maintenance, StopBeforeWhatDoesNotFit) {
         const std::vector<ClusterSet> start = sets;
         const int done =
             table.maintain({4, cells.data(), sets.data(), lists.data(), px.data(), stride}, 49, false, true);
-        ASSERT_EQ(done, &table == &plain ? 4 : 2);
+        ASSERT_EQ(done, &table == &kPlain ? 4 : 2);
         if (done == 4) continue;
-        EXPECT_NE(Values(sets[2], {}), Values(start[2], {}));
-        for (const int k : {1, 3, 4}) EXPECT_EQ(Values(sets[k], {}), Values(start[k], {})) << k;
+        EXPECT_NE(values(sets[2], {}), values(start[2], {}));
+        for (const int k : {1, 3, 4}) EXPECT_EQ(values(sets[k], {}), values(start[k], {})) << k;
     }
 }
 
 // The choice is made once in a process; the tests above must not make it in this one.
 TEST(KernelChoiceDeathTest, NamesAreObeyed) {
-    for (const Table* t : Tables()) {
+    for (const Table* t : tables()) {
         setenv("FLEIFEISA_KERNELS", t->name, 1);
         EXPECT_EXIT(std::exit(&kernels::Active() == t ? 0 : 1), testing::ExitedWithCode(0), "^$") << t->name;
     }
     for (const char* unset : {"", "nonsense", "AVX2"}) {
         setenv("FLEIFEISA_KERNELS", unset, 1);
-        EXPECT_EXIT(std::exit(&kernels::Active() == Tables().back() ? 0 : 1), testing::ExitedWithCode(0), "") << unset;
+        EXPECT_EXIT(std::exit(&kernels::Active() == tables().back() ? 0 : 1), testing::ExitedWithCode(0), "") << unset;
     }
     unsetenv("FLEIFEISA_KERNELS");
 }
 
 TEST(KernelChoice, EveryNameGivesTheSameReplies) {
     const TempDir root;
-    root.WriteControl(BackgroundFrames(4));
-    const std::string stream = SceneStream({67, 45, 40, 6, 4, 0, 3});
+    root.writeControl(backgroundFrames(4));
+    const std::string stream = sceneStream({67, 45, 40, 6, 4, 0, 3});
     const auto run_with = [&](const std::string& name) {
         setenv("FLEIFEISA_KERNELS", name.c_str(), 1);
-        RunResult run = RunAnalyzer({"COLOR", "STREAMING", "3", "5"}, stream, root.path);
+        RunResult run = runAnalyzer({"COLOR", "STREAMING", "3", "5"}, stream, root.path);
         EXPECT_EQ(run.status, 0) << name;
         return run;
     };
     const RunResult want = run_with("scalar");
     EXPECT_NE(want.out.find("<OBJECT"), std::string::npos) << "nothing was detected";
-    for (const Table* t : Tables()) {
+    for (const Table* t : tables()) {
         const RunResult run = run_with(t->name);
         EXPECT_EQ(run.out, want.out) << t->name;
         EXPECT_EQ(run.err, want.err) << t->name;
@@ -490,7 +490,7 @@ TEST(KernelChoice, EveryNameGivesTheSameReplies) {
     const RunResult run = run_with("nonsense");
     EXPECT_EQ(run.out, want.out);
     EXPECT_EQ(run.err,
-              want.err + "FLEIFEISA_KERNELS=nonsense cannot be used here; using " + Tables().back()->name + ".\n");
+              want.err + "FLEIFEISA_KERNELS=nonsense cannot be used here; using " + tables().back()->name + ".\n");
     unsetenv("FLEIFEISA_KERNELS");
 }
 

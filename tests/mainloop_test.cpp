@@ -19,7 +19,7 @@ const Args kStreaming{"COLOR", "STREAMING", "3", "5"};
 class MainLoop : public testing::Test {
  protected:
     RunResult Run(const std::string& input, const Args& args = kStreaming) {
-        return RunAnalyzer(args, input, root.path);
+        return runAnalyzer(args, input, root.path);
     }
     TempDir root;
 };
@@ -43,7 +43,7 @@ TEST_F(MainLoop, UsageWithAWrongNumberOfArguments) {
         EXPECT_EQ(run.err, "");
     }
     const int full = open("/dev/full", O_WRONLY);
-    const RunResult run = RunAnalyzerOn({"COLOR"}, -1, full, root.path);
+    const RunResult run = runAnalyzerOn({"COLOR"}, -1, full, root.path);
     close(full);
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "Cannot write to standard output.\n");
@@ -51,14 +51,14 @@ TEST_F(MainLoop, UsageWithAWrongNumberOfArguments) {
 
 // An input that fails is not one that ends.
 TEST_F(MainLoop, UnreadableInput) {
-    root.WriteControl("");
+    root.writeControl("");
     const int directory = open(root.path.c_str(), O_RDONLY | O_DIRECTORY);
     int reset[2];  // the other end went without having read what was sent to it
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, reset), 0);
     ASSERT_EQ(write(reset[0], "x", 1), 1);
     close(reset[1]);
     for (const int input : {directory, reset[0]}) {
-        const RunResult run = RunAnalyzerOn(kStreaming, input, -1, root.path);
+        const RunResult run = runAnalyzerOn(kStreaming, input, -1, root.path);
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(run.out, kStartup);
         EXPECT_EQ(run.err, "INITIAL STARTUP!! My ID is 5\n\nCannot read standard input.\n");
@@ -68,7 +68,7 @@ TEST_F(MainLoop, UnreadableInput) {
 
 TEST(Handler, ReadsTheControlFile) {
     const TempDir root;
-    root.WriteControl(BackgroundFrames(7));
+    root.writeControl(backgroundFrames(7));
     setenv("FLEIFEISA_ROOT", root.path.c_str(), 1);
     setenv("FLEIFEISA_SANDBOX", "off", 1);
     std::string args[] = {"fleifeisa", "IR", "STREAMING", "3", "5"};
@@ -78,7 +78,7 @@ TEST(Handler, ReadsTheControlFile) {
     EXPECT_EQ(RunAnalyzer(5, argv, in, out), 0);
     EXPECT_EQ(out.str(), kStartup);
     EXPECT_EQ(Parameters().bg_frames, 7);
-    root.WriteControl(BackgroundFrames(8));
+    root.writeControl(backgroundFrames(8));
     handler(1);
     EXPECT_EQ(Parameters().bg_frames, 8);
     unsetenv("FLEIFEISA_SANDBOX");
@@ -94,11 +94,11 @@ struct StartCase {
 };
 
 TEST_F(MainLoop, StartUpReplies) {
-    const std::string no_control = ErrorReply("Cannot open configuration file."),
-                      type = ErrorReply("Type must be COLOR or IR.");
+    const std::string no_control = errorReply("Cannot open configuration file."),
+                      type = errorReply("Type must be COLOR or IR.");
     const std::string hello5 = "INITIAL STARTUP!! My ID is 5\n\n", hello0 = "INITIAL STARTUP!! My ID is 0\n\n";
     const std::string refused = "Cannot open control file.  Cannot proceed.\n";
-    const std::string list = root.Write("empty-list", " \n");
+    const std::string list = root.write("empty-list", " \n");
     const StartCase cases[] = {
         {{"COLOR", "STREAMING", "3", "5"}, true, kStartup, hello5},
         {{"IR", "STREAMINGX", "3", "5x"}, true, kStartup, hello5},
@@ -119,7 +119,7 @@ TEST_F(MainLoop, StartUpReplies) {
     };
     for (const StartCase& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.args).substr(0, 80));
-        if (c.control_file) root.WriteControl("");
+        if (c.control_file) root.writeControl("");
         const RunResult run = Run("", c.args);
         EXPECT_EQ(run.out, c.out);
         EXPECT_EQ(run.err, c.err);
@@ -129,21 +129,21 @@ TEST_F(MainLoop, StartUpReplies) {
 }
 
 TEST_F(MainLoop, MessagesWithoutAFrameDoNotCount) {
-    root.WriteControl(BackgroundFrames(2));
-    const RunResult run = Run(Message("Command: RECONFIGURE\r\n") + FlatFrame(4, 4, 'a', 1) + " \n" +
-                              Message("Content-Type: text/plain\r\nContent-Length: 3\r\n", "abc") + "x\n" +
-                              FlatFrame(4, 4, 'a', 2) + Message("Timestamp: 8\r\nImage-width:\r\n") +
-                              FlatFrame(4, 4, 'a', 3) + Message("Command: RECONFIGURE\r\n"));
-    EXPECT_EQ(run.out, kStartup + OkReply(" 1001", 1) + UnknownCommand("x") + OkReply(" 1002", 2) +
-                           HeaderError("Image width invalid.", " 8", 0) + EmptyAnalytics(" 1003", 3));
+    root.writeControl(backgroundFrames(2));
+    const RunResult run = Run(message("Command: RECONFIGURE\r\n") + flatFrame(4, 4, 'a', 1) + " \n" +
+                              message("Content-Type: text/plain\r\nContent-Length: 3\r\n", "abc") + "x\n" +
+                              flatFrame(4, 4, 'a', 2) + message("Timestamp: 8\r\nImage-width:\r\n") +
+                              flatFrame(4, 4, 'a', 3) + message("Command: RECONFIGURE\r\n"));
+    EXPECT_EQ(run.out, kStartup + okReply(" 1001", 1) + unknownCommand("x") + okReply(" 1002", 2) +
+                           headerError("Image width invalid.", " 8", 0) + emptyAnalytics(" 1003", 3));
     EXPECT_EQ(run.status, 0);
 }
 
 TEST_F(MainLoop, NoTimestamp) {
-    root.WriteControl(BackgroundFrames(1));
+    root.writeControl(backgroundFrames(1));
     const std::string frame =
-        Message("Content-Type: image/rgb\r\nContent-Length: 3\r\nImage-width: 1\r\nImage-height: 1\r\n", "abc");
-    EXPECT_EQ(Run(frame + frame).out, kStartup + OkReply("", 0) + EmptyAnalytics("", 0));
+        message("Content-Type: image/rgb\r\nContent-Length: 3\r\nImage-width: 1\r\nImage-height: 1\r\n", "abc");
+    EXPECT_EQ(Run(frame + frame).out, kStartup + okReply("", 0) + emptyAnalytics("", 0));
 }
 
 struct RelearnCase {
@@ -157,26 +157,26 @@ TEST_F(MainLoop, RelearningAfterAControlFileChange) {
     for (const RelearnCase& c :
          {RelearnCase{10, "oooooaa"}, {9, "ooooaaa"}, {2, "oaa"}, {1, "aaa"}, {0, "aaa"}, {-1, "ooooooooo"}}) {
         SCOPED_TRACE(c.bg_frames);
-        root.WriteControl(BackgroundFrames(2), 1000);
+        root.writeControl(backgroundFrames(2), 1000);
         Session session(kStreaming, root.path);
-        EXPECT_EQ(session.Reply(), kStartup);
+        EXPECT_EQ(session.reply(), kStartup);
         int f = 0;
         const auto answer = [&] {
             f++;
-            session.Send(FlatFrame(4, 4, 'a', f));
-            const std::string reply = session.Reply(), ts = " " + std::to_string(1000 + f);
-            return reply == OkReply(ts, f) ? 'o' : reply == EmptyAnalytics(ts, f) ? 'a' : '?';
+            session.send(flatFrame(4, 4, 'a', f));
+            const std::string reply = session.reply(), ts = " " + std::to_string(1000 + f);
+            return reply == okReply(ts, f) ? 'o' : reply == emptyAnalytics(ts, f) ? 'a' : '?';
         };
         EXPECT_EQ(std::string({answer(), answer(), answer()}), "ooa");
-        session.Send("junk\n");  // its answer shows that the frame's own look at the control file is over
-        EXPECT_EQ(session.Reply(), UnknownCommand("junk"));
-        root.WriteControl(BackgroundFrames(c.bg_frames), 2000);
+        session.send("junk\n");  // its answer shows that the frame's own look at the control file is over
+        EXPECT_EQ(session.reply(), unknownCommand("junk"));
+        root.writeControl(backgroundFrames(c.bg_frames), 2000);
         EXPECT_EQ(answer(), 'a') << "the frame after which the change is seen";
         std::string replies;
         for (std::size_t i = 0; i < c.replies.size(); i++) replies += answer();
         EXPECT_EQ(replies, c.replies);
-        session.Send(kShutdownMessage);
-        EXPECT_EQ(session.Finish(), 0);
+        session.send(kShutdownMessage);
+        EXPECT_EQ(session.finish(), 0);
     }
 }
 

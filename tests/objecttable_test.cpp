@@ -23,21 +23,21 @@ class ObjectTable : public testing::Test {
     static constexpr int kRows = 64, kCols = 96;
 
     void SetUp() override {
-        image.Fill(Flat(100));
+        image.fill(flat(100));
         tracker = MakeTracker(COLOR, image, 20);
         for (int f = 2; f <= 20; f++) tracker->UpdateBackground(image, true);
     }
 
     // Detects a frame; returns "id/numframes" of its records in the order of usedob.
-    std::string Detect(int frame, const Blobs& blobs) {
-        image.Fill([&](int r, int c) {
+    std::string detect(int frame, const Blobs& blobs) {
+        image.fill([&](int r, int c) {
             for (const Blob& b : blobs)
                 if (r >= b.row && r < b.row + b.height && c >= b.col && c < b.col + b.width)
                     return ColorValue{250, 240, 230};
             return ColorValue{100, 100, 100};
         });
         tracker->DetectForeground(image, frame, 0.25f, 0.5f, 1.0f, 2.0f);
-        CheckNodes();
+        checkNodes();
         std::string text;
         for (int i = 0; i < tracker->numobjects; i++) {
             const Object& o = tracker->Ob[tracker->usedob[i]];
@@ -49,7 +49,7 @@ class ObjectTable : public testing::Test {
     }
 
     // Every node of the pool's one block is in exactly one list: the free list or the contour of one cell in use.
-    void CheckNodes() {
+    void checkNodes() {
         const std::set<int> cells(tracker->usedob, tracker->usedob + tracker->numobjects);
         std::vector<const ContNode*> lists{tracker->G->FreeNodes};
         for (const int k : cells) lists.push_back(tracker->Ob[k].fnode);
@@ -65,7 +65,7 @@ class ObjectTable : public testing::Test {
     }
 
     // A record made by hand, with a contour of its own.
-    void Add(int cell, int framenum, int id, int numframes) {
+    void add(int cell, int framenum, int id, int numframes) {
         Object& o = tracker->Ob[cell];
         o.framenum = framenum;
         o.id = id;
@@ -80,9 +80,9 @@ class ObjectTable : public testing::Test {
     }
 
     // Cells in use, in order.
-    std::vector<int> Used() const { return {tracker->usedob, tracker->usedob + tracker->numobjects}; }
+    std::vector<int> usedPlaces() const { return {tracker->usedob, tracker->usedob + tracker->numobjects}; }
 
-    TestImage image{kRows, kCols, Flat(100)};
+    TestImage image{kRows, kCols, flat(100)};
     std::unique_ptr<ColorDiffTracker> tracker;
 };
 
@@ -132,14 +132,14 @@ TEST_F(ObjectTable, Association) {
         SetUp();
         for (const Step& s : c.steps) {
             SCOPED_TRACE(s.frame);
-            EXPECT_EQ(Detect(s.frame, s.blobs), s.records);
+            EXPECT_EQ(detect(s.frame, s.blobs), s.records);
         }
     }
 }
 
 // Half a cell of one pixel is none: its quadrants have no pixels, so that components have no area.
 TEST(CellsOfOnePixel, GiveRecordsWithoutAnArea) {
-    TestImage image(20, 24, Flat(100));
+    TestImage image(20, 24, flat(100));
     const auto tracker = MakeTracker(COLOR, image, 20, SINGLE, 1);
     TestImage frame(20, 24, [](int r, int c) {
         return r > 4 && r < 12 && c > 6 && c < 16 ? ColorValue{255, 255, 255} : ColorValue{100, 100, 100};
@@ -156,7 +156,7 @@ TEST(CellsOfOnePixel, GiveRecordsWithoutAnArea) {
 
 TEST_F(ObjectTable, MeasuresOfARecord) {
     EXPECT_EQ(tracker->maxdist, 0.0);
-    Detect(30, {{8, 16, 16, 8}});
+    detect(30, {{8, 16, 16, 8}});
     ASSERT_EQ(tracker->numobjects, 1);
     const Object& o = tracker->Ob[tracker->usedob[0]];
     // Six by four main cells: a rim of cells around the blob joins by its derivatives, with the shifted cells between.
@@ -174,16 +174,16 @@ TEST_F(ObjectTable, MeasuresOfARecord) {
 }
 
 TEST_F(ObjectTable, NextFreeCellReleasesRecordsOver25FramesOld) {
-    Add(0, 74, 1, 9);
-    Add(1, 75, 2, 9);
-    Add(2, 60, 3, 9);
-    Add(3, 74, 4, 9);  // moves into the place of a released one and is examined there
+    add(0, 74, 1, 9);
+    add(1, 75, 2, 9);
+    add(2, 60, 3, 9);
+    add(3, 74, 4, 9);  // moves into the place of a released one and is examined there
     ContNode* const last_released = tracker->Ob[2].fnode;
     EXPECT_EQ(tracker->NextFreeObjectCell(100), 0);
-    EXPECT_EQ(Used(), (std::vector<int>{1, 0}));
+    EXPECT_EQ(usedPlaces(), (std::vector<int>{1, 0}));
     EXPECT_EQ(tracker->Ob[0].id, 0) << "until association gives it one";
     EXPECT_EQ(tracker->G->FreeNodes, last_released) << "the nodes stand in front of the free list";
-    CheckNodes();
+    checkNodes();
 }
 
 struct CleanCase {
@@ -208,18 +208,18 @@ TEST_F(ObjectTable, CleanObjectList) {
         SCOPED_TRACE(c.what);
         SetUp();
         for (std::size_t i = 0; i < c.records.size(); i++)
-            Add(static_cast<int>(i), c.records[i][0], c.records[i][1], c.records[i][2]);
+            add(static_cast<int>(i), c.records[i][0], c.records[i][1], c.records[i][2]);
         tracker->CleanObjectList(100);
-        EXPECT_EQ(Used(), c.kept);
-        CheckNodes();
+        EXPECT_EQ(usedPlaces(), c.kept);
+        checkNodes();
     }
     // A cell that stands twice: the second place finds the id released by the first, and nothing left to return.
     SetUp();
-    Add(0, 97, 7, 1);
+    add(0, 97, 7, 1);
     tracker->usedob[tracker->numobjects++] = 0;
     tracker->CleanObjectList(100);
     EXPECT_EQ(tracker->numobjects, 0);
-    CheckNodes();
+    checkNodes();
 }
 
 TEST_F(ObjectTable, FullTable) {
@@ -278,14 +278,14 @@ TEST_F(ObjectTable, RandomLifeConservesNodes) {
     TestRandom random(1);
     int frame = 20, zero_ids = 0, twice = 0;
     for (int turn = 0; turn < 150; turn++) {
-        frame += random.Below(6) == 0 ? random.Range(2, 8) : 1;
+        frame += random.below(6) == 0 ? random.range(2, 8) : 1;
         Blobs blobs;
-        for (int i = random.Below(14); i > 0; i--)
-            blobs.push_back({random.Below(kRows), random.Below(kCols), random.Range(4, 9), random.Range(4, 9)});
-        Detect(frame, blobs);
+        for (int i = random.below(14); i > 0; i--)
+            blobs.push_back({random.below(kRows), random.below(kCols), random.range(4, 9), random.range(4, 9)});
+        detect(frame, blobs);
         if (HasFatalFailure()) return;
-        if (turn % 2 == 0) tracker->UpdateBackground(image, random.Below(2) == 0);
-        const std::vector<int> used = Used();
+        if (turn % 2 == 0) tracker->UpdateBackground(image, random.below(2) == 0);
+        const std::vector<int> used = usedPlaces();
         twice += std::set<int>(used.begin(), used.end()).size() != used.size();
         for (const int k : used) {
             const Object& o = tracker->Ob[k];

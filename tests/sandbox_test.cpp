@@ -35,7 +35,7 @@ class Sandbox : public testing::Test {
     void SetUp() override {
         setenv("FLEIFEISA_ROOT", dir.path.c_str(), 1);
         setenv("FLEIFEISA_SANDBOX", "on", 1);  // also in builds with sanitizers, where it is off by default
-        dir.WriteControl(BackgroundFrames(11));
+        dir.writeControl(backgroundFrames(11));
         path = ControlPath(3);
     }
     void TearDown() override {
@@ -45,7 +45,7 @@ class Sandbox : public testing::Test {
 
     // Runs `steps` in a child and returns what it has printed and how it ended. `next` are done here, one after each
     // line that the child prints; the child's standard input gets a line after each.
-    static std::string InChild(const Steps& steps, const std::vector<Steps>& next = {}) {
+    static std::string inChild(const Steps& steps, const std::vector<Steps>& next = {}) {
         int in[2], out[2];
         EXPECT_EQ(pipe2(in, O_CLOEXEC) | pipe2(out, O_CLOEXEC), 0);
         const pid_t child = fork();
@@ -75,11 +75,11 @@ class Sandbox : public testing::Test {
                std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status));
     }
 
-    SandboxResult Confine() const { return ConfineProcess(path.c_str()); }
+    SandboxResult confine() const { return ConfineProcess(path.c_str()); }
     // Whether a child can confine itself in both ways.
-    bool Confines() const {
-        return InChild([&] {
-                   const SandboxResult result = Confine();
+    bool confines() const {
+        return inChild([&] {
+                   const SandboxResult result = confine();
                    std::printf("%d%d", result.files, result.calls);
                }) == "11exit 0";
     }
@@ -89,54 +89,54 @@ class Sandbox : public testing::Test {
 };
 
 // Prints an attempt that succeeded or failed for another reason than the confinement.
-void Denied(const char* what, long result) {
+void denied(const char* what, long result) {
     if (result >= 0 || (errno != EPERM && errno != EACCES))
         std::printf("%s: %s\n", what, result >= 0 ? "succeeded" : strerror(errno));
 }
-void Allowed(const char* what, long result) {
+void allowed(const char* what, long result) {
     if (result < 0) std::printf("%s: %s\n", what, strerror(errno));
 }
 
-void AttemptFiles(const std::string& control_file, const std::string& other_file) {
+void attemptFiles(const std::string& control_file, const std::string& other_file) {
     const char* own = control_file.c_str();
-    Denied("reading /etc/passwd", open("/etc/passwd", O_RDONLY));
-    Denied("reading its own memory", open("/proc/self/mem", O_RDONLY));
-    Denied("reading a file beside the configuration", open(other_file.c_str(), O_RDONLY));
-    Denied("listing a directory", open("/", O_RDONLY));
-    Denied("opening by path only", open("/etc/passwd", O_PATH));
-    Denied("writing the control file", open(own, O_WRONLY));
-    Denied("reading and writing it", open(own, O_RDWR));
-    Denied("truncating it", open(own, O_RDONLY | O_TRUNC));
-    Denied("truncating it by name", truncate(own, 0));
-    Denied("making a file", open((control_file + "x").c_str(), O_RDONLY | O_CREAT, 0600));
-    Denied("unlink", unlink(own));
-    Denied("rename", rename(own, other_file.c_str()));
-    Denied("symlink", symlink("/etc/passwd", (control_file + "l").c_str()));
-    Denied("chmod", chmod(own, 0666));
-    Denied("memfd", syscall(SYS_memfd_create, "x", 0));
-    Denied("writing an inherited descriptor", write(100, "x", 1));
-    Denied("typing into the terminal", ioctl(0, TIOCSTI, ""));
+    denied("reading /etc/passwd", open("/etc/passwd", O_RDONLY));
+    denied("reading its own memory", open("/proc/self/mem", O_RDONLY));
+    denied("reading a file beside the configuration", open(other_file.c_str(), O_RDONLY));
+    denied("listing a directory", open("/", O_RDONLY));
+    denied("opening by path only", open("/etc/passwd", O_PATH));
+    denied("writing the control file", open(own, O_WRONLY));
+    denied("reading and writing it", open(own, O_RDWR));
+    denied("truncating it", open(own, O_RDONLY | O_TRUNC));
+    denied("truncating it by name", truncate(own, 0));
+    denied("making a file", open((control_file + "x").c_str(), O_RDONLY | O_CREAT, 0600));
+    denied("unlink", unlink(own));
+    denied("rename", rename(own, other_file.c_str()));
+    denied("symlink", symlink("/etc/passwd", (control_file + "l").c_str()));
+    denied("chmod", chmod(own, 0666));
+    denied("memfd", syscall(SYS_memfd_create, "x", 0));
+    denied("writing an inherited descriptor", write(100, "x", 1));
+    denied("typing into the terminal", ioctl(0, TIOCSTI, ""));
 }
 
-void AttemptProcesses(void* page) {
-    Denied("socket", socket(AF_INET, SOCK_STREAM, 0));
-    Denied("local socket", socket(AF_UNIX, SOCK_DGRAM, 0));
+void attemptProcesses(void* page) {
+    denied("socket", socket(AF_INET, SOCK_STREAM, 0));
+    denied("local socket", socket(AF_UNIX, SOCK_DGRAM, 0));
     const sockaddr_in to{};
-    Denied("connect", connect(0, reinterpret_cast<const sockaddr*>(&to), sizeof to));
-    Denied("fork", fork());
-    Denied("clone3", syscall(435, nullptr, 0));
+    denied("connect", connect(0, reinterpret_cast<const sockaddr*>(&to), sizeof to));
+    denied("fork", fork());
+    denied("clone3", syscall(435, nullptr, 0));
     char program[] = "/bin/true";
     char* const arguments[] = {program, nullptr};
-    Denied("execve", execve(program, arguments, nullptr));
-    Denied("ptrace", ptrace(PTRACE_TRACEME, 0, nullptr, nullptr));
-    Denied("writing another process", syscall(SYS_process_vm_writev, getppid(), nullptr, 0, nullptr, 0, 0));
-    Denied("signalling the parent", kill(getppid(), 0));
-    Denied("signalling a thread of it", syscall(SYS_tgkill, getppid(), getppid(), 0));
-    Denied("executable memory", syscall(SYS_mmap, 0, 4096, PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    Denied("making memory executable", mprotect(page, 4096, PROT_READ | PROT_EXEC));
-    Denied("io_uring", syscall(425, 1, nullptr));
+    denied("execve", execve(program, arguments, nullptr));
+    denied("ptrace", ptrace(PTRACE_TRACEME, 0, nullptr, nullptr));
+    denied("writing another process", syscall(SYS_process_vm_writev, getppid(), nullptr, 0, nullptr, 0, 0));
+    denied("signalling the parent", kill(getppid(), 0));
+    denied("signalling a thread of it", syscall(SYS_tgkill, getppid(), getppid(), 0));
+    denied("executable memory", syscall(SYS_mmap, 0, 4096, PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    denied("making memory executable", mprotect(page, 4096, PROT_READ | PROT_EXEC));
+    denied("io_uring", syscall(425, 1, nullptr));
 #ifdef __x86_64__
-    Denied("a call of the x32 interface", syscall(0x40000000 | SYS_getpid));
+    denied("a call of the x32 interface", syscall(0x40000000 | SYS_getpid));
     long result = 20;  // getpid by the 32-bit interface of the same processor
     asm volatile("int $0x80" : "+a"(result) : : "memory", "r8", "r9", "r10", "r11");
     if (result >= 0) std::printf("a 32-bit call succeeded\n");
@@ -144,15 +144,15 @@ void AttemptProcesses(void* page) {
 }
 
 TEST_F(Sandbox, DeniesTheRestAndLivesOn) {
-    if (!Confines()) GTEST_SKIP() << "this kernel lacks Landlock or seccomp filters";
-    const std::string other = dir.Write("other", "secret");
+    if (!confines()) GTEST_SKIP() << "this kernel lacks Landlock or seccomp filters";
+    const std::string other = dir.write("other", "secret");
     const int inherited = dup2(1, 100);
-    const std::string text = InChild([&] {
+    const std::string text = inChild([&] {
         void* page = mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        Confine();
+        confine();
         errno = 0;
-        AttemptFiles(path, other);
-        AttemptProcesses(page);
+        attemptFiles(path, other);
+        attemptProcesses(page);
         std::printf("alive ");
     });
     close(inherited);
@@ -161,15 +161,15 @@ TEST_F(Sandbox, DeniesTheRestAndLivesOn) {
 
 TEST_F(Sandbox, LeavesWhatTheAnalyzerNeeds) {
     unsetenv("FLEIFEISA_SANDBOX");
-    if (!Confines()) GTEST_SKIP() << "off by default: the sanitizers of this build need more, or the kernel lacks it";
-    const std::string text = InChild([&] {
+    if (!confines()) GTEST_SKIP() << "off by default: the sanitizers of this build need more, or the kernel lacks it";
+    const std::string text = inChild([&] {
         close(2);  // a kernel that lacks something says so there
-        Confine();
+        confine();
         timespec time;
         int waiting = 0;
-        Allowed("bytes waiting", ioctl(0, FIONREAD, &waiting));
-        Allowed("sleep", usleep(1));
-        Allowed("clock", syscall(SYS_clock_gettime, CLOCK_REALTIME, &time));
+        allowed("bytes waiting", ioctl(0, FIONREAD, &waiting));
+        allowed("sleep", usleep(1));
+        allowed("clock", syscall(SYS_clock_gettime, CLOCK_REALTIME, &time));
         std::string large(1 << 20, 'x');
         for (int i = 0; i < 6; i++) large += large;
         try {
@@ -179,9 +179,9 @@ TEST_F(Sandbox, LeavesWhatTheAnalyzerNeeds) {
         }
     });
     EXPECT_EQ(text, "67108864 caught 0 exit 0");
-    EXPECT_EQ(InChild([&] {
+    EXPECT_EQ(inChild([&] {
                   close(2);
-                  Confine();
+                  confine();
                   signal(SIGABRT, SIG_DFL);
                   std::abort();
               }),
@@ -194,7 +194,7 @@ TEST_F(Sandbox, FollowsTheControlFile) {
     const fs::path device = fs::path(path).parent_path(), conf = device.parent_path(), other = dir.path + "/other";
     const auto write = [](const fs::path& file, int frames) {
         fs::create_directories(file.parent_path());
-        std::ofstream(file) << BackgroundFrames(frames);
+        std::ofstream(file) << backgroundFrames(frames);
     };
     const auto replace = [&](const fs::path& file, int frames) {
         write(file.string() + ".new", frames);
@@ -246,10 +246,10 @@ TEST_F(Sandbox, FollowsTheControlFile) {
             fs::remove_all(dir.path + "/opt");
             fs::remove_all(other);
             life.before();
-            const std::string text = InChild(
+            const std::string text = inChild(
                 [&] {
                     close(2);
-                    Confine();
+                    confine();
                     for (std::size_t i = 0; i <= life.changes.size(); i++) {
                         control c;
                         std::puts(updateControl(3, &c) ? std::to_string(c.bg_frames).c_str() : "-");
@@ -264,25 +264,25 @@ TEST_F(Sandbox, FollowsTheControlFile) {
 }
 
 TEST_F(Sandbox, SaysInOneLineWhatDoesNotHold) {
-    if (!Confines()) GTEST_SKIP() << "this kernel lacks Landlock or seccomp filters";
+    if (!confines()) GTEST_SKIP() << "this kernel lacks Landlock or seccomp filters";
     setenv("FLEIFEISA_SANDBOX", "off", 1);
-    EXPECT_EQ(InChild([&] {
-                  Confine();
-                  Allowed("open", open("/etc/passwd", O_RDONLY));
+    EXPECT_EQ(inChild([&] {
+                  confine();
+                  allowed("open", open("/etc/passwd", O_RDONLY));
               }),
               "exit 0");
     setenv("FLEIFEISA_SANDBOX", "perhaps", 1);
-    EXPECT_EQ(InChild([&] { Confine(); }),
+    EXPECT_EQ(inChild([&] { confine(); }),
               "Sandbox: FLEIFEISA_SANDBOX is neither on nor off and has no effect.\nexit 0");
     setenv("FLEIFEISA_SANDBOX", "on", 1);
-    const std::string text = InChild([&] {  // a kernel without the two interfaces, played by a filter that hides them
+    const std::string text = inChild([&] {  // a kernel without the two interfaces, played by a filter that hides them
         sock_filter program[] = {
             BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 444, 1, 0), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_seccomp, 0, 1),
             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
         const sock_fprog filter{5, program};
-        Allowed("hiding", prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) | prctl(PR_SET_SECCOMP, 2, &filter));
-        Confine();
+        allowed("hiding", prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) | prctl(PR_SET_SECCOMP, 2, &filter));
+        confine();
     });
     EXPECT_EQ(text,
               "Sandbox: file access is not confined, the kernel lacks Landlock; system calls are not confined, the "

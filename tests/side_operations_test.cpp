@@ -21,19 +21,19 @@
 
 namespace {
 
-std::string Slurp(const std::string& path) {
+std::string slurp(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // A histogram as text, "level:count" for every level that has pixels.
-std::string Counts(const int* hist) {
+std::string counts(const int* hist) {
     std::string text;
     for (int k = 0; k < 256; k++)
         if (hist[k] != 0) text += (text.empty() ? "" : " ") + std::to_string(k) + ":" + std::to_string(hist[k]);
     return text;
 }
-void SetCounts(int* hist, const char* text) {
+void setCounts(int* hist, const char* text) {
     std::fill_n(hist, 256, 0);
     std::istringstream in(text);
     char colon;
@@ -49,7 +49,7 @@ struct Patch {
 constexpr Patch kA{8, 15, 12, 19, {200, 180, 160}}, kMovedA{8, 15, 14, 21, {200, 180, 160}},
     kB{28, 39, 28, 35, {10, 120, 250}};
 
-auto Ground(std::vector<Patch> patches) {
+auto ground(std::vector<Patch> patches) {
     return [patches](int r, int c) {
         ColorValue v{20 + r % 3, 30, 40 + c % 2};
         for (const Patch& p : patches)
@@ -58,11 +58,11 @@ auto Ground(std::vector<Patch> patches) {
     };
 }
 
-std::unique_ptr<ColorDiffTracker> SingleTracker(KsColorImage& first, bool debug = false) {
+std::unique_ptr<ColorDiffTracker> singleTracker(KsColorImage& first, bool debug = false) {
     return MakeTracker(COLOR, first, 2, SINGLE, 4, debug);
 }
 
-void Detect(ColorDiffTracker& t, KsColorImage& frame, int number) {
+void detect(ColorDiffTracker& t, KsColorImage& frame, int number) {
     t.DetectForeground(frame, number, 0.25f, 0.5f, 1.0f, 2.0f);
     t.UpdateBackground(frame, false);
 }
@@ -74,7 +74,7 @@ struct SceneFrame {
 };
 // Frame 2 and on. Both records of the first track have aged out by frame 6; in frame 7 the second box gets the cell
 // of a record that had a parent, and its trace shows that one.
-const std::vector<SceneFrame>& SceneFrames() {
+const std::vector<SceneFrame>& sceneFrames() {
     static const std::vector<SceneFrame> frames{
         {{kA},
          284.98758823415704,
@@ -107,32 +107,32 @@ const std::vector<SceneFrame>& SceneFrames() {
 }
 
 TEST(SingleBackground, TrackerDetectsAgainstTheFirstFrameAndTracesIt) {
-    TestImage first(48, 48, Ground({}));
+    TestImage first(48, 48, ground({}));
     CapturedOutput output;
-    const auto owned = SingleTracker(first, true);
+    const auto owned = singleTracker(first, true);
     ColorDiffTracker& tracker = *owned;
     int number = 2;
-    for (const SceneFrame& f : SceneFrames()) {
-        TestImage frame(48, 48, Ground(f.patches));
-        Detect(tracker, frame, number);
-        EXPECT_EQ(output.Take(), f.trace) << "frame " << number;
+    for (const SceneFrame& f : sceneFrames()) {
+        TestImage frame(48, 48, ground(f.patches));
+        detect(tracker, frame, number);
+        EXPECT_EQ(output.take(), f.trace) << "frame " << number;
         EXPECT_DOUBLE_EQ(tracker.clt, f.clt) << "frame " << number;
         EXPECT_DOUBLE_EQ(tracker.cht, f.cht) << "frame " << number;
         number++;
     }
     tracker.DEBUG = false;
-    Detect(tracker, first, number);
-    EXPECT_EQ(output.Take(), "");
+    detect(tracker, first, number);
+    EXPECT_EQ(output.take(), "");
 }
 
 // Frame minus background, of the shared buffer as it is now: neither copied at the start nor changed by updates.
 TEST(SingleBackground, SharesTheFirstFramesBuffer) {
-    TestImage first(48, 48, Ground({}));
-    std::unique_ptr<ColorDiffTracker> tracker = SingleTracker(first.image);
+    TestImage first(48, 48, ground({}));
+    std::unique_ptr<ColorDiffTracker> tracker = singleTracker(first.image);
     EXPECT_EQ(tracker->B->IBkg.rawsrc, first.image.rawsrc);
     EXPECT_EQ(tracker->B->cd, nullptr);
-    TestImage frame(48, 48, Ground({kA}));
-    for (int number = 2; number < 40; number++) Detect(*tracker, frame, number);
+    TestImage frame(48, 48, ground({kA}));
+    for (int number = 2; number < 40; number++) detect(*tracker, frame, number);
     const int inside = 10 * 48 + 14;
     EXPECT_EQ(tracker->G->RedD[inside], 200 - 21);
     EXPECT_EQ(tracker->G->GreenD[inside], 180 - 30);
@@ -153,7 +153,7 @@ TEST(SingleBackground, InfraredUsesTheFirstByteAlone) {
     TestImage frame(24, 28, [](int r, int c) {
         return r >= 4 && r <= 11 && c >= 8 && c <= 15 ? ColorValue{90, 0, 0} : ColorValue{50, 0, 0};
     });
-    Detect(tracker, frame, 2);
+    detect(tracker, frame, 2);
     EXPECT_EQ(tracker.G->RedD[4 * 28 + 8], 40);
     EXPECT_EQ(tracker.G->GreenD[4 * 28 + 8], 5);
     EXPECT_DOUBLE_EQ(tracker.clt, 247.17799585867579);
@@ -167,9 +167,9 @@ TEST(SingleBackground, InfraredUsesTheFirstByteAlone) {
 
 // One number for each main cell with a confidence, none while everything is updated.
 TEST(SingleBackground, UpdateDrawsForForegroundCells) {
-    TestImage first(48, 48, Ground({})), frame(48, 48, Ground({kA, kB}));
+    TestImage first(48, 48, ground({})), frame(48, 48, ground({kA, kB}));
     for (const bool all : {false, true}) {
-        const auto owned = SingleTracker(first);
+        const auto owned = singleTracker(first);
         ColorDiffTracker& tracker = *owned;
         tracker.DetectForeground(frame, 2, 0.25f, 0.5f, 1.0f, 2.0f);
         tracker.G->bhist[3] = 99;
@@ -179,15 +179,15 @@ TEST(SingleBackground, UpdateDrawsForForegroundCells) {
         for (int i = 0; i < (all ? 0 : 10); i++) std::rand();
         EXPECT_EQ(next, std::rand()) << "updateall " << all;
         // Brightness of the background, not of the frame: (20 + r % 3 + 30 + 40 + c % 2 + 1) / 3.
-        EXPECT_EQ(Counts(tracker.G->bhist), "30:1152 31:1152");  // three rows in six each
+        EXPECT_EQ(counts(tracker.G->bhist), "30:1152 31:1152");  // three rows in six each
     }
 }
 
 // --- documents and dumps ---
 
 TEST(Dumps, DetectionsDocument) {
-    TestImage first(16, 16, Flat(0));
-    const auto owned = SingleTracker(first);
+    TestImage first(16, 16, flat(0));
+    const auto owned = singleTracker(first);
     ColorDiffTracker& tracker = *owned;
     tracker.t = 7;
     const std::string head = "<DETECTIONS>\n         <FRAME SEQ=\"7\">\n";
@@ -229,7 +229,7 @@ TEST(Dumps, DetectionsDocument) {
 
 TEST(Dumps, TablesOfCells) {
     TempDir dir;
-    TestImage first(12, 12, Flat(0));
+    TestImage first(12, 12, flat(0));
     for (const int size : {4, 6}) {  // the offset is 2 for both
         const auto owned = MakeTracker(COLOR, first, 2, MULTIPLE, size);
         ColorDiffTracker& tracker = *owned;
@@ -239,8 +239,8 @@ TEST(Dumps, TablesOfCells) {
         g.cd[k].der = {1, -2, 3, -4, 5, -66};
         tracker.WriteImageEdges((dir.path + "/edges").c_str());
         tracker.WriteImageDerivatives((dir.path + "/derivatives").c_str());
-        const std::string edges = Slurp(dir.path + "/edges.txt");
-        const std::string derivatives = Slurp(dir.path + "/derivatives.txt");
+        const std::string edges = slurp(dir.path + "/edges.txt");
+        const std::string derivatives = slurp(dir.path + "/derivatives.txt");
         EXPECT_EQ(std::count(edges.begin(), edges.end(), '\n'), g.cnum);
         EXPECT_EQ(std::count(derivatives.begin(), derivatives.end(), '\n'), g.cnum);
         const std::string second = size == 4 ? "2  6" : "2  8", last = size == 4 ? "8  8" : "5  5";
@@ -258,27 +258,27 @@ TEST(Dumps, BackgroundAndImageAsGreyMap) {
     TestImage image(2, 3, [](int r, int c) { return ColorValue{r * 100 + c * 11, 7, 8}; });
     for (const BackgroundType type : {MULTIPLE, SINGLE}) {
         MakeTracker(COLOR, image, 2, type)->OutputBackgroundImage(path.c_str());
-        EXPECT_EQ(Slurp(path), type == SINGLE ? "P2\n3 2\n255\n0 11 22 \n100 111 122 \n" : "");
+        EXPECT_EQ(slurp(path), type == SINGLE ? "P2\n3 2\n255\n0 11 22 \n100 111 122 \n" : "");
         EXPECT_EQ(std::filesystem::exists(path), type == SINGLE);
     }
     KsColorImage rowless = image.image;
     rowless.NofR = 0;
     rowless.KsWriteImage(path.c_str());
-    EXPECT_EQ(Slurp(path), "P2\n3 0\n255\n");
+    EXPECT_EQ(slurp(path), "P2\n3 0\n255\n");
 }
 
 // --- shape scoring ---
 
-std::string Kept(const ContNode* node) {
+std::string kept(const ContNode* node) {
     std::string flags;
     for (; node != nullptr; node = node->link) flags += node->keepnode ? '1' : '0';
     return flags;
 }
 
 TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
-    TestImage first(48, 48, Ground({}));
+    TestImage first(48, 48, ground({}));
     CapturedOutput output;
-    const auto owned = SingleTracker(first);
+    const auto owned = singleTracker(first);
     ColorDiffTracker& tracker = *owned;
     const auto clear = [&] {
         for (int i = 0; i < tracker.numobjects; i++)
@@ -287,10 +287,10 @@ TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
     tracker.ScoreImage(first);
     tracker.ScoreImageEdges(first);
     for (int number = 7; number <= 8; number++) {
-        TestImage frame(48, 48, Ground({number == 7 ? kA : kMovedA, kB}));
-        Detect(tracker, frame, number);
+        TestImage frame(48, 48, ground({number == 7 ? kA : kMovedA, kB}));
+        detect(tracker, frame, number);
     }
-    EXPECT_EQ(output.Take(), "");
+    EXPECT_EQ(output.take(), "");
     ASSERT_EQ(tracker.numobjects, 4);
 
     std::map<int, std::string> expected;  // by cell
@@ -298,29 +298,29 @@ TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
     for (int i = 0; i < 4; i++) {
         const int k = tracker.usedob[i];
         if (tracker.Ob[k].framenum == 8) tracker.PolygonalApproximation(tracker.Ob[k].fnode, 1.41);
-        expected[k] = Kept(tracker.Ob[k].fnode);
+        expected[k] = kept(tracker.Ob[k].fnode);
     }
     EXPECT_EQ(expected[0].find('1'), std::string::npos);  // of frame 7
     EXPECT_NE(expected[2].find("01"), std::string::npos);
     const auto marked = [&] {
         std::map<int, std::string> flags;
-        for (int i = 0; i < 4; i++) flags[tracker.usedob[i]] = Kept(tracker.Ob[tracker.usedob[i]].fnode);
+        for (int i = 0; i < 4; i++) flags[tracker.usedob[i]] = kept(tracker.Ob[tracker.usedob[i]].fnode);
         return flags;
     };
     clear();
     tracker.ScoreImage(first);
     EXPECT_EQ(marked(), expected);
-    EXPECT_EQ(output.Take(), "");
+    EXPECT_EQ(output.take(), "");
     clear();
     tracker.ScoreImageEdges(first);
     EXPECT_EQ(marked(), expected);
-    EXPECT_EQ(output.Take(), "pob = 2         2\npob = 3         3\n");
+    EXPECT_EQ(output.take(), "pob = 2         2\npob = 3         3\n");
 }
 
 // --- brightness ---
 
 // A level map as text: "a-b=c+" maps a to c, a + 1 to c + 1 and so on, "a-b=c" all to c, "a=c" one level.
-std::string Runs(const int* lut) {
+std::string runs(const int* lut) {
     std::string text;
     for (int k = 0; k < 256;) {
         const int step = k < 255 ? lut[k + 1] - lut[k] : 0;
@@ -356,16 +356,16 @@ const Comparison kComparisons[] = {
 };
 
 TEST(Brightness, ComparisonOfDistributions) {
-    TestImage image(8, 8, Flat(0));
+    TestImage image(8, 8, flat(0));
     for (const Comparison& c : kComparisons) {
         GridColorDiff g(image, 4, COLOR);
-        SetCounts(g.bhist, c.background);
-        SetCounts(g.chist, c.frame);
+        setCounts(g.bhist, c.background);
+        setCounts(g.chist, c.frame);
         std::fill_n(g.lut, 256, 7);
         g.Equalise = !c.agree;
         g.ScoreHistDifference();
-        EXPECT_EQ(Runs(g.lut), c.lut) << c.frame;
-        EXPECT_EQ(Counts(g.chist), c.remapped) << c.frame;
+        EXPECT_EQ(runs(g.lut), c.lut) << c.frame;
+        EXPECT_EQ(counts(g.chist), c.remapped) << c.frame;
         EXPECT_EQ(g.Equalise, c.agree) << c.frame;
     }
 }
@@ -390,7 +390,7 @@ TEST(Derivatives, NormAndDistance) {
 
 // The confidence of a cell that is on, on, then off, remembered over 1, 2 and 5 frames.
 TEST(Motion, ScoresRememberConfidence) {
-    TestImage image(8, 8, Flat(0));
+    TestImage image(8, 8, flat(0));
     GridColorDiff g(image, 4, COLOR);
     const double on[3][3] = {{1 / 2., 3 / 4., 3 / 8.}, {1 / 3., 5 / 9., 10 / 27.}, {1 / 6., 11 / 36., 55 / 216.}};
     EXPECT_EQ(g.motion, nullptr);

@@ -21,7 +21,7 @@ const StageCase kCases[] = {{48, 64, COLOR}, {48, 64, IR}, {45, 61, COLOR}, {45,
                             {7, 5, COLOR},   {7, 5, IR},   {8, 4, COLOR},   {4, 64, IR},  {41, 130, COLOR}};
 
 // Equal bits, so that a NaN equals itself and 0 differs from -0.
-std::vector<std::uint64_t> BitsOf(const double* v, int n) {
+std::vector<std::uint64_t> bitsOf(const double* v, int n) {
     std::vector<std::uint64_t> bits;
     for (int i = 0; i < n; i++) bits.push_back(std::bit_cast<std::uint64_t>(v[i]));
     return bits;
@@ -36,8 +36,8 @@ TEST(Stages, DetectionAgainstStagesOneByOne) {
         const auto pixel = [&](int r, int c) {
             if (r >= box[0] && r < box[1] && c >= box[2] && c < box[3]) return ColorValue{20 + r % 5, 230, 40 + c % 9};
             // Two looks in some places, so that cells keep several clusters.
-            const int level = 90 + (r * 3 + c * 5) % 40 + light + ((c / 6 + r / 6) % 3 == 0 ? random.Below(2) * 30 : 0);
-            return ColorValue{level + random.Below(5), level + random.Below(3), level / 2 + random.Below(4)};
+            const int level = 90 + (r * 3 + c * 5) % 40 + light + ((c / 6 + r / 6) % 3 == 0 ? random.below(2) * 30 : 0);
+            return ColorValue{level + random.below(5), level + random.below(3), level / 2 + random.below(4)};
         };
         TestImage image(s.rows, s.cols, pixel);
         const auto owned = MakeTracker(s.type, image, 20);
@@ -49,14 +49,14 @@ TEST(Stages, DetectionAgainstStagesOneByOne) {
             SCOPED_TRACE(frame);
             light = frame > 40 ? frame % 7 * 6 : 0;
             if (frame > 20 && frame % 4 != 0) {
-                box[0] = random.Below(s.rows);
-                box[1] = box[0] + random.Range(2, s.rows / 2 + 2);
-                box[2] = random.Below(s.cols);
-                box[3] = box[2] + random.Range(2, s.cols / 2 + 2);
+                box[0] = random.below(s.rows);
+                box[1] = box[0] + random.range(2, s.rows / 2 + 2);
+                box[2] = random.below(s.cols);
+                box[3] = box[2] + random.range(2, s.cols / 2 + 2);
             } else {
                 box[1] = 0;
             }
-            image.Fill(pixel);
+            image.fill(pixel);
             if (frame <= 20 || frame / 5 == 10) {
                 tracker.UpdateBackground(image, true);
                 continue;
@@ -70,9 +70,9 @@ TEST(Stages, DetectionAgainstStagesOneByOne) {
                     tracker.B->GetDifference(r, c, px.Red(r, c), px.Green(r, c), px.Blue(r, c), red, green, blue);
                 else
                     tracker.B->GetDifferenceGray(r, c, px.Red(r, c), red);
-                Put(stages.RedD[i], red);
-                Put(stages.GreenD[i], green);
-                Put(stages.BlueD[i], blue);
+                put(stages.RedD[i], red);
+                put(stages.GreenD[i], green);
+                put(stages.BlueD[i], blue);
             }
             stages.AddDifferences();
             stages.CellDerivatives();
@@ -86,11 +86,11 @@ TEST(Stages, DetectionAgainstStagesOneByOne) {
             ASSERT_TRUE(equal_planes(g.RedD, stages.RedD));
             ASSERT_TRUE(equal_planes(g.GreenD, stages.GreenD));
             ASSERT_TRUE(equal_planes(g.BlueD, stages.BlueD));
-            ASSERT_EQ(BitsOf(&tracker.clt, 1), BitsOf(&clt, 1));
-            ASSERT_EQ(BitsOf(&tracker.cht, 1), BitsOf(&cht, 1));
-            ASSERT_EQ(BitsOf(g.diff, g.cnum), BitsOf(stages.diff, g.cnum));
-            ASSERT_EQ(BitsOf(g.der_conf, g.cnum), BitsOf(stages.der_conf, g.cnum));
-            ASSERT_EQ(BitsOf(g.conf, g.cnum), BitsOf(stages.conf, g.cnum));
+            ASSERT_EQ(bitsOf(&tracker.clt, 1), bitsOf(&clt, 1));
+            ASSERT_EQ(bitsOf(&tracker.cht, 1), bitsOf(&cht, 1));
+            ASSERT_EQ(bitsOf(g.diff, g.cnum), bitsOf(stages.diff, g.cnum));
+            ASSERT_EQ(bitsOf(g.der_conf, g.cnum), bitsOf(stages.der_conf, g.cnum));
+            ASSERT_EQ(bitsOf(g.conf, g.cnum), bitsOf(stages.conf, g.cnum));
             ASSERT_EQ(std::vector<int>(g.label, g.label + g.cnum),
                       std::vector<int>(stages.label, stages.label + g.cnum));
             ASSERT_EQ(std::vector<int>(g.prevlabel, g.prevlabel + g.cnum),

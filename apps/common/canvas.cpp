@@ -5,7 +5,7 @@
 
 #include "common/font.h"
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 std::uint8_t mix(std::uint8_t below, std::uint8_t above, int weight) {
@@ -37,11 +37,12 @@ void Canvas::box(int left, int top, int width, int height, Rgb colour, int thick
     fill(left + width - thick, top + thick, thick, height - 2 * thick, colour);
 }
 
-void Canvas::line(int x0, int y0, int x1, int y1, Rgb colour, int thick, int weight) {
+void Canvas::line(int x0, int y0, int x1, int y1, Rgb colour, int thick, int weight, int dash) {
     // Points may lie beyond the picture by a box's size at most: stepping over the outside costs little.
     const int dx = x1 - x0, dy = y1 - y0;
     const int steps = std::max(std::abs(dx), std::abs(dy));
     for (int i = 0; i <= steps; ++i) {
+        if (dash > 0 && i / dash % 2 == 1) continue;
         const int x = steps == 0 ? x0 : x0 + (2 * dx * i + (dx < 0 ? -steps : steps)) / (2 * steps);
         const int y = steps == 0 ? y0 : y0 + (2 * dy * i + (dy < 0 ? -steps : steps)) / (2 * steps);
         fill(x - thick / 2, y - thick / 2, thick, thick, colour, weight);
@@ -67,4 +68,4 @@ int Canvas::textHeight(int scale) {
     return kGlyphHeight * scale;
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

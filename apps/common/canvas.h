@@ -7,7 +7,7 @@
 
 #include "common/palette.h"
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 /// Draws on pixels that belong to somebody else. Whatever lies outside of the picture is clipped.
 class Canvas {
@@ -18,8 +18,8 @@ class Canvas {
     void fill(int left, int top, int width, int height, Rgb colour, int weight = 256);
     /// The frame of a box, `thick` pixels inwards.
     void box(int left, int top, int width, int height, Rgb colour, int thick);
-    /// A line between two points, `thick` pixels wide.
-    void line(int x0, int y0, int x1, int y1, Rgb colour, int thick, int weight = 256);
+    /// A line between two points, `thick` pixels wide; `dash` steps on, as many off, 0 for a solid line.
+    void line(int x0, int y0, int x1, int y1, Rgb colour, int thick, int weight = 256, int dash = 0);
     /// Text in capitals, its upper left corner at (left, top), each dot `scale` pixels wide.
     void text(int left, int top, std::string_view text, Rgb colour, int scale);
 
@@ -31,4 +31,4 @@ class Canvas {
     int width_, height_;
 };
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

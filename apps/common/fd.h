@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <utility>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
@@ -64,4 +64,4 @@ inline Clock::duration seconds(double value) {
     return std::chrono::duration_cast<Clock::duration>(Seconds(value));
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 /// Whole records are collected up to this size; only one that is longer than kMaxBufferBytes goes out in pieces.
@@ -120,4 +120,4 @@ void FileWriter::raise(int error) const {
     throw OutputError(path_ + ": " + std::generic_category().message(error));
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

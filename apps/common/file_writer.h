@@ -10,7 +10,7 @@
 
 #include "common/leftovers.h"
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 /// A failure of one output (no space left, a directory that is missing, an encoder that died): a sentence for the log.
 class OutputError : public std::runtime_error {
@@ -70,4 +70,4 @@ class FileWriter {
     bool failed_ = false;
 };
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

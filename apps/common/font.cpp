@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 struct Entry {
@@ -61,6 +61,7 @@ constexpr Entry kFont[] = {
     {'#', {".#.#." ".#.#." "#####" ".#.#." "#####" ".#.#." ".#.#."}},
     {'(', {"...#." "..#.." ".#..." ".#..." ".#..." "..#.." "...#."}},
     {')', {".#..." "..#.." "...#." "...#." "...#." "..#.." ".#..."}},
+    {'>', {".#..." "..#.." "...#." "....#" "...#." "..#.." ".#..."}},
     {'=', {"....." "....." "#####" "....." "#####" "....." "....."}},
     {'?', {".###." "#...#" "....#" "...#." "..#.." "....." "..#.."}},
 };
@@ -75,4 +76,4 @@ const Glyph& glyphOf(char c) {
     return found != std::end(kFont) ? found->glyph : std::prev(std::end(kFont))->glyph;
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -3,7 +3,7 @@
 
 #include <array>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 constexpr int kGlyphWidth = 5, kGlyphHeight = 7;
 
@@ -13,4 +13,4 @@ using Glyph = std::array<char, kGlyphWidth * kGlyphHeight + 1>;
 /// Small letters look like capitals; what has no glyph looks like a question mark.
 const Glyph& glyphOf(char c);
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 std::mutex mutex;
@@ -30,4 +30,4 @@ void removeLeftovers() {
     for (const std::string& path : paths) std::filesystem::remove_all(path, error);
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

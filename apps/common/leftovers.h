@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 /// While this lives, removeLeftovers() removes the path. The orderly end is up to the owner.
 class Leftover {
@@ -20,4 +20,4 @@ class Leftover {
 /// For a host that ends at once: removes files, and directories with what is in them, as far as it can.
 void removeLeftovers();
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

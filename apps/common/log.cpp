@@ -7,7 +7,7 @@
 
 #include "common/text.h"
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 std::mutex mutex;
@@ -70,4 +70,4 @@ std::string withoutPassword(std::string_view url) {
     return std::string(url.substr(0, colon)) + ":***" + std::string(url.substr(begin + end));
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

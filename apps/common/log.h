@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 enum class LogLevel { kError, kWarning, kInfo, kDebug };
 
@@ -32,4 +32,4 @@ void showProgress(std::string_view line);
 /// A URL without the password it may carry.
 std::string withoutPassword(std::string_view url);
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -4,10 +4,12 @@
 #include <array>
 #include <cstdint>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 struct Rgb {
     std::uint8_t red, green, blue;
+
+    bool operator==(const Rgb&) const = default;
 };
 
 /// Bright and far apart from their neighbours, to be seen on pictures with a dark outline.
@@ -24,4 +26,4 @@ constexpr std::array<Rgb, 10> kTrackColours = {{
     {212, 225, 87},   // lime
 }};
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

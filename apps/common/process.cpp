@@ -17,7 +17,7 @@
 
 extern char** environ;
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 std::mutex children_mutex;
@@ -27,11 +27,11 @@ struct Pipe {
     Fd read, write;
 };
 
-Pipe makePipe() {
+Pipe makePipe(int bytes) {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
     Pipe pipe{Fd(ends[0]), Fd(ends[1])};
-    for (int size = kPipeBytes; size > 65536 && ::fcntl(pipe.write.get(), F_SETPIPE_SZ, size) < 0;) size /= 2;
+    for (int size = bytes; size > 65536 && ::fcntl(pipe.write.get(), F_SETPIPE_SZ, size) < 0;) size /= 2;
     return pipe;
 }
 
@@ -98,9 +98,9 @@ class SpawnSetup {
 
 Process::Process(const Options& options) {
     Pipe to, from, errors;
-    if (options.pipe_in) to = makePipe();
-    if (options.pipe_out) from = makePipe();
-    if (options.pipe_err) errors = makePipe();
+    if (options.pipe_in) to = makePipe(options.pipe_bytes);
+    if (options.pipe_out) from = makePipe(options.pipe_bytes);
+    if (options.pipe_err) errors = makePipe(options.pipe_bytes);
     SpawnSetup setup;
     setup.connect(STDIN_FILENO, to.read);
     setup.connect(STDOUT_FILENO, from.write);
@@ -184,4 +184,4 @@ std::string findProgram(const std::string& name) {
     return "";
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -10,7 +10,7 @@
 
 #include "common/fd.h"
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 /// Size asked for pipes that carry frames. An unprivileged user may get less once many are open; that is no error.
 constexpr int kPipeBytes = 1 << 20;
@@ -23,6 +23,7 @@ class Process {
         bool pipe_in = false;                                          ///< else /dev/null
         bool pipe_out = false;                                         ///< else /dev/null
         bool pipe_err = false;                                         ///< else the host's
+        int pipe_bytes = kPipeBytes;                                   ///< size asked for, 0: as the system makes them
     };
 
     Process() = default;
@@ -59,4 +60,4 @@ void killAllChildren();
 /// Full path of a program: as given where it holds a slash, else from PATH; "" where there is none.
 std::string findProgram(const std::string& name);
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 namespace {
 
 constexpr std::int64_t kSecond = 1'000'000'000;
@@ -144,4 +144,4 @@ std::string base64(std::string_view bytes) {
     return result;
 }
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace fleifeisa::host {
+namespace fleifeisa {
 
 /// `value` in units of 10^-decimals as a decimal fraction with exactly that many decimals: (-125, 2) is "-1.25".
 /// Minus nought is written without its sign.
@@ -29,4 +29,4 @@ std::string xmlText(std::string_view text);
 /// Base64 with padding, without line breaks.
 std::string base64(std::string_view bytes);
 
-}  // namespace fleifeisa::host
+}  // namespace fleifeisa

@@ -7,7 +7,7 @@ namespace fleifeisa::inspect {
 
 namespace {
 
-ObjectFacts FactsOf(const Object& ob) {
+ObjectFacts factsOf(const Object& ob) {
     ObjectFacts f{};
     f.id = ob.id;
     f.label = ob.label;
@@ -30,61 +30,61 @@ ObjectFacts FactsOf(const Object& ob) {
     return f;
 }
 
-void GatherDetection(ColorDiffTracker& tracker, FrameFacts& f) {
-    const GridColorDiff& G = *tracker.G;
+void gatherDetection(ColorDiffTracker& tracker, FrameFacts& f) {
+    const GridColorDiff& g = *tracker.G;
     f.clt = tracker.clt;
     f.cht = tracker.cht;
     double total = 0;
-    for (int k = 0; k < G.cnum; k++) {
-        const double d = G.diff[k];
+    for (int k = 0; k < g.cnum; k++) {
+        const double d = g.diff[k];
         total += d;
         f.greatest = std::max(f.greatest, d);
-        if (G.label[k] != 0) f.foreground++;
+        if (g.label[k] != 0) f.foreground++;
     }
-    f.mean = G.cnum > 0 ? total / G.cnum : 0;
-    f.components = G.GetNumLabel();
+    f.mean = g.cnum > 0 ? total / g.cnum : 0;
+    f.components = g.GetNumLabel();
     f.table = tracker.numobjects;
     for (int i = 0; i < tracker.numobjects; i++) {
         const Object& ob = tracker.Ob[tracker.usedob[i]];
         if (ob.framenum != tracker.t) continue;
         tracker.PolygonalApproximation(ob.fnode, ColorDiffTracker::kPolygonTolerance);
-        f.objects.push_back(FactsOf(ob));
+        f.objects.push_back(factsOf(ob));
     }
 }
 
-double MeanClusters(const BackgroundModel& B) {
+double meanClusters(const BackgroundModel& b) {
     double total = 0;
-    for (int k = 0; k < B.cnum; k++) total += B.cd[k].nclusters;
-    return B.cnum > 0 ? total / B.cnum : 0;
+    for (int k = 0; k < b.cnum; k++) total += b.cd[k].nclusters;
+    return b.cnum > 0 ? total / b.cnum : 0;
 }
 
 }  // namespace
 
-int ObjectFacts::Corners() const {
+int ObjectFacts::corners() const {
     const auto corners = std::count_if(contour.begin(), contour.end(), [](const Point& p) { return p.corner; });
     return static_cast<int>(std::max<std::ptrdiff_t>(corners - 1, 0));
 }
 
-FrameFacts GatherFacts(Session& session, Phase phase, const SourceFrame& frame) {
+FrameFacts gatherFacts(Session& session, Phase phase, const SourceFrame& frame) {
     FrameFacts f;
-    f.number = session.Number();
+    f.number = session.number();
     f.phase = phase;
     f.name = frame.name;
     f.timestamp = frame.timestamp;
     f.sequence = frame.sequence;
-    ColorDiffTracker* const tracker = session.Tracker();
+    ColorDiffTracker* const tracker = session.tracker();
     if (phase == Phase::kNoPixels || tracker == nullptr) return f;
     f.width = tracker->G->NofC;
     f.height = tracker->G->NofR;
     f.cells = tracker->G->cnum;
     f.main_cells = tracker->G->cnum_2;
     f.cell_size = tracker->G->cellsize;
-    f.clusters = MeanClusters(*tracker->B);
-    if (phase == Phase::kDetection) GatherDetection(*tracker, f);
+    f.clusters = meanClusters(*tracker->B);
+    if (phase == Phase::kDetection) gatherDetection(*tracker, f);
     return f;
 }
 
-const char* PhaseName(Phase phase) {
+const char* phaseName(Phase phase) {
     switch (phase) {
         case Phase::kFirst:
             return "first frame";

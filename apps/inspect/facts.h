@@ -22,7 +22,7 @@ struct ObjectFacts {
         bool corner;  ///< a vertex of the polygon
     };
     std::vector<Point> contour;  ///< closed: the last point repeats the first
-    int Corners() const;         ///< vertices of the polygon, the closing point not counted
+    int corners() const;         ///< vertices of the polygon, the closing point not counted
 };
 
 struct FrameFacts {
@@ -46,9 +46,9 @@ struct FrameFacts {
 };
 
 /// Gathers the numbers and marks the polygons' corners in the contours of this frame's records.
-FrameFacts GatherFacts(Session& session, Phase phase, const SourceFrame& frame);
+FrameFacts gatherFacts(Session& session, Phase phase, const SourceFrame& frame);
 
 /// "first frame", "learning", "detection" or "no pixels".
-const char* PhaseName(Phase phase);
+const char* phaseName(Phase phase);
 
 }  // namespace fleifeisa::inspect

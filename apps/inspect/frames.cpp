@@ -18,7 +18,7 @@ namespace {
 constexpr char kFirstWord[] = "ANALYTICS.CARTRIDGE";
 
 // A frame number from the front of `rest`, which moves behind it.
-int TakeNumber(std::string_view& rest, const std::string& part) {
+int takeNumber(std::string_view& rest, const std::string& part) {
     int number = 0;
     const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
     if (error != std::errc() || number < 1)
@@ -36,7 +36,7 @@ class Stream : public FrameSource {
         if (!file_) throw std::runtime_error(path + ": cannot be opened");
     }
 
-    bool Next(SourceFrame& frame) override {
+    bool next(SourceFrame& frame) override {
         streamin message{};
         for (;;) {
             frame = SourceFrame();
@@ -59,8 +59,8 @@ class Stream : public FrameSource {
         Release(frame.image, message);
         return false;
     }
-    bool DropsOtherSizes() const override { return true; }
-    bool Truncated() const override { return truncated_; }
+    bool dropsOtherSizes() const override { return true; }
+    bool truncated() const override { return truncated_; }
 
  private:
     // The reader answers what it cannot read; here that becomes a warning.
@@ -68,10 +68,10 @@ class Stream : public FrameSource {
         const std::string said = answer_.str();
         answer_.str("");
         const std::size_t at = said.find("Status-text: ");
-        if (at != std::string::npos) Complain(said.substr(at + 13, said.find('\r', at) - at - 13));
+        if (at != std::string::npos) complain(said.substr(at + 13, said.find('\r', at) - at - 13));
     }
 
-    void Complain(const std::string& what) {
+    void complain(const std::string& what) {
         constexpr int kShown = 5;
         if (++complaints_ <= kShown) warn_("message " + std::to_string(number_) + ": " + what);
         if (complaints_ == kShown + 1) warn_("more messages like these are not shown");
@@ -88,7 +88,7 @@ class Stream : public FrameSource {
 class Images : public FrameSource {
  public:
     Images(std::vector<std::string> names, Warn warn) : names_(std::move(names)), warn_(std::move(warn)) {}
-    bool Next(SourceFrame& frame) override {
+    bool next(SourceFrame& frame) override {
         if (at_ == names_.size()) return false;
         frame = SourceFrame();
         frame.name = names_[at_++];
@@ -99,7 +99,7 @@ class Images : public FrameSource {
             frame.image.KsReadImageMemory(loaded.pixels, loaded.height, loaded.width);
         return true;
     }
-    bool DropsOtherSizes() const override { return false; }
+    bool dropsOtherSizes() const override { return false; }
 
  private:
     std::vector<std::string> names_;
@@ -109,20 +109,20 @@ class Images : public FrameSource {
 
 }  // namespace
 
-FrameRanges FrameRanges::Parse(const std::string& text) {
+FrameRanges FrameRanges::parse(const std::string& text) {
     FrameRanges result;
     std::istringstream parts(text);
     std::string part;
     while (std::getline(parts, part, ',')) {
         std::string_view rest = part;
-        Range range{TakeNumber(rest, part), 0};
+        Range range{takeNumber(rest, part), 0};
         range.last = range.first;
         if (rest == "-") {
             range.last = INT_MAX;
             rest = {};
         } else if (rest.starts_with('-')) {
             rest.remove_prefix(1);
-            range.last = TakeNumber(rest, part);
+            range.last = takeNumber(rest, part);
         }
         if (!rest.empty()) throw std::invalid_argument("\"" + part + "\" is not a frame number or range");
         if (range.last < range.first) throw std::invalid_argument("\"" + part + "\" ends before it begins");
@@ -132,26 +132,26 @@ FrameRanges FrameRanges::Parse(const std::string& text) {
     return result;
 }
 
-bool FrameRanges::Contains(int number) const {
+bool FrameRanges::contains(int number) const {
     return std::any_of(ranges_.begin(), ranges_.end(),
                        [number](const Range& r) { return number >= r.first && number <= r.last; });
 }
 
-int FrameRanges::Last() const {
+int FrameRanges::last() const {
     int last = 0;
     for (const Range& r : ranges_) last = std::max(last, r.last);
     return last;
 }
 
-std::unique_ptr<FrameSource> OpenStream(const std::string& path, Warn warn) {
+std::unique_ptr<FrameSource> openStream(const std::string& path, Warn warn) {
     return std::make_unique<Stream>(path, std::move(warn));
 }
 
-std::unique_ptr<FrameSource> OpenImages(std::vector<std::string> names, Warn warn) {
+std::unique_ptr<FrameSource> openImages(std::vector<std::string> names, Warn warn) {
     return std::make_unique<Images>(std::move(names), std::move(warn));
 }
 
-bool LooksLikeStream(const std::string& path) {
+bool looksLikeStream(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::string start(sizeof kFirstWord - 1, '\0');
     return file.read(start.data(), static_cast<std::streamsize>(start.size())) && start == kFirstWord;

@@ -14,11 +14,11 @@ namespace fleifeisa::inspect {
 class FrameRanges {
  public:
     /// Throws std::invalid_argument with a message that names the part which cannot be read.
-    static FrameRanges Parse(const std::string& text);
-    bool Contains(int number) const;
-    bool Empty() const { return ranges_.empty(); }
+    static FrameRanges parse(const std::string& text);
+    bool contains(int number) const;
+    bool empty() const { return ranges_.empty(); }
     /// The highest number, or INT_MAX for ranges without an end.
-    int Last() const;
+    int last() const;
 
  private:
     struct Range {
@@ -39,22 +39,22 @@ class FrameSource {
  public:
     virtual ~FrameSource() = default;
     /// False at the end. A frame without pixels has no buffer.
-    virtual bool Next(SourceFrame& frame) = 0;
+    virtual bool next(SourceFrame& frame) = 0;
     /// Frames of another size than the first: dropped uncounted (a stream) or counted without pixels (image files).
-    virtual bool DropsOtherSizes() const = 0;
+    virtual bool dropsOtherSizes() const = 0;
     /// Whether the input ended inside a message, or could not be read to its end.
-    virtual bool Truncated() const { return false; }
+    virtual bool truncated() const { return false; }
 };
 
 using Warn = std::function<void(const std::string&)>;
 
 /// The requests that a host sent, from a file or ("-") standard input. Throws std::runtime_error where the file cannot
 /// be opened.
-std::unique_ptr<FrameSource> OpenStream(const std::string& path, Warn warn);
+std::unique_ptr<FrameSource> openStream(const std::string& path, Warn warn);
 /// Image files, one frame each; one that cannot be read is a frame without pixels.
-std::unique_ptr<FrameSource> OpenImages(std::vector<std::string> names, Warn warn);
+std::unique_ptr<FrameSource> openImages(std::vector<std::string> names, Warn warn);
 
 /// Whether the file begins as a request stream does.
-bool LooksLikeStream(const std::string& path);
+bool looksLikeStream(const std::string& path);
 
 }  // namespace fleifeisa::inspect

@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void Say(const std::string& text) {
+void say(const std::string& text) {
     std::cerr << "fleifeisa-inspect: " << text << std::endl;
 }
 
@@ -29,10 +29,10 @@ void Say(const std::string& text) {
 class Progress {
  public:
     explicit Progress(bool wanted) : shown_(wanted && isatty(STDERR_FILENO) != 0) {}
-    ~Progress() { Clear(); }
+    ~Progress() { clear(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
-    void Show(int frame, int pages) {
+    void show(int frame, int pages) {
         const auto now = std::chrono::steady_clock::now();
         if (!shown_ || now - last_ < std::chrono::milliseconds(100)) return;
         last_ = now;
@@ -40,7 +40,7 @@ class Progress {
         std::fflush(stderr);
         drawn_ = true;
     }
-    void Clear() {
+    void clear() {
         if (drawn_) std::fputs("\r\033[K", stderr);
         drawn_ = false;
     }
@@ -50,7 +50,7 @@ class Progress {
     std::chrono::steady_clock::time_point last_{};
 };
 
-std::vector<std::string> ReadList(const std::string& path, const std::string& prefix) {
+std::vector<std::string> readList(const std::string& path, const std::string& prefix) {
     std::ifstream list(path);
     if (!list) throw Failure(kNoInput, path + ": cannot be opened");
     std::vector<std::string> names;
@@ -59,8 +59,8 @@ std::vector<std::string> ReadList(const std::string& path, const std::string& pr
     return names;
 }
 
-std::unique_ptr<FrameSource> Open(const Options& options) {
-    if (!options.list.empty()) return OpenImages(ReadList(options.list, options.prefix), Say);
+std::unique_ptr<FrameSource> open(const Options& options) {
+    if (!options.list.empty()) return openImages(readList(options.list, options.prefix), say);
     const std::string& first = options.inputs.front();
     // Pipes are not looked into: what was read from them would be gone.
     std::error_code error;
@@ -68,23 +68,23 @@ std::unique_ptr<FrameSource> Open(const Options& options) {
         for (const std::string& name : options.inputs)
             if (!fs::is_regular_file(name, error))
                 throw Failure(kNoInput, name + (fs::exists(name, error) ? ": is not a file" : ": no such file"));
-        if (!LooksLikeStream(first)) return OpenImages(options.inputs, Say);
+        if (!looksLikeStream(first)) return openImages(options.inputs, say);
     }
     if (options.inputs.size() > 1) throw Failure(kUsage, "only one request stream can be read at a time");
-    return OpenStream(first, Say);
+    return openStream(first, say);
 }
 
 class Inspection {
  public:
     explicit Inspection(const Options& options);
-    void Run();
+    void run();
 
  private:
-    bool Chosen(int number) const;
-    void Feed(SourceFrame& frame);
-    void Show(Phase phase, const SourceFrame& frame);
-    void WriteFiles(const std::string& stem, std::vector<Link>& files);
-    std::string At(const std::string& name) const { return (fs::path(options_.directory) / name).string(); }
+    bool chosen(int number) const;
+    void feed(SourceFrame& frame);
+    void show(Phase phase, const SourceFrame& frame);
+    void writeFiles(const std::string& stem, std::vector<Link>& files);
+    std::string at(const std::string& name) const { return (fs::path(options_.directory) / name).string(); }
 
     const Options& options_;
     std::unique_ptr<FrameSource> source_;
@@ -96,7 +96,7 @@ class Inspection {
 
 Inspection::Inspection(const Options& options)
     : options_(options),
-      source_(Open(options)),
+      source_(open(options)),
       session_(options.settings),
       page_(!options.list.empty()           ? options.list
             : options.inputs.front() == "-" ? "standard input"
@@ -110,97 +110,97 @@ Inspection::Inspection(const Options& options)
         throw Failure(kCannotCreate, options.directory + ": cannot be created" + (error ? ": " + error.message() : ""));
 }
 
-bool Inspection::Chosen(int number) const {
-    if (!options_.frames.Empty()) return options_.frames.Contains(number);
+bool Inspection::chosen(int number) const {
+    if (!options_.frames.empty()) return options_.frames.contains(number);
     const int first = std::max(2, options_.settings.parameters.bg_frames + 1);
     return number >= first && (number - first) % options_.every == 0;
 }
 
-void Inspection::Feed(SourceFrame& frame) {
-    if (!session_.Fits(frame.image)) {
+void Inspection::feed(SourceFrame& frame) {
+    if (!session_.fits(frame.image)) {
         const std::string which =
-            frame.name.empty() ? "frame behind number " + std::to_string(session_.Number()) : frame.name;
+            frame.name.empty() ? "frame behind number " + std::to_string(session_.number()) : frame.name;
         if (++other_sizes_ == 1) {
-            progress_.Clear();
-            Say(which + ": the size differs from the first frame's; frames like this one are left out");
+            progress_.clear();
+            say(which + ": the size differs from the first frame's; frames like this one are left out");
         }
         frame.image.KsFreeImageMemory();
         frame.image.Detach();
-        if (source_->DropsOtherSizes()) return;
+        if (source_->dropsOtherSizes()) return;
     }
-    const bool chosen = Chosen(session_.Number() + 1);
-    const Phase phase = session_.Begin(frame.image, options_.trace && chosen);
-    if (chosen) Show(phase, frame);
-    session_.End();
-    progress_.Show(session_.Number(), page_.Frames());
+    const bool shown = chosen(session_.number() + 1);
+    const Phase phase = session_.begin(frame.image, options_.trace && shown);
+    if (shown) show(phase, frame);
+    session_.end();
+    progress_.show(session_.number(), page_.frames());
 }
 
-void Inspection::Show(Phase phase, const SourceFrame& frame) {
+void Inspection::show(Phase phase, const SourceFrame& frame) {
     char stem[32];
-    std::snprintf(stem, sizeof stem, "frame-%06d", session_.Number());
-    const FrameFacts facts = GatherFacts(session_, phase, frame);
+    std::snprintf(stem, sizeof stem, "frame-%06d", session_.number());
+    const FrameFacts facts = gatherFacts(session_, phase, frame);
     std::vector<Figure> figures;
     std::vector<Link> files;
-    const int scale = options_.scale > 0 ? options_.scale : PictureScale(facts.width);
-    for (const Picture& p : DrawPictures(session_, facts, scale)) {
+    const int scale = options_.scale > 0 ? options_.scale : pictureScale(facts.width);
+    for (const Picture& p : drawPictures(session_, facts, scale)) {
         const std::string name = std::string(stem) + "-" + p.name + ".png";
-        p.image.WritePng(At(name));
-        figures.push_back({name, p.title, p.caption, p.image.Width(), p.image.Height()});
+        p.image.writePng(at(name));
+        figures.push_back({name, p.title, p.caption, p.image.width(), p.image.height()});
     }
-    if (phase == Phase::kDetection) WriteFiles(stem, files);
-    page_.Add(facts, figures, files);
+    if (phase == Phase::kDetection) writeFiles(stem, files);
+    page_.add(facts, figures, files);
 }
 
 // The detections document and the tables, where asked for.
-void Inspection::WriteFiles(const std::string& stem, std::vector<Link>& files) {
-    ColorDiffTracker& tracker = *session_.Tracker();
+void Inspection::writeFiles(const std::string& stem, std::vector<Link>& files) {
+    ColorDiffTracker& tracker = *session_.tracker();
     const auto written = [&](const std::string& name, const char* text) {
         std::error_code error;
-        if (fs::file_size(At(name), error) == 0 || error) throw std::runtime_error(At(name) + ": cannot be written");
+        if (fs::file_size(at(name), error) == 0 || error) throw std::runtime_error(at(name) + ": cannot be written");
         files.push_back({name, text});
     };
     if (options_.xml) {
-        std::ofstream out(At(stem + "-detections.xml"));
+        std::ofstream out(at(stem + "-detections.xml"));
         tracker.OutputXML(out);
         written(stem + "-detections.xml", "detections");
     }
     if (!options_.dumps) return;
-    tracker.WriteImageEdges(At(stem + "-edges").c_str());
+    tracker.WriteImageEdges(at(stem + "-edges").c_str());
     written(stem + "-edges.txt", "edges");
     // The colour sums are otherwise those of the frame before.
     for (int k = 0; k < tracker.G->cnum; k++) {
         if (tracker.CIr == COLOR)
-            tracker.G->cd[k].AddAll(session_.Frame());
+            tracker.G->cd[k].AddAll(session_.frame());
         else
-            tracker.G->cd[k].AddAllGray(session_.Frame());
+            tracker.G->cd[k].AddAllGray(session_.frame());
     }
     tracker.G->CellPartialDerivatives();
-    tracker.WriteImageDerivatives(At(stem + "-derivatives").c_str());
+    tracker.WriteImageDerivatives(at(stem + "-derivatives").c_str());
     written(stem + "-derivatives.txt", "derivatives");
     if (tracker.BT != SINGLE) return;
-    tracker.OutputBackgroundImage(At(stem + "-background.pgm").c_str());
+    tracker.OutputBackgroundImage(at(stem + "-background.pgm").c_str());
     written(stem + "-background.pgm", "background");
 }
 
-void Inspection::Run() {
-    const int last = options_.frames.Empty() ? INT_MAX : options_.frames.Last();
+void Inspection::run() {
+    const int last = options_.frames.empty() ? INT_MAX : options_.frames.last();
     SourceFrame frame;
-    while (session_.Number() < last && source_->Next(frame)) Feed(frame);
-    progress_.Clear();
+    while (session_.number() < last && source_->next(frame)) feed(frame);
+    progress_.clear();
 
-    const std::string frames = std::to_string(session_.Number()) + " frames";
-    if (page_.Frames() > 0) page_.Write(At("index.html"));
-    if (!options_.quiet || page_.Frames() == 0)
-        Say(frames + " read, " + std::to_string(page_.Frames()) + " shown" +
-            (page_.Frames() > 0 ? " in " + At("index.html") : ""));
-    if (source_->Truncated()) throw Failure(kBadData, "the input ends inside a message");
-    if (session_.Number() == 0) throw Failure(kBadData, "the input holds no frame");
-    if (session_.Tracker() == nullptr) throw Failure(kBadData, "no frame has pixels");
-    if (page_.Frames() > 0) {
-        if (last != INT_MAX && session_.Number() < last) Say("the input ends before frame " + std::to_string(last));
+    const std::string frames = std::to_string(session_.number()) + " frames";
+    if (page_.frames() > 0) page_.write(at("index.html"));
+    if (!options_.quiet || page_.frames() == 0)
+        say(frames + " read, " + std::to_string(page_.frames()) + " shown" +
+            (page_.frames() > 0 ? " in " + at("index.html") : ""));
+    if (source_->truncated()) throw Failure(kBadData, "the input ends inside a message");
+    if (session_.number() == 0) throw Failure(kBadData, "the input holds no frame");
+    if (session_.tracker() == nullptr) throw Failure(kBadData, "no frame has pixels");
+    if (page_.frames() > 0) {
+        if (last != INT_MAX && session_.number() < last) say("the input ends before frame " + std::to_string(last));
         return;
     }
-    throw Failure(kBadData, options_.frames.Empty()
+    throw Failure(kBadData, options_.frames.empty()
                                 ? "the input ends while the background is being learnt; --bgframes sets how long that "
                                   "takes, --frames shows learning frames too"
                                 : "the input ends before the frames asked for");
@@ -208,9 +208,9 @@ void Inspection::Run() {
 
 }  // namespace
 
-void Inspect(const Options& options) {
+void inspect(const Options& options) {
     try {
-        Inspection(options).Run();
+        Inspection(options).run();
     } catch (const Failure&) {
         throw;
     } catch (const std::bad_alloc&) {

@@ -40,9 +40,9 @@ struct Options {
 };
 
 /// Runs to the last frame asked for or the end of the input; messages go to standard error. Throws Failure.
-void Inspect(const Options& options);
+void inspect(const Options& options);
 
 /// The command line: options, help, version; returns the exit status.
-int InspectMain(int argc, const char* const* argv);
+int inspectMain(int argc, const char* const* argv);
 
 }  // namespace fleifeisa::inspect

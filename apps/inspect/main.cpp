@@ -1,5 +1,5 @@
 #include "inspect/inspect.h"
 
 int main(int argc, char** argv) {
-    return fleifeisa::inspect::InspectMain(argc, argv);
+    return fleifeisa::inspect::inspectMain(argc, argv);
 }

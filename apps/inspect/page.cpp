@@ -5,6 +5,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "common/text.h"
 #include "inspect/colours.h"
 
 namespace fleifeisa::inspect {
@@ -44,43 +45,43 @@ th { font-size: .8rem; color: var(--dim); font-weight: 600; }
 .swatch { display: inline-block; width: .8em; height: .8em; border-radius: .2em; margin-right: .4em; }
 )";
 
-std::string Text(double v, int digits) {
+std::string text(double v, int digits) {
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", digits, v);
     return text;
 }
 
-std::string Number(const char* name, const std::string& value) {
-    return std::string("<div><dt>") + name + "</dt><dd>" + Escape(value) + "</dd></div>\n";
+std::string number(const char* name, const std::string& value) {
+    return std::string("<div><dt>") + name + "</dt><dd>" + xmlText(value) + "</dd></div>\n";
 }
-std::string Number(const char* name, int value) {
-    return Number(name, std::to_string(value));
+std::string number(const char* name, int value) {
+    return number(name, std::to_string(value));
 }
 
-std::string Numbers(const FrameFacts& f, bool clusters) {
+std::string numbers(const FrameFacts& f, bool clusters) {
     std::string html = "<dl>\n";
     if (f.phase == Phase::kDetection) {
-        html += Number("Threshold clt", Text(f.clt, 1)) + Number("Threshold cht", Text(f.cht, 1)) +
-                Number("Difference, mean", Text(f.mean, 1)) + Number("Difference, greatest", Text(f.greatest, 0)) +
-                Number("Foreground cells", f.foreground) + Number("Components", f.components) +
-                Number("Records", static_cast<int>(f.objects.size())) + Number("Records in the table", f.table);
+        html += number("Threshold clt", text(f.clt, 1)) + number("Threshold cht", text(f.cht, 1)) +
+                number("Difference, mean", text(f.mean, 1)) + number("Difference, greatest", text(f.greatest, 0)) +
+                number("Foreground cells", f.foreground) + number("Components", f.components) +
+                number("Records", static_cast<int>(f.objects.size())) + number("Records in the table", f.table);
     }
-    html += Number("Cells", std::to_string(f.cells) + " (" + std::to_string(f.main_cells) + " + " +
+    html += number("Cells", std::to_string(f.cells) + " (" + std::to_string(f.main_cells) + " + " +
                                 std::to_string(f.cells - f.main_cells) + ")");
-    if (clusters) html += Number("Clusters per cell", Text(f.clusters, 2));
-    html += Number("Frame size", std::to_string(f.width) + " x " + std::to_string(f.height));
+    if (clusters) html += number("Clusters per cell", text(f.clusters, 2));
+    html += number("Frame size", std::to_string(f.width) + " x " + std::to_string(f.height));
     return html + "</dl>\n";
 }
 
-std::string Swatch(int number) {
-    const Rgb c = Distinct(number);
+std::string swatch(int number) {
+    const Rgb c = distinct(number);
     char text[96];
-    std::snprintf(text, sizeof text, "<span class=\"swatch\" style=\"background:#%02x%02x%02x\"></span>", c.r, c.g,
-                  c.b);
+    std::snprintf(text, sizeof text, "<span class=\"swatch\" style=\"background:#%02x%02x%02x\"></span>", c.red,
+                  c.green, c.blue);
     return text;
 }
 
-std::string Table(const std::vector<ObjectFacts>& objects) {
+std::string table(const std::vector<ObjectFacts>& objects) {
     if (objects.empty()) return "<p>No component became a record in this frame.</p>\n";
     std::string html =
         "<div class=\"scroll\"><table>\n<thead><tr><th>Id</th><th>Label</th><th>X</th><th>Y</th>"
@@ -89,19 +90,19 @@ std::string Table(const std::vector<ObjectFacts>& objects) {
         "</tr></thead>\n<tbody>\n";
     const auto cell = [](const std::string& text) { return "<td>" + text + "</td>"; };
     for (const ObjectFacts& o : objects) {
-        html += "<tr>" + cell(Swatch(o.id) + std::to_string(o.id)) + cell(std::to_string(o.label));
+        html += "<tr>" + cell(swatch(o.id) + std::to_string(o.id)) + cell(std::to_string(o.label));
         for (const int v : {o.x, o.y, o.width, o.height, o.area}) html += cell(std::to_string(v));
         html += cell(std::to_string(o.density) + " %") + cell(std::to_string(o.column) + ", " + std::to_string(o.row)) +
                 cell(std::to_string(o.cells)) + cell(std::to_string(o.frames)) +
-                cell(std::to_string(o.contour.size())) + cell(std::to_string(o.Corners())) +
+                cell(std::to_string(o.contour.size())) + cell(std::to_string(o.corners())) +
                 cell(o.parents.empty() ? "new" : o.parents) + "</tr>\n";
     }
     return html + "</tbody></table></div>\n";
 }
 
-std::string SettingsLine(const Settings& s) {
+std::string settingsLine(const Settings& s) {
     const control& c = s.parameters;
-    const auto factor = [](float v) { return Text(static_cast<double>(v), 3); };
+    const auto factor = [](float v) { return text(static_cast<double>(v), 3); };
     std::string text = s.type == COLOR ? "COLOR" : "IR";
     text += s.background == SINGLE ? ", single-image background" : ", background of clusters";
     text += ", " + std::to_string(c.bg_frames) + " learning frames, ";
@@ -112,66 +113,43 @@ std::string SettingsLine(const Settings& s) {
 
 }  // namespace
 
-std::string Escape(const std::string& text) {
-    std::string html;
-    for (const char c : text) {
-        switch (c) {
-            case '&':
-                html += "&amp;";
-                break;
-            case '<':
-                html += "&lt;";
-                break;
-            case '>':
-                html += "&gt;";
-                break;
-            case '"':
-                html += "&quot;";
-                break;
-            default:
-                html += c;
-        }
-    }
-    return html;
-}
-
-void Page::Add(const FrameFacts& f, const std::vector<Figure>& figures, const std::vector<Link>& files) {
+void Page::add(const FrameFacts& f, const std::vector<Figure>& figures, const std::vector<Link>& files) {
     frames_++;
     const std::string number = std::to_string(f.number);
     nav_ += "<a href=\"#frame-" + number + "\">" + number + "</a>\n";
-    body_ += "<section id=\"frame-" + number + "\">\n<h2>Frame " + number + " <small>" + PhaseName(f.phase) +
+    body_ += "<section id=\"frame-" + number + "\">\n<h2>Frame " + number + " <small>" + phaseName(f.phase) +
              "</small></h2>\n";
-    if (!f.name.empty()) body_ += "<p class=\"dim\">" + Escape(f.name) + "</p>\n";
+    if (!f.name.empty()) body_ += "<p class=\"dim\">" + xmlText(f.name) + "</p>\n";
     if (!f.timestamp.empty() || f.sequence != 0)
         body_ += "<p class=\"dim\">Sequence number " + std::to_string(f.sequence) + ", timestamp" +
-                 (f.timestamp.starts_with(' ') ? "" : " ") + Escape(f.timestamp) + "</p>\n";
+                 (f.timestamp.starts_with(' ') ? "" : " ") + xmlText(f.timestamp) + "</p>\n";
     if (f.phase == Phase::kNoPixels) {
         body_ += "<p>This frame had no pixels; the tracker was left alone.</p>\n</section>\n";
         return;
     }
-    body_ += Numbers(f, settings_.background == MULTIPLE);
-    if (f.phase == Phase::kDetection) body_ += Table(f.objects);
+    body_ += numbers(f, settings_.background == MULTIPLE);
+    if (f.phase == Phase::kDetection) body_ += table(f.objects);
     body_ += "<div class=\"pictures\">\n";
     for (const Figure& p : figures)
-        body_ += "<figure><a href=\"" + Escape(p.file) + "\"><img src=\"" + Escape(p.file) + "\" width=\"" +
-                 std::to_string(p.width) + "\" height=\"" + std::to_string(p.height) + "\" alt=\"" + Escape(p.title) +
-                 " of frame " + number + "\" loading=\"lazy\"></a><figcaption><strong>" + Escape(p.title) +
-                 ".</strong> " + Escape(p.caption) + "</figcaption></figure>\n";
+        body_ += "<figure><a href=\"" + xmlText(p.file) + "\"><img src=\"" + xmlText(p.file) + "\" width=\"" +
+                 std::to_string(p.width) + "\" height=\"" + std::to_string(p.height) + "\" alt=\"" + xmlText(p.title) +
+                 " of frame " + number + "\" loading=\"lazy\"></a><figcaption><strong>" + xmlText(p.title) +
+                 ".</strong> " + xmlText(p.caption) + "</figcaption></figure>\n";
     body_ += "</div>\n";
     if (!files.empty()) {
         body_ += "<p class=\"dim\">Files:";
-        for (const Link& l : files) body_ += " <a href=\"" + Escape(l.file) + "\">" + Escape(l.text) + "</a>";
+        for (const Link& l : files) body_ += " <a href=\"" + xmlText(l.file) + "\">" + xmlText(l.text) + "</a>";
         body_ += "</p>\n";
     }
     body_ += "</section>\n";
 }
 
-void Page::Write(const std::string& path) const {
+void Page::write(const std::string& path) const {
     std::ofstream out(path, std::ios::binary);
     out << "<!doctype html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>Inspection of "
-        << Escape(input_) << "</title>\n<style>" << kStyle << "</style>\n</head>\n<body>\n<h1>Inspection of "
-        << Escape(input_) << "</h1>\n<p class=\"dim\">" << Escape(SettingsLine(settings_)) << "</p>\n";
+        << xmlText(input_) << "</title>\n<style>" << kStyle << "</style>\n</head>\n<body>\n<h1>Inspection of "
+        << xmlText(input_) << "</h1>\n<p class=\"dim\">" << xmlText(settingsLine(settings_)) << "</p>\n";
     if (frames_ > 1) out << "<nav aria-label=\"Frames\">\n" << nav_ << "</nav>\n";
     out << body_ << "</body>\n</html>\n";
     out.close();

@@ -24,10 +24,10 @@ struct Link {
 class Page {
  public:
     Page(std::string input, const Settings& settings) : input_(std::move(input)), settings_(settings) {}
-    void Add(const FrameFacts& facts, const std::vector<Figure>& figures, const std::vector<Link>& files);
-    int Frames() const { return frames_; }
+    void add(const FrameFacts& facts, const std::vector<Figure>& figures, const std::vector<Link>& files);
+    int frames() const { return frames_; }
     /// Throws std::runtime_error where the file cannot be written.
-    void Write(const std::string& path) const;
+    void write(const std::string& path) const;
 
  private:
     std::string input_;
@@ -35,8 +35,5 @@ class Page {
     int frames_ = 0;
     std::string nav_, body_;
 };
-
-/// Text with the characters that HTML gives a meaning replaced.
-std::string Escape(const std::string& text);
 
 }  // namespace fleifeisa::inspect

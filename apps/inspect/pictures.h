@@ -17,11 +17,11 @@ struct Picture {
 };
 
 /// Pixels of the picture for each pixel of the frame: small frames are enlarged so that ids can be read.
-int PictureScale(int frame_width);
+int pictureScale(int frame_width);
 
 /// Frame and background always; the rest only after a detection, and clusters only where the background has any.
 /// Cells of both lattices overlap: where the background shows the main lattice, every other picture shows the stronger
 /// of the two cells at a place.
-std::vector<Picture> DrawPictures(Session& session, const FrameFacts& facts, int scale);
+std::vector<Picture> drawPictures(Session& session, const FrameFacts& facts, int scale);
 
 }  // namespace fleifeisa::inspect

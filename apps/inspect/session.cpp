@@ -4,7 +4,7 @@ namespace fleifeisa::inspect {
 
 namespace {
 
-void Release(KsColorImage& image) {
+void release(KsColorImage& image) {
     image.KsFreeImageMemory();
     image.Detach();
 }
@@ -12,22 +12,22 @@ void Release(KsColorImage& image) {
 }  // namespace
 
 Session::~Session() {
-    Release(frame_);
-    Release(background_);
+    release(frame_);
+    release(background_);
 }
 
-Phase Session::Begin(KsColorImage frame, bool trace) {
+Phase Session::begin(KsColorImage frame, bool trace) {
     frame_ = frame;
     return phase_ = cycle_.Begin(frame_, settings_.parameters, trace);
 }
 
-void Session::End() {
+void Session::end() {
     cycle_.End(frame_);
     if (phase_ == Phase::kFirst && settings_.background == SINGLE) {
         background_ = frame_;  // stays alive: the model reads it on every frame
         frame_.Detach();
     } else {
-        Release(frame_);
+        release(frame_);
     }
 }
 

@@ -21,19 +21,19 @@ class Session {
     Session& operator=(const Session&) = delete;
 
     /// Whether the frame has the size of those before it, or has no pixels.
-    bool Fits(const KsColorImage& frame) const { return cycle_.Fits(frame); }
+    bool fits(const KsColorImage& frame) const { return cycle_.Fits(frame); }
 
     /// Takes over the frame's pixels, counts it and searches it for objects. Until End, the grid and the table show
     /// this frame, and the background is the one that it was compared with. `trace` prints the detection's trace to
     /// standard output.
-    Phase Begin(KsColorImage frame, bool trace = false);
+    Phase begin(KsColorImage frame, bool trace = false);
     /// Brings the background up to date with the frame and releases its pixels.
-    void End();
+    void end();
 
-    int Number() const { return cycle_.Number(); }
-    KsColorImage& Frame() { return frame_; }
-    ColorDiffTracker* Tracker() { return cycle_.Tracker(); }  ///< null before the first frame with pixels
-    const Settings& Options() const { return settings_; }
+    int number() const { return cycle_.Number(); }
+    KsColorImage& frame() { return frame_; }
+    ColorDiffTracker* tracker() { return cycle_.Tracker(); }  ///< null before the first frame with pixels
+    const Settings& options() const { return settings_; }
 
  private:
     Settings settings_;

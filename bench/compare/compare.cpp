@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "bench/compare/Report.h"
-#include "bench/compare/Suite.h"
+#include "bench/compare/report.h"
+#include "bench/compare/suite.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ struct Arguments {
     std::string sweep;
 };
 
-int LastAllowedCore() {
+int lastAllowedCore() {
     cpu_set_t set;
     CPU_ZERO(&set);
     sched_getaffinity(0, sizeof(set), &set);
@@ -46,7 +46,7 @@ int LastAllowedCore() {
     return last;
 }
 
-double Number(const std::string& option, const std::string& text, double low, double high) {
+double number(const std::string& option, const std::string& text, double low, double high) {
     char* end = nullptr;
     const double value = std::strtod(text.c_str(), &end);
     if (text.empty() || *end != '\0' || !(value >= low && value <= high)) {
@@ -57,24 +57,23 @@ double Number(const std::string& option, const std::string& text, double low, do
     return value;
 }
 
-std::vector<int> Heights(const std::string& list) {
+std::vector<int> heights(const std::string& list) {
     std::vector<int> heights;
     std::istringstream words(list);
     for (std::string word; std::getline(words, word, ',');) {
         if (word != "240" && word != "576" && word != "1080") {
             throw std::invalid_argument("--sizes takes heights of 240, 576 and 1080, not \"" + word + "\"");
         }
-        heights.push_back(std::atoi(word.c_str()));
+        heights.push_back(std::stoi(word));
     }
     return heights;
 }
 
-Arguments Parse(int argc, char** argv) {
+Arguments parse(int argc, char** argv) {
     Arguments arguments;
     bench::SuiteOptions& suite = arguments.suite;
     suite.heights = {240, 576, 1080};
-    suite.footage = "../shared/footage";
-    suite.core = LastAllowedCore();
+    suite.core = lastAllowedCore();
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         const auto value = [&]() -> std::string {
@@ -82,18 +81,18 @@ Arguments Parse(int argc, char** argv) {
             return argv[++i];
         };
         const auto count = [&](double low, double high) {
-            return static_cast<size_t>(Number(option, value(), low, high));
+            return static_cast<size_t>(number(option, value(), low, high));
         };
         if (option == "--analyzer")
             suite.analyzer = value();
         else if (option == "--footage")
             suite.footage = value();
         else if (option == "--sizes")
-            suite.heights = Heights(value());
+            suite.heights = heights(value());
         else if (option == "--rounds")
             suite.rounds = count(1, 1000);
         else if (option == "--length")
-            suite.length = Number(option, value(), 0.1, 4.0);
+            suite.length = number(option, value(), 0.1, 4.0);
         else if (option == "--quick")
             suite.rounds = 3, suite.length = 0.5;
         else if (option == "--no-worst")
@@ -103,7 +102,7 @@ Arguments Parse(int argc, char** argv) {
         else if (option == "--core")
             suite.core = static_cast<int>(count(0, CPU_SETSIZE - 1));
         else if (option == "--limit")
-            suite.reply_limit_seconds = Number(option, value(), 0.1, 86400.0);
+            suite.reply_limit_seconds = number(option, value(), 0.1, 86400.0);
         else if (option == "--label")
             arguments.label = value();
         else if (option == "--json")
@@ -125,15 +124,15 @@ int main(int argc, char** argv) {
         return 0;
     }
     try {
-        const Arguments arguments = Parse(argc, argv);
+        const Arguments arguments = parse(argc, argv);
         if (!arguments.sweep.empty()) {
-            bench::WriteJson(arguments.sweep, bench::RunSweep(arguments.suite), arguments.label);
+            bench::writeJson(arguments.sweep, bench::runSweep(arguments.suite), arguments.label);
             return 0;
         }
-        const bench::SuiteResult result = bench::RunSuite(arguments.suite);
-        bench::PrintHeader(std::cout, arguments.suite, result, arguments.label);
-        bench::PrintTables(std::cout, result);
-        if (!arguments.json.empty()) bench::WriteJson(arguments.json, arguments.suite, result, arguments.label);
+        const bench::SuiteResult result = bench::runSuite(arguments.suite);
+        bench::printHeader(std::cout, arguments.suite, result, arguments.label);
+        bench::printTables(std::cout, result);
+        if (!arguments.json.empty()) bench::writeJson(arguments.json, arguments.suite, result, arguments.label);
         return 0;
     } catch (const std::invalid_argument& error) {
         std::cerr << "compare: " << error.what() << "\n" << kUsage;

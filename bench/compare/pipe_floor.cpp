@@ -13,15 +13,16 @@
 
 namespace {
 
-bool Say(const std::string& text) {
+bool say(const std::string& text) {
     return write(STDOUT_FILENO, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 }  // namespace
 
 int main() {
-    if (const char* bytes = std::getenv("PIPE_FLOOR_BYTES")) fcntl(STDIN_FILENO, F_SETPIPE_SZ, std::atoi(bytes));
-    if (!Say("ANALYTICS.CARTRIDGE\r\nStatus: OK\r\n\r\n")) return 1;
+    if (const char* bytes = std::getenv("PIPE_FLOOR_BYTES"))
+        fcntl(STDIN_FILENO, F_SETPIPE_SZ, static_cast<int>(std::strtol(bytes, nullptr, 10)));
+    if (!say("ANALYTICS.CARTRIDGE\r\nStatus: OK\r\n\r\n")) return 1;
     std::vector<char> buffer(4096);
     size_t held = 0;
     for (;;) {
@@ -41,6 +42,6 @@ int main() {
             held += static_cast<size_t>(more);
         }
         held = 0;
-        if (!Say("ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp: 0\r\nSequence-Number:0\r\n\r\n")) return 1;
+        if (!say("ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp: 0\r\nSequence-Number:0\r\n\r\n")) return 1;
     }
 }

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <random>
 
+#include "camera/output_types.h"
 #include "common/text.h"
 
 namespace fleifeisa::host::test {

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <regex>
 
+#include "camera/output_types.h"
 #include "common/process.h"
 #include "common/text.h"
 #include "host/output_runs.h"
@@ -118,13 +119,13 @@ TEST(OutputFiles, AreThereOnceComplete) {
 TEST(OutputFiles, ThatCannotBeMadeSayWhy) {
     const TempDir directory;
     const CameraInfo camera = documentedRun().camera;
-    for (const std::string_view type : outputTypes()) {
+    for (const OutputType& type : outputTypes()) {
         const std::string path = directory.path + "/missing/file";
         EXPECT_EQ(failureOf([&] {
-                      makeOutput({std::string(type), path}, camera);
+                      makeOutput({std::string(type.name), path}, camera);
                   }),
                   path + ": No such file or directory")
-            << type;
+            << type.name;
     }
     EXPECT_NE(failureOf([&] {
                   makeOutput({"jsonl", directory.path}, camera);
@@ -303,7 +304,7 @@ TEST(Video, ShowsBoxesWhereTheyAre) {
             return static_cast<int>(static_cast<unsigned char>(decoded[picture * kPicture + y * 100 + x]));
         };
         // Ground of 90, the box's line brighter, its black outline darker.
-        EXPECT_NEAR(luma(10, 35), 16 + 90 * 220 / 256, 8) << picture;
+        EXPECT_NEAR(luma(10, 35), 16 + 90 * 220 / 256.0, 8) << picture;
         EXPECT_GT(luma(20, 35), luma(10, 35) + 20) << picture;
         EXPECT_LT(luma(19, 35), luma(10, 35) - 10) << picture;
         // The object is red as far as it reaches.

@@ -11,16 +11,16 @@ class CrowdScene {
 
     CrowdScene(int rows, int cols);
     // rows x cols x 3 bytes, valid until the next call.
-    const std::vector<unsigned char>& Render(std::int64_t n);
+    const std::vector<unsigned char>& render(std::int64_t n);
 
  private:
-    void Block(int row, int col, int h, int w, int level);
-    void Brighten(int row, int col);
-    void Passers(std::int64_t n);
-    void Crowd();
-    void Tangle(std::int64_t n);
+    void block(int row, int col, int h, int w, int level);
+    void brighten(int row, int col);
+    void passers(std::int64_t n);
+    void crowd();
+    void tangle(std::int64_t n);
 
-    const int rows, cols;
-    std::vector<std::vector<unsigned char>> empty;  // the scene without anything, with different noise
-    std::vector<unsigned char> frame;
+    const int rows_, cols_;
+    std::vector<std::vector<unsigned char>> empty_;  // the scene without anything, with different noise
+    std::vector<unsigned char> frame_;
 };

@@ -20,7 +20,7 @@
 #include "reliability/crowdscene.h"
 #include "support/process.h"
 #include "support/protocol.h"
-#include "support/statetrace.h"
+#include "support/state_hash.h"
 #include "tracker/kscolortracker.h"
 
 namespace {
@@ -34,13 +34,13 @@ struct Size {
     int rows, cols;
 };
 
-[[noreturn]] void Fail(const std::string& what) {
+[[noreturn]] void fail(const std::string& what) {
     std::fprintf(stderr, "soak: %s\n", what.c_str());
     std::exit(1);
 }
 
 // MB resident in a process ("self" or its number).
-double Resident(const std::string& pid) {
+double resident(const std::string& pid) {
     std::ifstream statm("/proc/" + pid + "/statm");
     double size = 0, resident = 0;
     statm >> size >> resident;
@@ -48,7 +48,7 @@ double Resident(const std::string& pid) {
 }
 
 // Processor time of a process, seconds.
-double Busy(const std::string& pid) {
+double processorTime(const std::string& pid) {
     std::ifstream file("/proc/" + pid + "/stat");
     std::string text;
     std::getline(file, text);
@@ -64,11 +64,11 @@ class ChangingControl {
  public:
     ChangingControl() {
         setenv("FLEIFEISA_ROOT", root.path.c_str(), 1);
-        Change(0);
+        change(0);
     }
     // The n-th content: relearning of another length, other thresholds. Modification times count in seconds.
-    void Change(std::int64_t n) const {
-        root.WriteControl(BackgroundFrames(n == 0 ? kLearning : static_cast<int>(4 + n % 7)) +
+    void change(std::int64_t n) const {
+        root.writeControl(backgroundFrames(n == 0 ? kLearning : static_cast<int>(4 + n % 7)) +
                               "<param name=\"-color_low\" value=\"0." + std::to_string(25 + 5 * (n % 3)) + "\"/>\n",
                           1000000000 + n);
     }
@@ -80,138 +80,139 @@ class ChangingControl {
 
 class Inside {
  public:
-    explicit Inside(Size s) : size(s) {}
-    void Frame(const std::vector<unsigned char>& pixels, int frame) {
-        if (tracker == nullptr) {
-            updated(kDevice, &mtime);
-            updateControl(kDevice, &parameters);
+    explicit Inside(Size s) : size_(s) {}
+    void frame(const std::vector<unsigned char>& pixels, int frame) {
+        if (tracker_ == nullptr) {
+            updated(kDevice, &mtime_);
+            updateControl(kDevice, &parameters_);
         }
-        current = pixels;
-        image.KsReadImageMemory(current.data(), size.rows, size.cols);
-        if (tracker == nullptr) {
-            tracker = MakeTracker(COLOR, image, kLearning);
+        current_ = pixels;
+        image_.KsReadImageMemory(current_.data(), size_.rows, size_.cols);
+        if (tracker_ == nullptr) {
+            tracker_ = MakeTracker(COLOR, image_, kLearning);
             return;
         }
-        const bool detect = frame > kLearning && relearn == 0;
+        const bool detect = frame > kLearning && relearn_ == 0;
         if (detect)
-            tracker->DetectForeground(image, frame, parameters.color_low, parameters.color_high, parameters.ir_low,
-                                      parameters.ir_high);
-        tracker->UpdateBackground(image, !detect);
-        if (relearn > 0) relearn--;
-        if (detect) Observe();
-        if (relearn > 0) relearn--;
-        if (updated(kDevice, &mtime)) {
-            updateControl(kDevice, &parameters);
-            relearn = parameters.bg_frames;
+            tracker_->DetectForeground(image_, frame, parameters_.color_low, parameters_.color_high, parameters_.ir_low,
+                                       parameters_.ir_high);
+        tracker_->UpdateBackground(image_, !detect);
+        if (relearn_ > 0) relearn_--;
+        if (detect) observe();
+        if (relearn_ > 0) relearn_--;
+        if (updated(kDevice, &mtime_)) {
+            updateControl(kDevice, &parameters_);
+            relearn_ = parameters_.bg_frames;
         }
-        if (frame % 997 == 0) HashModel();
+        if (frame % 997 == 0) hashModel();
     }
-    std::string Status() const {
-        return std::to_string(tracker->numobjects) + " records (most " + std::to_string(most_records) + "), most " +
-               std::to_string(most_nodes) + " contour nodes, ids wrapped " + std::to_string(wraps) + " times";
+    std::string status() const {
+        return std::to_string(tracker_->numobjects) + " records (most " + std::to_string(most_records_) + "), most " +
+               std::to_string(most_nodes_) + " contour nodes, ids wrapped " + std::to_string(wraps_) + " times";
     }
-    std::string Process() const { return "self"; }
-    void End() {}
+    std::string process() const { return "self"; }
+    void end() {}
 
     StateHash hash;
 
  private:
-    void Observe() {
-        const ColorDiffTracker& T = *tracker;
-        hash.Double(T.clt);
-        hash.Double(T.cht);
-        hash.Int(T.numobjects);
-        hash.Int(T.NextTmpObId);
+    void observe() {
+        const ColorDiffTracker& t = *tracker_;
+        hash.real(t.clt);
+        hash.real(t.cht);
+        hash.integer(t.numobjects);
+        hash.integer(t.NextTmpObId);
         std::int64_t nodes = 0;
-        for (int i = 0; i < T.numobjects; i++) {
-            Object& ob = T.Ob[T.usedob[i]];
+        for (int i = 0; i < t.numobjects; i++) {
+            Object& ob = t.Ob[t.usedob[i]];
             for (const ContNode* node = ob.fnode; node != nullptr; node = node->link) {
                 nodes++;
-                if (ob.framenum == T.t) hash.Int(node->r * 65536 + node->c);
+                if (ob.framenum == t.t) hash.integer(node->r * 65536 + node->c);
             }
-            if (ob.framenum != T.t) continue;
+            if (ob.framenum != t.t) continue;
             for (const int v : {ob.id, ob.label, ob.numframes, ob.area, ob.rc, ob.cc, ob.numcells, ob.numparents,
                                 ob.h.minr, ob.h.maxr, ob.h.minc, ob.h.maxc})
-                hash.Int(v);
+                hash.integer(v);
         }
-        most_nodes = std::max(most_nodes, nodes);
-        most_records = std::max(most_records, T.numobjects);
-        if (T.NextTmpObId < last_id) wraps++;
-        last_id = T.NextTmpObId;
+        most_nodes_ = std::max(most_nodes_, nodes);
+        most_records_ = std::max(most_records_, t.numobjects);
+        if (t.NextTmpObId < last_id_) wraps_++;
+        last_id_ = t.NextTmpObId;
     }
-    void HashModel() {
-        const BackgroundModel& B = *tracker->B;
-        for (int k = 0; k < B.cnum; k++) {
-            const KsBackgroundCell cell = B.cd[k];
-            hash.Int(cell.nsamples);
+    void hashModel() {
+        const BackgroundModel& b = *tracker_->B;
+        for (int k = 0; k < b.cnum; k++) {
+            const KsBackgroundCell cell = b.cd[k];
+            hash.integer(cell.nsamples);
             for (int j = 0; j < cell.nclusters; j++) {
                 const ColorValue& sum = cell.clustersum[j];
-                for (const int v : {sum.R, sum.G, sum.B, int{cell.support[j]}}) hash.Int(v);
+                for (const int v : {sum.R, sum.G, sum.B, int{cell.support[j]}}) hash.integer(v);
             }
         }
     }
 
-    const Size size;
-    std::unique_ptr<ColorDiffTracker> tracker;
-    std::vector<unsigned char> current;
-    KsColorImage image;
-    control parameters{};
-    time_t mtime = 0;
-    int relearn = 0, most_records = 0, last_id = 0, wraps = 0;
-    std::int64_t most_nodes = 0;
+    const Size size_;
+    std::unique_ptr<ColorDiffTracker> tracker_;
+    std::vector<unsigned char> current_;
+    KsColorImage image_;
+    control parameters_{};
+    time_t mtime_ = 0;
+    int relearn_ = 0, most_records_ = 0, last_id_ = 0, wraps_ = 0;
+    std::int64_t most_nodes_ = 0;
 };
 
 // --- through the analyzer process ---
 
 class Through {
  public:
-    Through(const std::string& root, Size s) : size(s), session({"COLOR", "STREAMING", "3", "5"}, root, 0) {
-        session.Reply();  // of the start
+    Through(const std::string& root, Size s) : size_(s), session_({"COLOR", "STREAMING", "3", "5"}, root, 0) {
+        session_.reply();  // of the start
     }
-    void Frame(const std::vector<unsigned char>& pixels, int frame) {
-        session.Send(FrameMessage(size.cols, size.rows, {pixels.begin(), pixels.end()}, std::to_string(frame), frame));
+    void frame(const std::vector<unsigned char>& pixels, int frame) {
+        session_.send(
+            frameMessage(size_.cols, size_.rows, {pixels.begin(), pixels.end()}, std::to_string(frame), frame));
         // A reply leaves the analyzer when that reads on, so its test of the control file is over.
-        const std::string reply = session.Reply();
-        if (reply.empty()) Fail("the analyzer ended");
-        hash.Bytes(reply);
+        const std::string reply = session_.reply();
+        if (reply.empty()) fail("the analyzer ended");
+        hash.bytes(reply);
         for (std::size_t at = reply.find("<OBJECT"); at != std::string::npos; at = reply.find("<OBJECT", at + 1))
-            objects++;
+            objects_++;
     }
-    std::string Status() const { return std::to_string(objects) + " objects reported"; }
-    std::string Process() const { return std::to_string(session.Process()); }
-    void End() {
-        if (session.Finish() != 0) Fail("the analyzer did not end with status 0");
+    std::string status() const { return std::to_string(objects_) + " objects reported"; }
+    std::string process() const { return std::to_string(session_.process()); }
+    void end() {
+        if (session_.finish() != 0) fail("the analyzer did not end with status 0");
     }
 
     StateHash hash;
 
  private:
-    const Size size;
-    Session session;
-    std::int64_t objects = 0;
+    const Size size_;
+    Session session_;
+    std::int64_t objects_ = 0;
 };
 
 template <class Run>
-int Soak(Run& run, const ChangingControl& control_file, Size size, std::int64_t frames) {
+int soak(Run& run, const ChangingControl& control_file, Size size, std::int64_t frames) {
     CrowdScene scene(size.rows, size.cols);
     const std::int64_t part = std::max<std::int64_t>(frames / 20, 1);
     const std::int64_t warm = std::max(frames / 5, kWarmUp);
     double settled = 0, most = 0;
-    double busy = Busy(run.Process());
+    double busy = processorTime(run.process());
     for (std::int64_t n = 1; n <= frames; n++) {
-        if (n % kControlEvery == 0) control_file.Change(n / kControlEvery);
-        run.Frame(scene.Render(n), static_cast<int>(n));
+        if (n % kControlEvery == 0) control_file.change(n / kControlEvery);
+        run.frame(scene.render(n), static_cast<int>(n));
         if (n % part != 0) continue;
-        const double memory = Resident(run.Process()), now = Busy(run.Process());
+        const double memory = resident(run.process()), now = processorTime(run.process());
         std::printf("%9lld frames  %6.1f MB  %5.0f us a frame  %s\n", static_cast<long long>(n), memory,
-                    (now - busy) * 1e6 / static_cast<double>(part), run.Status().c_str());
+                    (now - busy) * 1e6 / static_cast<double>(part), run.status().c_str());
         std::fflush(stdout);
         busy = now;
         (n <= warm ? settled : most) = std::max(n <= warm ? settled : most, memory);
     }
-    run.End();
+    run.end();
     std::printf("hash %016llx\n", static_cast<unsigned long long>(run.hash.value));
-    if (most > settled + kAllowedGrowth) Fail("resident memory grew after the warm-up");
+    if (most > settled + kAllowedGrowth) fail("resident memory grew after the warm-up");
     return 0;
 }
 
@@ -233,8 +234,8 @@ int main(int argc, char** argv) {
     const ChangingControl control_file;
     if (inside) {
         Inside run(size);
-        return Soak(run, control_file, size, frames);
+        return soak(run, control_file, size, frames);
     }
     Through run(control_file.root.path, size);
-    return Soak(run, control_file, size, frames);
+    return soak(run, control_file, size, frames);
 }

@@ -12,7 +12,7 @@ class CapturedOutput {
     CapturedOutput(const CapturedOutput&) = delete;
     CapturedOutput& operator=(const CapturedOutput&) = delete;
     // Since the latest call.
-    std::string Take() {
+    std::string take() {
         std::string text = testing::internal::GetCapturedStdout();
         testing::internal::CaptureStdout();
         return text;

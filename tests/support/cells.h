@@ -8,7 +8,7 @@
 #include "vision/background/backgroundmodel.h"
 
 // First difference between the two, empty where they agree.
-inline std::string CellDifference(const KsBackgroundCell& real, const NaiveCell& naive) {
+inline std::string cellDifference(const KsBackgroundCell& real, const NaiveCell& naive) {
     const auto text = [](const char* what, int j, int a, int b) {
         return std::string(what) + " " + std::to_string(j) + ": " + std::to_string(a) + ", expected " +
                std::to_string(b);

@@ -17,7 +17,7 @@
 
 #ifdef FLEIFEISA_HAVE_JPEG
 // `sample` gives channel k of the pixel at row r, column c.
-inline std::string EncodeJpeg(int width, int height, int channels, J_COLOR_SPACE space, bool progressive,
+inline std::string encodeJpeg(int width, int height, int channels, J_COLOR_SPACE space, bool progressive,
                               const std::function<int(int r, int c, int k)>& sample) {
     jpeg_compress_struct info;
     jpeg_error_mgr errors;
@@ -51,7 +51,7 @@ inline std::string EncodeJpeg(int width, int height, int channels, J_COLOR_SPACE
 
 #ifdef FLEIFEISA_HAVE_PNG
 // `rows` are the packed rows of the file, as many as the height.
-inline std::string EncodePng(int width, int bits, int type, bool interlaced, const std::vector<std::string>& rows,
+inline std::string encodePng(int width, int bits, int type, bool interlaced, const std::vector<std::string>& rows,
                              const std::vector<png_color>& palette = {}) {
     std::string file;
     png_structp png =

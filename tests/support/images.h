@@ -15,7 +15,7 @@ class TestImage {
     TestImage(int rows, int cols, Pixel pixel) {
         const auto bytes = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols) * 3;
         image.KsReadImageMemory(static_cast<unsigned char*>(std::malloc(bytes)), rows, cols);
-        Fill(pixel);
+        fill(pixel);
     }
     TestImage(const TestImage&) = delete;
     TestImage& operator=(const TestImage&) = delete;
@@ -23,7 +23,7 @@ class TestImage {
     operator KsColorImage&() { return image; }
 
     template <class Pixel>
-    void Fill(Pixel pixel) {
+    void fill(Pixel pixel) {
         for (int r = 0; r < image.NofR; r++) {
             for (int c = 0; c < image.NofC; c++) {
                 const ColorValue v = pixel(r, c);
@@ -39,33 +39,33 @@ class TestImage {
 
 // Stores a value in a field of any integer type.
 template <class Field>
-void Put(Field& field, int v) {
+void put(Field& field, int v) {
     field = static_cast<Field>(v);
 }
 
-inline auto Flat(int v) {
+inline auto flat(int v) {
     return [v](int, int) { return ColorValue{v, v, v}; };
 }
 
 // A small generator for test data: the process-wide random() belongs to the background model.
 class TestRandom {
  public:
-    explicit TestRandom(unsigned long long seed) : state(seed * 0x9E3779B97F4A7C15ULL + 1) {}
-    int Below(int n) {
-        state = state * 6364136223846793005ULL + 1442695040888963407ULL;
-        return static_cast<int>((state >> 33) % static_cast<unsigned long long>(n));
+    explicit TestRandom(unsigned long long seed) : state_(seed * 0x9E3779B97F4A7C15ULL + 1) {}
+    int below(int n) {
+        state_ = state_ * 6364136223846793005ULL + 1442695040888963407ULL;
+        return static_cast<int>((state_ >> 33) % static_cast<unsigned long long>(n));
     }
-    int Range(int low, int high) { return low + Below(high - low + 1); }
+    int range(int low, int high) { return low + below(high - low + 1); }
 
  private:
-    unsigned long long state;
+    unsigned long long state_;
 };
 
 // Where cell k stands on the common half-cell raster: main cell (i, j) at (2i, 2j), shifted cell at (2i + 1, 2j + 1).
 struct RasterPlace {
     int row, col;
 };
-inline RasterPlace PlaceOf(const GridColorDiff& g, int k) {
+inline RasterPlace placeOf(const GridColorDiff& g, int k) {
     const int jnum = (g.NofC + g.cellsize - 1) / g.cellsize;
     if (k < g.cnum_2) return {k / jnum * 2, k % jnum * 2};
     return {(k - g.cnum_2) / (jnum - 1) * 2 + 1, (k - g.cnum_2) % (jnum - 1) * 2 + 1};
@@ -73,9 +73,9 @@ inline RasterPlace PlaceOf(const GridColorDiff& g, int k) {
 
 // Labels from a drawing on the half-cell raster: a digit labels the cell at its place, everything else is background.
 // Only places whose row and column are both even (main) or both odd (shifted) hold a cell.
-inline void DrawLabels(const GridColorDiff& g, const std::vector<std::string>& drawing, int* labels) {
+inline void drawLabels(const GridColorDiff& g, const std::vector<std::string>& drawing, int* labels) {
     for (int k = 0; k < g.cnum; k++) {
-        const RasterPlace at = PlaceOf(g, k);
+        const RasterPlace at = placeOf(g, k);
         char mark = '.';
         if (at.row < static_cast<int>(drawing.size())) {
             const std::string& line = drawing[static_cast<std::size_t>(at.row)];

@@ -16,13 +16,13 @@ class TempDir {
     TempDir& operator=(const TempDir&) = delete;
     // Writes the control file of device 3 with this directory as FLEIFEISA_ROOT. A stamp other than 0 becomes the
     // file's modification time.
-    void WriteControl(const std::string& text, time_t stamp = 0) const;
-    std::string Write(const std::string& name, const std::string& bytes) const;  // returns the path
+    void writeControl(const std::string& text, time_t stamp = 0) const;
+    std::string write(const std::string& name, const std::string& bytes) const;  // returns the path
 
     std::string path;
 };
 
-inline std::string BackgroundFrames(int n) {
+inline std::string backgroundFrames(int n) {
     return "<param name=\"-bgframes\" value=\"" + std::to_string(n) + "\"/>\n";
 }
 
@@ -32,9 +32,9 @@ struct RunResult {
 };
 
 // Runs the analyzer with `input` on standard input to its end. A run of more than two minutes is killed.
-RunResult RunAnalyzer(const std::vector<std::string>& args, const std::string& input, const std::string& root);
+RunResult runAnalyzer(const std::vector<std::string>& args, const std::string& input, const std::string& root);
 // The same with standard input and output from open files (-1 for an empty input, a captured output).
-RunResult RunAnalyzerOn(const std::vector<std::string>& args, int input, int output, const std::string& root);
+RunResult runAnalyzerOn(const std::vector<std::string>& args, int input, int output, const std::string& root);
 
 // An analyzer at the other end of two pipes.
 class Session {
@@ -44,15 +44,15 @@ class Session {
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
-    void Send(const std::string& bytes);  // waits until the pipe has taken them
-    std::string Reply();                  // headers and body of the next reply; what there was at the end of output
-    bool Quiet(int milliseconds) const;   // whether nothing comes for so long
-    void Signal(int number) const;        // to the process
-    int Finish();                         // closes the input, waits, returns the exit status
-    pid_t Process() const { return child; }
+    void send(const std::string& bytes);  // waits until the pipe has taken them
+    std::string reply();                  // headers and body of the next reply; what there was at the end of output
+    bool quiet(int milliseconds) const;   // whether nothing comes for so long
+    void signal(int number) const;        // to the process
+    int finish();                         // closes the input, waits, returns the exit status
+    pid_t process() const { return child_; }
 
  private:
-    pid_t child;
-    int to, from;
-    std::string pending;  // read, but behind the latest reply
+    pid_t child_;
+    int to_, from_;
+    std::string pending_;  // read, but behind the latest reply
 };

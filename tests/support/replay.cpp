@@ -23,7 +23,7 @@ class Changes : public ControlSource {
 
 }  // namespace
 
-void Replay(const std::string& requests, const ReplayOptions& options,
+void replay(const std::string& requests, const ReplayOptions& options,
             const std::function<void(const ReplayedFrame&)>& show) {
     std::istringstream in(requests);
     std::ostringstream out;

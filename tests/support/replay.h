@@ -22,5 +22,5 @@ struct ReplayedFrame {
 };
 
 // The first frame must have pixels.
-void Replay(const std::string& requests, const ReplayOptions& options,
+void replay(const std::string& requests, const ReplayOptions& options,
             const std::function<void(const ReplayedFrame&)>& show);

@@ -16,21 +16,21 @@ struct Scene {
     unsigned seed;
 };
 
-inline std::string SceneStream(const Scene& s) {
+inline std::string sceneStream(const Scene& s) {
     struct Thing {
         int x, y, vx, vy, w, h, level[3];  // places and speeds in eighths of a pixel
     };
     TestRandom random(s.seed);
     std::vector<Thing> things;
     for (int i = 0; i < s.things; i++) {
-        Thing t{random.Below(s.width) * 8,
-                random.Below(s.height) * 8,
-                random.Range(-20, 20),
-                random.Range(-12, 12),
-                random.Range(3, s.width / 4 + 3),
-                random.Range(3, s.height / 3 + 3),
+        Thing t{random.below(s.width) * 8,
+                random.below(s.height) * 8,
+                random.range(-20, 20),
+                random.range(-12, 12),
+                random.range(3, s.width / 4 + 3),
+                random.range(3, s.height / 3 + 3),
                 {}};
-        for (int& level : t.level) level = random.Below(2) * 190 + random.Below(50);
+        for (int& level : t.level) level = random.below(2) * 190 + random.below(50);
         things.push_back(t);
     }
     std::string stream;
@@ -40,7 +40,7 @@ inline std::string SceneStream(const Scene& s) {
         for (int i = 0; i < s.width * s.height * 3; i++) {
             const int c = i / 3 % s.width, r = i / 3 / s.width;
             const int base = 80 + (c * 7 + r * 5 + i % 3 * 11) % 60 + flash;
-            const int jitter = s.levels == 0 ? random.Below(5) - 2 : random.Below(s.levels) * (2 + (c / 8 + r / 8) % 9);
+            const int jitter = s.levels == 0 ? random.below(5) - 2 : random.below(s.levels) * (2 + (c / 8 + r / 8) % 9);
             pixels[static_cast<std::size_t>(i)] = static_cast<char>(base + jitter);
         }
         for (Thing& t : things) {
@@ -55,7 +55,7 @@ inline std::string SceneStream(const Scene& s) {
             if (t.x < -t.w * 8 || t.x > s.width * 8) t.vx = -t.vx;
             if (t.y < -t.h * 8 || t.y > s.height * 8) t.vy = -t.vy;
         }
-        stream += FrameMessage(s.width, s.height, pixels, std::to_string(1300000000 + f), f);
+        stream += frameMessage(s.width, s.height, pixels, std::to_string(1300000000 + f), f);
     }
     return stream + kShutdownMessage;
 }

@@ -7,7 +7,9 @@
 #include <array>
 #include <filesystem>
 
+#include "camera/output_types.h"
 #include "common/log.h"
+#include "sources/rgb_frame.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -188,39 +190,18 @@ void Camera::sendNext() {
     sendRequest(request);
 }
 
-/// Takes the next frame of the source, if there is one, and makes RGB of it.
+/// Takes the next frame of the source, if there is one.
 bool Camera::readFrame(Request& request) {
     RawFrame frame;
     if (!feeder_.take(frame, request.dropped)) return false;
     counts_.dropped += request.dropped;
     counts_.expected = feeder_.expectedFrames();
     request.time_ns = frame.time_ns;
-    request.width = frame.layout.width;
-    request.height = frame.layout.height;
-    if (frame.layout.format.name == "rgb24") {
-        request.rgb = std::move(frame.bytes);
-    } else {
-        request.rgb = std::move(spare_rgb_);
-        request.rgb.resize(static_cast<std::size_t>(request.width) * static_cast<std::size_t>(request.height) * 3);
-        toRgb(frame.layout, frame.bytes, request.rgb);
-        feeder_.recycle(std::move(frame.bytes));
-    }
-    if (const auto& region = config_.source.region) {
-        Region cut = *region;
-        cut.left = std::min(cut.left, request.width - 1);
-        cut.top = std::min(cut.top, request.height - 1);
-        cut.width = std::min(cut.width, request.width - cut.left);
-        cut.height = std::min(cut.height, request.height - cut.top);
-        request.rgb = crop(request.rgb, request.width, cut);
-        request.width = cut.width;
-        request.height = cut.height;
-    }
-    const SourceOptions& options = config_.source;
-    if (options.width > 0 && (options.width != request.width || options.height != request.height)) {
-        request.rgb = resize(request.rgb, request.width, request.height, options.width, options.height);
-        request.width = options.width;
-        request.height = options.height;
-    }
+    RgbFrame picture = toRgbFrame(frame, config_.source, spare_rgb_);
+    if (!frame.bytes.empty()) feeder_.recycle(std::move(frame.bytes));
+    request.width = picture.width;
+    request.height = picture.height;
+    request.rgb = std::move(picture.rgb);
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "camera/output_types.h"
 #include "common/log.h"
 
 namespace fleifeisa::host {
@@ -43,28 +44,18 @@ PrivateRoot::~PrivateRoot() {
     fs::remove_all(path_, error);
 }
 
-std::string defaultFileName(const std::string& type) {
-    if (type == "replies") return "replies.txt";
-    if (type == "jsonl") return "frames.jsonl";
-    if (type == "mot") return "mot.csv";
-    if (type == "onvif") return "onvif.xml";
-    if (type == "tracks") return "tracks.jsonl";
-    if (type == "video") return "annotated.mp4";
-    if (type == "report") return "report.html";
-    return type + ".bin";
-}
-
 OutputChoice parseOutputChoice(const std::string& text, const std::string& directory) {
     const std::size_t equals = text.find('=');
     OutputChoice wanted{text.substr(0, equals), equals == std::string::npos ? "" : text.substr(equals + 1)};
-    if (std::ranges::count(outputTypes(), wanted.type) == 0) {
+    const OutputType* type = findOutputType(wanted.type);
+    if (type == nullptr) {
         std::string known;
-        for (const std::string_view type : outputTypes()) known += (known.empty() ? "" : ", ") + std::string(type);
+        for (const OutputType& each : outputTypes()) known += (known.empty() ? "" : ", ") + std::string(each.name);
         throw SourceError(EX_USAGE, "there is no output '" + wanted.type + "' (there are " + known + ")");
     }
     if (wanted.path.empty()) {
         makeDirectory(directory);
-        wanted.path = (fs::path(directory) / defaultFileName(wanted.type)).string();
+        wanted.path = (fs::path(directory) / type->default_file).string();
     }
     return wanted;
 }

@@ -42,8 +42,6 @@ int scenesCommand();
 /// What the verb returns, or the exit status that fits the exception it ends with, which is logged.
 int statusOf(const std::function<int()>& verb);
 
-/// File name of an output type inside an output directory: "frames.jsonl", "report.html" ...
-std::string defaultFileName(const std::string& type);
 /// "type" or "type=path" as the command line takes them. @throws SourceError where the type is unknown
 OutputChoice parseOutputChoice(const std::string& text, const std::string& directory);
 /// Creates the directory. @throws SourceError

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <set>
 
+#include "camera/output_types.h"
 #include "cli/commands.h"
 #include "cli/values.h"
 
@@ -239,12 +240,13 @@ class Loader {
         for (const std::string& text : in.texts("outputs")) {
             OutputChoice wanted{text.substr(0, text.find('=')), ""};
             if (text.find('=') != std::string::npos) wanted.path = resolved(text.substr(text.find('=') + 1));
-            if (std::ranges::count(outputTypes(), wanted.type) == 0) {
+            const OutputType* type = findOutputType(wanted.type);
+            if (type == nullptr) {
                 in.complain("outputs", "there is no output '" + wanted.type + "'");
                 continue;
             }
             if (wanted.path.empty())
-                wanted.path = (fs::path(output_directory_) / camera.name / defaultFileName(wanted.type)).string();
+                wanted.path = (fs::path(output_directory_) / camera.name / type->default_file).string();
             if (!paths_.insert(wanted.path).second)
                 in.complain("outputs", wanted.path + " is written by another output");
             camera.outputs.push_back(wanted);

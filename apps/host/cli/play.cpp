@@ -61,8 +61,7 @@ std::vector<OutputChoice> chosenOutputs(const PlayOptions& options) {
     std::vector<OutputChoice> choices;
     if (options.outputs.empty()) {
         for (const std::string_view usual : {"replies", "jsonl", "report"})
-            if (std::ranges::count(outputTypes(), usual) > 0)
-                choices.push_back(parseOutputChoice(std::string(usual), options.out));
+            choices.push_back(parseOutputChoice(std::string(usual), options.out));
     }
     for (const std::string& text : options.outputs) choices.push_back(parseOutputChoice(text, options.out));
     return choices;

@@ -11,7 +11,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -66,19 +65,12 @@ class Output {
     virtual void finish() = 0;
 };
 
-/// One output as configured: `type` is one of outputTypes(), `path` the file (or directory) it writes.
+/// One output as configured: `type` names an output, `path` the file (or directory) it writes.
 struct OutputChoice {
     std::string type;
     std::string path;
 
     bool operator==(const OutputChoice&) const = default;
 };
-
-/// Known types: jsonl, mot, onvif, tracks, video, report, replies, recording.
-std::span<const std::string_view> outputTypes();
-
-/// Opens the output (its file is created here, so that a path that cannot be written fails at once).
-/// @throws OutputError
-std::unique_ptr<Output> makeOutput(const OutputChoice& wanted, const CameraInfo& camera);
 
 }  // namespace fleifeisa::host

@@ -1,0 +1,19 @@
+// What an analyzer is given of a source's frame.
+#pragma once
+
+#include "sources/source.h"
+
+namespace fleifeisa::host {
+
+/// A picture as the analyzer takes it.
+struct RgbFrame {
+    int width = 0, height = 0;      ///< pixels
+    std::vector<std::uint8_t> rgb;  ///< width * height * 3 bytes, rows from the top, R G B interleaved
+};
+
+/// Converts a frame to RGB, cuts the region out and scales, as the options say. A region is cut to what lies inside.
+/// The frame's bytes are moved on where they are RGB already, and left for another frame where not; then `spare`
+/// gives its memory to the picture.
+RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<std::uint8_t>& spare);
+
+}  // namespace fleifeisa::host
