@@ -113,7 +113,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::vector<unsigned char> pixels(static_cast<std::size_t>(rows * cols * 3), 100);
     KsColorImage image;
     image.KsReadImageMemory(pixels.data(), rows, cols);
-    ColorDiffTracker t(image, 240, 480, 1.0, cellsize, 0.95, COLOR, false, 500, 1200, 20, MULTIPLE);
+    const auto tracker = MakeTracker(COLOR, image, 20, MULTIPLE, cellsize);
+    ColorDiffTracker& t = *tracker;
     for (int frame = 1; frame < 20 && !in.empty(); frame++) {
         t.t = frame;
         t.CleanObjectList(frame);

@@ -1,6 +1,9 @@
 // The reply to a detection frame, byte for byte, from records made by hand.
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <sstream>
+
 #include "support/images.h"
 #include "support/protocol.h"
 #include "tracker/kscolortracker.h"
@@ -25,14 +28,15 @@ class Analytics : public testing::Test {
     }
 
     std::string reply(const std::string& timestamp, int seqnum, int devid = 3, int analyzerid = 5) {
-        RedirectedStreams streams;
+        std::ostringstream out;
         std::string text = timestamp;
-        tracker.OutputAnalyticsXML(devid, text.data(), seqnum, analyzerid);
-        return streams.take();
+        tracker.OutputAnalyticsXML(devid, text.data(), seqnum, analyzerid, out);
+        return out.str();
     }
 
     TestImage image{8, 8, flat(0)};
-    ColorDiffTracker tracker{image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 10, MULTIPLE};
+    std::unique_ptr<ColorDiffTracker> owned = MakeTracker(COLOR, image, 10);
+    ColorDiffTracker& tracker = *owned;
 };
 
 std::string withDocument(const std::string& timestamp, int seqnum, const std::string& document) {
@@ -89,11 +93,11 @@ TEST_F(Analytics, Density) {
 }
 
 TEST_F(Analytics, NullTimestampFailsTheStream) {
-    RedirectedStreams streams;
+    std::ostringstream out;
     int devid = 3, seqnum = 1, analyzerid = 5;
-    tracker.OutputAnalyticsXML(devid, nullptr, seqnum, analyzerid);
-    EXPECT_TRUE(std::cout.fail());
-    EXPECT_EQ(streams.take(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:");
+    tracker.OutputAnalyticsXML(devid, nullptr, seqnum, analyzerid, out);
+    EXPECT_TRUE(out.fail());
+    EXPECT_EQ(out.str(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:");
 }
 
 }  // namespace

@@ -153,8 +153,7 @@ class Association : public testing::Test {
  protected:
     void build(int rows, int cols) {
         image = std::make_unique<TestImage>(rows, cols, flat(100));
-        tracker =
-            std::make_unique<ColorDiffTracker>(*image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 20, MULTIPLE);
+        tracker = MakeTracker(COLOR, *image, 20);
         for (int f = 2; f <= 20; f++) tracker->UpdateBackground(*image, true);
         slow = {};
     }

@@ -45,6 +45,11 @@ TEST(Differences, UnmatchedPixelsKeepTheirValue) {
     for (int i = 0; i < 64; i++) g.RedD[i] = 77;
     g.ComputeDifferences(image, &model);
     EXPECT_EQ(g.RedD[9], 77);
+    g.AddDifferences();
+    EXPECT_EQ(g.cd[0].RedDiff, 16 * 77);
+    g.RedD[9] = 80;
+    g.AddDifferences();
+    EXPECT_EQ(g.cd[0].RedDiff, 16 * 77 + 3) << "from the pixels as they stand";
 }
 
 TEST(Derivatives, OfTheDiagonalNeighbours) {

@@ -105,7 +105,8 @@ Points tracePlainly(const GridColorDiff& g, int lab) {
 TEST(Contour, RandomComponentsAndTheirPolygons) {
     int traced = 0, dropped = 0;
     TestImage first(4, 4, flat(0));
-    ColorDiffTracker tracker(first, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 10, MULTIPLE);
+    const auto owned = MakeTracker(COLOR, first, 10);
+    ColorDiffTracker& tracker = *owned;
     for (unsigned seed = 1; seed <= 250; seed++) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
         TestRandom random(seed);
@@ -251,7 +252,8 @@ std::string keptOf(ColorDiffTracker& tracker, const Points& points, double eps) 
 // In every direction, so that the angles wrap at every place.
 TEST(Polygon, TableTurnedAndMirrored) {
     TestImage image(4, 4, flat(0));
-    ColorDiffTracker tracker(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 10, MULTIPLE);
+    const auto owned = MakeTracker(COLOR, image, 10);
+    ColorDiffTracker& tracker = *owned;
     for (const PolygonCase& c : kPolygons) {
         for (int turn = 0; turn < 8; turn++) {
             SCOPED_TRACE(testing::Message() << c.what << ", turn " << turn);

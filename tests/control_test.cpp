@@ -83,8 +83,12 @@ TEST_F(Control, FileTable) {
 
 TEST_F(Control, MissingFileLeavesTheDefaults) {
     control got{1, 2, 3, 4, 5};
-    EXPECT_FALSE(updateControl(3, &got));
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(ControlFile(3).Read(got));
     expectEqual(got, kDefaults);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "The control file " + ControlPath(3) +
+                  " has changed but cannot be opened: No such file or directory. The defaults hold.\n");
     root.writeControl("");
     EXPECT_TRUE(updateControl(3, &got));
     EXPECT_FALSE(updateControl(4, &got)) << "every device has a file of its own";

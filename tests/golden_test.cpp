@@ -62,6 +62,16 @@ TEST_P(Golden, StateAfterEveryFrame) {
     EXPECT_FALSE(std::getline(in, expected)) << path << " holds more frames than the replay";
 }
 
+// A relearning period that the file sets below 0 never ends.
+TEST(Replay, NegativeRelearning) {
+    replay(sceneStream({16, 16, 40, 8, 2, 0, 1}), {COLOR, 8, {{20, -1}}}, [](const ReplayedFrame& frame) {
+        const Phase expected = frame.number == 1                        ? Phase::kFirst
+                               : frame.number <= 8 || frame.number > 20 ? Phase::kLearning
+                                                                        : Phase::kDetection;
+        EXPECT_EQ(frame.phase, expected) << frame.number;
+    });
+}
+
 INSTANTIATE_TEST_SUITE_P(All, Golden, testing::ValuesIn(kCases), [](const auto& param) {
     std::string name = param.param.name;
     for (char& ch : name)

@@ -17,6 +17,7 @@
 #include "inspect/inspect.h"
 #include "inspect/page.h"
 #include "inspect/pictures.h"
+#include "support/captured.h"
 #include "support/images.h"
 #include "support/process.h"
 #include "support/protocol.h"
@@ -38,12 +39,11 @@ struct Outcome {
 Outcome runTool(std::vector<std::string> args) {
     std::vector<const char*> argv{"fleifeisa-inspect"};
     for (const std::string& a : args) argv.push_back(a.c_str());
-    std::ostringstream err;
-    RedirectedStreams streams;
-    std::streambuf* old = std::cerr.rdbuf(err.rdbuf());
+    CapturedOutput output;
+    testing::internal::CaptureStderr();
     const int status = fi::inspectMain(static_cast<int>(argv.size()), argv.data());
-    std::cerr.rdbuf(old);
-    return {status, streams.take(), err.str()};
+    const std::string err = testing::internal::GetCapturedStderr();
+    return {status, output.take(), err};
 }
 
 TEST(InspectFrames, Ranges) {
@@ -177,14 +177,14 @@ TEST(InspectPictures, AreInTheRightPlaces) {
         TestImage image(24, 32, [box](int r, int c) {
             return box && r >= 8 && r <= 15 && c >= 8 && c <= 15 ? ColorValue{250, 240, 230} : ColorValue{10, 20, 30};
         });
-        const fi::Phase phase = session.begin(image.image);
+        const Phase phase = session.begin(image.image);
         image.image.Detach();
         return phase;
     };
-    EXPECT_EQ(feed(false), fi::Phase::kFirst);
+    EXPECT_EQ(feed(false), Phase::kFirst);
     session.end();
-    const fi::Phase phase = feed(true);
-    ASSERT_EQ(phase, fi::Phase::kDetection);
+    const Phase phase = feed(true);
+    ASSERT_EQ(phase, Phase::kDetection);
     const fi::FrameFacts facts = fi::gatherFacts(session, phase, {});
     ASSERT_EQ(facts.objects.size(), 1u);
     EXPECT_EQ(facts.objects[0].x, 4);

@@ -17,8 +17,7 @@ class Running {
  public:
     explicit Running(int frames) : pixels_(kRows * kCols * 3) {
         paint(1);
-        tracker_ = std::make_unique<ColorDiffTracker>(image_, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200,
-                                                      kLearning, MULTIPLE);
+        tracker_ = MakeTracker(COLOR, image_, kLearning);
         for (int frame = 2; frame <= frames; frame++) {
             paint(frame);
             if (frame > kLearning) tracker_->DetectForeground(image_, frame, 0.25f, 0.5f, 1.0f, 2.0f);

@@ -1,8 +1,13 @@
 // The real executable: command line, start-up, the phases of the main loop. Bad input is the subject of hostile/.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <sstream>
+
+#include "host/MainLoop.h"
 #include "support/process.h"
 #include "support/protocol.h"
 
@@ -35,7 +40,49 @@ TEST_F(MainLoop, UsageWithAWrongNumberOfArguments) {
         const RunResult run = Run("", args);
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(run.out, usage);
+        EXPECT_EQ(run.err, "");
     }
+    const int full = open("/dev/full", O_WRONLY);
+    const RunResult run = runAnalyzerOn({"COLOR"}, -1, full, root.path);
+    close(full);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "Cannot write to standard output.\n");
+}
+
+// An input that fails is not one that ends.
+TEST_F(MainLoop, UnreadableInput) {
+    root.writeControl("");
+    const int directory = open(root.path.c_str(), O_RDONLY | O_DIRECTORY);
+    int reset[2];  // the other end went without having read what was sent to it
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, reset), 0);
+    ASSERT_EQ(write(reset[0], "x", 1), 1);
+    close(reset[1]);
+    for (const int input : {directory, reset[0]}) {
+        const RunResult run = runAnalyzerOn(kStreaming, input, -1, root.path);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.out, kStartup);
+        EXPECT_EQ(run.err, "INITIAL STARTUP!! My ID is 5\n\nCannot read standard input.\n");
+        close(input);
+    }
+}
+
+TEST(Handler, ReadsTheControlFile) {
+    const TempDir root;
+    root.writeControl(backgroundFrames(7));
+    setenv("FLEIFEISA_ROOT", root.path.c_str(), 1);
+    setenv("FLEIFEISA_SANDBOX", "off", 1);
+    std::string args[] = {"fleifeisa", "IR", "STREAMING", "3", "5"};
+    char* argv[] = {args[0].data(), args[1].data(), args[2].data(), args[3].data(), args[4].data(), nullptr};
+    std::istringstream in;
+    std::ostringstream out;
+    EXPECT_EQ(RunAnalyzer(5, argv, in, out), 0);
+    EXPECT_EQ(out.str(), kStartup);
+    EXPECT_EQ(Parameters().bg_frames, 7);
+    root.writeControl(backgroundFrames(8));
+    handler(1);
+    EXPECT_EQ(Parameters().bg_frames, 8);
+    unsetenv("FLEIFEISA_SANDBOX");
+    unsetenv("FLEIFEISA_ROOT");
 }
 
 struct StartCase {

@@ -24,8 +24,7 @@ class ObjectTable : public testing::Test {
 
     void SetUp() override {
         image.fill(flat(100));
-        tracker =
-            std::make_unique<ColorDiffTracker>(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 20, MULTIPLE);
+        tracker = MakeTracker(COLOR, image, 20);
         for (int f = 2; f <= 20; f++) tracker->UpdateBackground(image, true);
     }
 
@@ -138,7 +137,25 @@ TEST_F(ObjectTable, Association) {
     }
 }
 
+// Half a cell of one pixel is none: its quadrants have no pixels, so that components have no area.
+TEST(CellsOfOnePixel, GiveRecordsWithoutAnArea) {
+    TestImage image(20, 24, flat(100));
+    const auto tracker = MakeTracker(COLOR, image, 20, SINGLE, 1);
+    TestImage frame(20, 24, [](int r, int c) {
+        return r > 4 && r < 12 && c > 6 && c < 16 ? ColorValue{255, 255, 255} : ColorValue{100, 100, 100};
+    });
+    tracker->lt = tracker->ht = tracker->dlt = tracker->dht = 0;
+    tracker->clt = tracker->cht = 1;
+    tracker->DetectForeground(frame, 21, 0.25f, 0.5f, 1.0f, 2.0f);
+    ASSERT_EQ(tracker->numobjects, 1);
+    const Object& ob = tracker->Ob[tracker->usedob[0]];
+    EXPECT_EQ(ob.area, 0);
+    EXPECT_EQ(ob.rc, 8);
+    EXPECT_EQ(ob.cc, 11);
+}
+
 TEST_F(ObjectTable, MeasuresOfARecord) {
+    EXPECT_EQ(tracker->maxdist, 0.0);
     detect(30, {{8, 16, 16, 8}});
     ASSERT_EQ(tracker->numobjects, 1);
     const Object& o = tracker->Ob[tracker->usedob[0]];

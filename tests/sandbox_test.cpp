@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 
 #include "host/Control.h"
@@ -187,38 +188,78 @@ TEST_F(Sandbox, LeavesWhatTheAnalyzerNeeds) {
               "signal " + std::to_string(SIGABRT));
 }
 
-// The file through its life: the child reads it whenever something has changed.
+// The file through its life: the child reads it whenever something has changed, and sees the same with and without
+// confinement.
 TEST_F(Sandbox, FollowsTheControlFile) {
-    const fs::path device = fs::path(path).parent_path();
-    const Steps make = [&] { dir.writeControl(backgroundFrames(12)); };
+    const fs::path device = fs::path(path).parent_path(), conf = device.parent_path(), other = dir.path + "/other";
+    const auto write = [](const fs::path& file, int frames) {
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << backgroundFrames(frames);
+    };
+    const auto replace = [&](const fs::path& file, int frames) {
+        write(file.string() + ".new", frames);
+        fs::rename(file.string() + ".new", file);
+    };
+    const auto link = [](const fs::path& target, const fs::path& at) {  // also over another one
+        fs::create_directories(at.parent_path());
+        fs::create_symlink(target, at.string() + ".new");
+        fs::rename(at.string() + ".new", at);
+    };
+    const Steps nothing = [] {}, start = [&] { write(path, 11); }, make = [&] { write(path, 12); };
     const struct {
         const char* what;
-        bool exists;  // at the start
+        Steps before;
         std::vector<Steps> changes;
         const char* seen;  // background frames at the start and after each change, '-' where it cannot be opened
     } cases[] = {
-        {"replaced by rename", true, {[&] { fs::rename(dir.write("new", backgroundFrames(12)), path); }}, "11\n12\n"},
-        {"deleted and made again", true, {[&] { fs::remove(path); }, make}, "11\n-\n12\n"},
-        {"its directory likewise", true, {[&] { fs::remove_all(device); }, make}, "11\n-\n12\n"},
-        {"made later with all directories", false, {make}, "-\n12\n"},
+        {"replaced by rename", start, {[&] { replace(path, 12); }}, "11\n12\n"},
+        {"deleted and made again", start, {[&] { fs::remove(path); }, make}, "11\n-\n12\n"},
+        {"its directory likewise", start, {[&] { fs::remove_all(device); }, make}, "11\n-\n12\n"},
+        {"made later with all directories", nothing, {make}, "-\n12\n"},
+        {"made later", [&] { fs::create_directories(device); }, {make}, "-\n12\n"},
+        {"made later behind a link", [&] { fs::create_directories(other), link(other, device); }, {make}, "-\n12\n"},
+        {"target of a link replaced",
+         [&] { write(other / "file", 11), link(other / "file", path); },
+         {[&] { replace(other / "file", 12); }},
+         "11\n12\n"},
+        {"target of a relative link made later",
+         [&] { fs::create_directories(other), link("../../../../../other/file", path); },
+         {[&] { write(other / "file", 12); }},
+         "-\n12\n"},
+        {"link switched",
+         [&] { write(other / "a", 11), write(other / "b", 12), link(other / "a", path); },
+         {[&] { link(other / "b", path); }},
+         "11\n12\n"},
+        {"directory link switched",
+         [&] { write(other / "a" / "qelparams2.conf", 11), link(other / "a", device); },
+         {[&] { write(other / "b" / "qelparams2.conf", 12), link(other / "b", device); }},
+         "11\n12\n"},
+        {"link to all devices' directories switched",
+         [&] { write(other / "a" / "3" / "qelparams2.conf", 11), link(other / "a", conf); },
+         {[&] { write(other / "b" / "3" / "qelparams2.conf", 12), link(other / "b", conf); }},
+         "11\n12\n"},
     };
-    for (const auto& life : cases) {
-        SCOPED_TRACE(life.what);
-        dir.writeControl(backgroundFrames(11));
-        if (!life.exists) fs::remove_all(dir.path + "/opt");
-        const std::string text = inChild(
-            [&] {
-                close(2);
-                confine();
-                for (std::size_t i = 0; i <= life.changes.size(); i++) {
-                    control c;
-                    std::puts(updateControl(3, &c) ? std::to_string(c.bg_frames).c_str() : "-");
-                    std::fflush(stdout);
-                    if (i < life.changes.size()) std::getchar();
-                }
-            },
-            life.changes);
-        EXPECT_EQ(text, life.seen + std::string("exit 0"));
+    for (const char* confined : {"on", "off"}) {
+        setenv("FLEIFEISA_SANDBOX", confined, 1);
+        for (const auto& life : cases) {
+            SCOPED_TRACE(std::string(life.what) + ", confinement " + confined);
+            fs::remove_all(dir.path + "/opt");
+            fs::remove_all(other);
+            life.before();
+            const std::string text = inChild(
+                [&] {
+                    close(2);
+                    confine();
+                    for (std::size_t i = 0; i <= life.changes.size(); i++) {
+                        control c;
+                        std::puts(updateControl(3, &c) ? std::to_string(c.bg_frames).c_str() : "-");
+                        std::fflush(stdout);
+                        if (i < life.changes.size()) std::getchar();
+                    }
+                },
+                life.changes);
+            EXPECT_EQ(text, life.seen + std::string("exit 0"));
+        }
     }
 }
 

@@ -9,14 +9,14 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <optional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/captured.h"
 #include "support/images.h"
 #include "support/process.h"
-#include "support/protocol.h"
 #include "tracker/kscolortracker.h"
 
 namespace {
@@ -58,8 +58,8 @@ auto ground(std::vector<Patch> patches) {
     };
 }
 
-ColorDiffTracker singleTracker(KsColorImage& first, bool debug = false) {
-    return ColorDiffTracker(first, 240, 480, 1.0, 4, 0.95, COLOR, debug, 500, 1200, 2, SINGLE);
+std::unique_ptr<ColorDiffTracker> singleTracker(KsColorImage& first, bool debug = false) {
+    return MakeTracker(COLOR, first, 2, SINGLE, 4, debug);
 }
 
 void detect(ColorDiffTracker& t, KsColorImage& frame, int number) {
@@ -108,27 +108,27 @@ const std::vector<SceneFrame>& sceneFrames() {
 
 TEST(SingleBackground, TrackerDetectsAgainstTheFirstFrameAndTracesIt) {
     TestImage first(48, 48, ground({}));
-    RedirectedStreams streams;
-    ColorDiffTracker tracker = singleTracker(first, true);
+    CapturedOutput output;
+    const auto owned = singleTracker(first, true);
+    ColorDiffTracker& tracker = *owned;
     int number = 2;
     for (const SceneFrame& f : sceneFrames()) {
         TestImage frame(48, 48, ground(f.patches));
         detect(tracker, frame, number);
-        EXPECT_EQ(streams.take(), f.trace) << "frame " << number;
+        EXPECT_EQ(output.take(), f.trace) << "frame " << number;
         EXPECT_DOUBLE_EQ(tracker.clt, f.clt) << "frame " << number;
         EXPECT_DOUBLE_EQ(tracker.cht, f.cht) << "frame " << number;
         number++;
     }
     tracker.DEBUG = false;
     detect(tracker, first, number);
-    EXPECT_EQ(streams.take(), "");
+    EXPECT_EQ(output.take(), "");
 }
 
 // Frame minus background, of the shared buffer as it is now: neither copied at the start nor changed by updates.
 TEST(SingleBackground, SharesTheFirstFramesBuffer) {
     TestImage first(48, 48, ground({}));
-    std::optional<ColorDiffTracker> tracker;
-    tracker.emplace(first.image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 2, SINGLE);
+    std::unique_ptr<ColorDiffTracker> tracker = singleTracker(first.image);
     EXPECT_EQ(tracker->B->IBkg.rawsrc, first.image.rawsrc);
     EXPECT_EQ(tracker->B->cd, nullptr);
     TestImage frame(48, 48, ground({kA}));
@@ -147,7 +147,8 @@ TEST(SingleBackground, SharesTheFirstFramesBuffer) {
 
 TEST(SingleBackground, InfraredUsesTheFirstByteAlone) {
     TestImage first(24, 28, [](int, int) { return ColorValue{50, 99, 1}; });
-    ColorDiffTracker tracker(first, 120, 240, 1.0, 4, 0.99, IR, false, 150, 600, 2, SINGLE);
+    const auto owned = MakeTracker(IR, first, 2, SINGLE);
+    ColorDiffTracker& tracker = *owned;
     tracker.G->GreenD[4 * 28 + 8] = 5;
     TestImage frame(24, 28, [](int r, int c) {
         return r >= 4 && r <= 11 && c >= 8 && c <= 15 ? ColorValue{90, 0, 0} : ColorValue{50, 0, 0};
@@ -168,7 +169,8 @@ TEST(SingleBackground, InfraredUsesTheFirstByteAlone) {
 TEST(SingleBackground, UpdateDrawsForForegroundCells) {
     TestImage first(48, 48, ground({})), frame(48, 48, ground({kA, kB}));
     for (const bool all : {false, true}) {
-        ColorDiffTracker tracker = singleTracker(first);
+        const auto owned = singleTracker(first);
+        ColorDiffTracker& tracker = *owned;
         tracker.DetectForeground(frame, 2, 0.25f, 0.5f, 1.0f, 2.0f);
         tracker.G->bhist[3] = 99;
         tracker.UpdateBackground(frame, all);
@@ -185,7 +187,8 @@ TEST(SingleBackground, UpdateDrawsForForegroundCells) {
 
 TEST(Dumps, DetectionsDocument) {
     TestImage first(16, 16, flat(0));
-    ColorDiffTracker tracker = singleTracker(first);
+    const auto owned = singleTracker(first);
+    ColorDiffTracker& tracker = *owned;
     tracker.t = 7;
     const std::string head = "<DETECTIONS>\n         <FRAME SEQ=\"7\">\n";
     const std::string foot = "         </FRAME>\n</DETECTIONS>\n";
@@ -228,7 +231,8 @@ TEST(Dumps, TablesOfCells) {
     TempDir dir;
     TestImage first(12, 12, flat(0));
     for (const int size : {4, 6}) {  // the offset is 2 for both
-        ColorDiffTracker tracker(first, 240, 480, 1.0, size, 0.95, COLOR, false, 500, 1200, 2, MULTIPLE);
+        const auto owned = MakeTracker(COLOR, first, 2, MULTIPLE, size);
+        ColorDiffTracker& tracker = *owned;
         GridColorDiff& g = *tracker.G;
         const int k = g.cnum - 1;
         g.cd[k].Rx = -3, g.cd[k].Gx = 4, g.cd[k].Bx = -5, g.cd[k].Ry = 100, g.cd[k].Gy = -20, g.cd[k].By = 1;
@@ -253,8 +257,7 @@ TEST(Dumps, BackgroundAndImageAsGreyMap) {
     const std::string path = dir.path + "/map.pgm";
     TestImage image(2, 3, [](int r, int c) { return ColorValue{r * 100 + c * 11, 7, 8}; });
     for (const BackgroundType type : {MULTIPLE, SINGLE}) {
-        ColorDiffTracker tracker(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200, 2, type);
-        tracker.OutputBackgroundImage(path.c_str());
+        MakeTracker(COLOR, image, 2, type)->OutputBackgroundImage(path.c_str());
         EXPECT_EQ(slurp(path), type == SINGLE ? "P2\n3 2\n255\n0 11 22 \n100 111 122 \n" : "");
         EXPECT_EQ(std::filesystem::exists(path), type == SINGLE);
     }
@@ -274,8 +277,9 @@ std::string kept(const ContNode* node) {
 
 TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
     TestImage first(48, 48, ground({}));
-    RedirectedStreams streams;
-    ColorDiffTracker tracker = singleTracker(first);
+    CapturedOutput output;
+    const auto owned = singleTracker(first);
+    ColorDiffTracker& tracker = *owned;
     const auto clear = [&] {
         for (int i = 0; i < tracker.numobjects; i++)
             for (ContNode* n = tracker.Ob[tracker.usedob[i]].fnode; n != nullptr; n = n->link) n->keepnode = false;
@@ -286,7 +290,7 @@ TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
         TestImage frame(48, 48, ground({number == 7 ? kA : kMovedA, kB}));
         detect(tracker, frame, number);
     }
-    EXPECT_EQ(streams.take(), "");
+    EXPECT_EQ(output.take(), "");
     ASSERT_EQ(tracker.numobjects, 4);
 
     std::map<int, std::string> expected;  // by cell
@@ -306,11 +310,11 @@ TEST(ShapeScoring, MarksThePolygonsOfTheFrame) {
     clear();
     tracker.ScoreImage(first);
     EXPECT_EQ(marked(), expected);
-    EXPECT_EQ(streams.take(), "");
+    EXPECT_EQ(output.take(), "");
     clear();
     tracker.ScoreImageEdges(first);
     EXPECT_EQ(marked(), expected);
-    EXPECT_EQ(streams.take(), "pob = 2         2\npob = 3         3\n");
+    EXPECT_EQ(output.take(), "pob = 2         2\npob = 3         3\n");
 }
 
 // --- brightness ---

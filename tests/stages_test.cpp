@@ -1,5 +1,5 @@
-// The tracker's frame against the public stages one after the other: what detection leaves in the grid must be, bit for
-// bit, what the queries, sums, derivatives, confidences and components give when they are called by themselves.
+// The stages over compact arrays, as detection runs them, against the same stages over pixel queries and records that
+// somebody holds: what they leave in the grid must be equal bit for bit.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -40,10 +40,10 @@ TEST(Stages, DetectionAgainstStagesOneByOne) {
             return ColorValue{level + random.below(5), level + random.below(3), level / 2 + random.below(4)};
         };
         TestImage image(s.rows, s.cols, pixel);
-        const int lt = s.type == COLOR ? 240 : 120, dlt = s.type == COLOR ? 500 : 150,
-                  dht = s.type == COLOR ? 1200 : 600;
-        ColorDiffTracker tracker(image, lt, 2 * lt, 1.0, 4, 0.95, s.type, false, dlt, dht, 20, MULTIPLE);
+        const auto owned = MakeTracker(s.type, image, 20);
+        ColorDiffTracker& tracker = *owned;
         GridColorDiff stages(image, 4, s.type);
+        for (int k = 0; k < stages.cnum; k++) stages.cd[k];  // held, so that the stages go by the records
         const GridColorDiff& g = *tracker.G;
         for (int frame = 2; frame < 70; frame++) {
             SCOPED_TRACE(frame);
@@ -76,7 +76,7 @@ TEST(Stages, DetectionAgainstStagesOneByOne) {
             }
             stages.AddDifferences();
             stages.CellDerivatives();
-            stages.Confidences(clt, cht, lt, 2 * lt, dlt, dht, 0.25f, 0.5f, 1.0f, 2.0f);
+            stages.Confidences(clt, cht, tracker.lt, tracker.ht, tracker.dlt, tracker.dht, 0.25f, 0.5f, 1.0f, 2.0f);
             stages.ConnectedComponents();
 
             tracker.DetectForeground(image, frame, 0.25f, 0.5f, 1.0f, 2.0f);
@@ -123,6 +123,13 @@ TEST(Stages, DetectionAgainstStagesOneByOne) {
                           std::vector<int>(expected.parents, expected.parents + expected.numparents));
             }
             tracker.UpdateBackground(image, false);
+        }
+        for (int k = 0; k < g.cnum; k++) {  // records that are made now are as if held all along
+            const KsCellDiff &now = tracker.G->cd[k], &held = stages.cd[k];
+            ASSERT_EQ(now.RedDiff, held.RedDiff) << k;
+            ASSERT_EQ(now.BlueDiff, held.BlueDiff) << k;
+            ASSERT_EQ(now.Rx, held.Rx) << k;
+            ASSERT_EQ(now.By, held.By) << k;
         }
     }
     EXPECT_GT(objects, 200);

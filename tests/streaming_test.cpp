@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 #include <iterator>
+#include <sstream>
+#include <utility>
 
 #include "host/Streaming.h"
 #include "support/protocol.h"
@@ -98,15 +100,16 @@ TEST(StreamIo, MessageTable) {
     for (const StreamCase& c : kCases) {
         SCOPED_TRACE(c.what);
         KsColorImage image;
-        RedirectedStreams streams(c.request + kTail);
-        const streamin got = StreamIO(&image);
+        std::istringstream in(c.request + kTail);
+        std::ostringstream out;
+        const streamin got = StreamIO(&image, in, out);
         EXPECT_EQ(got.ret_status, c.code);
-        EXPECT_EQ(streams.take(), c.reply);
+        EXPECT_EQ(out.str(), c.reply);
         EXPECT_STREQ(got.timestamp, c.timestamp);
         EXPECT_STREQ(got.status, c.status);
         EXPECT_EQ(got.status_text, nullptr);
         EXPECT_EQ(got.sequence_num, c.sequence);
-        const std::string rest{std::istreambuf_iterator<char>(std::cin), {}};
+        const std::string rest{std::istreambuf_iterator<char>(in), {}};
         EXPECT_EQ(rest, kTail) << "the next message must begin right behind this one";
         ASSERT_EQ(image.raw, c.code == kFrame);
         if (c.code == kFrame) {
@@ -124,31 +127,33 @@ TEST(StreamIo, MessageTable) {
 TEST(StreamIo, BodyAndImageOfDifferentLength) {
     for (const int height : {1, 2, 5}) {
         KsColorImage image;
-        RedirectedStreams streams(
+        std::ostringstream out;
+        std::istringstream in(
             message("Content-Type: image/rgb\r\nContent-Length: 12\r\nImage-width: 2\r\nImage-height: " +
                         std::to_string(height) + "\r\n",
                     kPixels));
-        ASSERT_EQ(StreamIO(&image).ret_status, kFrame);
+        ASSERT_EQ(StreamIO(&image, in, out).ret_status, kFrame);
         for (int i = 0; i < 2 * height * 3; i++)
             EXPECT_EQ(image.rawsrc[i], i < 12 ? kPixels[static_cast<std::size_t>(i)] : 0) << height << " " << i;
-        EXPECT_EQ(streams.take(), "");
+        EXPECT_EQ(out.str(), "");
         image.KsFreeImageMemory();
+        EXPECT_TRUE(image.raw && image.NofR == height && image.NofC == 2) << "released, not detached";
     }
 }
 
 TEST(Replies, ExactBytes) {
-    RedirectedStreams streams;
+    std::ostringstream out;
+    const auto take = [&] { return std::exchange(out, std::ostringstream()).str(); };
     char timestamp[] = " 1300000000";
     streamin message{17, nullptr, nullptr, timestamp, kFrame};
-    AckOK(message);
-    EXPECT_EQ(streams.take(),
-              "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp: 1300000000\r\nSequence-Number:17\r\n\r\n");
-    AckError("Type must be COLOR or IR.");
-    EXPECT_EQ(streams.take(), "ANALYTICS.CARTRIDGE\r\nStatus: ERROR\r\nStatus-text: Type must be COLOR or IR.\r\n\r\n");
+    AckOK(message, out);
+    EXPECT_EQ(take(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp: 1300000000\r\nSequence-Number:17\r\n\r\n");
+    AckError("Type must be COLOR or IR.", out);
+    EXPECT_EQ(take(), "ANALYTICS.CARTRIDGE\r\nStatus: ERROR\r\nStatus-text: Type must be COLOR or IR.\r\n\r\n");
     message.timestamp = nullptr;
-    AckOK(message);
-    EXPECT_EQ(streams.take(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:");
-    EXPECT_TRUE(std::cout.fail());
+    AckOK(message, out);
+    EXPECT_TRUE(out.fail());
+    EXPECT_EQ(take(), "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:");
 }
 
 }  // namespace

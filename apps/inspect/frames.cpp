@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <climits>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <limits>
 #include <sstream>
 #include <stdexcept>
 
-#include "host/Streaming.h"
+#include "host/Requests.h"
 #include "image/ImageFiles.h"
 
 namespace fleifeisa::inspect {
@@ -31,72 +29,46 @@ int takeNumber(std::string_view& rest, const std::string& part) {
 
 class Stream : public FrameSource {
  public:
-    Stream(const std::string& path, Warn warn) : warn_(std::move(warn)), input_(std::cin.rdbuf()) {
-        if (path != "-") {
-            file_.open(path, std::ios::binary);
-            if (!file_) throw std::runtime_error(path + ": cannot be opened");
-            std::cin.rdbuf(file_.rdbuf());
-        }
-        std::cin.clear();
+    Stream(const std::string& path, Warn warn)
+        : warn_(std::move(warn)), reader_(path == "-" ? static_cast<std::istream&>(std::cin) : file_, answer_) {
+        if (path == "-") return;
+        file_.open(path, std::ios::binary);
+        if (!file_) throw std::runtime_error(path + ": cannot be opened");
     }
-    ~Stream() override { std::cin.rdbuf(input_); }
-    Stream(const Stream&) = delete;
-    Stream& operator=(const Stream&) = delete;
 
     bool next(SourceFrame& frame) override {
-        while (!ended_ && std::cin.peek() != std::char_traits<char>::eof()) {
-            const Message message = read();
-            if (message.code == kShutdown || ended_) break;
-            if (message.code != kFrame) continue;
-            frame = message.frame;
-            return true;
+        streamin message{};
+        for (;;) {
+            frame = SourceFrame();
+            const RequestReader::Result result = reader_.Read(frame.image, message);
+            const int code = message.ret_status;
+            frame.sequence = message.sequence_num;
+            if (message.timestamp != nullptr) frame.timestamp = message.timestamp;
+            truncated_ = result == RequestReader::kCutOff || result == RequestReader::kUnreadable;
+            if (truncated_ || result == RequestReader::kEnd) break;
+            number_++;
+            Report();
+            if (result == RequestReader::kMessage && code == kShutdown) break;
+            if (result == RequestReader::kMessage && code == kFrame) {
+                KsColorImage none;
+                Release(none, message);
+                return true;
+            }
+            Release(frame.image, message);
         }
-        ended_ = true;
+        Release(frame.image, message);
         return false;
     }
     bool dropsOtherSizes() const override { return true; }
     bool truncated() const override { return truncated_; }
 
  private:
-    struct Message {
-        SourceFrame frame;
-        int code = kNothing;
-    };
-
-    // One message. The reader answers what it cannot read on std::cout; here that becomes a warning.
-    Message read() {
-        std::ostringstream answer;
-        Message m;
-        const streamin s = readInto(m.frame.image, answer);
-        m.code = s.ret_status;
-        m.frame.sequence = s.sequence_num;
-        if (s.timestamp != nullptr) m.frame.timestamp = s.timestamp;
-        for (char* text : {s.status, s.status_text, s.timestamp}) std::free(text);
-        number_++;
-
-        const std::string said = answer.str();
+    // The reader answers what it cannot read; here that becomes a warning.
+    void Report() {
+        const std::string said = answer_.str();
+        answer_.str("");
         const std::size_t at = said.find("Status-text: ");
         if (at != std::string::npos) complain(said.substr(at + 13, said.find('\r', at) - at - 13));
-        if (TruncatedBody()) {
-            truncated_ = ended_ = true;
-        } else if (std::cin.fail() && !std::cin.eof()) {
-            complain("a line is too long");
-            std::cin.clear();
-            std::cin.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-            m.frame.image.KsFreeImageMemory();
-            m = Message();
-        }
-        std::cin.clear();
-        return m;
-    }
-
-    static streamin readInto(KsColorImage& image, std::ostringstream& answer) {
-        struct Redirect {
-            std::streambuf* output;
-            explicit Redirect(std::streambuf* to) : output(std::cout.rdbuf(to)) {}
-            ~Redirect() { std::cout.rdbuf(output); }
-        } redirect(answer.rdbuf());
-        return StreamIO(&image);
     }
 
     void complain(const std::string& what) {
@@ -106,10 +78,11 @@ class Stream : public FrameSource {
     }
 
     Warn warn_;
-    std::streambuf* input_;
     std::ifstream file_;
+    std::ostringstream answer_;
+    RequestReader reader_;
     int number_ = 0, complaints_ = 0;
-    bool ended_ = false, truncated_ = false;
+    bool truncated_ = false;
 };
 
 class Images : public FrameSource {

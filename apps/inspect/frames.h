@@ -42,14 +42,14 @@ class FrameSource {
     virtual bool next(SourceFrame& frame) = 0;
     /// Frames of another size than the first: dropped uncounted (a stream) or counted without pixels (image files).
     virtual bool dropsOtherSizes() const = 0;
-    /// Whether the input ended inside a message.
+    /// Whether the input ended inside a message, or could not be read to its end.
     virtual bool truncated() const { return false; }
 };
 
 using Warn = std::function<void(const std::string&)>;
 
-/// The requests that a host sent, from a file or ("-") standard input. While it lives, std::cin reads that file.
-/// Throws std::runtime_error where the file cannot be opened.
+/// The requests that a host sent, from a file or ("-") standard input. Throws std::runtime_error where the file cannot
+/// be opened.
 std::unique_ptr<FrameSource> openStream(const std::string& path, Warn warn);
 /// Image files, one frame each; one that cannot be read is a frame without pixels.
 std::unique_ptr<FrameSource> openImages(std::vector<std::string> names, Warn warn);

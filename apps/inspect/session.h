@@ -1,10 +1,7 @@
 // The tracker driven by the analyzer's rules, one frame at a time, with a pause in which its state can be looked at.
 #pragma once
 
-#include <memory>
-
-#include "host/Control.h"
-#include "tracker/kscolortracker.h"
+#include "host/FrameCycle.h"
 
 namespace fleifeisa::inspect {
 
@@ -14,23 +11,17 @@ struct Settings {
     control parameters{300, 0.25f, 0.5f, 1.0f, 2.0f};
 };
 
-enum class Phase {
-    kNoPixels,  // counted, nothing else
-    kFirst,     // built the tracker
-    kLearning,  // only brings the background up to date
-    kDetection
-};
-
 /// Frames are counted from 1. Frames up to `bg_frames` are learnt, later ones are searched for objects first.
 class Session {
  public:
-    explicit Session(const Settings& settings) : settings_(settings) {}
+    explicit Session(const Settings& settings)
+        : settings_(settings), cycle_(settings.type, settings.parameters.bg_frames, settings.background) {}
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     /// Whether the frame has the size of those before it, or has no pixels.
-    bool fits(const KsColorImage& frame) const;
+    bool fits(const KsColorImage& frame) const { return cycle_.Fits(frame); }
 
     /// Takes over the frame's pixels, counts it and searches it for objects. Until End, the grid and the table show
     /// this frame, and the background is the one that it was compared with. `trace` prints the detection's trace to
@@ -39,21 +30,17 @@ class Session {
     /// Brings the background up to date with the frame and releases its pixels.
     void end();
 
-    int number() const { return number_; }
+    int number() const { return cycle_.Number(); }
     KsColorImage& frame() { return frame_; }
-    ColorDiffTracker* tracker() { return tracker_.get(); }  ///< null before the first frame with pixels
+    ColorDiffTracker* tracker() { return cycle_.Tracker(); }  ///< null before the first frame with pixels
     const Settings& options() const { return settings_; }
 
  private:
-    void build();
-
     Settings settings_;
-    int number_ = 0;
     Phase phase_ = Phase::kNoPixels;
     KsColorImage frame_;
-    KsColorImage
-        background_;  // the first frame's buffer, which a SINGLE background shares; lives as long as the tracker
-    std::unique_ptr<ColorDiffTracker> tracker_;
+    KsColorImage background_;  // the first frame's buffer, which a SINGLE background shares; outlives the cycle
+    FrameCycle cycle_;
 };
 
 }  // namespace fleifeisa::inspect

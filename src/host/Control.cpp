@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,7 +24,7 @@ void SetFloat(control& c, const char* v) {
 }
 
 // Deliberate: the value's delimiters alternate. With the quote alone, the value runs from the opening to the closing
-// quote and may hold blanks and brackets, where the conversion then stops.
+// quote and may hold blanks and brackets, where the conversion then stops (Control.FileTable).
 struct Key {
     const char* name;  // a prefix of the token
     void (*set)(control&, const char*);
@@ -121,4 +122,11 @@ bool updated(int devid, time_t* lastmtime) {
     if (st.st_mtime == *lastmtime) return false;
     *lastmtime = st.st_mtime;
     return true;
+}
+
+bool ControlFile::Read(control& c) {
+    if (updateControl(devid, &c)) return true;
+    std::fprintf(stderr, "The control file %s has changed but cannot be opened: %s. The defaults hold.\n",
+                 ControlPath(devid).c_str(), std::strerror(errno));
+    return false;
 }

@@ -27,3 +27,26 @@ bool readControl(const std::string& path, control* c);
 // Whether the file's modification time (whole seconds) differs from *lastmtime; stores the new one. A file that does
 // not exist is no change.
 bool updated(int devid, time_t* lastmtime);
+
+// What can change the parameters of a run.
+class ControlSource {
+ public:
+    ControlSource() = default;
+    ControlSource(const ControlSource&) = delete;
+    ControlSource& operator=(const ControlSource&) = delete;
+    virtual ~ControlSource() = default;
+    virtual bool Changed() = 0;         // since the latest call
+    virtual bool Read(control& c) = 0;  // false where there are only defaults
+};
+
+// The control file of a device. A change that is seen but cannot be read is told on standard error.
+class ControlFile : public ControlSource {
+ public:
+    explicit ControlFile(int device) : devid(device) {}
+    bool Changed() override { return updated(devid, &last_mtime); }
+    bool Read(control& c) override;
+
+ private:
+    int devid;
+    time_t last_mtime = 0;
+};

@@ -1,6 +1,9 @@
 #include "host/FileFrames.h"
 
 #include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
@@ -13,16 +16,16 @@ constexpr int kLongestName = 4096;  // bytes; longer ones cannot be opened anywa
 
 bool FileFrames::OpenList(const std::string& list, const std::string& name_path) {
     path = name_path;
-    names.open(list);
+    fnames.open(list);
     std::error_code ignored;
-    return names && !std::filesystem::is_directory(list, ignored);
+    return fnames && !std::filesystem::is_directory(list, ignored);
 }
 
 // False at the end of the list. What exceeds the longest name is cut off.
 bool FileFrames::NextName(std::string& name) {
-    names >> std::setw(kLongestName) >> name;
+    fnames >> std::setw(kLongestName) >> name;
     if (static_cast<int>(name.size()) == kLongestName)
-        while (names.good() && std::isspace(names.peek()) == 0) names.ignore();
+        while (fnames.good() && std::isspace(fnames.peek()) == 0) fnames.ignore();
     return !name.empty();
 }
 
@@ -32,21 +35,27 @@ void FileFrames::LoadLive(KsColorImage& img) {
     if (!image.error.empty()) std::cerr << image.error << std::endl;
 }
 
-FileFrames::Result FileFrames::Next(KsColorImage& img, int number, int rows, int cols) {
+FrameInput::Result FileFrames::Next(KsColorImage& img, streamin& message, const FrameCycle& cycle) {
     if (live != nullptr) {
         LoadLive(img);
     } else {
         std::string name;
         const bool found = NextName(name);
-        if (names.bad()) {
+        if (fnames.bad()) {
             std::cerr << "The list of images cannot be read to its end." << std::endl;
-            return kUnreadableList;
+            return kFailed;
         }
         if (!found) return kEnd;
         img.KsReadImageFile((path + name).c_str());
     }
-    if (rows > 0 && img.raw) CheckSize(img, number, rows, cols);
-    return kFrame;
+    const int number = cycle.Number() + 1;
+    if (cycle.Tracker() != nullptr && img.raw)
+        CheckSize(img, number, cycle.Tracker()->G->NofR, cycle.Tracker()->G->NofC);
+    char text[80];
+    std::snprintf(text, sizeof text, "%d", static_cast<int>(std::time(nullptr)));
+    message.timestamp = strdup(text);
+    message.sequence_num = number;
+    return FrameInput::kFrame;
 }
 
 void FileFrames::CheckSize(KsColorImage& img, int number, int rows, int cols) {

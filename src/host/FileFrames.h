@@ -6,13 +6,11 @@
 #include <memory>
 #include <string>
 
+#include "host/FrameLoop.h"
 #include "image/LiveFile.h"
-#include "image/kscolor.h"
 
-class FileFrames {
+class FileFrames : public FrameInput {
  public:
-    enum Result { kFrame, kEnd, kUnreadableList };
-
     // A list of names, separated by white space; `name_path` comes directly in front of each. False where the list
     // cannot be opened or is a directory.
     bool OpenList(const std::string& list, const std::string& name_path);
@@ -20,16 +18,17 @@ class FileFrames {
     // A file that is written again and again.
     void Follow(const std::string& file) { live = std::make_unique<LiveFile>(file); }
 
-    // The next frame, after OpenList or Follow; following waits for it. `img` must own nothing. It stays without pixels
-    // where the image cannot be read or is not of rows x cols pixels, if these are not 0. `number` is the frame's.
-    Result Next(KsColorImage& img, int number, int rows, int cols);
+    // The next frame, after OpenList or Follow; following waits for it. It stays without pixels where the image cannot
+    // be read or is of another size than the frames before it. The message says the time and the frame's number.
+    Result Next(KsColorImage& img, streamin& message, const FrameCycle& cycle) override;
+    bool AnswersFirst() const override { return false; }
 
  private:
     bool NextName(std::string& name);
     void LoadLive(KsColorImage& img);
     void CheckSize(KsColorImage& img, int number, int rows, int cols);
 
-    std::ifstream names;
+    std::ifstream fnames;
     std::string path;                // in front of the names
     std::unique_ptr<LiveFile> live;  // null with a list
     int odd_rows = 0, odd_cols = 0;  // size that was complained about, since the latest frame of the right size

@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -59,11 +61,31 @@ int OpenSurroundings(const std::string& control_file, std::string& directory) {
 }
 
 bool AllowReadingOf(int rules, const std::string& path) {
-    const int fd = open(path.c_str(), O_PATH | O_CLOEXEC);
+    const int fd = path.empty() ? -1 : open(path.c_str(), O_PATH | O_CLOEXEC);
     if (fd < 0) return true;  // nothing there
     const bool added = AllowReading(rules, fd);
     close(fd);
     return added;
+}
+
+// Where a symbolic link leads in the end, whether or not that exists; empty where the path is none.
+std::string Target(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path next = std::filesystem::read_symlink(path, error);
+    if (error) return "";
+    const std::filesystem::path whole = std::filesystem::canonical(path, error);
+    return (error ? std::filesystem::path(Parent(path)) / next : whole).string();
+}
+
+// Links are switched, and their targets replaced, by renaming something beside the target over it. So what lies beside
+// it can be read as well; not where that is the root.
+bool AllowTargets(int rules, const std::string& control_file) {
+    for (std::string path = control_file; !path.empty(); path = Parent(path)) {
+        const std::string name = path.substr(0, path.find_last_not_of('/') + 1);
+        const std::string beside = Parent(Target(name));
+        if (beside.find_first_not_of("/.") != std::string::npos && !AllowReadingOf(rules, beside)) return false;
+    }
+    return true;
 }
 
 bool AddRules(int rules, const std::string& control_file, std::string& directory) {
@@ -74,7 +96,8 @@ bool AddRules(int rules, const std::string& control_file, std::string& directory
         if (!added) return false;
     }
     // The device's directory and the file, which symbolic links may have put elsewhere.
-    return AllowReadingOf(rules, Parent(control_file)) && AllowReadingOf(rules, control_file);
+    return AllowReadingOf(rules, Parent(control_file)) && AllowReadingOf(rules, control_file) &&
+           AllowTargets(rules, control_file);
 }
 
 }  // namespace

@@ -23,7 +23,8 @@ struct Headers {
     char* cmd = nullptr;
     char* content_type = nullptr;
     int content_length = 0, image_width = 0, image_height = 0;
-    const char* errtxt = nullptr;  // of the latest number that is missing or out of range
+    bool error = false;       // a number is missing or out of range
+    const char* errtxt = "";  // of the latest one
 
     ~Headers() {
         std::free(cmd);
@@ -43,7 +44,7 @@ void SetText(char*& text, const char* value) {
 }
 
 // A missing value, or one outside 32 bits, is an error and leaves the number as it was. Text converts to 0.
-void SetNumber(int& number, const char* value, const char* error, Headers& h) {
+void SetNumber(int& number, const char* value, const char* errtxt, Headers& h) {
     if (value != nullptr) {
         errno = 0;
         const long v = std::strtol(value, nullptr, 10);
@@ -52,7 +53,8 @@ void SetNumber(int& number, const char* value, const char* error, Headers& h) {
             return;
         }
     }
-    h.errtxt = error;
+    h.error = true;
+    h.errtxt = errtxt;
 }
 
 bool IsKey(const char* name, const char* key) {
@@ -60,7 +62,7 @@ bool IsKey(const char* name, const char* key) {
 }
 
 // The keys are prefixes of the name, and the first that matches wins. Deliberate: "Status" stands before "Status-text"
-// and takes its lines; the value lands in status.
+// and takes its lines; the value lands in status (StreamIo.MessageTable).
 void ReadHeader(char* line, Headers& h, streamin& s) {
     char* rest = nullptr;
     const char* name = strtok_r(line, ": ", &rest);
@@ -92,21 +94,22 @@ bool HasLetter(const char* line) {
     return false;
 }
 
-// Bytes that the image needs, whatever the body's length. Exact for any width and height.
+// Bytes that the image needs, whatever the body's length; none where a side is below 1. Exact for any width and height.
 long double ImageBytes(const Headers& h) {
+    if (h.image_width < 1 || h.image_height < 1) return 0;
     return static_cast<long double>(h.image_width) * h.image_height * 3;
 }
 
 // A body of `length` bytes in a malloc'ed buffer with room for `needed`, the rest zero. The buffer grows with the bytes
 // that arrive, not with those announced. Null where the input ends first.
-unsigned char* ReadBody(std::size_t length, std::size_t needed) {
+unsigned char* ReadBody(std::istream& in, std::size_t length, std::size_t needed) {
     constexpr std::size_t kFirstChunk = std::size_t{8} << 20;
     std::size_t capacity = std::min(length, kFirstChunk), have = 0;
     auto* buffer = static_cast<unsigned char*>(std::malloc(capacity + 1));
     for (;;) {
         if (buffer == nullptr) throw std::bad_alloc();
-        std::cin.read(reinterpret_cast<char*>(buffer) + have, static_cast<std::streamsize>(capacity - have));
-        have += static_cast<std::size_t>(std::cin.gcount());
+        in.read(reinterpret_cast<char*>(buffer) + have, static_cast<std::streamsize>(capacity - have));
+        have += static_cast<std::size_t>(in.gcount());
         if (have < capacity) {
             std::free(buffer);
             return nullptr;
@@ -135,30 +138,29 @@ unsigned char* ReadBody(std::size_t length, std::size_t needed) {
 }
 
 // Step over a body. False where the input ends first.
-bool SkipBody(int length) {
-    std::cin.ignore(length);
-    return std::cin.gcount() == length;
+bool SkipBody(std::istream& in, int length) {
+    in.ignore(length);
+    return in.gcount() == length;
 }
 
 // The body behind the headers, which overrides a command. False where the input ends inside it.
-bool TakeBody(const Headers& h, KsColorImage* Img, streamin& s) {
+bool TakeBody(const Headers& h, KsColorImage* Img, streamin& s, std::istream& in, std::ostream& out) {
     if (h.content_length > kMaxBody) {
         s.ret_status = kNothing;
-        if (!SkipBody(h.content_length)) return false;
-        AckError("Content length too large.");
+        if (!SkipBody(in, h.content_length)) return false;
+        AckError("Content length too large.", out);
     } else if (h.IsImage() && ImageBytes(h) > kMaxBody) {
         s.ret_status = kNothing;
-        if (!SkipBody(h.content_length)) return false;
-        AckError("Image size too large.");
+        if (!SkipBody(in, h.content_length)) return false;
+        AckError("Image size too large.", out);
     } else if (h.IsImage()) {
-        const bool pixels = h.image_width > 0 && h.image_height > 0;
         unsigned char* body =
-            ReadBody(static_cast<std::size_t>(h.content_length), pixels ? static_cast<std::size_t>(ImageBytes(h)) : 0);
+            ReadBody(in, static_cast<std::size_t>(h.content_length), static_cast<std::size_t>(ImageBytes(h)));
         if (body == nullptr) return false;
         Img->KsReadImageMemory(body, h.image_height, h.image_width);
         s.ret_status = kFrame;
     } else {
-        if (!SkipBody(h.content_length)) return false;
+        if (!SkipBody(in, h.content_length)) return false;
         s.ret_status = kOtherBody;
     }
     return true;
@@ -170,46 +172,55 @@ bool TruncatedBody() {
     return truncated_body;
 }
 
-streamin StreamIO(KsColorImage* Img) {
+streamin StreamIO(KsColorImage* Img, std::istream& in, std::ostream& out) {
     truncated_body = false;
     streamin s{};
-    char line[kLine] = "";
-    std::cin.getline(line, kLine);
-    if (std::strncmp(line, kProtocol, sizeof kProtocol - 1) != 0) {
-        // Deliberate: the text names another word than the protocol's.
-        if (!(std::strlen(line) == 1 && std::isblank(static_cast<unsigned char>(line[0]))))
-            std::cout << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: Unknown command " << line
-                      << ", expecting ANALYZER.CARTRIDGE\r\n\r\n";
+    char msgbuf[kLine] = "";
+    in.getline(msgbuf, kLine);
+    if (std::strncmp(msgbuf, kProtocol, sizeof kProtocol - 1) != 0) {
+        // Deliberate: the text names another word than the protocol's (MainLoop.MessagesWithoutAFrameDoNotCount).
+        if (!(std::strlen(msgbuf) == 1 && std::isblank(static_cast<unsigned char>(msgbuf[0]))))
+            out << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: Unknown command " << msgbuf
+                << ", expecting ANALYZER.CARTRIDGE\r\n\r\n";
         return s;
     }
 
     Headers h;
     for (;;) {
-        std::cin.getline(line, kLine);
-        if (!HasLetter(line)) break;
-        ReadHeader(line, h, s);
+        in.getline(msgbuf, kLine);
+        if (!HasLetter(msgbuf)) break;
+        ReadHeader(msgbuf, h, s);
     }
     if (h.Contains("SHUTDOWN")) s.ret_status = kShutdown;
     if (h.Contains("RECONFIGURE")) s.ret_status = kReconfigure;
-    if (h.content_length > 0 && !TakeBody(h, Img, s)) {
-        truncated_body = std::cin.eof();
+    if (h.content_length > 0 && !TakeBody(h, Img, s, in, out)) {
+        truncated_body = in.eof();
         s.ret_status = kNothing;
         if (truncated_body) return s;
     }
-    if (h.errtxt != nullptr)
-        std::cout << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: << " << h.errtxt
-                  << "\r\nTimestamp: " << (s.timestamp != nullptr ? s.timestamp : "")
-                  << "\r\nSequence-Number: " << s.sequence_num << "\r\n\r\n";
+    if (h.error)
+        out << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: << " << h.errtxt
+            << "\r\nTimestamp: " << (s.timestamp != nullptr ? s.timestamp : "")
+            << "\r\nSequence-Number: " << s.sequence_num << "\r\n\r\n";
     return s;
 }
 
-void AckOK(const streamin& s) {
-    std::cout << kProtocol << "\r\nStatus: OK\r\nTimestamp:" << s.timestamp << "\r\nSequence-Number:" << s.sequence_num
-              << "\r\n\r\n";
+void Release(KsColorImage& Img, streamin& message) {
+    Img.KsFreeImageMemory();
+    Img.Detach();
+    std::free(message.status);
+    std::free(message.status_text);
+    std::free(message.timestamp);
+    message = streamin{};
 }
 
-void AckError(const char* msg) {
-    std::cout << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: " << msg << "\r\n\r\n";
+void AckOK(const streamin& s, std::ostream& out) {
+    out << kProtocol << "\r\nStatus: OK\r\nTimestamp:" << s.timestamp << "\r\nSequence-Number:" << s.sequence_num
+        << "\r\n\r\n";
+}
+
+void AckError(const char* msg, std::ostream& out) {
+    out << kProtocol << "\r\nStatus: ERROR\r\nStatus-text: " << msg << "\r\n\r\n";
 }
 
 void shutdown() {

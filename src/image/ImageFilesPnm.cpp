@@ -23,7 +23,8 @@ class Reader {
     explicit Reader(FileBytes file) : bytes(file), at(2) {}  // behind the signature
 
     // The next number with the one white space character (or comment) that ends it. False with `error` set where there
-    // is none. Deliberate: a number at the very end of the file is refused, since the rest of it may be missing.
+    // is none. Deliberate: a number at the very end of the file is refused, since the rest of it may be missing
+    // (ImageFiles.Refusals).
     bool Number(unsigned& value, const char* what) {
         while (at < bytes.size() && (IsSpace(bytes[at]) || bytes[at] == '#')) SkipOne();
         if (at == bytes.size()) return Fail("it ends before its ", what);

@@ -23,7 +23,8 @@ class KsColorImage {
 
     // Releases an attached buffer. Deliberate: leaves every field as it is, so a second call without a new
     // KsReadImageMemory in between would release the same buffer twice; callers that cannot rule that out
-    // detach the buffer afterwards (see Detach). Only a share clears `raw`: others may still have the buffer.
+    // detach the buffer afterwards (see Detach; StreamIo.BodyAndImageOfDifferentLength). Only a share clears `raw`:
+    // others may still have the buffer.
     void KsFreeImageMemory();
 
     // From now on others may keep the attached buffer (see Shared): KsFreeImageMemory gives up this image's share only.

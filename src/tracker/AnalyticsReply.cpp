@@ -22,23 +22,31 @@ void AppendObject(std::string& outxml, int devid, int analyzerid, const Object& 
                   "<OBJECT OID=\"%d.%d.%d\">\n<BOX X=\"%d\" Y=\"%d\" W=\"%d\" H=\"%d\" DENS=\"%d\"/>\n", devid,
                   analyzerid, ob.id, w / 2 + x, h / 2 + y, w, h, Density(ob.area, w, h));
     outxml += text;
-    // Deliberate: the vertices kept by the polygonal approximation are not written; every SHAPE is empty.
-    outxml += "<SHAPE>\n</SHAPE>\n</OBJECT>";
+    outxml += "<SHAPE>\n";
+    // Deliberate: the vertices that the polygonal approximation kept are walked and written into the buffer, but not
+    // into the document; every SHAPE is empty (Analytics.OneObjectOnce).
+    int dot = 0;
+    for (const ContNode* node = ob.fnode; node != nullptr && node->link != nullptr; node = node->link)
+        if (node->keepnode)
+            std::snprintf(text, sizeof text, "<DOT =\"%d\" X=\"%d\" Y=\"%d\"/>\n", ++dot, node->c, node->r);
+    outxml += "</SHAPE>\n</OBJECT>";
 }
 
 }  // namespace
 
-void OutputEmptyAnalytics(const char* timestamp, int seqnum) {
-    std::cout << "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:" << timestamp << "\r\nSequence-Number: " << seqnum
-              << "\r\n\r\n";
+void OutputEmptyAnalytics(const char* timestamp, int seqnum, std::ostream& out) {
+    out << "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nTimestamp:" << timestamp << "\r\nSequence-Number: " << seqnum
+        << "\r\n\r\n";
 }
 
-void ColorDiffTracker::OutputAnalyticsXML(int& devid, char* timestamp, int& seqnum, int& analyzerid) {
+void ColorDiffTracker::OutputAnalyticsXML(int& devid, char* timestamp, int& seqnum, int& analyzerid,
+                                          std::ostream& out) {
     std::string outxml;
+    bool detections = false;
     for (int i = 0; i < numobjects; i++) {
         Object& ob = Ob[usedob[i]];
         if (ob.framenum != t || !ob.reportit) continue;
-        if (outxml.empty()) {
+        if (!detections) {
             outxml = "<ANALYTICS>\n<FRAME DEVID=\"" + std::to_string(devid) + "\" TIMESTAMP=\"";
             if (timestamp != nullptr) outxml += timestamp;
             outxml += "\" SEQ=\"" + std::to_string(seqnum) + "\"/>\n<TRACKING ANALYZERID=\"" +
@@ -46,15 +54,15 @@ void ColorDiffTracker::OutputAnalyticsXML(int& devid, char* timestamp, int& seqn
         }
         PolygonalApproximation(ob.fnode, kPolygonTolerance);
         AppendObject(outxml, devid, analyzerid, ob);
+        detections = true;
         ob.reportit = false;
     }
-    if (outxml.empty()) {
-        OutputEmptyAnalytics(timestamp, seqnum);
+    if (!detections) {
+        OutputEmptyAnalytics(timestamp, seqnum, out);
         return;
     }
     outxml += "</TRACKING>\n</ANALYTICS>\n";
-    std::cout << "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nContent-Length: " << outxml.size()
-              << "\r\nContent-Type: text/xml \r\nTimestamp:" << timestamp << "\r\nSequence-Number: " << seqnum
-              << "\r\n\r\n"
-              << outxml;
+    out << "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\nContent-Length: " << outxml.size()
+        << "\r\nContent-Type: text/xml \r\nTimestamp:" << timestamp << "\r\nSequence-Number: " << seqnum << "\r\n\r\n"
+        << outxml;
 }

@@ -35,7 +35,8 @@ void GridColorDiff::FindPotentialParents(Object& COb) {
         COb.parents[COb.numparents] = candidates[best].label;
         COb.dist[COb.numparents] = candidates[best].cells;
         COb.numparents++;
-        // Deliberate: the last candidate takes the place, and later ties are broken by the new order.
+        // Deliberate: the last candidate takes the place, and later ties are broken by the new order
+        // (ObjectTable.ParentsByOverlap).
         candidates[best] = candidates.back();
         candidates.pop_back();
     }
@@ -50,7 +51,8 @@ void ColorDiffTracker::Associate(int k) {
     }
     const int n = numobjects - 1;  // entries before the new one
     // Deliberate: where the overlapped label has no record (too weak, or frames are not consecutive), the record is
-    // its own parent and takes id 0, as long as no other record of this frame did so before.
+    // its own parent and takes id 0, as long as no other record of this frame did so before
+    // (ObjectTable.Association).
     const int parent_at = index->Parent(ob.parents[0], n);
     const Object* parent = parent_at >= 0 ? &Ob[usedob[parent_at]] : &ob;
     const int pid = parent->id;

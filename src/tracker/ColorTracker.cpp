@@ -59,6 +59,18 @@ ColorDiffTracker::ColorDiffTracker(KsColorImage& CI, int lt_in, int ht_in, doubl
     CheckGeometry(*this);
 }
 
+std::unique_ptr<ColorDiffTracker> MakeTracker(ImageType type, KsColorImage& first, int NofBF, BackgroundType BT,
+                                              int cellsize, bool DEBUG_NODEBUG) {
+    struct Setup {
+        int lt, ht, dlt, dht;
+        double alpha;
+    };
+    constexpr Setup kColor{240, 480, 500, 1200, 0.95}, kIr{120, 240, 150, 600, 0.99};
+    const Setup& s = type == COLOR ? kColor : kIr;
+    return std::make_unique<ColorDiffTracker>(first, s.lt, s.ht, 1.0, cellsize, s.alpha, type, DEBUG_NODEBUG, s.dlt,
+                                              s.dht, NofBF, BT);
+}
+
 ColorDiffTracker::~ColorDiffTracker() {
     // Contours are not returned one by one: their nodes go with the grid's pool.
     delete G;
@@ -75,20 +87,12 @@ void ColorDiffTracker::UpdateBackground(KsColorImage& CI, bool updateall) {
 void ColorDiffTracker::DetectForeground(KsColorImage& CI, int frame, float color_low, float color_high, float ir_low,
                                         float ir_high) {
     t = frame;
-    if (BT == MULTIPLE) {
-        G->Compare(CI, *B);
-        G->Score(clt, cht, lt, ht, dlt, dht, CIr == COLOR ? color_low : ir_low, CIr == COLOR ? color_high : ir_high);
-    } else {
-        G->ComputeDifferences(CI, B);
-        G->AddDifferences();
-        G->CellDerivatives();
-        G->Confidences(clt, cht, lt, ht, dlt, dht, color_low, color_high, ir_low, ir_high);
-    }
+    G->ComputeDifferences(CI, B);
+    G->AddDifferences();
+    G->CellDerivatives();
+    G->Confidences(clt, cht, lt, ht, dlt, dht, color_low, color_high, ir_low, ir_high);
     CleanObjectList(frame);  // before the labelling: it sees only records of earlier frames
-    if (BT == MULTIPLE)
-        G->Label();
-    else
-        G->ConnectedComponents();
+    G->ConnectedComponents();
     G->ListComponents();
     index->Begin(frame, G->numprevlabel);
     for (int label = 1; label <= G->GetNumLabel(); label++) {
@@ -118,8 +122,9 @@ void ColorDiffTracker::Observe(KsColorImage& CI, int k, int label) {
     ob.label = label;
     ob.fnode = G->BuildContourForObject(label);
     ob.framenum = t;
-    ob.rc = static_cast<int>((rows + ob.area / 2) / ob.area);
-    ob.cc = static_cast<int>((cols + ob.area / 2) / ob.area);
+    // Half a cell of one pixel is none, so that components of such cells have no area; their centre is their box's.
+    ob.rc = ob.area > 0 ? static_cast<int>((rows + ob.area / 2) / ob.area) : (ob.h.minr + ob.h.maxr) / 2;
+    ob.cc = ob.area > 0 ? static_cast<int>((cols + ob.area / 2) / ob.area) : (ob.h.minc + ob.h.maxc) / 2;
 }
 
 void ColorDiffTracker::ChooseBestFive() {

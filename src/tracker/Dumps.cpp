@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int kCentreOffset = 2;  // Deliberate: centre of a 4-pixel cell, whatever the cell size
+constexpr int kCentreOffset = 2;  // Deliberate: centre of a 4-pixel cell, whatever the cell size (Dumps.TablesOfCells)
 
 std::ofstream OpenTable(const char* fname) {
     return std::ofstream(std::string(fname) + ".txt");

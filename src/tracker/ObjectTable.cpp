@@ -52,7 +52,8 @@ void ColorDiffTracker::CleanObjectList(int framenum) {
         if (!fresh) found->second = std::max(found->second, ob.framenum);
     }
     // Deliberate: driven by the id's newest record but each record's own numframes, so a track survives a gap no
-    // longer than it has been followed, and its older records go before its newer ones.
+    // longer than it has been followed, and its older records go before its newer ones
+    // (ObjectTable.CleanObjectList).
     for (int i = 0; i < numobjects;) {
         const Object& ob = Ob[usedob[i]];
         const auto found = lastframe.find(ob.id);

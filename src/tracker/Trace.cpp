@@ -6,7 +6,8 @@
 void ColorDiffTracker::TraceRecord(const Object& ob) const {
     std::cout << "BB: (" << ob.h.minr << " " << ob.h.maxr << " ; " << ob.h.minc << " " << ob.h.maxc << "),   "
               << " area = " << ob.area << ",    (rc,cc) = (" << ob.rc << " ; " << ob.cc << ")" << std::endl;
-    // Deliberate: written before the parents are found, so these are those of the cell's previous occupant.
+    // Deliberate: written before the parents are found, so these are those of the cell's previous occupant
+    // (SingleBackground.TrackerDetectsAgainstTheFirstFrameAndTracesIt).
     std::cout << " Potential parent labels (" << ob.numparents << ") :";
     for (int i = 0; i < ob.numparents; i++) std::cout << "(" << ob.parents[i] << " ; " << ob.dist[i] << ")  ";
     std::cout << std::endl;

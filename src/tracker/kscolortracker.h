@@ -4,7 +4,7 @@
 // DetectForeground, then UpdateBackground(frame, false), then OutputAnalyticsXML.
 #pragma once
 
-#include <iosfwd>
+#include <iostream>
 #include <memory>
 
 #include "vision/kshistograms.h"
@@ -32,7 +32,7 @@ class ColorDiffTracker {
     int lt, ht;               // floors of clt and cht
     double clt, cht;          // thresholds of the colour confidence; adapt from frame to frame
     int dlt, dht;             // thresholds of the derivative confidence
-    double maxdist;           // Deliberate: declared, not set from the constructor's argument
+    double maxdist;           // Deliberate: not set from the constructor's argument (ObjectTable.MeasuresOfARecord)
     GridColorDiff* G;         // owned
     int t;                    // frame number of the latest DetectForeground, 0 before the first
     Object* Ob;               // kMaxObjects cells, owned; untouched cells cost no memory
@@ -60,13 +60,13 @@ class ColorDiffTracker {
     // Releases records whose id was last seen more than the record's own numframes ago, or which are over 25 frames
     // old.
     void CleanObjectList(int framenum);
-    // Deliberate: marks every record of the frame for reporting, not five.
+    // Deliberate: marks every record of the frame for reporting, not five (Golden.StateAfterEveryFrame).
     void ChooseBestFive();
 
     // --- replies and dumps ---
-    // The reply to a detection frame on standard output: headers, then one XML document if anything is reported.
+    // The reply to a detection frame: headers, then one XML document if anything is reported.
     // Clears the reportit of what it reports. timestamp is written verbatim; a null one fails the stream.
-    void OutputAnalyticsXML(int& devid, char* timestamp, int& seqnum, int& analyzerid);
+    void OutputAnalyticsXML(int& devid, char* timestamp, int& seqnum, int& analyzerid, std::ostream& out = std::cout);
     // A detections document of the current frame; clears reportit likewise.
     void OutputXML(std::ostream& fout);
     // Writes the background image of a SINGLE model.
@@ -96,5 +96,11 @@ class ColorDiffTracker {
     void TraceSummary() const;
 };
 
+// A tracker with the analyzer's own constants for this type of image, over the first frame that has pixels. NofBF is
+// the number of learning frames.
+std::unique_ptr<ColorDiffTracker> MakeTracker(ImageType type, KsColorImage& first, int NofBF,
+                                              BackgroundType BT = MULTIPLE, int cellsize = 4,
+                                              bool DEBUG_NODEBUG = false);
+
 // The reply to a detection frame without objects, also used while there is no tracker yet.
-void OutputEmptyAnalytics(const char* timestamp, int seqnum);
+void OutputEmptyAnalytics(const char* timestamp, int seqnum, std::ostream& out = std::cout);

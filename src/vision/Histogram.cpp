@@ -118,6 +118,7 @@ int GridColorDiff::BuildHistogramForComponent(KsColorImage& CI, KsHistogram& hco
         rc += nc * (nr * (minr + last_r) / 2);
         cc += nr * (nc * (minc + last_c) / 2);
         area += quadrants * h * h;  // Deliberate: full quadrants, even where the frame's edge clips them
+        // (Histogram.AgainstAUnionOfQuadrants)
     };
     hcomp.chist.AddTo(own->counts);
     const auto in_component = [&](int k) { return k >= 0 && label[k] == lab; };

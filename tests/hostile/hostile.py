@@ -160,7 +160,8 @@ def changed_and_odd_sizes(analyzer, root):
 
 @case
 def frames_without_pixels(analyzer, root):
-    for width, height in ((0, 0), (0, 8), (8, 0), (-1, 8), (8, -8), (-8, -8), (-2147483648, 1)):
+    for width, height in ((0, 0), (0, 8), (8, 0), (-1, 8), (8, -8), (-8, -8), (-2147483648, 1),
+                          (-20000, -20000), (-2147483648, -2147483648)):
         bare = frame(2, width, height, b'abc')
         check(analyzer, root, frame(1) + bare + frame(3), ok(1) + ok(2) + ok(3), name='%d x %d' % (width, height))
         root.write(b'<param name="-bgframes" value="1"/>\n')

@@ -60,9 +60,9 @@ double processorTime(const std::string& pid) {
     return (user + kernel) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-class ControlFile {
+class ChangingControl {
  public:
-    ControlFile() {
+    ChangingControl() {
         setenv("FLEIFEISA_ROOT", root.path.c_str(), 1);
         change(0);
     }
@@ -89,8 +89,7 @@ class Inside {
         current_ = pixels;
         image_.KsReadImageMemory(current_.data(), size_.rows, size_.cols);
         if (tracker_ == nullptr) {
-            tracker_ = std::make_unique<ColorDiffTracker>(image_, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200,
-                                                          kLearning, MULTIPLE);
+            tracker_ = MakeTracker(COLOR, image_, kLearning);
             return;
         }
         const bool detect = frame > kLearning && relearn_ == 0;
@@ -194,7 +193,7 @@ class Through {
 };
 
 template <class Run>
-int soak(Run& run, const ControlFile& control_file, Size size, std::int64_t frames) {
+int soak(Run& run, const ChangingControl& control_file, Size size, std::int64_t frames) {
     CrowdScene scene(size.rows, size.cols);
     const std::int64_t part = std::max<std::int64_t>(frames / 20, 1);
     const std::int64_t warm = std::max(frames / 5, kWarmUp);
@@ -232,7 +231,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);
-    const ControlFile control_file;
+    const ChangingControl control_file;
     if (inside) {
         Inside run(size);
         return soak(run, control_file, size, frames);

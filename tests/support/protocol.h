@@ -1,8 +1,6 @@
 // Requests and expected replies of the frame protocol, byte for byte.
 #pragma once
 
-#include <iostream>
-#include <sstream>
 #include <string>
 
 inline const std::string kStartup = "ANALYTICS.CARTRIDGE\r\nStatus: OK\r\n\r\n";
@@ -42,34 +40,3 @@ inline std::string headerError(const std::string& text, const std::string& times
     return "ANALYTICS.CARTRIDGE\r\nStatus: ERROR\r\nStatus-text: << " + text + "\r\nTimestamp: " + timestamp +
            "\r\nSequence-Number: " + std::to_string(seq) + "\r\n\r\n";
 }
-
-// While it lives, std::cin reads the given bytes and std::cout writes into a text.
-class RedirectedStreams {
- public:
-    explicit RedirectedStreams(const std::string& input = "")
-        : in_(input), old_in_(std::cin.rdbuf(in_.rdbuf())), old_out_(std::cout.rdbuf(out_.rdbuf())) {
-        std::cin.clear();
-        std::cout.clear();
-    }
-    ~RedirectedStreams() {
-        std::cin.rdbuf(old_in_);
-        std::cout.rdbuf(old_out_);
-        std::cin.clear();
-        std::cout.clear();
-    }
-    RedirectedStreams(const RedirectedStreams&) = delete;
-    RedirectedStreams& operator=(const RedirectedStreams&) = delete;
-
-    // What was written since the latest call.
-    std::string take() {
-        std::string text = out_.str();
-        out_.str("");
-        return text;
-    }
-
- private:
-    std::istringstream in_;
-    std::ostringstream out_;
-    std::streambuf* old_in_;
-    std::streambuf* old_out_;
-};

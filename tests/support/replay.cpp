@@ -1,59 +1,38 @@
 #include "support/replay.h"
 
-#include <cstdlib>
-#include <iostream>
-#include <memory>
+#include <sstream>
 
-#include "host/Streaming.h"
-#include "support/protocol.h"
+#include "host/FrameLoop.h"
+#include "host/Requests.h"
 
 namespace {
 
-std::unique_ptr<ColorDiffTracker> buildTracker(KsColorImage& image, ImageType type, int bg_frames) {
-    return type == COLOR ? std::make_unique<ColorDiffTracker>(image, 240, 480, 1.0, 4, 0.95, COLOR, false, 500, 1200,
-                                                              bg_frames, MULTIPLE)
-                         : std::make_unique<ColorDiffTracker>(image, 120, 240, 1.0, 4, 0.99, IR, false, 150, 600,
-                                                              bg_frames, MULTIPLE);
-}
+class Changes : public ControlSource {
+ public:
+    explicit Changes(const std::map<int, int>& changes_after) : after(changes_after) {}
+    bool Changed() override { return after.contains(++frame); }
+    bool Read(control& c) override {
+        c.bg_frames = after.at(frame);
+        return true;
+    }
+
+ private:
+    const std::map<int, int>& after;
+    int frame = 0;
+};
 
 }  // namespace
 
 void replay(const std::string& requests, const ReplayOptions& options,
             const std::function<void(const ReplayedFrame&)>& show) {
-    RedirectedStreams streams(requests);
-    KsColorImage image;
-    std::unique_ptr<ColorDiffTracker> tracker;
-    int frame = 0, relearn = 0, devid = 3, analyzerid = 5;
-    while (std::cin.peek() != std::char_traits<char>::eof()) {
-        streamin message = StreamIO(&image);
-        if (message.ret_status == kShutdown) break;
-        if (message.ret_status != kFrame) continue;
-        frame++;
-        FrameMode mode = FrameMode::kFirst;
-        if (!tracker) {
-            tracker = buildTracker(image, options.type, options.bg_frames);
-            AckOK(message);
-        } else {
-            const bool learning = frame <= options.bg_frames;
-            const bool detect = !learning && relearn == 0;
-            mode = detect ? FrameMode::kDetect : FrameMode::kLearn;
-            if (detect) tracker->DetectForeground(image, frame, 0.25f, 0.5f, 1.0f, 2.0f);
-            tracker->UpdateBackground(image, !detect);
-            if (relearn > 0) relearn--;
-            if (!learning && relearn == 0) {
-                tracker->OutputAnalyticsXML(devid, message.timestamp, message.sequence_num, analyzerid);
-            } else {
-                AckOK(message);
-                if (relearn > 0) relearn--;
-            }
-        }
-        show({frame, mode, *tracker, streams.take()});
-        const auto change = options.changes.find(frame);
-        if (change != options.changes.end()) relearn = change->second;
-        image.KsFreeImageMemory();
-        image.Detach();
-        std::free(message.status);
-        std::free(message.status_text);
-        std::free(message.timestamp);
+    std::istringstream in(requests);
+    std::ostringstream out;
+    RequestFrames frames(in, out);
+    Changes changes(options.changes);
+    control parameters{options.bg_frames, 0.25f, 0.5f, 1.0f, 2.0f};
+    FrameLoop loop({options.type, 3, 5, parameters}, frames, changes, out);
+    while (loop.Step()) {
+        show({loop.Cycle().Number(), loop.Latest(), *loop.Cycle().Tracker(), out.str()});
+        out.str("");
     }
 }

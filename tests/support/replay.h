@@ -1,12 +1,11 @@
-// Runs a whole request stream through the host functions and the tracker inside this process, as the main loop does,
-// and shows the tracker after every frame.
+// Runs a whole request stream through the frame loop inside this process and shows the tracker after every frame.
 #pragma once
 
 #include <functional>
 #include <map>
 #include <string>
 
-#include "tracker/kscolortracker.h"
+#include "host/FrameLoop.h"
 
 struct ReplayOptions {
     ImageType type = COLOR;
@@ -15,15 +14,13 @@ struct ReplayOptions {
     std::map<int, int> changes;
 };
 
-enum class FrameMode { kFirst, kLearn, kDetect };
-
 struct ReplayedFrame {
     int number;  // from 1
-    FrameMode mode;
+    Phase phase;
     const ColorDiffTracker& tracker;
     const std::string& reply;  // every byte written since the previous frame
 };
 
-// Frames without pixels, or of another size than the first, must not occur.
+// The first frame must have pixels.
 void replay(const std::string& requests, const ReplayOptions& options,
             const std::function<void(const ReplayedFrame&)>& show);

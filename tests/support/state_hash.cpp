@@ -112,13 +112,13 @@ void StateHash::doubles(const double* v, std::size_t n) {
 }
 
 std::string traceBlock(const ReplayedFrame& frame) {
-    static constexpr const char* kModes[] = {"first", "learn", "detect"};
+    static constexpr const char* kModes[] = {"none", "first", "learn", "detect"};
     const GridColorDiff& g = *frame.tracker.G;
     const int pixels = g.NofR * g.NofC;
     int per_count[KsBackgroundCell::kMaxClusters + 1] = {};
     const StateHash background = ofBackground(*frame.tracker.B, per_count);
     std::string text = format("frame %d mode %s size %dx%d cells %d\n", frame.number,
-                              kModes[static_cast<int>(frame.mode)], g.NofC, g.NofR, g.cnum) +
+                              kModes[static_cast<int>(frame.phase)], g.NofC, g.NofR, g.cnum) +
                        thresholds(frame.tracker);
     text += "fnv RedD=" + hex(ofInts(g.RedD, pixels)) + " GreenD=" + hex(ofInts(g.GreenD, pixels)) +
             " BlueD=" + hex(ofInts(g.BlueD, pixels)) + "\n";
@@ -126,7 +126,7 @@ std::string traceBlock(const ReplayedFrame& frame) {
             " der_conf=" + hex(ofDoubles(g.der_conf, g.cnum)) + " label=" + hex(ofInts(g.label, g.cnum)) + "\n";
     text += "fnv bg=" + hex(background) + " nclusters";
     for (const int count : per_count) text += format(" %d", count);
-    return text + "\n" + (frame.mode == FrameMode::kDetect ? records(frame.tracker) : "");
+    return text + "\n" + (frame.phase == Phase::kDetection ? records(frame.tracker) : "");
 }
 
 std::string goldenLine(const ReplayedFrame& frame) {
@@ -141,7 +141,7 @@ std::string goldenLine(const ReplayedFrame& frame) {
     labels.ints(g.label, cells);
     objects.bytes(records(frame.tracker));
     reply.bytes(frame.reply);
-    std::string line = format("%d %c", frame.number, "fld"[static_cast<int>(frame.mode)]);
+    std::string line = format("%d %c", frame.number, "nfld"[static_cast<int>(frame.phase)]);
     for (const StateHash& h :
          {counters, differences, confidences, labels, ofBackground(*frame.tracker.B, per_count), objects, reply})
         line += format(" %08x", static_cast<unsigned>(h.value ^ h.value >> 32));

@@ -3,21 +3,32 @@
 #include "vision/grid/gridcolordiff.h"
 
 KsBackgroundCell& BackgroundCells::operator[](int k) {
-    BackgroundModel::Storage& s = *model->own;
-    if (s.shared[static_cast<std::size_t>(k)] == 0) {
-        s.shared_cells.push_back(k);
-        s.shared[static_cast<std::size_t>(k)] = 1;
-    }
-    return model->Record(k);
+    return model->Hold(k);
 }
 
 KsBackgroundCell BackgroundCells::operator[](int k) const {
-    BackgroundModel::Storage& s = *model->own;
-    KsBackgroundCell cell = model->Look(k);
-    if (s.stage[static_cast<std::size_t>(k)] == BackgroundModel::Storage::kRecord) return cell;
+    return model->Copy(k);
+}
+
+KsBackgroundCell& BackgroundModel::Hold(int k) {
+    std::uint8_t& shared = own->shared[static_cast<std::size_t>(k)];
+    if (shared == 0) own->shared_cells.push_back(k);
+    shared = 1;
+    KsBackgroundCell& record = own->records[k];
+    std::uint8_t& stage = own->stage[static_cast<std::size_t>(k)];
+    if (stage != Storage::kRecord) {
+        record = Copy(k);
+        stage = Storage::kRecord;
+    }
+    return record;
+}
+
+KsBackgroundCell BackgroundModel::Copy(int k) const {
+    KsBackgroundCell cell = Look(k);
+    if (own->stage[static_cast<std::size_t>(k)] == Storage::kRecord) return cell;
     kernels::PixelBlock px[kernels::kFrames];
-    const int blocks = s.Samples(k, px);
-    for (int i = 0; i < blocks; i++) cell.TakeSamples(px[i], model->CIr == IR);
+    const int blocks = own->Samples(k, px);
+    for (int i = 0; i < blocks; i++) cell.TakeSamples(px[i], CIr == IR);
     return cell;
 }
 
@@ -28,17 +39,6 @@ KsBackgroundCell BackgroundModel::Look(int k) const {
     cell.KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
     cell.TakeClusters(own->sets[k]);
     return cell;
-}
-
-KsBackgroundCell& BackgroundModel::Record(int k) {
-    KsBackgroundCell& record = own->records[k];
-    std::uint8_t& stage = own->stage[static_cast<std::size_t>(k)];
-    if (stage != Storage::kRecord) {
-        const BackgroundCells& cells = cd;
-        record = cells[k];
-        stage = Storage::kRecord;
-    }
-    return record;
 }
 
 kernels::CandidateList& BackgroundModel::List(int k) {
@@ -54,4 +54,11 @@ void BackgroundModel::ListRecord(int k) {
 
 void BackgroundModel::PrepareQueries() {
     for (const int k : own->shared_cells) ListRecord(k);
+}
+
+BackgroundModel::QueryRow BackgroundModel::Queries(int row) const {
+    const Storage::Lattice &main = own->lattices[0], &shifted = own->lattices[1];
+    const kernels::CandidateList* const above = shifted.lists.data() + row * shifted.list_stride;
+    return {row < main.whole_rows ? main.whole_cols : 0, main.lists.data() + row * main.cols, above,
+            above + shifted.list_stride};
 }

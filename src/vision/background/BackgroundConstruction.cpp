@@ -45,7 +45,7 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
     cellsize = G->cellsize;
     cellsize_2 = G->cellsize_2;
     n = G->n;
-    cd.model = this;
+    cd = BackgroundCells(*this);
     own = std::make_unique<Storage>(*G, NofR, NofC);
     const int inum = (NofR + cellsize - 1) / cellsize, jnum = (NofC + cellsize - 1) / cellsize;
     map1 = CellMap(cellsize, 0, inum, jnum, 0, NofC);
@@ -56,7 +56,8 @@ BackgroundModel::BackgroundModel(KsColorImage& CI, double alpha_in, ImageType CI
         own->records[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
     }
     // Deliberate: the colour form for IR models too. Their samples are (R, 0, 0), and the squared distance meets the
-    // plain threshold, so cells that are full at once split more readily here than in later frames.
+    // plain threshold, so cells that are full at once split more readily here than in later frames
+    // (Background.FramesAgainstNaiveModel).
     if (cnum > 0) Gather(CI, nullptr, Action::kClusterAsColor);
 }
 

@@ -15,7 +15,7 @@ constexpr double kTwoToMinus31 = 4.656612873077393e-10;
 
 void BackgroundModel::UpdateSingle(bool updateall) {
     for (int i = 0; i < G->cnum_2; i++) G->aux[i] = G->conf[i] <= 0.0 || updateall;
-    // Deliberate: the draws only advance the shared generator.
+    // Deliberate: the draws only advance the shared generator (Background.SingleModelDrawsAndHistogram).
     for (int i = 0; i < G->cnum_2; i++)
         if (G->aux[i] == 0) random_draws::Rand();
     CountBrightness(IBkg, CIr, NofR, NofC, G->bhist);
@@ -48,7 +48,8 @@ void BackgroundModel::UpdateBackground(KsColorImage& CI, bool updateall, int tne
     // Cell 0 stands for the whole model.
     if (Look(0).nclusters == 0) Gather(CI, nullptr, Action::kCluster);
     for (int i = 0; i < cnum; i++) G->aux[i] = G->conf[i] <= 0.0 || updateall;
-    // Deliberate: tested anew, so the frame whose samples were just clustered is gathered once more.
+    // Deliberate: tested anew, so the frame whose samples were just clustered is gathered once more
+    // (Background.FramesAgainstNaiveModel).
     if (Look(0).nclusters > 0) Maintain(CI, updateall);
     G->RememberColors(own->Frame(0));
 }

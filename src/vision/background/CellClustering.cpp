@@ -93,7 +93,8 @@ class KMeans {
             Assign();
             // Deliberate: prcl carries over from one attempt to the next, and a first pass that reproduces the earlier
             // assignment would count as converged. It cannot happen: centres have distinct colours, so each is given
-            // its own sample at least, while the earlier assignment lacks a cluster.
+            // its own sample at least, while the earlier assignment lacks a cluster
+            // (FirstClustering.TwoAndThreeColours).
             if (std::equal(cl, cl + ns, prcl)) return true;
             std::copy_n(cl, ns, prcl);
             if (!Recentre()) return false;

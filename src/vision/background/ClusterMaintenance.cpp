@@ -118,7 +118,8 @@ class Maintenance {
     }
 
     // The last cluster moves into slot j. Deliberate: `added` does not move with it, so the moved cluster is judged
-    // by what the removed one was given and may lose support in the same call although it did receive samples.
+    // by what the removed one was given and may lose support in the same call although it did receive samples
+    // (Maintenance.Table).
     void Remove(int j) {
         const int last = --cell.nclusters;
         Channels::Copy(cell.clusters[j], cell.clusters[last]);

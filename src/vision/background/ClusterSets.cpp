@@ -36,3 +36,43 @@ void KsBackgroundCell::TakeSamples(const kernels::PixelBlock& px, bool gray) {
         s.B = p >> 16 & 255;
     }
 }
+
+namespace {
+
+template <class F>
+void ForEachCell(const kernels::CellRun& run, bool gray, F act) {
+    for (int j = 0; j < run.n; j++) {
+        kernels::ClusterSet& set = run.sets[run.cells[j]];
+        KsBackgroundCell cell{};
+        cell.TakeClusters(set);
+        for (std::size_t i = 0; i < kernels::kFrames; i++)
+            cell.TakeSamples(run.samples[i * run.stride + static_cast<std::size_t>(j)], gray);
+        act(cell);
+        cell.GiveClusters(set);
+        kernels::ListCandidates(set, gray, run.lists[run.cells[j]]);
+    }
+}
+
+}  // namespace
+
+// Draws by itself: `draw` is the model's own generator.
+void kernels::ClusterPlainly(const CellRun& run, int maxdist, bool gray, long (*)()) {
+    ForEachCell(run, gray, [&](KsBackgroundCell& cell) {
+        if (gray)
+            cell.ClusterCellGray(maxdist);
+        else
+            cell.ClusterCell(maxdist);
+    });
+}
+
+int kernels::MaintainPlainly(const CellRun& run, int maxdist, bool gray, bool forget) {
+    ForEachCell(run, gray, [&](KsBackgroundCell& cell) {
+        if (gray)
+            cell.UpdateCellClustersGray(maxdist);
+        else
+            cell.UpdateCellClusters(maxdist);
+        if (forget && gray) cell.ForgetUnsupportedClustersGray();
+        if (forget && !gray) cell.ForgetUnsupportedClusters();
+    });
+    return run.n;
+}

@@ -24,9 +24,10 @@ constexpr int kFarthest = 1000000;  // queries see only clusters nearer than thi
 class KsBackgroundCell {
  public:
     static constexpr int kMaxSamples = 64;
-    static constexpr int kMaxClusters = 6;
-    static constexpr int kMaxSupport = 512;  // a cluster is a running mean over about this many samples
-    static constexpr int kMinSupport = 128;  // queries see clusters with more support than this
+    static constexpr int kMaxClusters = kernels::kClusters;
+    static constexpr int kMaxSupport =
+        kernels::kMaxSupport;  // a cluster is a running mean over about this many samples
+    static constexpr int kMinSupport = kernels::kMinSupport;  // queries see clusters with more support than this
 
     int minr, maxr, minc, maxc;           // box, pixels, inclusive, not clipped; set once
     std::int16_t nsamples;                // gathered since the last clustering, 0..64
@@ -90,14 +91,15 @@ class KsBackgroundCell {
 // good.
 class BackgroundCells {
  public:
+    BackgroundCells() = default;  // none: of a SINGLE background
+    explicit BackgroundCells(BackgroundModel& of) : model(&of) {}
     KsBackgroundCell& operator[](int k);
     // A copy of the cell as it stands: keep the cell, not a pointer into it.
     KsBackgroundCell operator[](int k) const;
     bool operator==(std::nullptr_t) const { return model == nullptr; }
 
  private:
-    friend class BackgroundModel;
-    BackgroundModel* model = nullptr;  // null for SINGLE
+    BackgroundModel* model = nullptr;
 };
 
 // Which cell of one lattice a pixel lies in. Looks like an array over the pixels, row by row, but is computed: arrays
@@ -165,12 +167,25 @@ class BackgroundModel {
     void GetDifference(int r, int c, int R, int G, int B, int& Rd, int& Gd, int& Bd) const;
     void GetDifferenceGray(int r, int c, int G, int& Gd) const;
 
+    // What a row of main cells is compared with, MULTIPLE only: `whole` cells from the left fit the kernels, and these
+    // are the lists of their clusters as in ComparisonRow. Valid after PrepareQueries until the model changes.
+    struct QueryRow {
+        int whole;
+        const kernels::CandidateList *own, *above, *below;
+    };
+    void PrepareQueries();
+    QueryRow Queries(int row) const;
+
+    // Of cell k: its record, which from now on takes the place of the compact form (cd[k] is the same); a copy; a copy
+    // without the samples.
+    KsBackgroundCell& Hold(int k);
+    KsBackgroundCell Copy(int k) const;
+    KsBackgroundCell Look(int k) const;
+
     // SINGLE: writes the red channel of the background image (KsWriteImage). Nothing for MULTIPLE.
     void OutputBackgroundImage(const char* name);
 
  private:
-    friend class BackgroundCells;
-    friend class GridColorDiff;
     struct Storage;
 
     void UpdateSingle(bool updateall);
@@ -186,12 +201,8 @@ class BackgroundModel {
     void ActOnRecord(KsBackgroundCell& cell, Action action) const;
     void TakeOut(int k);
 
-    // Of cell k: its clusters, without samples; its record, from now on in use; its candidate list.
-    KsBackgroundCell Look(int k) const;
-    KsBackgroundCell& Record(int k);
     kernels::CandidateList& List(int k);
     void ListRecord(int k);
-    void PrepareQueries();
     bool Full(const KsBackgroundCell& cell) const;
 
     std::unique_ptr<Storage> own;  // null for SINGLE

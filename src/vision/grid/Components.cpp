@@ -1,7 +1,6 @@
 // Connected components: a flood fill over both lattices from cells that are certainly foreground into cells that are
 // only likely so.
 #include <algorithm>
-#include <numeric>
 #include <utility>
 
 #include "vision/grid/gridcolordiff.h"
@@ -10,7 +9,7 @@
 namespace {
 
 bool Seeds(double conf, double der_conf) {
-    return der_conf >= 1.0 || conf >= 1.0;
+    return (der_conf >= 1.0) | (conf >= 1.0);
 }
 
 bool Joins(double conf, double der_conf) {
@@ -21,19 +20,20 @@ constexpr int kDropped = -1;  // label of a dropped component's cells until the 
 
 }  // namespace
 
+// The first cell from k on that may start a component; cnum where there is none. Most cells may not, so they are
+// looked at in groups.
+int GridColorDiff::NextSeed(int k) const {
+    constexpr int kStep = 8;
+    for (; k + kStep <= cnum; k += kStep) {
+        bool any = false;
+        for (int i = k; i < k + kStep; i++) any |= Seeds(conf[i], der_conf[i]);
+        if (any) break;
+    }
+    while (k < cnum && !Seeds(conf[k], der_conf[k])) k++;
+    return k;
+}
+
 void GridColorDiff::ConnectedComponents() {
-    std::vector<int>& all = own->seeds;
-    all.resize(static_cast<std::size_t>(cnum));
-    std::iota(all.begin(), all.end(), 0);
-    LabelFrom(all.data(), cnum);
-}
-
-void GridColorDiff::Label() {
-    LabelFrom(own->seeds.data(), static_cast<int>(own->seeds.size()));
-}
-
-// `seeds` holds every cell that may start a component, in cell order.
-void GridColorDiff::LabelFrom(const int* seeds, int count) {
     own->listed = false;
     numprevlabel = numlabel;
     std::swap(label, prevlabel);
@@ -43,9 +43,8 @@ void GridColorDiff::LabelFrom(const int* seeds, int count) {
     int* const stack = own->stack.data();  // each cell is pushed at most once, so cnum entries suffice
     int* const cells = own->cells.data();  // the current component, behind the cells dropped so far
     int dropped = 0;
-    for (int s = 0; s < count; s++) {
-        const int seed = seeds[s];
-        if (label[seed] != 0 || !Seeds(conf[seed], der_conf[seed])) continue;
+    for (int seed = NextSeed(0); seed < cnum; seed = NextSeed(seed + 1)) {
+        if (label[seed] != 0) continue;
         label[seed] = ++numlabel;
         double maxconf = conf[seed];
         int end = dropped, top = 0;
@@ -62,7 +61,7 @@ void GridColorDiff::LabelFrom(const int* seeds, int count) {
         if (maxconf < 1.0) {
             // Deliberate: the cells of a dropped component lose their confidence, so that later stages do not take
             // them for foreground; its number is used again. Another flood from one of them would stay among them and
-            // be dropped likewise, so they are left out of the rest of the scan.
+            // be dropped likewise, so they are left out of the rest of the scan (Components.AgainstPlainLabelling).
             for (; dropped < end; dropped++) {
                 label[cells[dropped]] = kDropped;
                 conf[cells[dropped]] = 0.0;

@@ -8,10 +8,6 @@
 
 namespace {
 
-double Square(double v) {
-    return v * v;
-}
-
 // 0 up to lo, 1 from hi on, linear in between; both ends inclusive.
 double Ramp(double v, double lo, double hi) {
     if (v <= lo) return 0.0;
@@ -30,81 +26,29 @@ void Adapt(double& threshold, double fresh, double floor) {
 void GridColorDiff::AdaptThresholds(double total, double squares, double& clt, double& cht, double ltmin, double htmin,
                                     double low, double high) const {
     const double m = total / cnum;
-    // Deliberate: the squares are divided by one less than the mean is. A grid of one cell divides by zero here: its
-    // thresholds become infinite or no number, and the comparisons behind take them as they are.
+    // Deliberate: the squares are divided by one less than the mean is (Confidence.MixedDivisors). A grid of one cell
+    // divides by zero here: its thresholds become infinite or no number, and the comparisons behind take them as they
+    // are.
     const double s = std::sqrt(squares / (cnum - 1) - m * m);
     const double ltnew = m + s * low;
-    const double htnew = ltnew + s * high;  // Deliberate: stacked on the low threshold
+    const double htnew = ltnew + s * high;  // Deliberate: stacked on the low threshold (Confidence.MixedDivisors)
     Adapt(clt, ltnew, ltmin);
     Adapt(cht, htnew, htmin);
 }
 
 void GridColorDiff::Confidences(double& clt, double& cht, double ltmin, double htmin, double derlt, double derht,
                                 float color_low, float color_high, float ir_low, float ir_high) {
-    const KsCellDiff* const cells = ShareAll();
-    // Both sums are exact: integers far below 2^53.
-    double total = 0, squares = 0;
-    for (int k = 0; k < cnum; k++) {
-        const KsCellDiff& cell = cells[k];
-        diff[k] = CIr == COLOR
-                      ? std::trunc(std::sqrt(Square(cell.RedDiff) + Square(cell.GreenDiff) + Square(cell.BlueDiff)))
-                      : std::fabs(static_cast<double>(cell.RedDiff));
-        total += diff[k];
-        squares += Square(diff[k]);
-    }
+    AdoptDifferences();
+    AdoptDerivatives();
+    double total = 0, squares = 0;  // exact: integers far below 2^53
+    kernels::Active().measure(own->red.data(), own->green.data(), own->blue.data(), cnum, diff, total, squares);
     AdaptThresholds(total, squares, clt, cht, ltmin, htmin, CIr == COLOR ? color_low : ir_low,
                     CIr == COLOR ? color_high : ir_high);
-    for (int k = 0; k < cnum; k++) {
-        const KsCellDiff& cell = cells[k];
-        conf[k] = Ramp(diff[k], clt, cht);
-        double d = Square(cell.Rx) + Square(cell.Ry);
-        if (CIr == COLOR) d += Square(cell.Gx) + Square(cell.Gy) + Square(cell.Bx) + Square(cell.By);
-        der_conf[k] = Ramp(std::sqrt(d), derlt, derht);
-    }
-}
-
-// AddDifferences, CellDerivatives and Confidences over the quadrant sums of Compare, with the seeds of the components.
-void GridColorDiff::Score(double& clt, double& cht, double ltmin, double htmin, double derlt, double derht, double low,
-                          double high) {
-    SumCells();
-    double total = 0, squares = 0;
-    kernels::Active().measure(own->red.data(), own->green.data(), own->blue.data(), cnum, diff, total, squares);
-    AdaptThresholds(total, squares, clt, cht, ltmin, htmin, low, high);
-    ScoreDerivatives(derlt, derht);
-    own->seeds.clear();
-    for (int k = 0; k < cnum; k++) {
-        conf[k] = Ramp(diff[k], clt, cht);
-        if (conf[k] >= 1.0 || der_conf[k] >= 1.0) own->seeds.push_back(k);
-    }
-    for (const int k : own->shared_cells) PublishDifferences(k);
-}
-
-// Row by row in both lattices. A cell on the frame's border lacks neighbours and has no derivative.
-void GridColorDiff::ScoreDerivatives(double derlt, double derht) {
-    const int rows = own->inum, columns = own->jnum;
-    const auto shifted = [&](int i) { return cnum_2 + i * (columns - 1); };
-    const double none = Ramp(0.0, derlt, derht);
-    for (int i = 0; i < rows; i++) {
-        double* const row = der_conf + i * columns;
-        if (i == 0 || i == rows - 1 || columns < 3) {
-            std::fill_n(row, columns, none);
-        } else {
-            row[0] = row[columns - 1] = none;
-            ScoreRow(i * columns + 1, shifted(i - 1), shifted(i), columns - 2, derlt, derht);
-        }
-        if (i + 1 < rows) ScoreRow(shifted(i), i * columns, (i + 1) * columns, columns - 1, derlt, derht);
-    }
-}
-
-// Cells k .. k + count - 1, whose upper left and lower left neighbours are `above` and `below` and those that follow.
-void GridColorDiff::ScoreRow(int k, int above, int below, int count, double derlt, double derht) {
-    const int* const up[] = {own->red.data() + above, own->green.data() + above, own->blue.data() + above};
-    const int* const down[] = {own->red.data() + below, own->green.data() + below, own->blue.data() + below};
-    double* const d = own->squares.data();
-    kernels::Active().derive(up, down, count, d);
+    for (int k = 0; k < cnum; k++) conf[k] = Ramp(diff[k], clt, cht);
     // A square up to that of the low threshold has a root up to it, so most roots need not be drawn.
-    const double low = derlt >= 0 ? derlt * derlt : -1;
-    for (int j = 0; j < count; j++) der_conf[k + j] = d[j] <= low ? 0.0 : Ramp(std::sqrt(d[j]), derlt, derht);
+    const double none = derlt >= 0 ? derlt * derlt : -1;
+    const double* const d = own->squares.data();
+    for (int k = 0; k < cnum; k++) der_conf[k] = d[k] <= none ? 0.0 : Ramp(std::sqrt(d[k]), derlt, derht);
 }
 
 // Each score is an exponential mean of the cell's confidence: score += (confidence - score) / (1 + memory), with a

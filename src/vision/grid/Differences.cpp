@@ -1,21 +1,28 @@
 // Differences against the background: per pixel, then summed per cell.
 #include <utility>
 
-#include "vision/background/backgroundprivate.h"
+#include "vision/background/backgroundmodel.h"
 #include "vision/grid/gridcolordiff.h"
 #include "vision/grid/gridprivate.h"
 #include "vision/pixelwalk.h"
 
 void GridColorDiff::ComputeDifferences(KsColorImage& CI, BackgroundModel* B) {
-    if (B->BType == MULTIPLE) {
-        Compare(CI, *B);
+    own->quartered = B->BType == MULTIPLE;
+    if (cnum == 0) return;
+    if (B->BType != MULTIPLE) {
+        SubtractBackground(CI, B->IBkg);
         return;
     }
-    const KsColorImage& bkg = B->IBkg;
+    B->PrepareQueries();
+    for (int row = 0; row < own->inum; row++) CompareRow(CI, *B, row);
+}
+
+void GridColorDiff::SubtractBackground(const KsColorImage& CI, const KsColorImage& bkg) {
     std::size_t i = 0;
     for (int r = 0; r < NofR; r++) {
         for (int c = 0; c < NofC; c++, i++) {
-            // Deliberate: frame minus background here, cluster minus frame for MULTIPLE.
+            // Deliberate: frame minus background here, cluster minus frame for MULTIPLE
+            // (Background.SingleModelDrawsAndHistogram).
             RedD[i] = static_cast<std::int16_t>(CI.Red(r, c) - bkg.Red(r, c));
             if (CIr != COLOR) continue;
             GreenD[i] = static_cast<std::int16_t>(CI.Green(r, c) - bkg.Green(r, c));
@@ -24,69 +31,35 @@ void GridColorDiff::ComputeDifferences(KsColorImage& CI, BackgroundModel* B) {
     }
 }
 
-void GridColorDiff::AddDifferences() {
-    KsCellDiff* const cells = ShareAll();
-    const std::size_t width = static_cast<std::size_t>(NofC);
-    for (int k = 0; k < cnum; k++) {
-        int red = 0, green = 0, blue = 0;
-        ForEachPixel(cells[k], NofR, NofC, [&](int r, int c) {
-            const std::size_t i = static_cast<std::size_t>(r) * width + static_cast<std::size_t>(c);
-            red += RedD[i];
-            green += GreenD[i];
-            blue += BlueD[i];
-        });
-        cells[k].RedDiff = red;
-        if (CIr != COLOR) continue;  // Deliberate: neither cleared nor written
-        cells[k].GreenDiff = green;
-        cells[k].BlueDiff = blue;
-    }
-}
-
-namespace {
-
-// Calls f(r, c, quadrant) for the pixels of a cell inside the frame; quadrants as in QuadrantSums.
-template <class F>
-void ForEachInQuadrants(const CellBox& cell, int half, int rows, int cols, F f) {
-    ForEachPixel(cell, rows, cols,
-                 [&](int r, int c) { f(r, c, (r >= cell.minr + half ? 2 : 0) + (c >= cell.minc + half ? 1 : 0)); });
-}
-
-}  // namespace
-
 // The sixteen pixels of a main cell share the clusters that they are compared with: those of the cell and of its four
 // diagonal neighbours, in this order. Cells at a clipped edge, cells of another size and cells with a cluster out of
 // the kernels' bounds take the plain way, pixel by pixel.
-void GridColorDiff::Compare(KsColorImage& CI, BackgroundModel& B) {
-    if (cnum == 0) return;
-    B.PrepareQueries();
+void GridColorDiff::CompareRow(const KsColorImage& CI, const BackgroundModel& B, int row) {
     const kernels::Table& kernel = kernels::Active();
     const std::size_t width = static_cast<std::size_t>(NofC);
-    const auto &main = B.own->lattices[0], &shifted = B.own->lattices[1];
-    for (int i = 0; i < own->inum; i++) {
-        const int k = i * own->jnum;
-        const int whole = i < main.whole_rows ? main.whole_cols : 0;
-        if (whole > 0) {
-            const std::size_t first = static_cast<std::size_t>(4 * i) * width;
-            kernel.load(CI.rawsrc + first * 3, width * 3, whole, own->pixels.data());
-            const kernels::CandidateList* const above = shifted.lists.data() + i * shifted.list_stride;
-            const bool color = CIr == COLOR;
-            const auto sums = [&](int channel) { return own->quadrants[channel].data() + 4 * k; };
-            kernel.compare({whole,
-                            own->pixels.data(),
-                            main.lists.data() + k,
-                            above,
-                            above + shifted.list_stride,
-                            {RedD + first, color ? GreenD + first : nullptr, color ? BlueD + first : nullptr},
-                            width,
-                            {sums(0), color ? sums(1) : nullptr, color ? sums(2) : nullptr},
-                            static_cast<std::size_t>(2 * own->jnum),
-                            own->outcome.data()});
-        }
-        for (int j = 0; j < own->jnum; j++) {
-            const kernels::Outcome outcome = j < whole ? own->outcome[static_cast<std::size_t>(j)] : kernels::kUnfit;
-            if (outcome == kernels::kWithout) KeptCell(k + j);
-            if (outcome == kernels::kUnfit) PlainCell(CI, B, k + j);
-        }
+    const int k = row * own->jnum;
+    const BackgroundModel::QueryRow queries = B.Queries(row);
+    if (queries.whole > 0) {
+        const std::size_t first = static_cast<std::size_t>(4 * row) * width;
+        kernel.load(CI.rawsrc + first * 3, width * 3, queries.whole, own->pixels.data());
+        const bool color = CIr == COLOR;
+        const auto sums = [&](int channel) { return own->quadrants[channel].data() + 4 * k; };
+        kernel.compare({queries.whole,
+                        own->pixels.data(),
+                        queries.own,
+                        queries.above,
+                        queries.below,
+                        {RedD + first, color ? GreenD + first : nullptr, color ? BlueD + first : nullptr},
+                        width,
+                        {sums(0), color ? sums(1) : nullptr, color ? sums(2) : nullptr},
+                        static_cast<std::size_t>(2 * own->jnum),
+                        own->outcome.data()});
+    }
+    for (int j = 0; j < own->jnum; j++) {
+        const kernels::Outcome outcome =
+            j < queries.whole ? own->outcome[static_cast<std::size_t>(j)] : kernels::kUnfit;
+        if (outcome == kernels::kWithout) KeptCell(k + j);
+        if (outcome == kernels::kUnfit) PlainCell(CI, B, k + j);
     }
 }
 
@@ -126,8 +99,16 @@ void GridColorDiff::KeptCell(int k) {
     }
 }
 
+void GridColorDiff::AddDifferences() {
+    if (std::exchange(own->quartered, false))
+        SumQuadrants();
+    else
+        SumPixels();
+    for (const int k : own->shared_cells) PublishDifferences(k);
+}
+
 // The sums of both lattices from the quadrants of the main cells.
-void GridColorDiff::SumCells() {
+void GridColorDiff::SumQuadrants() {
     const kernels::Table& kernel = kernels::Active();
     const int rows = own->inum, columns = own->jnum, width = 2 * columns;
     std::vector<int>* const sums[3] = {&own->red, &own->green, &own->blue};
@@ -142,30 +123,18 @@ void GridColorDiff::SumCells() {
     }
 }
 
-void GridColorDiff::SumColors(const unsigned char* rgb) {
-    const kernels::Table& kernel = kernels::Active();
-    const std::size_t width = static_cast<std::size_t>(NofC);
-    own->updated = true;
-    for (int k = 0; k < cnum_2; k++) {
-        const CellBox cell = Box(k);
-        kernels::QuadrantSums& quadrants = own->colors[k];
-        if (IsWhole(cell)) {
-            kernels::PixelBlock px;
-            const std::size_t first = static_cast<std::size_t>(cell.minr) * width + static_cast<std::size_t>(cell.minc);
-            kernel.load(rgb + first * 3, width * 3, 1, &px);
-            kernel.sums(px, quadrants);
-            continue;
+// The same from the pixels as they stand.
+void GridColorDiff::SumPixels() {
+    const std::int16_t* const planes[3] = {RedD, GreenD, BlueD};
+    std::vector<int>* const sums[3] = {&own->red, &own->green, &own->blue};
+    for (int channel = 0; channel < (CIr == COLOR ? 3 : 1); channel++) {  // IR has no others
+        for (int k = 0; k < cnum; k++) {
+            int sum = 0;
+            ForEachPixel(Box(k), NofR, NofC, [&](int r, int c) {
+                sum += planes[channel][static_cast<std::size_t>(r) * static_cast<std::size_t>(NofC) +
+                                       static_cast<std::size_t>(c)];
+            });
+            (*sums[channel])[static_cast<std::size_t>(k)] = sum;
         }
-        quadrants = {};
-        ForEachInQuadrants(cell, cellsize_2, NofR, NofC, [&](int r, int c, int q) {
-            const unsigned char* p = rgb + (static_cast<std::size_t>(r) * width + static_cast<std::size_t>(c)) * 3;
-            quadrants.Add(q, p[0], p[1], p[2]);
-        });
     }
-    for (const int k : own->shared_cells) PublishSums(k);
-}
-
-void GridColorDiff::RememberColors(const std::shared_ptr<unsigned char[]>& frame) {
-    own->unsummed = frame;
-    if (!own->shared_cells.empty()) SumColors(std::exchange(own->unsummed, nullptr).get());
 }

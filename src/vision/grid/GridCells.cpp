@@ -6,8 +6,7 @@
 #include "vision/pixelwalk.h"
 
 KsCellDiff& GridCells::operator[](int k) const {
-    if (!grid->own->shared[static_cast<std::size_t>(k)]) grid->Share(k);
-    return cells[k];
+    return grid.Hold(k);
 }
 
 CellBox GridColorDiff::Box(int k) const {
@@ -23,44 +22,44 @@ bool GridColorDiff::IsWhole(const CellBox& box) const {
     return cellsize == 4 && box.maxr < NofR && box.maxc < NofC;
 }
 
-void GridColorDiff::Share(int k) {
+KsCellDiff& GridColorDiff::Hold(int k) {
+    KsCellDiff& cell = own->cd[k];
+    if (own->shared[static_cast<std::size_t>(k)]) return cell;
     own->shared[static_cast<std::size_t>(k)] = 1;
     own->shared_cells.push_back(k);
     const CellBox box = Box(k);
-    own->cd[k].KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
+    cell.KsSetBoxBounds(box.minr, box.maxr, box.minc, box.maxc);
     if (own->unsummed != nullptr) SumColors(std::exchange(own->unsummed, nullptr).get());
     PublishDifferences(k);
+    PublishDerivatives(k);
     PublishSums(k);
-}
-
-KsCellDiff* GridColorDiff::ShareAll() {
-    if (own->shared_cells.size() < static_cast<std::size_t>(cnum))
-        for (int k = 0; k < cnum; k++) cd[k];
-    return own->cd.data();
+    return cell;
 }
 
 void GridColorDiff::PublishDifferences(int k) {
-    const auto derive = [&](const std::vector<int>& sums, int& to, int& x, int& y) {
-        to = sums[static_cast<std::size_t>(k)];
-        x = y = 0;
-        int d[4];
-        for (int i = 0; i < 4; i++) {
-            if (n[k].n[4 + i] < 0) return;
-            d[i] = sums[static_cast<std::size_t>(n[k].n[4 + i])];
-        }
-        x = (d[2] + d[3]) - (d[0] + d[1]);  // slots: 4 up-right, 5 up-left, 6 down-left, 7 down-right
-        y = (d[0] + d[3]) - (d[1] + d[2]);
-    };
+    const auto i = static_cast<std::size_t>(k);
     KsCellDiff& cell = own->cd[k];
-    derive(own->red, cell.RedDiff, cell.Rx, cell.Ry);
-    if (CIr != COLOR) return;
-    derive(own->green, cell.GreenDiff, cell.Gx, cell.Gy);
-    derive(own->blue, cell.BlueDiff, cell.Bx, cell.By);
+    cell.RedDiff = own->red[i];
+    if (CIr != COLOR) return;  // Deliberate: neither cleared nor written (Differences.SumsOverTheCellsPixels)
+    cell.GreenDiff = own->green[i];
+    cell.BlueDiff = own->blue[i];
+}
+
+void GridColorDiff::AdoptDifferences() {
+    for (const int k : own->shared_cells) {
+        const auto i = static_cast<std::size_t>(k);
+        const KsCellDiff& cell = own->cd[k];
+        own->red[i] = cell.RedDiff;
+        if (CIr != COLOR) continue;
+        own->green[i] = cell.GreenDiff;
+        own->blue[i] = cell.BlueDiff;
+    }
 }
 
 void GridColorDiff::PublishSums(int k) {
     const bool shifted = k >= cnum_2;
-    if (shifted && !own->updated) return;  // Deliberate: shifted cells get no sums before the first update
+    // Deliberate: shifted cells get no sums before the first update (Grid.BoxesNeighboursAndSums).
+    if (shifted && !own->updated) return;
     int sum[4] = {};
     for (int i = 0; i < 4; i++) {
         // A shifted cell consists of the inner quadrants of the four main cells around it.
@@ -74,6 +73,34 @@ void GridColorDiff::PublishSums(int k) {
     if (CIr != COLOR && !own->updated) return;  // AddAllGray before the first update, AddAll from then on
     to.G = sum[2];
     to.B = sum[1];
+}
+
+void GridColorDiff::SumColors(const unsigned char* rgb) {
+    const kernels::Table& kernel = kernels::Active();
+    const std::size_t width = static_cast<std::size_t>(NofC);
+    own->updated = true;
+    for (int k = 0; k < cnum_2; k++) {
+        const CellBox cell = Box(k);
+        kernels::QuadrantSums& quadrants = own->colors[k];
+        if (IsWhole(cell)) {
+            kernels::PixelBlock px;
+            const std::size_t first = static_cast<std::size_t>(cell.minr) * width + static_cast<std::size_t>(cell.minc);
+            kernel.load(rgb + first * 3, width * 3, 1, &px);
+            kernel.sums(px, quadrants);
+            continue;
+        }
+        quadrants = {};
+        ForEachInQuadrants(cell, cellsize_2, NofR, NofC, [&](int r, int c, int q) {
+            const unsigned char* p = rgb + (static_cast<std::size_t>(r) * width + static_cast<std::size_t>(c)) * 3;
+            quadrants.Add(q, p[0], p[1], p[2]);
+        });
+    }
+    for (const int k : own->shared_cells) PublishSums(k);
+}
+
+void GridColorDiff::RememberColors(const std::shared_ptr<unsigned char[]>& frame) {
+    own->unsummed = frame;
+    if (!own->shared_cells.empty()) SumColors(std::exchange(own->unsummed, nullptr).get());
 }
 
 void KsCellDiff::AddAll(KsColorImage& CI) {

@@ -24,6 +24,7 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
       bhist{},
       chist{},
       lut{},
+      cd(*this),
       n(nullptr),
       cnum(0),
       cnum_2(0),
@@ -64,8 +65,7 @@ GridColorDiff::GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in
     for (std::vector<int>* sums : {&own->red, &own->green, &own->blue}) sums->resize(cells + 1);
     own->pixels.resize(static_cast<std::size_t>(own->jnum));
     own->outcome.resize(static_cast<std::size_t>(own->jnum));
-    own->squares.resize(static_cast<std::size_t>(own->jnum));
-    own->seeds.reserve(cells);
+    own->squares.resize(cells);
     own->first.resize(cells + 2);
     own->members.resize(cells);
     own->stack.resize(cells);
@@ -99,8 +99,6 @@ void GridColorDiff::BuildGeometry() {
     own->cd = ZeroPages<KsCellDiff>(cells + 1, true);
     own->shared.resize(cells);
     own->n.resize(cells, Neighbors{{-1, -1, -1, -1, -1, -1, -1, -1}});
-    cd.grid = this;
-    cd.cells = own->cd.data();
     n = own->n.data();
 
     LinkNeighbors(inum, jnum);

@@ -51,7 +51,8 @@ class KsCellDiff {
     int GetMaxC() const { return maxc; }
     // Sums each channel over the cell's pixels inside the frame.
     void AddAll(KsColorImage& CI);
-    // The same for the first byte alone. Deliberate: sum.G and sum.B stay as they were.
+    // The same for the first byte alone. Deliberate: sum.G and sum.B stay as they were
+    // (Grid.SumOfOneChannelLeavesTheOthers).
     void AddAllGray(KsColorImage& CI);
 };
 
@@ -64,12 +65,11 @@ struct CellBox {
 // is first asked for, and kept up to date from then on.
 class GridCells {
  public:
+    explicit GridCells(GridColorDiff& of) : grid(of) {}
     KsCellDiff& operator[](int k) const;
 
  private:
-    friend class GridColorDiff;
-    GridColorDiff* grid = nullptr;
-    KsCellDiff* cells = nullptr;
+    GridColorDiff& grid;
 };
 
 class GridColorDiff {
@@ -106,7 +106,9 @@ class GridColorDiff {
     int numlabel, numprevlabel;                    // components in this and the previous frame
     int* aux;                                      // scratch; the background update leaves its update flags here
 
-    int auxdiv[256], auxmult16[16], auxmult256[16];  // quantisation tables of the 4096-bin histogram
+    // Quantisation of the 4096-bin histogram: bin = auxdiv[R] + auxmult16[auxdiv[G]] + auxmult256[auxdiv[B]]. The
+    // histogram itself shifts instead: three look-ups a pixel cost more than they say.
+    int auxdiv[256], auxmult16[16], auxmult256[16];
 
     // Builds the grid over the first frame. cellsize_in is 1..8. Throws std::bad_alloc.
     GridColorDiff(KsColorImage& CI, int cellsize_in, ImageType CIr_in);
@@ -115,10 +117,15 @@ class GridColorDiff {
     GridColorDiff& operator=(const GridColorDiff&) = delete;
 
     // --- differences ---
+    // Each stage leaves what the next one needs in compact arrays, and in the records that somebody holds. Whoever
+    // changes a record between two stages changes what the next one sees.
+    //
     // Per pixel, the signed difference to the background B: nearest cluster minus frame for MULTIPLE, frame minus
-    // background for SINGLE. Deliberate: a pixel for which no cluster qualifies keeps its earlier value.
+    // background for SINGLE. Deliberate: a pixel for which no cluster qualifies keeps its earlier value
+    // (Differences.UnmatchedPixelsKeepTheirValue).
     void ComputeDifferences(KsColorImage& CI, BackgroundModel* B);
-    // Per cell, the signed sums of the pixel differences of its box.
+    // Per cell, the signed sums of the pixel differences of its box. The first call after ComputeDifferences over a
+    // MULTIPLE background adds up the sums that this one left behind; every other call reads the pixels.
     void AddDifferences();
     // Per cell, lower minus upper pair (x) and right minus left pair (y) of the four diagonal neighbours' difference
     // sums; zero where one of them is missing.
@@ -136,7 +143,12 @@ class GridColorDiff {
 
     // --- components ---
     // Labels 1 .. numlabel, gap-free, in the order of their seeds. The cells of dropped components lose their conf.
+    // The labels so far become prevlabel: `label` and `prevlabel` swap places, so pointers into them do as well.
     void ConnectedComponents();
+    // Lists the cells of every component, for the stages behind. Between the two calls the labels must stay as they
+    // are; without them those stages look for the cells.
+    void ListComponents();
+    void ForgetComponents();
     double GetConfCC(int cc) const {
         return labelconf[cc];
     }
@@ -166,46 +178,40 @@ class GridColorDiff {
 
     // --- brightness comparison ---
     void ImageBrightnessHistogram(KsColorImage& CI);
-    // Deliberate: a declared hook without effect.
+    // Deliberate: a declared hook without effect (Grid.TablesHistogramAndPool).
     void HistogramEqualisation(KsColorImage& CI);
     // Maps the frame's brightness levels onto the background's (lut), remaps chist and sets Equalise where the mean
     // cumulative difference per pixel is below one. Call after ImageBrightnessHistogram.
     void ScoreHistDifference();
 
- private:
-    friend class ColorDiffTracker;
-    friend class BackgroundModel;
-    friend class GridCells;
-
-    // The stages of a detection frame over a MULTIPLE background in one go: from ComputeDifferences to
-    // ConnectedComponents, with the same results.
-    void Compare(KsColorImage& CI, BackgroundModel& B);
-    void Score(double& clt, double& cht, double ltmin, double htmin, double derlt, double derht, double low,
-               double high);
-    void Label();
-    void ListComponents();  // for the stages behind; valid until the labels change or ForgetComponents
-    void ForgetComponents();
-    void SumColors(const unsigned char* rgb);  // AddAll of every cell
-    // The same as soon as somebody looks at a cell.
+    // --- cells ---
+    CellBox Box(int k) const;
+    // The record of cell k, which from now on follows the stages. cd[k] is the same.
+    KsCellDiff& Hold(int k);
+    // AddAll of every cell over an updated frame, as soon as somebody looks at one.
     void RememberColors(const std::shared_ptr<unsigned char[]>& frame);
 
+ private:
+    void SubtractBackground(const KsColorImage& CI, const KsColorImage& bkg);
+    void CompareRow(const KsColorImage& CI, const BackgroundModel& B, int row);
     void PlainCell(const KsColorImage& CI, const BackgroundModel& B, int k);
     void KeptCell(int k);
-    void SumCells();
+    void SumQuadrants();
+    void SumPixels();
+    void SumColors(const unsigned char* rgb);
+    void DeriveRow(int k, int above, int below, int count);
     void AdaptThresholds(double total, double squares, double& clt, double& cht, double ltmin, double htmin, double low,
                          double high) const;
-    void LabelFrom(const int* seeds, int count);
-    void ScoreDerivatives(double derlt, double derht);
-    void ScoreRow(int k, int above, int below, int count, double derlt, double derht);
+    int NextSeed(int k) const;
     std::span<const int> CellsOf(int lab);
-    CellBox Box(int k) const;
     bool IsWhole(const CellBox& box) const;
 
-    // Records that somebody holds.
-    void Share(int k);
-    KsCellDiff* ShareAll();
+    // Records that somebody holds: what a stage found goes into them, and what their holders changed comes out.
     void PublishDifferences(int k);
+    void PublishDerivatives(int k);
     void PublishSums(int k);
+    void AdoptDifferences();
+    void AdoptDerivatives();
 
     void BuildGeometry();
     void LinkNeighbors(int inum, int jnum);

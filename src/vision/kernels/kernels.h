@@ -24,6 +24,15 @@ constexpr int kPixels = 16;   // of a whole 4 x 4 cell, row by row
 constexpr int kFrames = 4;    // of a cell's pixels make its 64 samples
 constexpr int kClusters = 6;  // most clusters of a cell
 
+constexpr int kMaxSupport = 512;  // of a cluster, in samples
+constexpr int kMinSupport = 128;  // clusters with more support than this qualify for queries
+
+// Difference between two pairs of values, second minus first: the derivative of a cell by its diagonal neighbours.
+// constexpr and only on integers, so that it is inlined wherever vector code uses it.
+__attribute__((always_inline)) constexpr int Slope(int first, int first2, int second, int second2) {
+    return (second + second2) - (first + first2);
+}
+
 // 16 pixels: bytes R, G, B and one that is ignored.
 struct alignas(64) PixelBlock {
     std::uint32_t p[kPixels];
@@ -128,6 +137,11 @@ const Table& Active();
 const Table* const* Available();
 
 extern const Table scalar;
+
+// `cluster` and `maintain` of the plain version, cell by cell: the reference. They are the background model's own code
+// and stand with it (ClusterSets.cpp).
+void ClusterPlainly(const CellRun& run, int maxdist, bool gray, long (*draw)());
+int MaintainPlainly(const CellRun& run, int maxdist, bool gray, bool forget);
 
 // Builds the candidate list of a cell.
 void ListCandidates(const ClusterSet& set, bool gray, CandidateList& list);

@@ -55,7 +55,7 @@ void Add(const std::int16_t* __restrict upper, const std::int16_t* __restrict lo
 void Derive(const int* const* up, const int* const* down, int n, double* __restrict squares) {
     const auto add = [&](const int* __restrict u, const int* __restrict d, bool first) {
         for (int j = 0; j < n; j++) {
-            const double x = (d[j] + d[j + 1]) - (u[j] + u[j + 1]), y = (u[j + 1] + d[j + 1]) - (u[j] + d[j]);
+            const double x = Slope(u[j], u[j + 1], d[j], d[j + 1]), y = Slope(u[j], d[j], u[j + 1], d[j + 1]);
             squares[j] = (first ? 0 : squares[j]) + (x * x + y * y);
         }
     };

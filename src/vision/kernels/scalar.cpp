@@ -1,7 +1,7 @@
 // The plain kernels: the reference that every other version equals.
 #include <climits>
+#include <initializer_list>
 
-#include "vision/background/backgroundmodel.h"
 #include "vision/kernels/kernels.h"
 #include "vision/kernels/row_loops.h"
 
@@ -16,7 +16,7 @@ void ListCandidates(const ClusterSet& set, bool gray, CandidateList& list) {
                 list.n = -1;
                 return;
             }
-        if (set.support[j] <= KsBackgroundCell::kMinSupport) continue;
+        if (set.support[j] <= kMinSupport) continue;
         list.constant[n] = 31 - n - 32 * (r * r + g * g + b * b);
         list.rb[n] = static_cast<std::int32_t>((static_cast<std::uint32_t>(64 * r) & 0xffff) |
                                                (static_cast<std::uint32_t>(64 * b) << 16));
@@ -92,44 +92,8 @@ void Sums(const PixelBlock& px, QuadrantSums& q) {
     for (int i = 0; i < kPixels; i++) q.Add(Quadrant(i), px.p[i] & 255, px.p[i] >> 8 & 255, px.p[i] >> 16 & 255);
 }
 
-template <class F>
-void ForEachCell(const CellRun& run, bool gray, F act) {
-    for (int j = 0; j < run.n; j++) {
-        ClusterSet& set = run.sets[run.cells[j]];
-        KsBackgroundCell cell{};
-        cell.TakeClusters(set);
-        for (std::size_t i = 0; i < kFrames; i++)
-            cell.TakeSamples(run.samples[i * run.stride + static_cast<std::size_t>(j)], gray);
-        act(cell);
-        cell.GiveClusters(set);
-        ListCandidates(set, gray, run.lists[run.cells[j]]);
-    }
-}
-
-// Draws by itself: `draw` is the model's own generator.
-void Cluster(const CellRun& run, int maxdist, bool gray, long (*)()) {
-    ForEachCell(run, gray, [&](KsBackgroundCell& cell) {
-        if (gray)
-            cell.ClusterCellGray(maxdist);
-        else
-            cell.ClusterCell(maxdist);
-    });
-}
-
-int Maintain(const CellRun& run, int maxdist, bool gray, bool forget) {
-    ForEachCell(run, gray, [&](KsBackgroundCell& cell) {
-        if (gray)
-            cell.UpdateCellClustersGray(maxdist);
-        else
-            cell.UpdateCellClusters(maxdist);
-        if (forget && gray) cell.ForgetUnsupportedClustersGray();
-        if (forget && !gray) cell.ForgetUnsupportedClusters();
-    });
-    return run.n;
-}
-
 }  // namespace
 
-const Table scalar{"scalar", LoadPixels, Compare, Cluster, Maintain, Sums, Add, Measure, Derive};
+const Table scalar{"scalar", LoadPixels, Compare, ClusterPlainly, MaintainPlainly, Sums, Add, Measure, Derive};
 
 }  // namespace kernels

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstring>
 
-#include "vision/background/backgroundmodel.h"
 #include "vision/kernels/kernels.h"
 #include "vision/kernels/row_loops.h"
 

@@ -204,8 +204,6 @@ inline V8 RoundedMeans(V8 s, V8 m, F8 divisor) {
     return __builtin_convertvector(__builtin_convertvector(s + (m >> 1), F8) / divisor, V8);
 }
 
-constexpr int kMaxSupport = KsBackgroundCell::kMaxSupport, kMinSupport = KsBackgroundCell::kMinSupport;
-
 // The candidate list of a cell with n clusters.
 inline void List(int n, V8 support, const Means& m, CandidateList& list) {
     const V8 used = Slots() < n;
