@@ -12,16 +12,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <string>
 
 #include "host/Control.h"
+#include "host/FrameCycle.h"
 #include "reliability/crowdscene.h"
 #include "support/process.h"
 #include "support/protocol.h"
 #include "support/state_hash.h"
-#include "tracker/kscolortracker.h"
 
 namespace {
 
@@ -76,39 +75,32 @@ class ChangingControl {
     const TempDir root;
 };
 
-// --- in this process: the same flow as the main loop's ---
+// --- in this process ---
 
 class Inside {
  public:
-    explicit Inside(Size s) : size_(s) {}
+    explicit Inside(Size s) : size_(s), cycle_(COLOR, kLearning) {
+        updated(kDevice, &mtime_);
+        updateControl(kDevice, &parameters_);
+    }
     void frame(const std::vector<unsigned char>& pixels, int frame) {
-        if (tracker_ == nullptr) {
-            updated(kDevice, &mtime_);
-            updateControl(kDevice, &parameters_);
-        }
         current_ = pixels;
         image_.KsReadImageMemory(current_.data(), size_.rows, size_.cols);
-        if (tracker_ == nullptr) {
-            tracker_ = MakeTracker(COLOR, image_, kLearning);
-            return;
-        }
-        const bool detect = frame > kLearning && relearn_ == 0;
-        if (detect)
-            tracker_->DetectForeground(image_, frame, parameters_.color_low, parameters_.color_high, parameters_.ir_low,
-                                       parameters_.ir_high);
-        tracker_->UpdateBackground(image_, !detect);
-        if (relearn_ > 0) relearn_--;
-        if (detect) observe();
-        if (relearn_ > 0) relearn_--;
+        const Phase phase = cycle_.Begin(image_, parameters_);
+        cycle_.End(image_);
+        if (phase == Phase::kDetection) observe();
+        answer_.str("");
+        cycle_.Answer(answer_, message_, kDevice, 1);
         if (updated(kDevice, &mtime_)) {
             updateControl(kDevice, &parameters_);
-            relearn_ = parameters_.bg_frames;
+            cycle_.Relearn(parameters_.bg_frames);
         }
         if (frame % 997 == 0) hashModel();
     }
     std::string status() const {
-        return std::to_string(tracker_->numobjects) + " records (most " + std::to_string(most_records_) + "), most " +
-               std::to_string(most_nodes_) + " contour nodes, ids wrapped " + std::to_string(wraps_) + " times";
+        return std::to_string(cycle_.Tracker()->numobjects) + " records (most " + std::to_string(most_records_) +
+               "), most " + std::to_string(most_nodes_) + " contour nodes, ids wrapped " + std::to_string(wraps_) +
+               " times";
     }
     std::string process() const { return "self"; }
     void end() {}
@@ -117,7 +109,7 @@ class Inside {
 
  private:
     void observe() {
-        const ColorDiffTracker& t = *tracker_;
+        const ColorDiffTracker& t = *cycle_.Tracker();
         hash.real(t.clt);
         hash.real(t.cht);
         hash.integer(t.numobjects);
@@ -140,7 +132,7 @@ class Inside {
         last_id_ = t.NextTmpObId;
     }
     void hashModel() {
-        const BackgroundModel& b = *tracker_->B;
+        const BackgroundModel& b = *cycle_.Tracker()->B;
         for (int k = 0; k < b.cnum; k++) {
             const KsBackgroundCell cell = b.cd[k];
             hash.integer(cell.nsamples);
@@ -152,12 +144,15 @@ class Inside {
     }
 
     const Size size_;
-    std::unique_ptr<ColorDiffTracker> tracker_;
+    FrameCycle cycle_;
+    char timestamp_[4] = " 0";
+    streamin message_{0, nullptr, nullptr, timestamp_, kFrame};
+    std::ostringstream answer_;
     std::vector<unsigned char> current_;
     KsColorImage image_;
     control parameters_{};
     time_t mtime_ = 0;
-    int relearn_ = 0, most_records_ = 0, last_id_ = 0, wraps_ = 0;
+    int most_records_ = 0, last_id_ = 0, wraps_ = 0;
     std::int64_t most_nodes_ = 0;
 };
 
