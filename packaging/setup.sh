@@ -17,9 +17,12 @@ set -euo pipefail
 packages_of() {
     case "$1" in
         build) echo g++ cmake ninja-build libjpeg62-turbo-dev libpng-dev ;; # the last two: image files, optional
-        host) echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libjpeg62-turbo-dev libpng-dev ;;
+        host)
+            echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libjpeg62-turbo-dev libpng-dev \
+                libsodium-dev
+            ;;
         video) echo ffmpeg ;;
-        test) echo libgtest-dev python3 ffmpeg xz-utils ;;
+        test) echo libgtest-dev python3 ffmpeg xz-utils logrotate ;;
         matrix) echo clang libgtest-dev g++-aarch64-linux-gnu qemu-user ;;
         fuzz) echo clang libclang-rt-14-dev cmake ninja-build ;;
         lint) echo clang-tidy cppcheck ;;
@@ -64,10 +67,21 @@ fi
 echo "Installing ${missing[*]}" >&2
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-apt() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -q "$@" >>"$log" 2>&1; }
+# Another apt may be at work, as on a machine that has just started: wait for it. Installing waits by itself, fetching
+# the lists does not.
+apt() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -q -o DPkg::Lock::Timeout=600 "$@" >>"$log" 2>&1; }
+update() {
+    for _ in $(seq 120); do
+        : >"$log"
+        if apt update; then return 0; fi
+        if ! grep -q 'Could not get lock' "$log"; then return 1; fi
+        sleep 5
+    done
+    return 1
+}
 # The package lists may be missing (a fresh image) or out of date: fetch them only when installing fails.
 if ! apt install --no-install-recommends "${missing[@]}"; then
-    if ! { apt update && apt install --no-install-recommends "${missing[@]}"; }; then
+    if ! { update && apt install --no-install-recommends "${missing[@]}"; }; then
         cat "$log" >&2
         echo "setup.sh: installing ${missing[*]} failed, see above" >&2
         exit 69

@@ -56,7 +56,20 @@ TEST(Replies, DamageIsFound) {
     EXPECT_THROW(replyLength("ANALYTICS.CARTRIDGF"), std::runtime_error);
     EXPECT_THROW(replyLength("ANALYTICS.CARTRIDGE\r\nContent-Length: -5\r\n\r\n"), std::runtime_error);
     EXPECT_THROW(replyLength("ANALYTICS.CARTRIDGE\r\n" + std::string(9000, 'x')), std::runtime_error);
+    EXPECT_THROW(replyLength("ANALYTICS.CARTRIDGE\r\n" + std::string(9000, 'x') + "\r\n\r\n"), std::runtime_error);
+    EXPECT_THROW(replyLength("ANALYTICS.CARTRIDGE\r\nContent-Length: 1048577\r\n\r\n"), std::runtime_error);
     for (const auto& [from, to] : {std::pair{"W=\"24\"", "W=\"0\""},
+                                   {"W=\"24\"", "W=\"2147483647\""},
+                                   {"W=\"24\"", "W=\"16417\""},
+                                   {"H=\"48\"", "H=\"-1\""},
+                                   {"X=\"52\"", "X=\"-2147483648\""},
+                                   {"X=\"52\"", "X=\"-5\""},      // a box of 24: left of -16
+                                   {"Y=\"40\"", "Y=\"16385\""},   // a box of 48: below 16400
+                                   {"DENS=\"61\"", "DENS=\"101\""},
+                                   {"DENS=\"61\"", "DENS=\"-1\""},
+                                   {"3.5.12", "3.5.100000"},
+                                   {"3.5.12", "3.5.-1"},
+                                   {"3.5.12", "-3.5.1"},
                                    {"3.5.12", "3.5"},
                                    {"DENS=\"61\"", "DENS=\"\""},
                                    {"</ANALYTICS>\n", ""},
@@ -65,6 +78,17 @@ TEST(Replies, DamageIsFound) {
         std::string document = kDocument;
         document.replace(document.find(from), std::string(from).size(), to);
         EXPECT_THROW(parseReply(analyticsReply(document)), std::runtime_error) << from << " -> " << to;
+    }
+    // As many objects as an analyzer ever reports, and one more.
+    const std::size_t begin = kDocument.find("<OBJECT"), end = kDocument.find("<OBJECT", begin + 1);
+    for (const std::size_t count : {kMaxObjects, kMaxObjects + 1}) {
+        std::string document = kDocument.substr(0, begin);
+        for (std::size_t i = 0; i < count; ++i) document += kDocument.substr(begin, end - begin);
+        const std::string reply = analyticsReply(document + "</TRACKING>\n</ANALYTICS>\n");
+        if (count == kMaxObjects)
+            EXPECT_EQ(parseReply(reply).objects.size(), count);
+        else
+            EXPECT_THROW(parseReply(reply), std::runtime_error);
     }
 }
 

@@ -24,10 +24,12 @@ Leftover::~Leftover() {
     paths.erase(paths.find(path_));
 }
 
-void removeLeftovers() {
+void removeLeftovers(bool files) {
     const std::lock_guard lock(mutex);
     std::error_code error;
-    for (const std::string& path : paths) std::filesystem::remove_all(path, error);
+    for (const std::string& path : paths)
+        if (files || !std::filesystem::is_regular_file(path, error) || std::filesystem::file_size(path, error) == 0)
+            std::filesystem::remove_all(path, error);
 }
 
 }  // namespace fleifeisa

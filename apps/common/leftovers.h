@@ -17,7 +17,8 @@ class Leftover {
     const std::string path_;
 };
 
-/// For a host that ends at once: removes files, and directories with what is in them, as far as it can.
-void removeLeftovers();
+/// For a host that ends at once: removes files, and directories with what is in them, as far as it can. `files` false:
+/// those that hold something already stay.
+void removeLeftovers(bool files);
 
 }  // namespace fleifeisa

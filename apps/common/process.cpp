@@ -68,7 +68,7 @@ class SpawnSetup {
         sigset_t none, defaults;
         sigemptyset(&none);
         sigemptyset(&defaults);
-        for (const int number : {SIGPIPE, SIGINT, SIGTERM, SIGHUP}) sigaddset(&defaults, number);
+        for (const int number : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGXFSZ}) sigaddset(&defaults, number);
         posix_spawnattr_setsigmask(&attributes_, &none);
         posix_spawnattr_setsigdefault(&attributes_, &defaults);
         posix_spawnattr_setpgroup(&attributes_, 0);
@@ -114,7 +114,7 @@ Process::Process(const Options& options) {
         pid_ = -1;
         throw std::system_error(failure, std::generic_category(), arguments.at(0));
     }
-    {
+    if (!options.survives) {
         const std::lock_guard lock(children_mutex);
         children.insert(pid_);
     }

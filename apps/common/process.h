@@ -24,6 +24,7 @@ class Process {
         bool pipe_out = false;                                         ///< else /dev/null
         bool pipe_err = false;                                         ///< else the host's
         int pipe_bytes = kPipeBytes;                                   ///< size asked for, 0: as the system makes them
+        bool survives = false;  ///< killAllChildren() spares it: it ends when its input does
     };
 
     Process() = default;
@@ -54,7 +55,7 @@ class Process {
 /// "exit status 3", "signal 9 (Killed)".
 std::string describeStatus(int status);
 
-/// SIGKILL for every child, for an end at once.
+/// SIGKILL for every child but those that survive, for an end at once.
 void killAllChildren();
 
 /// Full path of a program: as given where it holds a slash, else from PATH; "" where there is none.

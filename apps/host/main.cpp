@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 
 #include "camera/supervisor.h"
 #include "cli/commands.h"
+#include "cli/nearest.h"
 #include "cli/values.h"
 #include "common/log.h"
 #include "scenes/scene.h"
@@ -93,7 +95,16 @@ void addPlay(CLI::App& app, int& code) {
     addAnalyzerOptions(*play, options->camera, options->analyzer);
     play->add_option("--out", options->out, "directory for the outputs (out)");
     play->add_option("--output", options->outputs,
-                     "an output instead of the usual ones: TYPE or TYPE=PATH; may be repeated");
+                     "an output instead of the usual ones: TYPE or TYPE=PATH (- is standard output); may be repeated");
+    Rotation& rotation = options->rotation;
+    play->add_option_function<std::string>(
+        "--rotate-size", valueOption(parseBytes, [&rotation](std::uint64_t bytes) { rotation.bytes = bytes; }),
+        "begin a new file before one grows beyond so much, such as 100MB (PATH.1, PATH.2 ... are the earlier ones)");
+    play->add_option_function<double>(
+            "--rotate-hours", [&rotation](double hours) { rotation.seconds = hours * 3600; },
+            "begin a new file when one is so old")
+        ->check(CLI::Range(0.001, 1e5));
+    play->add_option("--rotate-keep", rotation.keep, "keep so many earlier files (all)")->check(CLI::NonNegativeNumber);
     play->add_flag("-q,--quiet", options->quiet, "no progress, no table");
     play->footer(
         "Examples:\n"
@@ -160,6 +171,35 @@ void openStandardDescriptors() {
     for (int fd = ::open("/dev/null", O_RDWR); fd >= 0 && fd <= STDERR_FILENO;) fd = ::open("/dev/null", O_RDWR);
 }
 
+/// "did you mean --bgframes?" for the first word of the command line that is no verb or option, but nearly one.
+std::string suggestion(const CLI::App& app, int argc, char** argv) {
+    const CLI::App* verb = nullptr;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        const std::string word(argument.substr(0, argument.find('=')));
+        std::vector<std::string> known;
+        for (const CLI::App* scope : {&app, verb})
+            for (const CLI::Option* option : scope ? scope->get_options() : std::vector<const CLI::Option*>())
+                for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+        if (!verb && !word.starts_with('-')) {
+            known.clear();
+            for (const CLI::App* one : app.get_subcommands([](const CLI::App*) { return true; })) {
+                known.push_back(one->get_name());
+                if (word == one->get_name()) verb = one;
+            }
+            if (!verb) {
+                const std::string meant = nearest(word, known);
+                return meant.empty() ? "" : "did you mean " + meant + "?";
+            }
+            continue;
+        }
+        if (!word.starts_with("--") || std::ranges::count(known, word) > 0) continue;
+        const std::string meant = nearest(word, known);
+        return meant.empty() ? "" : "did you mean " + meant + "?";
+    }
+    return "";
+}
+
 int run(int argc, char** argv) {
     CLI::App app{"Feeds cameras and recordings to the fleifeisa analyzer and writes what it finds.", "fleifeisa-host"};
     int code = 0, verbose = 0;
@@ -190,7 +230,9 @@ int run(int argc, char** argv) {
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "fleifeisa-host: %s (--help shows what there is)\n", error.what());
+        const std::string meant = suggestion(app, argc, argv);
+        std::fprintf(stderr, "fleifeisa-host: %s (%s)\n", error.what(),
+                     meant.empty() ? "--help shows what there is" : meant.c_str());
         return EX_USAGE;
     }
     if (version) {

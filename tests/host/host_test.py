@@ -2,13 +2,18 @@
 
     FLEIFEISA_HOST=build/fleifeisa-host python3 tests/host/host_test.py [-v] [Class.test]
 """
+import json
 import os
+import pathlib
+import random
+import resource
+import shutil
 import signal
 import subprocess
 import time
 import unittest
 
-from support import (HostTest, RtspServer, StallingServer, needs_ffmpeg, recorded_frames, sequences, times)
+from support import (HAVE_FFMPEG, HostTest, RtspServer, StallingServer, needs_ffmpeg, recorded_frames, sequences, times)
 
 SMALL = "scene:street?size=96x64&frames=120&quiet=10"
 
@@ -24,6 +29,10 @@ def config(*cameras):
 def scene_camera(name, device, frames=0, **more):
     return {"name": f'"{name}"', "device": device, "source": f'"scene:street?size=96x64&rate=50&frames={frames}"',
             "realtime": "true", "outputs": '["replies"]', "control": "{ bgframes = 10 }", **more}
+
+
+def sequences_or_none(path):
+    return sequences(path) if path.exists() else None
 
 
 class Play(HostTest):
@@ -51,6 +60,16 @@ class Play(HostTest):
         self.assertIn("frame 40", self.host("replay", "r2", "--verify", expect=65).stderr)
         (self.dir / "r3").write_bytes(data[:len(data) // 2])
         self.assertIn("damaged", self.host("replay", "r3", "--verify", expect=65).stderr)
+        # One bit that changes no answer, and an end between two messages.
+        data = bytearray((self.dir / "r").read_bytes())
+        data[data.rindex(b"Sequence-Number: 40\r\n\r\n") + 25] ^= 1
+        (self.dir / "r4").write_bytes(data)
+        found = self.host("replay", "r4", "--verify", expect=65).stderr
+        self.assertIn("1 frames are not those that were recorded, the first of them frame 40", found)
+        self.assertNotIn("replies differ", found)
+        data = (self.dir / "r").read_bytes()
+        (self.dir / "r5").write_bytes(data[:data.rindex(b"ANALYTICS.CARTRIDGE")])
+        self.assertIn("the end is missing", self.host("replay", "r5", "--verify", expect=65).stderr)
 
     def test_size_region_and_rate(self):
         self.host("play", SMALL, "--output", "recording=full", "--frames", 3, "--quiet")
@@ -72,7 +91,9 @@ class Play(HostTest):
                 (("play", SMALL, "--analyzer", "./nothing"), 69, "./nothing"),
                 (("play", SMALL, "--size", "12"), 64, "320x240"), (("play", SMALL, "--output", "smoke"), 64, "replies"),
                 (("play", SMALL, "--output", "replies=no/such/dir"), 73, "no/such/dir"), (("fly",), 64, "fly"),
-                (("replay", "empty.avi"), 65, "no frames"), (("run", "missing.toml"), 78, "missing.toml")]
+                (("replay", "noise.mp4"), 65, "this is no recording"),
+                (("pley", SMALL), 64, "did you mean play?"), (("play", SMALL, "--bgframe", 3), 64, "did you mean --bgframes?"),
+                (("play", SMALL, "--output", "jsnol"), 64, "did you mean jsonl?"), (("run", "missing.toml"), 78, "missing.toml")]
         for args, code, words in rows:
             done = self.host(*args, expect=code)
             self.assertIn(words, done.stderr, args)
@@ -87,14 +108,130 @@ class Play(HostTest):
 
     def test_broken_analyzers(self):
         frame = SMALL + "&frames=20"
-        start = 'import sys\nprint("ANALYTICS.CARTRIDGE\\r\\nStatus: OK\\r\\n\\r", flush=True)\n'
-        rows = {"dies": "raise SystemExit(3)\n", "babbles": 'print("hello", flush=True)\nsys.stdin.read()\n',
-                "wrong": start + 'print("ANALYTICS.CARTRIDGE\\r\\nStatus: OK\\r\\nTimestamp: 0\\r\\nSequence-Number:999\\r\\n\\r", '
-                                 'flush=True)\nsys.stdin.read()\n'}
-        for name, body in rows.items():
-            analyzer = self.script(name, "import sys\n" + body)
-            done = self.host("play", frame, "--analyzer", analyzer, expect=69)
-            self.assertIn("given up", done.stderr, name)
+        rows = {"raise SystemExit(3)": "", 'say("hello")\nsys.stdin.read()': "begins with other text",
+                'answer(999, "0")\nsys.stdin.read()': "a frame that it was not sent",
+                'sys.stderr.write("assertion\\nfailed: no\\x07 more")\nos.abort()':
+                    "signal 6 (Aborted) (it last said: assertion; failed: no\ufffd more)"}
+        for body, words in rows.items():
+            done = self.host("play", frame, "--analyzer", self.analyzer(body + "\n"), expect=69)
+            self.assertIn("given up", done.stderr, body)
+            self.assertIn(words, done.stderr)
+
+    def test_deaths_cost_no_more_than_they_must(self):
+        """An analyzer that dies over every tenth frame, once or always: numbers without gaps, and the outputs are told."""
+        outputs = [x for kind in ("jsonl", "tracks", "recording") for x in ("--output", f"{kind}={kind}")]
+        dying = """
+for number, stamp in frames():
+    tenth = float(stamp) > 0 and float(stamp) == int(float(stamp))
+    if tenth and (ALWAYS or not os.path.exists(stamp)):
+        open(stamp, "w").close()
+        raise SystemExit(3)
+    answer(number, stamp, object())
+"""
+        once = self.host("play", SMALL + "&frames=35", *outputs, "--analyzer",
+                         self.analyzer(dying.replace("ALWAYS", "False")))
+        self.assertIn("The analyzer was restarted 3 times, 0 frames were lost.", once.stdout)
+        lines = [json.loads(line) for line in (self.dir / "jsonl").read_text().splitlines()]
+        self.assertEqual([(l["sequence"], l["time_ns"], l["dropped"]) for l in lines],
+                         [(n + 1, n * 10**8, 0) for n in range(35)])
+        tracks = [json.loads(line) for line in (self.dir / "tracks").read_text().splitlines()]
+        self.assertEqual([(t["track"], t["frames"], t["ended"]) for t in tracks],
+                         [(3, 10, "restart"), (100003, 10, "restart"), (200003, 10, "restart"), (300003, 5, "finish")])
+        self.assertEqual(len(recorded_frames(self.dir / "recording")), 35)
+        self.assertEqual((self.dir / "recording").read_bytes().count(b"Recording-Start"), 4)
+        always = self.host("play", SMALL + "&frames=35", *outputs, "--analyzer",
+                           self.analyzer(dying.replace("ALWAYS", "True")), expect=70)
+        self.assertIn("frame 11 is given up: 3 analyzers died over it", always.stderr)
+        lines = [json.loads(line) for line in (self.dir / "jsonl").read_text().splitlines()]
+        self.assertEqual([(l["sequence"], l["dropped"]) for l in lines],
+                         [(n, 1 if n in (11, 20, 29) else 0) for n in range(1, 33)])
+        self.assertEqual([l["time_ns"] // 10**8 for l in lines], [n for n in range(35) if n not in (10, 20, 30)])
+
+    def test_answers_may_be_far_apart(self):
+        """A run, and each pause in it, longer than the time an answer may take."""
+        done = self.host("play", SMALL + "&frames=6&rate=3", "--realtime", "--answer-timeout", 0.25, "--quiet",
+                         "--output", "replies=r")
+        self.assertEqual(done.stderr, "")
+        self.assertEqual(sequences(self.dir / "r"), list(range(1, 7)))
+
+    def test_nothing_is_overwritten_that_is_still_of_use(self):
+        self.host("play", SMALL, "--output", "recording=in.rec", "--frames", 3, "--quiet")
+        (self.dir / "pictures").mkdir()
+        self.write("pictures/1.ppm", "P6 2 2 255 123456789012")
+        self.write("some.txt", "pictures/1.ppm\n")
+        self.write("keep", "last run's")
+        os.link(self.dir / "in.rec", self.dir / "alias")
+        os.symlink("keep", self.dir / "other")
+        before = {path: path.read_bytes() for path in self.dir.rglob("*") if path.is_file()}
+        rows = [(("play", "missing.mp4", "--output", "jsonl=keep"), 66, "missing.mp4"),
+                (("play", "scene:nowhere", "--output", "jsonl=keep"), 64, "nowhere"),
+                (("play", "in.rec", "--output", "jsonl=in.rec"), 64, "in.rec is an input"),
+                (("play", "in.rec", "--output", "jsonl=./alias"), 64, "alias is an input"),
+                (("play", "pictures", "--output", "jsonl=pictures/1.ppm"), 64, "is an input"),
+                (("play", "list:some.txt", "--output", "jsonl=pictures/1.ppm"), 64, "is an input"),
+                (("play", "list:some.txt", "--output", "jsonl=some.txt"), 64, "is an input"),
+                (("play", SMALL, "--output", "jsonl=keep", "--output", "mot=other"), 64, "written by another output"),
+                (("play", SMALL, "--output", "jsonl=new", "--output", "mot=./new"), 64, "written by another output"),
+                (("play", SMALL, "--output", "jsonl=-", "--output", "mot=-"), 64, "standard output is written")]
+        for args, code, words in rows:
+            self.assertIn(words, self.host(*args, expect=code).stderr, args)
+            self.assertEqual({path: path.read_bytes() for path in self.dir.rglob("*") if path.is_file()}, before, args)
+        self.write("c.toml", config(scene_camera("a", 1, outputs='["jsonl=in.rec"]'),
+                                    scene_camera("b", 2, source='"in.rec"', outputs='["jsonl=x", "mot=./x"]')))
+        done = self.host("run", "--check-config", "c.toml", expect=78)
+        self.assertIn("in.rec is an input", done.stderr)
+        self.assertIn("x is written by another output", done.stderr)
+
+    def test_standard_output_and_real_time(self):
+        done = self.host("play", SMALL, "--output", "jsonl=-", "--output", "replies=r")
+        self.assertEqual([json.loads(line)["sequence"] for line in done.stdout.splitlines()], list(range(1, 121)))
+        # What plays in real time can be followed: the first lines are there long before the end.
+        process = self.start("play", SMALL + "&frames=0", "--realtime", "--output", "jsonl=now")
+        seen = self.until(lambda: (self.dir / "now").exists() and (self.dir / "now").read_text().count("\n"), "a line")
+        self.until(lambda: (self.dir / "now").read_text().count("\n") > seen, "another one")
+        self.assertTrue((self.dir / "now").read_text().endswith("\n"))
+        self.assertEqual(self.end(process), 0)
+
+
+# What the hostile analyzer of a camera answers (an expression), and whether that is within the bounds of a reply.
+HOSTILE = [("object(w=2147483647, h=20, x=0, y=0)", False), ("object(x=-2147483648)", False),
+           ("object(y=2147483647)", False), ("object(w=2147483648)", False), ("object(w=0)", False),
+           ("object(h=-5)", False), ("object(x=-17)", False), ("object(x=16396, w=16)", False),
+           ("object(w=16417, x=8208)", False), ("object(id=100000)", False), ("object(id=-1)", False),
+           ("object(density=101)", False), ("object(density=-1)", False), ("*[object()] * 5001", False),
+           ("object(id='')", False), ("object(density='9' * 900000)", False),
+           ("object(x=8192, y=8192, w=16416, h=16416)", True), ("object(x=-16, y=-16, w=1, h=1)", True),
+           ("object(x=16399, y=16399, w=1, h=1)", True), ("object(id=0, density=0)", True),
+           ("object(id=99999, density=100)", True), ("*[object(id=n) for n in range(5000)]", True)]
+
+
+class Hostile(HostTest):
+    def test_every_field_of_a_reply_at_its_bounds(self):
+        """One camera a field, all outputs, side by side: its own trouble at most, and the good one notices nothing."""
+        self.write("real", os.environ["FLEIFEISA"])
+        analyzer = self.analyzer(f"ROWS = {[row for row, _ in HOSTILE]!r}\n" + """
+for number, stamp in frames():
+    time.sleep(0 if device < len(ROWS) else 0.01)
+    answer(number, stamp, *eval(f"[{ROWS[device] if device < len(ROWS) else 'object()'}]"))
+""")
+        kinds = ("jsonl", "mot", "onvif", "tracks", "video", "report", "replies", "recording")
+        outputs = str([kind for kind in kinds if kind != "video" or HAVE_FFMPEG])
+        self.write("c.toml", f'analyzer = "{analyzer}"\n' + config(*(
+            scene_camera(f"c{n}", n, 4, outputs=outputs, source='"scene:street?size=64x48&frames=4"', realtime="false")
+            for n in range(len(HOSTILE) + 1))))
+        done = self.host("run", "c.toml", timeout=200, expect=69)
+        for number, (row, sound) in enumerate([*HOSTILE, ("good", True)]):
+            lines = self.dir / f"out/c{number}/frames.jsonl"
+            answered = [json.loads(line) for line in lines.read_text().splitlines()] if lines.exists() else []
+            self.assertEqual(len(answered), 4 if sound else 0, row)
+            told = [line for line in done.stderr.splitlines() if f" c{number}: " in line]
+            self.assertEqual(any("given up" in line and "not a reply" in line for line in told), not sound, (row, told))
+            self.assertLess(len("".join(told)), 5000, "the log repeats the reply")
+            for kind in ("onvif.xml", "report.html", "mot.csv", "tracks.jsonl"):
+                path = self.dir / f"out/c{number}" / kind
+                if sound:
+                    self.assertTrue(path.exists(), (row, kind))
+                    self.assertNotRegex(path.read_text()[:200000], r"-?\d{10}[^0-9]{2}(?<!Z..)", row)
 
 
 class Video(HostTest):
@@ -160,7 +297,9 @@ class Video(HostTest):
     @needs_ffmpeg
     def test_a_corrupt_file(self):
         data = bytearray(self.video("v.avi", frames=80).read_bytes())
-        data[len(data) // 2:len(data) // 2 + 2000] = os.urandom(2000)
+        seed = int.from_bytes(os.urandom(4), "big")
+        print("seed", seed)
+        data[len(data) // 2:len(data) // 2 + 2000] = random.Random(seed).randbytes(2000)
         (self.dir / "hurt.avi").write_bytes(data)
         done = self.host("play", "hurt.avi", "--out", "o", "--output", "replies", expect=None)
         self.assertIn(done.returncode, (0, 65))
@@ -313,6 +452,82 @@ class Service(HostTest):
         before = (self.dir / "out/kept/replies.txt").read_bytes()
         self.host("run", "c.toml")
         self.assertEqual((self.dir / "out/kept/replies.txt.1").read_bytes(), before)
+
+    def test_a_full_disk_for_a_while(self):
+        self.write("c.toml", config(scene_camera("gate", 1, outputs='["jsonl"]')))
+        process = self.start("run", "c.toml")
+        lines = self.dir / "out/gate/frames.jsonl"
+        self.until(lambda: lines.exists() and lines.stat().st_size > 0, "lines")
+        _, hard = resource.prlimit(process.pid, resource.RLIMIT_FSIZE)
+        resource.prlimit(process.pid, resource.RLIMIT_FSIZE, (lines.stat().st_size + 100, hard))
+        self.until(lambda: "output jsonl fails, it is tried again" in self.log(), "the failure")
+        resource.prlimit(process.pid, resource.RLIMIT_FSIZE, (hard, hard))
+        self.until(lambda: "output jsonl is written again" in self.log(), "the recovery")
+        self.assertEqual(self.end(process), 0)  # all that was held back is there
+        self.assertEqual(self.log().count("File too large"), 1, self.log())
+        numbers = [json.loads(line)["sequence"] for line in lines.read_text().splitlines()]
+        self.assertEqual(numbers, list(range(1, len(numbers) + 1)))
+
+    def test_rotation_by_size_and_by_logrotate(self):
+        gate = scene_camera("gate", 1, outputs='["jsonl", "recording"]', rotate='{ size = "60 kB", keep = 3 }')
+        self.write("c.toml", config(gate, scene_camera("yard", 2, outputs='["jsonl"]')))
+        process = self.start("run", "c.toml")
+        out = self.dir / "out"
+        # The recording grows by a frame more than that, then a fresh analyzer begins the next file.
+        self.until(lambda: (out / "gate/recording.bin.5").exists(), "five recordings")
+        self.until(lambda: (out / "yard/frames.jsonl").stat().st_size > 5000, "lines")
+        example = (pathlib.Path(__file__).parents[2] / "packaging/logrotate/fleifeisa-host").read_text()
+        self.write("rotate.conf", example.replace("/var/lib/fleifeisa/out", str(out)).replace("*/", "yard/"))
+        tool = shutil.which("logrotate") or "/usr/sbin/logrotate"
+        if os.path.exists(tool):
+            subprocess.run([tool, "-f", "-s", self.dir / "state", self.dir / "rotate.conf"], check=True)
+        else:
+            os.rename(out / "yard/frames.jsonl", out / "yard/frames.jsonl.1")
+        self.until(lambda: (out / "yard/frames.jsonl").exists(), "a new file")
+        process.send_signal(signal.SIGHUP)
+        self.assertEqual(self.end(process), 0, self.log())
+        text = (out / "yard/frames.jsonl.1").read_text() + (out / "yard/frames.jsonl").read_text()
+        self.assertEqual([json.loads(line)["sequence"] for line in text.splitlines()], list(range(1, text.count("\n") + 1)))
+        recordings = sorted(path.name for path in out.glob("gate/recording.bin.*"))
+        self.assertEqual(len(recordings), 3, recordings)
+        self.host("replay", f"out/gate/{recordings[-1]}", "--verify")
+
+    def test_a_pipe_that_nobody_reads(self):
+        for name in ("pipe", "late"):
+            os.mkfifo(self.dir / name)
+        self.write("c.toml", config(scene_camera("lonely", 1, outputs='["jsonl=pipe"]'),
+                                    scene_camera("late", 2, outputs='["jsonl=late"]'), scene_camera("other", 3)))
+        process = self.start("run", "c.toml")
+        self.until(lambda: (self.dir / "out/other/replies.txt").exists(), "the other camera's output")
+        self.until(lambda: "nobody reads this pipe" in self.log(), "a word about it")
+        with open(self.dir / "late") as reader:
+            lines = [json.loads(next(reader)) for _ in range(5)]
+        self.assertEqual([line["sequence"] for line in lines], list(range(lines[0]["sequence"], lines[0]["sequence"] + 5)))
+        begin = time.monotonic()
+        self.assertEqual(self.end(process), 74)
+        self.assertLess(time.monotonic() - begin, 3.5)
+
+    def test_whatever_hangs_a_stop_takes_three_seconds(self):
+        cameras = [scene_camera(f"c{n}", n, live=n % 2 and "true" or "false") for n in range(1, 5)]
+        self.write("c.toml", config(*cameras))
+        process = self.start("-v", "run", "c.toml")
+        for device in range(1, 5):
+            analyzer = self.analyzer_of(process, device)
+            self.until(lambda: sequences_or_none(self.dir / f"out/c{device}/replies.txt"), "an answer")
+            os.kill(analyzer, signal.SIGSTOP)
+        # Two that hang are removed, one takes the place of a third.
+        cameras[2]["rate"] = "25"
+        self.write("c.toml", config(*cameras[2:], scene_camera("new", 5)))
+        begin = time.monotonic()
+        process.send_signal(signal.SIGHUP)
+        self.analyzer_of(process, 5)
+        self.assertLess(time.monotonic() - begin, 1.5)
+        self.until(lambda: "c1: " in self.log() and "c2: " in self.log() and self.log().count("c3: starts") == 2, "the rest")
+        self.assertLess(time.monotonic() - begin, 4)
+        begin = time.monotonic()
+        self.end(process)
+        self.assertLess(time.monotonic() - begin, 3.5)
+        self.assertEqual(self.children(process), [])
 
     def test_signals(self):
         self.write("c.toml", config(scene_camera("gate", 1, outputs='["replies", "recording", "report"]')))

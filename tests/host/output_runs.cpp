@@ -53,7 +53,7 @@ void feed(Output& output, const Scenario& run, std::size_t index) {
     result.camera = run.camera.name;
     result.sequence = static_cast<std::int64_t>(index) + 1;
     result.time_ns = run.first_ns + static_cast<std::int64_t>(index) * run.step_ns;
-    result.live = run.camera.live;
+    result.live = result.realtime = run.camera.live;
     result.width = frame.width;
     result.height = frame.height;
     result.detection = frame.detection;
@@ -70,8 +70,8 @@ void feed(Output& output, const Scenario& run, std::size_t index) {
     output.frame(result);
 }
 
-void play(const Scenario& run, const std::string& type, const std::string& path) {
-    const std::unique_ptr<Output> output = makeOutput({type, path}, run.camera);
+void play(const Scenario& run, const std::string& type, const std::string& path, const FilePolicy& policy) {
+    const std::unique_ptr<Output> output = makeOutput({type, path, policy}, run.camera);
     for (std::size_t i = 0; i < run.frames.size(); ++i) feed(*output, run, i);
     output->finish();
 }

@@ -30,7 +30,7 @@ inline AnalyzerObject object(int id, int left, int top, int width, int height, i
 /// Frame `index` of a run as the host would hand it over.
 void feed(Output& output, const Scenario& run, std::size_t index);
 /// Makes the output, feeds everything and finishes it.
-void play(const Scenario& run, const std::string& type, const std::string& path);
+void play(const Scenario& run, const std::string& type, const std::string& path, const FilePolicy& policy = {});
 
 /// The run that docs/outputs.md shows.
 Scenario documentedRun();

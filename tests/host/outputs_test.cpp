@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <regex>
 
 #include "camera/output_types.h"
@@ -137,43 +138,191 @@ TEST(OutputFiles, ThatCannotBeMadeSayWhy) {
             << type;
 }
 
-/// Plays with files of at most `limit` bytes, as on a disk that runs full; in a process of its own.
-std::string playOnFullDisk(const Scenario& run, const std::string& type, const std::string& path, rlim_t limit) {
-    const pid_t child = ::fork();
-    if (child == 0) {
+/// Lets files grow to so many bytes, as on a disk that runs full, for as long as it lives.
+class FullDisk {
+ public:
+    explicit FullDisk(rlim_t limit) {
         std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit size{limit, limit};
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit size{limit, before_.rlim_max};
         ::setrlimit(RLIMIT_FSIZE, &size);
-        const std::string why = failureOf([&] { play(run, type, path); });
-        ::_exit(why == path + ": File too large" ? 0 : 1);
     }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return status == 0 ? readFile(path) : "failed otherwise";
+    ~FullDisk() { ::setrlimit(RLIMIT_FSIZE, &before_); }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+    rlimit before_{};
+};
+
+/// A run whose frames are larger than the writer's buffer, with fresh analyzers at frames 6 and 12.
+Scenario largeFrames() {
+    Scenario run = documentedRun();
+    run.frames.clear();
+    for (int i = 0; i < 18; ++i)
+        run.frames.push_back({.restart = i % 6 == 5, .width = 200, .height = 120, .objects = {object(3, i, 4, 9, 9, 5)}});
+    return run;
 }
 
 TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
     const TempDir directory;
+    const Scenario large = largeFrames(), small = awkwardRun(4);
+    Scenario buffered = small;  // of a file: what is written leaves in lumps
+    buffered.camera.live = false;
+    for (const std::string type : {"jsonl", "mot", "tracks", "replies", "recording"})
+        for (const Scenario* run : {&small, &std::as_const(buffered), &large}) {
+            const std::string path = directory.path + "/" + type;
+            play(*run, type, path);
+            const std::string whole = readFile(path);
+            ASSERT_GT(whole.size(), 300u);
+            for (const std::size_t limit : {whole.size() / 3, whole.size() - 1}) {
+                {
+                    const FullDisk disk(limit);
+                    EXPECT_EQ(failureOf([&] { play(*run, type, path); }), path + ": File too large");
+                }
+                const std::string cut = readFile(path);
+                EXPECT_EQ(cut, whole.substr(0, cut.size())) << type;
+                const std::string end = type == "recording" ? "\r\n\r\n" : "\n";
+                EXPECT_TRUE(cut.empty() || cut.ends_with(end)) << type;
+                EXPECT_GT(cut.size(), limit / 2) << type << ": more than a record is gone";
+                const std::size_t last = cut.rfind("ANALYTICS.CARTRIDGE");
+                EXPECT_EQ(cut.find("Recording-Reply", last) == last + 21, type == "recording") << "no answer at its end";
+            }
+        }
+    for (const std::string type : {"onvif", "report"}) {
+        const std::string path = directory.path + "/" + type;
+        {
+            const FullDisk disk(5000);
+            EXPECT_EQ(failureOf([&] { play(small, type, path); }), path + ": File too large");
+        }
+        EXPECT_FALSE(exists(path)) << "an incomplete document under the name of a complete one";
+        EXPECT_EQ(exists(path + ".part"), type == "onvif");
+    }
+}
+
+/// Feeds all of a run, with a full disk between two frames. Returns how often it failed.
+int playThroughFullDisk(Output& output, const Scenario& run, std::size_t from, std::size_t to, rlim_t limit) {
+    int failures = 0;
+    for (std::size_t i = 0; i < run.frames.size(); ++i) {
+        std::optional<FullDisk> disk;
+        if (i >= from && i < to) disk.emplace(limit);
+        failures += failureOf([&] { feed(output, run, i); }).ends_with("File too large");
+    }
+    output.finish();
+    return failures;
+}
+
+TEST(OutputFiles, AreWrittenAgainOnceThereIsSpace) {
+    const TempDir directory;
     const Scenario run = awkwardRun(4);
-    for (const std::string type : {"jsonl", "mot", "tracks", "replies", "recording"}) {
+    for (const std::string type : {"jsonl", "mot", "tracks", "replies", "onvif"}) {
         const std::string path = directory.path + "/" + type;
         play(run, type, path);
         const std::string whole = readFile(path);
-        ASSERT_GT(whole.size(), 300u);
-        for (const std::size_t limit : {whole.size() / 3, whole.size() - 1}) {
-            const std::string cut = playOnFullDisk(run, type, path, limit);
-            EXPECT_EQ(cut, whole.substr(0, cut.size())) << type;
-            const std::string end = type == "recording" ? "\r\n\r\n" : "\n";
-            EXPECT_TRUE(cut.ends_with(end)) << type << " ends with: " << cut.substr(cut.size() - 40);
-            const bool answered = cut.substr(cut.size() - 64).find("Recording-Reply") != std::string::npos;
-            EXPECT_EQ(answered, type == "recording");
-        }
+        // The first attempt comes at once, as the next record comes; what was held back follows in its order.
+        const auto output = makeOutput({type, path, {.retry_seconds = 0}}, run.camera);
+        EXPECT_GT(playThroughFullDisk(*output, run, 100, 400, 4000), 1) << type;
+        EXPECT_FALSE(output->state().failing);
+        EXPECT_EQ(output->state().lost, 0u) << type;
+        EXPECT_EQ(readFile(path), whole) << type;
     }
-    for (const std::string type : {"onvif", "report"}) {
+    // More than can be held back: what is there are whole records, what is missing is counted.
+    const Scenario large = largeFrames();
+    const std::string path = directory.path + "/recording";
+    play(large, "recording", path);
+    const std::string whole = readFile(path);
+    const auto output = makeOutput({"recording", path, {.retry_seconds = 0}}, large.camera);
+    EXPECT_GE(playThroughFullDisk(*output, large, 2, 9, 200'000), 1);
+    // Frames 3 and 4 are lost with all that follow until a fresh analyzer begins while there is space: the 12th.
+    std::size_t second = 0;
+    for (int starts = 0; starts < 3; ++starts) second = whole.find("ANALYTICS.CARTRIDGE\r\nRecording-Start", second + 1);
+    const std::string kept = readFile(path), rest = whole.substr(second);
+    ASSERT_TRUE(kept.ends_with(rest));
+    EXPECT_TRUE(whole.starts_with(kept.substr(0, kept.find("ANALYTICS.CARTRIDGE\r\nRecording-Start", 1))));
+    EXPECT_GE(output->state().lost, 7u);
+    EXPECT_LE(output->state().lost, 11u);
+}
+
+TEST(OutputFiles, RotateInWholeRecords) {
+    const TempDir directory;
+    const Scenario run = awkwardRun(6);
+    for (const std::string type : {"jsonl", "mot", "tracks", "replies"}) {
         const std::string path = directory.path + "/" + type;
-        EXPECT_EQ(playOnFullDisk(run, type, path, 5000), "");
-        EXPECT_FALSE(exists(path)) << "an incomplete document under the name of a complete one";
-        EXPECT_EQ(exists(path + ".part"), type == "onvif");
+        play(run, type, path);
+        const std::string whole = readFile(path);
+        const Rotation rotation{.bytes = whole.size() / 6, .keep = 0};
+        play(run, type, path, {.rotation = rotation});
+        std::string joined;
+        int files = 0;
+        for (; exists(path + "." + std::to_string(files + 1)); ++files) {
+            const std::string part = readFile(path + "." + std::to_string(files + 1));
+            EXPECT_LE(part.size(), rotation.bytes) << type;
+            EXPECT_TRUE(part.ends_with("\n")) << type;
+            joined += part;
+        }
+        EXPECT_EQ(joined + readFile(path), whole) << type;
+        EXPECT_GE(files, 6) << type;
+        // The earlier ones count, and only the latest stay. By age: every flush is late enough.
+        play(run, type, path, {.rotation = {.bytes = 0, .seconds = 1e-9, .keep = 3}});
+        int left = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(directory.path))
+            left += entry.path().filename().string().starts_with(type + ".");
+        EXPECT_EQ(left, 3) << type;
+        EXPECT_FALSE(exists(path + "." + std::to_string(files))) << type;
+    }
+    // A recording only where an analyzer begins, which it asks for: each file is one that can be replayed alone.
+    const Scenario large = largeFrames();
+    const std::string path = directory.path + "/recording";
+    const auto output = makeOutput({"recording", path, {.rotation = {.bytes = 100'000}}}, large.camera);
+    for (std::size_t i = 0; i < large.frames.size(); ++i) {
+        feed(*output, large, i);
+        EXPECT_EQ(output->state().wants_fresh_analyzer, i != 0 && i % 6 != 5) << i;
+    }
+    output->finish();
+    for (const char* name : {"", ".1", ".2", ".3"}) {
+        const std::string file = readFile(path + name);
+        EXPECT_TRUE(file.starts_with("ANALYTICS.CARTRIDGE\r\nRecording-Start")) << name;
+        EXPECT_TRUE(file.ends_with("Command: SHUTDOWN\r\n\r\n")) << name;
+    }
+}
+
+TEST(OutputFiles, FollowWhoeverMovesOrEmptiesThem) {
+    const TempDir directory;
+    const Scenario run = awkwardRun(7);
+    const std::string path = directory.path + "/jsonl";
+    play(run, "jsonl", path);
+    const std::string whole = readFile(path);
+    const auto output = makeOutput({"jsonl", path}, run.camera);
+    std::string joined;
+    for (std::size_t i = 0; i < run.frames.size(); ++i) {
+        if (i == 100) std::filesystem::rename(path, path + ".moved");
+        if (i == 200) {
+            joined = readFile(path + ".moved") + readFile(path);
+            std::filesystem::resize_file(path, 0);  // as logrotate's copytruncate does
+        }
+        if (i == 300) {
+            joined += readFile(path);
+            std::filesystem::remove(path);
+        }
+        feed(*output, run, i);
+    }
+    output->finish();
+    EXPECT_EQ(joined + readFile(path), whole);
+}
+
+TEST(OutputFiles, OfAServiceKeepWhatEarlierRunsLeft) {
+    const TempDir directory;
+    for (const std::string type : {"jsonl", "onvif", "report"}) {
+        const std::string path = directory.path + "/new/" + type;
+        const auto make = [&] { return makeOutput({type, path, {.service = true}}, documentedRun().camera); };
+        make();  // with its directory
+        for (const std::string text : {"first", "second"}) {
+            std::ofstream(path) << text;
+            std::ofstream(path + ".part") << text;  // as a service that was killed leaves it
+            make();
+        }
+        EXPECT_EQ(readFile(path + ".1") + readFile(path + ".2"), "firstsecond") << type;
+        EXPECT_EQ(readFile(path + ".part.1"), type == "jsonl" ? "" : "first") << type;
     }
 }
 

@@ -1,4 +1,5 @@
 """What the camera host's end-to-end tests share: real processes, small videos, servers on the loopback address."""
+import hashlib
 import http.server
 import os
 import pathlib
@@ -15,6 +16,41 @@ import unittest
 HOST = os.environ["FLEIFEISA_HOST"]
 HAVE_FFMPEG = shutil.which("ffmpeg") is not None
 needs_ffmpeg = unittest.skipUnless(HAVE_FFMPEG, "ffmpeg is not installed")
+
+
+# The begin of an analyzer that a test makes up: `for number, stamp in frames(): answer(number, stamp, object(...))`.
+STAND_IN = r"""
+import os, sys, time
+device = int(sys.argv[3])
+
+def say(text):
+    sys.stdout.buffer.write(text.encode())
+    sys.stdout.buffer.flush()
+
+def frames():
+    while True:
+        head, line = {}, sys.stdin.buffer.readline()
+        while line.strip():
+            line = sys.stdin.buffer.readline()
+            name, _, value = line.decode().strip().partition(": ")
+            head[name] = value
+        if not line or "Command" in head: raise SystemExit(0)
+        sys.stdin.buffer.read(int(head.get("Content-Length", 0)))
+        if "Sequence-Number" in head: yield int(head["Sequence-Number"]), head["Timestamp"]
+
+def object(id="3", x="20", y="20", w="16", h="8", density="50"):
+    return (f'<OBJECT OID="1.1.{id}">\n<BOX X="{x}" Y="{y}" W="{w}" H="{h}" DENS="{density}"/>\n<SHAPE>\n</SHAPE>\n</OBJECT>')
+
+def answer(number, stamp, *objects):
+    body = ""
+    if objects:
+        body = (f'<ANALYTICS>\n<FRAME DEVID="1" TIMESTAMP=" {stamp}" SEQ="{number}"/>\n<TRACKING ANALYZERID="1">' +
+                "".join(objects) + "</TRACKING>\n</ANALYTICS>\n")
+    say("ANALYTICS.CARTRIDGE\r\nStatus: OK\r\n" + (f"Content-Length: {len(body)}\r\n" if body else "") +
+        f"Timestamp: {stamp}\r\nSequence-Number: {number}\r\n\r\n" + body)
+
+say("ANALYTICS.CARTRIDGE\r\nStatus: OK\r\n\r\n")
+"""
 
 
 class HostTest(unittest.TestCase):
@@ -69,6 +105,9 @@ class HostTest(unittest.TestCase):
         path.chmod(0o755)
         return path
 
+    def analyzer(self, body):
+        return self.script("analyzer", STAND_IN + body)
+
     def ffmpeg(self, *args):
         subprocess.run(["ffmpeg", "-v", "error", "-y", *map(str, args)], cwd=self.dir, check=True, stdin=subprocess.DEVNULL)
 
@@ -118,7 +157,10 @@ def recorded_frames(path):
         end = data.index(b"\r\n\r\n", at) + 4
         header = dict(line.split(b": ", 1) for line in data[at:end].split(b"\r\n") if b": " in line)
         length = int(header.get(b"Content-Length", 0))
+        if b"Recording-Reply" in header:  # the last frame's request again: its hash is that of header and pixels
+            assert header[b"Recording-Reply"].split()[2].decode() == request.hexdigest(), "a hash that is wrong"
         if length:
+            request = hashlib.blake2b(data[at:end + length], digest_size=32)
             frames.append((int(header[b"Image-width"]), int(header[b"Image-height"]), data[end:end + length]))
         at = end + length
     return frames

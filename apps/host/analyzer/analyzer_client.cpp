@@ -11,6 +11,11 @@
 #include "analyzer/reply.h"
 
 namespace fleifeisa::host {
+namespace {
+
+constexpr std::size_t kLastLines = 5, kMaxLastWord = 300;
+
+}  // namespace
 
 AnalyzerClient::AnalyzerClient(const AnalyzerSettings& settings) {
     Process::Options options;
@@ -78,7 +83,17 @@ std::vector<std::string> AnalyzerClient::takeErrors() {
         if (end > 0) lines.push_back(error_text_.substr(0, end));
         error_text_.erase(0, end + 1);
     }
+    for (const std::string& line : lines) last_lines_.push_back(line.substr(0, kMaxLastWord));
+    while (last_lines_.size() > kLastLines) last_lines_.pop_front();
     return lines;
+}
+
+std::string AnalyzerClient::lastWords() {
+    if (process_.err) takeErrors();
+    if (!error_text_.empty()) last_lines_.push_back(error_text_.substr(0, kMaxLastWord));  // without its line's end
+    std::string text;
+    for (const std::string& line : last_lines_) text += (text.empty() ? "" : "; ") + line;
+    return text;
 }
 
 bool AnalyzerClient::nextReply(std::string& bytes) {

@@ -43,6 +43,8 @@ class AnalyzerClient {
     void read();
     /// Lines it wrote to standard error since the last call.
     std::vector<std::string> takeErrors();
+    /// The last lines of all that it wrote there: what it had to say before it died.
+    std::string lastWords();
 
     /// Takes the next complete reply, exact bytes. @throws AnalyzerError where it is none
     bool nextReply(std::string& bytes);
@@ -59,6 +61,7 @@ class AnalyzerClient {
     std::deque<std::span<const char>> outgoing_;
     std::string incoming_;
     std::string error_text_;
+    std::deque<std::string> last_lines_;
 };
 
 /// The header of a frame's request: everything but the pixels.

@@ -1,6 +1,7 @@
 #include "analyzer/reply.h"
 
 #include <charconv>
+#include <climits>
 #include <stdexcept>
 
 namespace fleifeisa::host {
@@ -59,10 +60,11 @@ class Scanner {
         if (end == std::string_view::npos) fail("malformed document");
         rest_.remove_prefix(end + 1);
     }
-    int number() {
+    int number(const char* what, int least, int most) {
         int value = 0;
         const auto [end, error] = std::from_chars(rest_.data(), rest_.data() + rest_.size(), value);
-        if (error != std::errc()) fail("malformed number in the document");
+        if (error == std::errc::invalid_argument) fail("malformed number in the document");
+        if (error != std::errc() || value < least || value > most) fail(std::string(what) + " out of range");
         rest_.remove_prefix(static_cast<std::size_t>(end - rest_.data()));
         return value;
     }
@@ -74,25 +76,27 @@ class Scanner {
 
 AnalyzerObject parseObject(Scanner& in) {
     AnalyzerObject object{};
-    object.device = in.number();
+    object.device = in.number("a device number", 0, INT_MAX);
     in.take(".");
-    object.analyzer_id = in.number();
+    object.analyzer_id = in.number("an analyzer number", 0, INT_MAX);
     in.take(".");
-    object.id = in.number();
+    object.id = in.number("an object's id", 0, kMaxObjectId);
     in.take("\">\n<BOX X=\"");
-    const int x = in.number();
+    constexpr int kFar = kMaxFrameSide + kBoxMargin;
+    const int x = in.number("a box", -kBoxMargin, kFar);
     in.take("\" Y=\"");
-    const int y = in.number();
+    const int y = in.number("a box", -kBoxMargin, kFar);
     in.take("\" W=\"");
-    object.width = in.number();
+    object.width = in.number("a box", 1, kFar + kBoxMargin);
     in.take("\" H=\"");
-    object.height = in.number();
+    object.height = in.number("a box", 1, kFar + kBoxMargin);
     in.take("\" DENS=\"");
-    object.density = in.number();
+    object.density = in.number("a density", 0, 100);
     in.take("\"/>\n<SHAPE>\n</SHAPE>\n</OBJECT>");
-    if (object.width < 1 || object.height < 1) fail("empty box");
     object.left = x - object.width / 2;  // X and Y are the centre: left + width / 2, truncated
     object.top = y - object.height / 2;
+    const auto within = [](int from, int size) { return from >= -kBoxMargin && from + size <= kFar; };
+    if (!within(object.left, object.width) || !within(object.top, object.height)) fail("a box out of range");
     return object;
 }
 
@@ -103,9 +107,12 @@ std::vector<AnalyzerObject> parseDocument(std::string_view document) {
     in.take("<FRAME DEVID=\"");
     in.skipLine();  // device, time and sequence are known from the request
     in.take("<TRACKING ANALYZERID=\"");
-    in.number();
+    in.number("an analyzer number", 0, INT_MAX);
     in.take("\">");
-    while (in.tryTake("<OBJECT OID=\"")) objects.push_back(parseObject(in));
+    while (in.tryTake("<OBJECT OID=\"")) {
+        if (objects.size() == kMaxObjects) fail("too many objects");
+        objects.push_back(parseObject(in));
+    }
     in.take("</TRACKING>\n</ANALYTICS>\n");
     if (!in.done()) fail("text behind the document");
     return objects;
@@ -121,6 +128,7 @@ std::size_t replyLength(std::string_view bytes) {
         if (bytes.size() > kMaxHeaderBytes) fail("headers without an end");
         return 0;
     }
+    if (end > kMaxHeaderBytes) fail("headers too long");
     const std::size_t total = end + kHeaderEnd.size() + bodyLength(bytes.substr(0, end));
     return bytes.size() < total ? 0 : total;
 }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 
 #include "camera/output_types.h"
 #include "common/log.h"
@@ -18,7 +17,9 @@ namespace {
 // takes twice as long. An analyzer that worked for a while begins anew.
 constexpr double kFirstDelay = 0.05, kLongestDelay = 30;
 constexpr Clock::duration kSound = std::chrono::seconds(30);
-constexpr Clock::duration kShutdownGrace = std::chrono::seconds(2);
+// A stop takes no longer than these two together, so that a service ends within three seconds whatever hangs.
+constexpr Clock::duration kShutdownGrace = std::chrono::milliseconds(1200);
+constexpr Clock::duration kStopGrace = std::chrono::seconds(1);  // for the answer to the frame in work
 constexpr int kGiveUp = 7;    // analyzers in a row without an answer; a live camera never gives up
 constexpr int kAttempts = 3;  // a frame over which so many analyzers die is given up
 // While the analyzer works on one frame the next one already lies in the pipe. A live camera waits for the answer
@@ -26,25 +27,13 @@ constexpr int kAttempts = 3;  // a frame over which so many analyzers die is giv
 constexpr std::size_t kFileWindow = 2, kLiveWindow = 1;
 constexpr std::int64_t kLastSequence = 2'147'483'647;
 
-/// A service that starts again must not overwrite what it wrote before: frames.jsonl becomes frames.jsonl.1, or .2 ...
-void keepEarlierFile(const std::string& path) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    fs::create_directories(fs::path(path).parent_path(), error);
-    if (!fs::is_regular_file(path, error) || fs::file_size(path, error) == 0) return;
-    int number = 1;
-    while (fs::exists(path + "." + std::to_string(number), error)) ++number;
-    fs::rename(path, path + "." + std::to_string(number), error);
-    if (error) throw OutputError(path + ": the file of an earlier run cannot be renamed: " + error.message());
-}
-
 }  // namespace
 
 Camera::Camera(CameraConfig config, std::vector<Output*> extra)
     : config_(std::move(config)),
       feeder_(config_.name, config_.source),
       window_(feeder_.live() ? kLiveWindow : kFileWindow) {
-    for (Output* output : extra) sinks_.push_back({output, "summary"});
+    for (Output* output : extra) sinks_.push_back({output, {"summary", ""}});
 }
 
 Camera::~Camera() {
@@ -68,14 +57,19 @@ void Camera::prepare() {
     if (config_.analyzer.root.empty() && environment) config_.analyzer.root = environment;
     if (config_.control.any())
         writeControlFile(controlPath(config_.analyzer.root, config_.analyzer.device), controlText(config_.control));
+}
+
+void Camera::openOutputs() {
+    if (std::exchange(opened_, true)) return;
     for (const OutputChoice& wanted : config_.outputs) openOutput(wanted);
 }
 
 void Camera::openOutput(const OutputChoice& wanted) {
+    OutputChoice choice = wanted;
+    choice.policy.service = config_.service;
     try {
-        if (config_.service) keepEarlierFile(wanted.path);
-        owned_.push_back(makeOutput(wanted, info()));
-        sinks_.push_back({owned_.back().get(), wanted.type});
+        owned_.push_back(makeOutput(choice, info()));
+        sinks_.push_back({owned_.back().get(), choice});
     } catch (const OutputError& error) {
         if (!config_.service) throw;
         logError(config_.name, "output " + wanted.type + " is left out: " + error.what());
@@ -89,8 +83,14 @@ void Camera::start(const Event& done) {
 }
 
 void Camera::stop() {
+    if (!stopping_) stopped_at_ = Clock::now().time_since_epoch().count();
     stopping_ = true;
     feeder_.stop();
+    wake_.set();
+}
+
+void Camera::reopenOutputs() {
+    reopen_ = true;
     wake_.set();
 }
 
@@ -108,6 +108,9 @@ void Camera::run() {
             logWarning(config_.name, "the analyzer did not end when asked to and was killed");
         analyzer_.reset();
         if (feeder_.exitCode() != 0) exit_code_ = feeder_.exitCode();
+    } catch (const OutputError& error) {
+        logError(config_.name, error.what());
+        exit_code_ = EX_CANTCREAT;
     } catch (const std::exception& error) {
         logError(config_.name, error.what());
         exit_code_ = EX_SOFTWARE;
@@ -124,6 +127,7 @@ void Camera::serve() {
         if (!analyzer_ && !given_up_ && Clock::now() >= restart_at_) startAnalyzer();
         if (given_up_) return;
         applyControl();
+        reopenWhereAsked();
         takeFrames();
         if (in_flight_.empty() && (stopping_ || (feeder_.ended() && !held_))) return;
         // Without an analyzer nothing more gets answered, so a stop does not wait for one to come.
@@ -174,6 +178,12 @@ void Camera::takeFrames() {
             analyzer_->shutdown(kShutdownGrace);
             startAnalyzer();
             if (!analyzer_) return;
+        } else if (width_ != 0 && freshAnalyzerWanted()) {
+            if (!in_flight_.empty()) return;
+            logInfo(config_.name, "a recording begins a new file: a new analyzer learns the scene anew");
+            analyzer_->shutdown(kShutdownGrace);
+            startAnalyzer();
+            if (!analyzer_) return;
         }
         sendNext();
     }
@@ -205,9 +215,18 @@ bool Camera::readFrame(Request& request) {
     return true;
 }
 
+bool Camera::freshAnalyzerWanted() const {
+    return std::ranges::any_of(sinks_, [](const Sink& sink) { return sink.output->state().wants_fresh_analyzer; });
+}
+
+void Camera::reopenWhereAsked() {
+    if (reopen_.exchange(false)) callOutputs([](Output& output) { output.reopen(); });
+}
+
 /// The outputs hear of an analyzer when it gets its first frame: some sources know their rate no earlier.
 void Camera::sendRequest(Request& request) {
     if (std::exchange(unannounced_, false)) {
+        openOutputs();
         const CameraInfo camera = info();
         callOutputs([&camera](Output& output) { output.started(camera); });
     }
@@ -228,7 +247,7 @@ void Camera::pollOnce() {
     if (stopping_) items[0].fd = -1;
     Clock::time_point deadline = Clock::now() + std::chrono::minutes(1);
     if (!analyzer_) deadline = restart_at_;
-    if (analyzer_ && !in_flight_.empty()) deadline = waiting_since_ + seconds(config_.answer_seconds);
+    if (analyzer_ && !in_flight_.empty()) deadline = answerDeadline();
     if (::poll(items.data(), items.size(), pollTimeout(deadline)) <= 0) return;
     if (items[4].revents != 0)
         for (const std::string& line : analyzer_->takeErrors()) logDebug(config_.name, "analyzer: " + line);
@@ -261,7 +280,8 @@ void Camera::handleReply(const std::string& bytes) {
     result.sequence = request.sequence;
     result.time_ns = request.time_ns;
     result.live = feeder_.live();
-    result.dropped = request.dropped;
+    result.realtime = result.live || config_.source.realtime;
+    result.dropped = request.dropped + std::exchange(lost_untold_, 0);
     result.width = request.width;
     result.height = request.height;
     result.detection = reply.detection;
@@ -281,8 +301,16 @@ void Camera::handleReply(const std::string& bytes) {
     waiting_since_ = Clock::now();
 }
 
+/// When the oldest request's time is up. A stop does not wait as long as a running camera.
+Clock::time_point Camera::answerDeadline() const {
+    const Clock::time_point usual = waiting_since_ + seconds(config_.answer_seconds);
+    if (!stopping_) return usual;
+    return std::min(usual, Clock::time_point(Clock::duration(stopped_at_)) + kStopGrace);
+}
+
 void Camera::checkAnswerTime() {
-    if (in_flight_.empty() || Clock::now() < waiting_since_ + seconds(config_.answer_seconds)) return;
+    if (in_flight_.empty() || Clock::now() < answerDeadline()) return;
+    if (stopping_) throw AnalyzerError("the analyzer gave no answer to the frame in work and was killed");
     char text[96];
     std::snprintf(text, sizeof text, "the analyzer gave no answer for %g s and was killed", config_.answer_seconds);
     throw AnalyzerError(text);
@@ -303,55 +331,92 @@ void Camera::startAnalyzer() {
 
 /// Frames of a file are kept and sent again; a live frame is history by then.
 void Camera::analyzerFailed(const std::string& why) {
+    std::string reason = why;
     if (analyzer_ && Clock::now() - started_at_ > kSound) restart_delay_ = 0;
+    if (analyzer_)
+        if (const std::string words = analyzer_->lastWords(); !words.empty()) reason += " (it last said: " + words + ")";
     analyzer_.reset();
-    std::int64_t lost = 0;
-    if (feeder_.live()) {
-        lost = static_cast<std::int64_t>(in_flight_.size());
+    if (stopping_) {
+        counts_.lost += static_cast<std::int64_t>(in_flight_.size());
         in_flight_.clear();
-    } else if (!in_flight_.empty() && ++in_flight_.front().attempts >= kAttempts) {
-        logError(config_.name, "frame " + std::to_string(in_flight_.front().sequence) +
-                                   " is given up: " + std::to_string(kAttempts) + " analyzers died over it");
-        in_flight_.pop_front();
-        lost = 1;
-        exit_code_ = EX_SOFTWARE;
+        logWarning(config_.name, reason);
+        return;
     }
+    const std::int64_t lost = giveUpFrames();
     if (!feeder_.live() && ++failures_in_a_row_ >= kGiveUp) {
         logError(config_.name,
-                 why + "; that was the " + std::to_string(kGiveUp) + "th in a row, the camera is given up");
+                 reason + "; that was the " + std::to_string(kGiveUp) + "th in a row, the camera is given up");
         counts_.lost += static_cast<std::int64_t>(in_flight_.size());
         in_flight_.clear();
         given_up_ = true;
         exit_code_ = EX_UNAVAILABLE;
         return;
     }
-    counts_.lost += lost;
-    last_sequence_ -= feeder_.live() ? lost : 0;  // their numbers are used again
     ++counts_.restarts;
     restart_delay_ = restart_delay_ == 0 ? kFirstDelay : std::min(2 * restart_delay_, kLongestDelay);
     restart_at_ = Clock::now() + seconds(restart_delay_);
     char text[96];
     std::snprintf(text, sizeof text, "; a new one starts in %g s (frames lost: %lld)", restart_delay_,
                   static_cast<long long>(lost));
-    logWarning(config_.name, why + text);
+    logWarning(config_.name, reason + text);
 }
 
-/// An output that fails is reported and dropped; the camera goes on.
+/// After a death: live frames are lost, and so is a file's frame over which too many analyzers have died. Their numbers
+/// are used again, and the next frame's `dropped` counts them.
+std::int64_t Camera::giveUpFrames() {
+    std::int64_t lost = 0;
+    if (feeder_.live()) {
+        lost = static_cast<std::int64_t>(in_flight_.size());
+        for (const Request& request : in_flight_) lost_untold_ += 1 + request.dropped;
+        in_flight_.clear();
+    } else if (!in_flight_.empty() && ++in_flight_.front().attempts >= kAttempts) {
+        logError(config_.name, "frame " + std::to_string(in_flight_.front().sequence) +
+                                   " is given up: " + std::to_string(kAttempts) + " analyzers died over it");
+        lost_untold_ += 1 + in_flight_.front().dropped;
+        in_flight_.pop_front();
+        for (Request& request : in_flight_)
+            request.header = frameHeader(request.width, request.height, request.time_ns, --request.sequence);
+        lost = 1;
+        exit_code_ = EX_SOFTWARE;
+    }
+    counts_.lost += lost;
+    last_sequence_ -= lost;
+    return lost;
+}
+
+/// An output that fails is reported, once, and tries again by itself; the camera goes on.
 void Camera::callOutputs(const std::function<void(Output&)>& call) {
     for (auto it = sinks_.begin(); it != sinks_.end();) {
+        Sink& sink = *it;
         try {
-            call(*it->output);
-            ++it;
+            call(*sink.output);
+        } catch (const OutputError& error) {
+            if (!std::exchange(sink.failing, true))
+                logError(config_.name,
+                         "output " + sink.choice.type + " fails, it is tried again: " + error.what());
         } catch (const std::exception& error) {
-            logError(config_.name, "output " + it->what + " is given up: " + error.what());
+            logError(config_.name, "output " + sink.choice.type + " is given up: " + error.what());
             exit_code_ = EX_IOERR;
+            ends_.push_back({sink.choice, {true, sink.output->state().lost}});
             it = sinks_.erase(it);
+            continue;
         }
+        if (sink.failing && !sink.output->state().failing) {
+            sink.failing = false;
+            logWarning(config_.name, "output " + sink.choice.type + " is written again, records lost until now: " +
+                                         std::to_string(sink.output->state().lost));
+        }
+        ++it;
     }
 }
 
 void Camera::finishOutputs() {
     callOutputs([](Output& output) { output.finish(); });
+    for (const Sink& sink : sinks_) {
+        const OutputState state = sink.output->state();
+        if (exit_code_ == 0 && (sink.failing || state.failing || state.lost > 0)) exit_code_ = EX_IOERR;
+        ends_.push_back({sink.choice, {sink.failing || state.failing, state.lost}});
+    }
 }
 
 }  // namespace fleifeisa::host

@@ -22,9 +22,15 @@ struct CameraConfig {
     ControlParameters control;
     std::vector<OutputChoice> outputs;
     double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
-    bool service = false;        ///< files of an earlier run are renamed; an output that cannot be made is left out
+    bool service = false;        ///< files of an earlier run are kept; an output that cannot be made is tried again
 
     bool operator==(const CameraConfig&) const = default;
+};
+
+/// What became of an output, once its camera has ended.
+struct OutputEnd {
+    OutputChoice choice;
+    OutputState state;
 };
 
 /// What a camera has done so far; read from other threads.
@@ -45,12 +51,15 @@ class Camera {
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
 
-    /// Writes the control file and opens the outputs. @throws OutputError (not as a service), std::system_error
+    /// Writes the control file. Outputs are opened when the source has delivered its first frame, so that a source that
+    /// does not exist costs no file of an earlier run. @throws std::system_error
     void prepare();
     /// `done` is set (among others) when the camera has ended.
     void start(const Event& done);
-    /// Ends it in order: the frame in work is answered, outputs are made complete.
+    /// Ends it in order, in some two seconds at most: the frame in work is answered, outputs are made complete.
     void stop();
+    /// Files may have been moved away: outputs begin new ones (Output::reopen).
+    void reopenOutputs();
     /// New control parameters take effect between two frames.
     void setControl(const ControlParameters& control);
 
@@ -59,6 +68,8 @@ class Camera {
     bool done() const { return done_; }
     /// sysexits status, once done.
     int exitCode() const { return exit_code_; }
+    /// Of each output that was opened, once done.
+    const std::vector<OutputEnd>& outputEnds() const { return ends_; }
 
  private:
     struct Request {
@@ -81,17 +92,23 @@ class Camera {
     void checkAnswerTime();
     void startAnalyzer();
     void analyzerFailed(const std::string& why);
+    std::int64_t giveUpFrames();
     void sendRequest(Request& request);
     void callOutputs(const std::function<void(Output&)>& call);
     void finishOutputs();
+    void openOutputs();
     void openOutput(const OutputChoice& wanted);
+    void reopenWhereAsked();
+    bool freshAnalyzerWanted() const;
+    Clock::time_point answerDeadline() const;
     CameraInfo info() const;
 
     CameraConfig config_;
     Feeder feeder_;
     Event wake_;  ///< stop or new control parameters
     CameraCounts counts_;
-    std::atomic<bool> stopping_{false}, done_{false};
+    std::atomic<bool> stopping_{false}, done_{false}, reopen_{false};
+    std::atomic<Clock::rep> stopped_at_{0};
     std::atomic<int> exit_code_{0};
     const Event* done_event_ = nullptr;
 
@@ -101,10 +118,13 @@ class Camera {
     // the thread's own
     struct Sink {
         Output* output;
-        std::string what;
+        OutputChoice choice;
+        bool failing = false;  ///< and said so
     };
     std::vector<std::unique_ptr<Output>> owned_;
     std::vector<Sink> sinks_;
+    std::vector<OutputEnd> ends_;
+    bool opened_ = false;
     std::unique_ptr<AnalyzerClient> analyzer_;
     std::deque<Request> in_flight_;        ///< sent or to be sent, oldest first
     std::vector<std::uint8_t> spare_rgb_;  ///< memory of an answered frame
@@ -118,6 +138,7 @@ class Camera {
     int failures_in_a_row_ = 0;  ///< analyzers that ended without a single answer
     bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
+    std::int64_t lost_untold_ = 0;  ///< frames lost since the last one that the outputs heard of
     int width_ = 0, height_ = 0;  ///< of this analyzer's frames
     bool unannounced_ = false;    ///< the outputs have not heard of this analyzer
     std::thread thread_;

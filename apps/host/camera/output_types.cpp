@@ -16,11 +16,11 @@ namespace fleifeisa::host {
 namespace {
 
 template <class T>
-std::unique_ptr<Output> make(const std::string& path, const CameraInfo& camera) {
-    if constexpr (std::is_constructible_v<T, const std::string&, const CameraInfo&>)
-        return std::make_unique<T>(path, camera);
+std::unique_ptr<Output> make(const OutputChoice& wanted, const CameraInfo& camera) {
+    if constexpr (std::is_constructible_v<T, const std::string&, const CameraInfo&, const FilePolicy&>)
+        return std::make_unique<T>(wanted.path, camera, wanted.policy);
     else
-        return std::make_unique<T>(path);
+        return std::make_unique<T>(wanted.path, wanted.policy);
 }
 
 constexpr auto kTypes = std::to_array<OutputType>({
@@ -48,7 +48,7 @@ const OutputType* findOutputType(std::string_view name) {
 std::unique_ptr<Output> makeOutput(const OutputChoice& wanted, const CameraInfo& camera) {
     const OutputType* type = findOutputType(wanted.type);
     if (type == nullptr) throw OutputError("unknown output type '" + wanted.type + "'");
-    return type->make(wanted.path, camera);
+    return type->make(wanted, camera);
 }
 
 }  // namespace fleifeisa::host

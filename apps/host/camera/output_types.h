@@ -14,7 +14,7 @@ namespace fleifeisa::host {
 struct OutputType {
     std::string_view name;          ///< as users write it
     std::string_view default_file;  ///< in the output directory, where no path is given
-    std::unique_ptr<Output> (*make)(const std::string& path, const CameraInfo& camera);
+    std::unique_ptr<Output> (*make)(const OutputChoice& wanted, const CameraInfo& camera);
 };
 
 /// In the order in which they are listed for users.
@@ -24,7 +24,7 @@ std::span<const OutputType> outputTypes();
 const OutputType* findOutputType(std::string_view name);
 
 /// Opens the output (its file is created here, so that a path that cannot be written fails at once).
-/// @throws OutputError
+/// @throws OutputError unless its policy is that of a service
 std::unique_ptr<Output> makeOutput(const OutputChoice& wanted, const CameraInfo& camera);
 
 }  // namespace fleifeisa::host

@@ -1,8 +1,11 @@
 // All cameras of one run, the signals, and the end.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "camera/camera.h"
@@ -14,26 +17,41 @@ void blockSignals();
 
 class Supervisor {
  public:
+    /// From here on a thread of its own takes the signals, whatever the others are doing: SIGTERM and SIGINT end all
+    /// cameras in order; a second one, or three seconds, end the process at once (status 128 + signal).
     Supervisor();
+    ~Supervisor();
+    Supervisor(const Supervisor&) = delete;
+    Supervisor& operator=(const Supervisor&) = delete;
 
     void add(std::unique_ptr<Camera> camera);
-    /// Stops a camera and waits for its end.
-    void remove(Camera& camera);
+    /// Stops a camera without waiting for it; `ended` is called from run() when it has ended, before it goes.
+    void remove(Camera& camera, std::function<void(const Camera&)> ended);
     const std::vector<std::unique_ptr<Camera>>& cameras() const { return cameras_; }
 
-    /// Runs until every camera has ended. SIGTERM and SIGINT end them in order, a second one at once (status 128 +
-    /// signal); SIGHUP calls `reload`. `tick` is called a few times a second where it is given.
-    /// Returns the exit status: 0, or the first failure.
+    /// Runs until every camera has ended. SIGHUP calls `reload`. `tick` is called a few times a second where it is
+    /// given. Returns the exit status: 0, or the first failure.
     int run(const std::function<void()>& tick, const std::function<void()>& reload);
+    bool stopping() const { return stopping_; }
+    /// Whether a camera like this was removed and has not ended yet.
+    bool anyLeaving(const std::function<bool(const CameraConfig&)>& like) const;
 
  private:
-    void handleSignals(const std::function<void()>& reload);
+    struct Leaving {
+        std::unique_ptr<Camera> camera;
+        std::function<void(const Camera&)> ended;
+    };
+    void takeSignals();
+    void letGo();
     bool allDone() const;
 
     Fd signals_;
-    Event done_;
-    bool stopping_ = false;
+    Event woken_;  ///< a camera has ended, or a signal has come
+    Event over_;
+    std::atomic<bool> stopping_{false}, reload_{false};
     std::vector<std::unique_ptr<Camera>> cameras_;
+    std::vector<Leaving> leaving_;
+    std::thread thread_;
 };
 
 }  // namespace fleifeisa::host

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "camera/output_types.h"
+#include "cli/nearest.h"
 #include "common/log.h"
 
 namespace fleifeisa::host {
@@ -46,12 +47,19 @@ PrivateRoot::~PrivateRoot() {
 
 OutputChoice parseOutputChoice(const std::string& text, const std::string& directory) {
     const std::size_t equals = text.find('=');
-    OutputChoice wanted{text.substr(0, equals), equals == std::string::npos ? "" : text.substr(equals + 1)};
+    OutputChoice wanted{text.substr(0, equals), equals == std::string::npos ? "" : text.substr(equals + 1), {}};
     const OutputType* type = findOutputType(wanted.type);
     if (type == nullptr) {
+        std::vector<std::string> names;
         std::string known;
-        for (const OutputType& each : outputTypes()) known += (known.empty() ? "" : ", ") + std::string(each.name);
-        throw SourceError(EX_USAGE, "there is no output '" + wanted.type + "' (there are " + known + ")");
+        for (const OutputType& each : outputTypes()) {
+            names.emplace_back(each.name);
+            known += (known.empty() ? "" : ", ") + names.back();
+        }
+        const std::string meant = nearest(wanted.type, names);
+        throw SourceError(EX_USAGE, "there is no output '" + wanted.type + "'" +
+                                        (meant.empty() ? "" : ", did you mean " + meant + "?") + " (there are " + known +
+                                        ")");
     }
     if (wanted.path.empty()) {
         makeDirectory(directory);

@@ -14,6 +14,7 @@ struct PlayOptions {
     CameraConfig camera;
     std::string analyzer;              ///< path of the analyzer, "": found
     std::string out = "out";           ///< directory for outputs without a path of their own
+    Rotation rotation;                 ///< of outputs that grow
     std::vector<std::string> outputs;  ///< "type" or "type=path"; empty: the usual ones
     bool quiet = false;                ///< no table, no progress
 };

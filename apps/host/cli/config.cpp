@@ -9,27 +9,13 @@
 
 #include "camera/output_types.h"
 #include "cli/commands.h"
+#include "cli/nearest.h"
 #include "cli/values.h"
 
 namespace fleifeisa::host {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Number of single-character edits between two words, for "did you mean".
-std::size_t editDistance(std::string_view a, std::string_view b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return row.back();
-}
 
 class Loader {
  public:
@@ -48,11 +34,12 @@ class Loader {
             return config;
         }
         Table top(*this, root, "");
-        top.keys({"analyzer", "root", "outputs", "camera"});
+        top.keys({"analyzer", "root", "outputs", "rotate", "camera"});
         if (const auto text = top.text("analyzer"))
             config.analyzer = text->find('/') == std::string::npos ? *text : resolved(*text);
         if (const auto text = top.text("root")) root_ = resolved(*text);
         output_directory_ = resolved(top.text("outputs").value_or("out"));
+        readRotation(top, "rotate", rotation_);
         readCameras(root, config);
         std::ranges::stable_sort(faults_, {}, &std::pair<std::uint32_t, std::string>::first);
         for (const auto& [line, message] : faults_)
@@ -71,10 +58,9 @@ class Loader {
             for (const auto& [key, node] : table_) {
                 const std::string name(key.str());
                 if (std::ranges::find(known, name) != known.end()) continue;
-                const auto nearest =
-                    *std::ranges::min_element(known, {}, [&](const char* k) { return editDistance(k, name); });
-                std::string message = "unknown key";
-                if (editDistance(nearest, name) <= 2) message += std::string(" (did you mean ") + nearest + "?)";
+                const std::vector<std::string> words(known.begin(), known.end());
+                const std::string meant = nearest(name, words);
+                const std::string message = "unknown key" + (meant.empty() ? "" : " (did you mean " + meant + "?)");
                 loader_.complain(key.source().begin.line, prefix_ + name, message);
             }
         }
@@ -170,14 +156,14 @@ class Loader {
         camera.analyzer.root = root_;
         camera.source.decoder_threads = 1;  // many cameras share the processors already
         const Table in(*this, table, "camera[" + std::to_string(index) + "].");
-        in.keys({"name", "source", "device", "analyzer", "type", "control", "outputs", "size", "region", "rate",
+        in.keys({"name", "source", "device", "analyzer", "type", "control", "outputs", "rotate", "size", "region", "rate",
                  "matrix", "range", "live", "loop", "realtime", "stall_timeout", "answer_timeout", "decoder_threads",
                  "ffmpeg_options"});
         readIdentity(in, camera);
         readSource(in, camera.source);
         if (const toml::table* control = in.table("control"))
             readControl(Table(*this, *control, "camera[" + std::to_string(index) + "].control."), camera.control);
-        readOutputs(in, camera);
+        readOutputs(in, camera, "camera[" + std::to_string(index) + "].");
         return camera;
     }
 
@@ -236,10 +222,27 @@ class Loader {
         threshold("ir_high", control.ir_high);
     }
 
-    void readOutputs(const Table& in, CameraConfig& camera) {
+    /// { size = "100 MB", hours = 24, keep = 7 }: what is not said stays as it is.
+    void readRotation(const Table& in, const std::string& prefix, Rotation& rotation) {
+        const toml::table* const found = in.table("rotate");
+        if (!found) return;
+        const Table table(*this, *found, prefix + ".");
+        table.keys({"size", "hours", "keep"});
+        table.parsed("size", parseBytes, [&rotation](std::uint64_t bytes) { rotation.bytes = bytes; });
+        if (const auto hours = table.number("hours", 0.001, 100'000)) rotation.seconds = *hours * 3600;
+        rotation.keep = static_cast<int>(table.integer("keep", 0, 1'000'000).value_or(rotation.keep));
+    }
+
+    void readOutputs(const Table& in, CameraConfig& camera, const std::string& prefix) {
+        Rotation rotation = rotation_;
+        readRotation(in, prefix + "rotate", rotation);
         for (const std::string& text : in.texts("outputs")) {
-            OutputChoice wanted{text.substr(0, text.find('=')), ""};
-            if (text.find('=') != std::string::npos) wanted.path = resolved(text.substr(text.find('=') + 1));
+            OutputChoice wanted{text.substr(0, text.find('=')), "", {}};
+            wanted.policy.rotation = rotation;
+            if (text.ends_with("=-"))
+                wanted.path = "-";
+            else if (text.find('=') != std::string::npos)
+                wanted.path = resolved(text.substr(text.find('=') + 1));
             const OutputType* type = findOutputType(wanted.type);
             if (type == nullptr) {
                 in.complain("outputs", "there is no output '" + wanted.type + "'");
@@ -247,8 +250,6 @@ class Loader {
             }
             if (wanted.path.empty())
                 wanted.path = (fs::path(output_directory_) / camera.name / type->default_file).string();
-            if (!paths_.insert(wanted.path).second)
-                in.complain("outputs", wanted.path + " is written by another output");
             camera.outputs.push_back(wanted);
         }
     }
@@ -258,7 +259,8 @@ class Loader {
     std::vector<std::string>& errors_;
     std::vector<std::pair<std::uint32_t, std::string>> faults_;  ///< line and message
     std::string root_, output_directory_;
-    std::set<std::string> names_, paths_;
+    Rotation rotation_;
+    std::set<std::string> names_;
     std::set<std::int64_t> devices_;
 };
 

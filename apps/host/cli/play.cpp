@@ -8,6 +8,7 @@
 
 #include "camera/supervisor.h"
 #include "cli/commands.h"
+#include "cli/paths.h"
 #include "common/log.h"
 #include "outputs/track_table.h"
 
@@ -64,6 +65,7 @@ std::vector<OutputChoice> chosenOutputs(const PlayOptions& options) {
             choices.push_back(parseOutputChoice(std::string(usual), options.out));
     }
     for (const std::string& text : options.outputs) choices.push_back(parseOutputChoice(text, options.out));
+    for (OutputChoice& choice : choices) choice.policy.rotation = options.rotation;
     return choices;
 }
 
@@ -79,8 +81,13 @@ void printEnd(const Camera& camera, const TrackTable& table, double elapsed) {
     if (counts.restarts > 0)
         std::printf("The analyzer was restarted %lld times, %lld frames were lost.\n",
                     static_cast<long long>(counts.restarts), static_cast<long long>(counts.lost));
-    for (const OutputChoice& wanted : camera.config().outputs)
-        std::printf("%-10s %s\n", wanted.type.c_str(), wanted.path.c_str());
+    for (const OutputEnd& output : camera.outputEnds()) {
+        if (output.state.failing || output.choice.path.empty() || output.choice.path == "-") continue;
+        std::printf("%-10s %s", output.choice.type.c_str(), output.choice.path.c_str());
+        if (output.state.lost > 0)
+            std::printf(" (%llu records are missing)", static_cast<unsigned long long>(output.state.lost));
+        std::putchar('\n');
+    }
 }
 
 int play(PlayOptions& options) {
@@ -90,9 +97,12 @@ int play(PlayOptions& options) {
         throw SourceError(EX_UNAVAILABLE,
                           "the analyzer " + (options.analyzer.empty() ? "fleifeisa" : options.analyzer) +
                               " was not found (it is looked for beside this program and in PATH; --analyzer names it)");
+    const auto toStandardOutput = [](const OutputChoice& choice) { return choice.path == "-"; };
     const PrivateRoot root;
     config.analyzer.root = root.path();
     config.outputs = chosenOutputs(options);
+    if (std::ranges::any_of(config.outputs, toStandardOutput)) options.quiet = true;  // the table would stand in it
+    for (const std::string& fault : pathFaults({&config, 1})) throw SourceError(EX_USAGE, fault);
     TrackTable table;
     Supervisor supervisor;
     auto owned = std::make_unique<Camera>(config, std::vector<Output*>{&table});

@@ -3,8 +3,7 @@
 #include <sysexits.h>
 
 #include <array>
-#include <charconv>
-#include <cinttypes>
+#include <algorithm>
 #include <cstdio>
 #include <sstream>
 
@@ -26,6 +25,8 @@ class Replay {
         settings_.program = findAnalyzer(options.analyzer);
         if (settings_.program.empty()) throw SourceError(EX_UNAVAILABLE, "the analyzer was not found");
         settings_.root = root_.path();
+        if (!isRecording(options.recording))
+            throw SourceError(EX_DATAERR, options.recording + ": this is no recording (play takes videos and pictures)");
         if (!options.replies.empty()) replies_ = std::make_unique<FileWriter>(options.replies);
     }
 
@@ -45,7 +46,8 @@ class Replay {
                 case RecordedMessage::kReply:
                     compare(message.value);
                     break;
-                default:
+                case RecordedMessage::kOther:
+                    ended_ = message.header.find("\r\nCommand: SHUTDOWN\r\n") != std::string::npos;
                     break;
             }
         }
@@ -84,7 +86,11 @@ class Replay {
         analyzer_->send(std::span<const std::uint8_t>(message.body));
         ++frames_;
         await();
-        if (replies_) replies_->write(std::string_view(reply_));
+        frame_now_ = recordedReply(message.header, message.body, reply_);
+        ended_ = false;
+        if (!replies_) return;
+        replies_->write(std::string_view(reply_));
+        replies_->endRecord();
     }
 
     /// Exchanges bytes until the reply that carries a sequence number is there.
@@ -107,10 +113,13 @@ class Replay {
 
     void compare(const std::string& value) {
         ++compared_;
-        std::array<char, 64> now{};
-        std::snprintf(now.data(), now.size(), "%zu %016" PRIx64, reply_.size(), fnv1a(reply_));
-        if (value == now.data()) return;
-        if (different_++ == 0) first_different_ = frames_;
+        const auto request = [](const std::string& text) { return text.substr(std::min(text.rfind(' '), text.size())); };
+        if (request(value).size() != request(frame_now_).size())
+            throw SourceError(EX_DATAERR, options_.recording + ": its hashes are not those of this version");
+        if (value == frame_now_) return;
+        const bool changed = request(value) != request(frame_now_);
+        if (changed && changed_++ == 0) first_changed_ = frames_;
+        if (!changed && different_++ == 0) first_different_ = frames_;
     }
 
     int report() const {
@@ -119,15 +128,20 @@ class Replay {
             std::printf("%lld frames replayed.\n", number(frames_));
             return 0;
         }
+        if (!ended_) logError("", options_.recording + ": the end is missing, it was cut off or never completed");
         if (compared_ == 0) throw SourceError(EX_DATAERR, options_.recording + ": it holds no replies to compare with");
-        if (different_ == 0 && compared_ == frames_) {
+        if (changed_ > 0)
+            logError("", std::to_string(changed_) + " frames are not those that were recorded, the first of them frame " +
+                             std::to_string(first_changed_));
+        if (different_ + changed_ == 0 && compared_ == frames_) {
+            if (!ended_) return EX_DATAERR;
             std::printf("%lld frames replayed, every reply is the same.\n", number(frames_));
             return 0;
         }
         if (different_ > 0)
             logError("", std::to_string(different_) + " of " + std::to_string(compared_) +
                              " replies differ, the first at frame " + std::to_string(first_different_));
-        else
+        if (compared_ != frames_)
             logError("",
                      std::to_string(frames_ - compared_) + " frames of the recording carry no reply to compare with");
         return EX_DATAERR;
@@ -140,8 +154,11 @@ class Replay {
     std::unique_ptr<AnalyzerClient> analyzer_;
     std::unique_ptr<FileWriter> replies_;
     std::string control_, reply_;
-    bool control_changed_ = false;
-    std::int64_t frames_ = 0, compared_ = 0, different_ = 0, first_different_ = 0;
+    std::string frame_now_;  ///< what Recording-Reply would say of the latest frame
+    bool control_changed_ = false, ended_ = false;
+    std::int64_t frames_ = 0, compared_ = 0;
+    std::int64_t different_ = 0, first_different_ = 0;  ///< answers
+    std::int64_t changed_ = 0, first_changed_ = 0;      ///< frames of the file itself
 };
 
 }  // namespace

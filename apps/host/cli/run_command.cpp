@@ -9,6 +9,7 @@
 #include "camera/supervisor.h"
 #include "cli/commands.h"
 #include "cli/config.h"
+#include "cli/paths.h"
 #include "common/log.h"
 
 namespace fleifeisa::host {
@@ -27,6 +28,7 @@ class Service {
         }
         if (!setAnalyzer(config)) return EX_UNAVAILABLE;
         for (const CameraConfig& camera : config.cameras) add(camera);
+        startWaiting();
         const int code = supervisor_.run(nullptr, [this] { reload(); });
         for (const auto& camera : supervisor_.cameras()) report(*camera);
         return code != 0 ? code : failed_;
@@ -36,6 +38,7 @@ class Service {
     bool load(HostConfig& config) const {
         std::vector<std::string> errors;
         config = loadConfig(options_.config, errors);
+        for (const std::string& fault : pathFaults(config.cameras)) errors.push_back(options_.config + ": " + fault);
         for (const std::string& error : errors) logError("", error);
         return errors.empty();
     }
@@ -48,8 +51,33 @@ class Service {
         return !program.empty();
     }
 
+    /// It starts once no camera is in its way that was removed and has not ended yet.
     void add(const CameraConfig& config) {
         configured_.push_back(config);
+        waiting_.push_back(config.name);
+    }
+
+    void startWaiting() {
+        std::erase_if(waiting_, [this](const std::string& name) {
+            const auto config = std::ranges::find(configured_, name, &CameraConfig::name);
+            if (config == configured_.end()) return true;
+            if (supervisor_.stopping() || supervisor_.anyLeaving([&](const CameraConfig& other) {
+                    return sharesAnything(*config, other);
+                }))
+                return false;
+            start(*config);
+            return true;
+        });
+    }
+
+    static bool sharesAnything(const CameraConfig& one, const CameraConfig& other) {
+        return one.name == other.name || one.analyzer.device == other.analyzer.device ||
+               std::ranges::any_of(one.outputs, [&other](const OutputChoice& output) {
+                   return std::ranges::count(other.outputs, output.path, &OutputChoice::path) > 0;
+               });
+    }
+
+    void start(const CameraConfig& config) {
         auto camera = std::make_unique<Camera>(config);
         try {
             camera->prepare();
@@ -70,15 +98,17 @@ class Service {
 
     void drop(const std::string& name) {
         std::erase_if(configured_, [&name](const CameraConfig& one) { return one.name == name; });
-        if (Camera* camera = running(name)) {
-            camera->stop();
-            report(*camera);
-            supervisor_.remove(*camera);
-        }
+        Camera* camera = running(name);
+        if (!camera) return;
+        supervisor_.remove(*camera, [this](const Camera& gone) {
+            report(gone);
+            startWaiting();
+        });
     }
 
     /// SIGHUP. A file with errors changes nothing.
     void reload() {
+        for (const auto& camera : supervisor_.cameras()) camera->reopenOutputs();
         HostConfig config;
         if (!load(config) || !setAnalyzer(config)) {
             logError("", "the configuration in force stays");
@@ -91,6 +121,7 @@ class Service {
             if (!kept) drop(old.name);
         }
         for (const CameraConfig& camera : config.cameras) update(camera);
+        startWaiting();
         logInfo("", "the configuration was read again");
     }
 
@@ -122,6 +153,7 @@ class Service {
     const RunOptions& options_;
     Supervisor supervisor_;
     std::vector<CameraConfig> configured_;
+    std::vector<std::string> waiting_;  ///< names of the configured cameras that are still to be started
     int failed_ = 0;
 };
 

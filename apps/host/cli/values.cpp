@@ -82,4 +82,21 @@ std::string parseThreshold(const std::string& text) {
     return text;
 }
 
+std::uint64_t parseBytes(const std::string& text) {
+    constexpr const char* kExpected = "expected a size, such as 100 MB";
+    std::uint64_t value = 0;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, value);
+    if (error != std::errc()) throw ValueError(kExpected);
+    std::string unit = lower(std::string(end, last));
+    while (unit.starts_with(' ')) unit.erase(0, 1);
+    constexpr std::uint64_t kMost = 1'000'000'000'000'000;
+    for (const char* known : {"", "kb", "mb", "gb", "tb"}) {
+        if (value == 0 || value > kMost) throw ValueError(kExpected);
+        if (unit == known || (unit == "b" && *known == '\0')) return value;
+        value *= 1000;
+    }
+    throw ValueError(kExpected);
+}
+
 }  // namespace fleifeisa::host

@@ -26,5 +26,7 @@ Matrix parseMatrix(const std::string& text);
 bool parseFullRange(const std::string& text);
 /// A decimal number the analyzer's control file takes, returned as written. @throws ValueError
 std::string parseThreshold(const std::string& text);
+/// "500", "64 kB", "100 MB", "2 GB": bytes, in powers of 1000. @throws ValueError
+std::uint64_t parseBytes(const std::string& text);
 
 }  // namespace fleifeisa::host

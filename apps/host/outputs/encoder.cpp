@@ -38,7 +38,8 @@ int even(int value) {
 
 }  // namespace
 
-Encoder::Encoder(std::string path) : file_(path, WriteMode::kWhole), path_(std::move(path)) {
+Encoder::Encoder(std::string path, const FilePolicy& policy)
+    : file_(path, WriteMode::kWhole, policy), path_(std::move(path)) {
     if (findProgram("ffmpeg").empty())
         throw OutputError(path_ +
                           ": annotated video needs ffmpeg, which was not found in PATH (Debian package ffmpeg)");
@@ -47,7 +48,7 @@ Encoder::Encoder(std::string path) : file_(path, WriteMode::kWhole), path_(std::
 void Encoder::start(int width, int height, double rate) {
     Process::Options options;
     options.argv = arguments(file_.workPath(), rate, even(width), even(height));
-    options.pipe_in = options.pipe_err = true;
+    options.pipe_in = options.pipe_err = options.survives = true;
     try {
         ffmpeg_.emplace(options);
     } catch (const std::system_error& error) {

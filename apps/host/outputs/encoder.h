@@ -18,7 +18,7 @@ namespace fleifeisa::host {
 class Encoder {
  public:
     /// @throws OutputError without an ffmpeg, or where the file cannot be created
-    explicit Encoder(std::string path);
+    explicit Encoder(std::string path, const FilePolicy& policy = {});
 
     /// Every picture has the size and the rate of the first. @throws OutputError with what ffmpeg said
     void frame(std::span<const std::uint8_t> rgb, int width, int height, double rate);

@@ -36,8 +36,7 @@ void JsonlOutput::frame(const FrameResult& result) {
     }
     line += "]}\n";
     file_.write(line);
-    file_.endRecord();
-    if (result.live) file_.flush();
+    endRecord(result);
 }
 
 }  // namespace fleifeisa::host

@@ -1,20 +1,16 @@
 // JSON Lines: one object a frame, every frame, also while the background is learnt.
 #pragma once
 
-#include "common/file_writer.h"
-#include "outputs/output.h"
+#include "outputs/file_output.h"
 
 namespace fleifeisa::host {
 
-/// Written in place; of a live source each line leaves at once, so that the file can be followed.
-class JsonlOutput : public Output {
+/// Written in place.
+class JsonlOutput : public FileOutput {
  public:
-    explicit JsonlOutput(const std::string& path) : file_(path) {}
+    explicit JsonlOutput(const std::string& path, const FilePolicy& policy = {})
+        : FileOutput(path, WriteMode::kInPlace, policy) {}
     void frame(const FrameResult& result) override;
-    void finish() override { file_.close(); }
-
- private:
-    FileWriter file_;
 };
 
 }  // namespace fleifeisa::host

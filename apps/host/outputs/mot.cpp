@@ -13,8 +13,7 @@ void MotOutput::frame(const FrameResult& result) {
         // Confidence 1: the density says how full a box is, not how sure. There are no positions in the world.
         file_.write(line + ",1,-1,-1,-1\n");
     }
-    file_.endRecord();
-    if (result.live) file_.flush();
+    endRecord(result);
 }
 
 }  // namespace fleifeisa::host

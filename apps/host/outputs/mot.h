@@ -1,22 +1,20 @@
 // MOTChallenge CSV: frame, id, left, top, width, height, confidence, x, y, z; 1-based, one line an object.
 #pragma once
 
-#include "common/file_writer.h"
-#include "outputs/output.h"
+#include "outputs/file_output.h"
 #include "outputs/track_follower.h"
 
 namespace fleifeisa::host {
 
 /// Written in place. The ids are track numbers (track_follower.h): unique in a frame and in the file.
-class MotOutput : public Output {
+class MotOutput : public FileOutput {
  public:
-    explicit MotOutput(const std::string& path) : file_(path) {}
+    explicit MotOutput(const std::string& path, const FilePolicy& policy = {})
+        : FileOutput(path, WriteMode::kInPlace, policy) {}
     void started(const CameraInfo&) override { follower_.endAll(); }
     void frame(const FrameResult& result) override;
-    void finish() override { file_.close(); }
 
  private:
-    FileWriter file_;
     TrackFollower follower_;
 };
 

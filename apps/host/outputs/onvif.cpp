@@ -1,6 +1,7 @@
 #include "outputs/onvif.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "common/text.h"
 
@@ -38,12 +39,12 @@ void appendObject(std::string& text, const AnalyzerObject& object, std::int64_t 
 
 }  // namespace
 
-OnvifOutput::OnvifOutput(const std::string& path) : file_(path, WriteMode::kAtClose) {
+OnvifOutput::OnvifOutput(const std::string& path, const FilePolicy& policy)
+    : FileOutput(path, WriteMode::kAtClose, policy) {
     file_.write(
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
         "<tt:MetadataStream xmlns:tt=\"http://www.onvif.org/ver10/schema\">\n"
-        "<tt:VideoAnalytics>\n");
-    file_.endRecord();
+        "<tt:VideoAnalytics>\n");  // a record with the first frame
 }
 
 void OnvifOutput::frame(const FrameResult& result) {
@@ -59,10 +60,10 @@ void OnvifOutput::frame(const FrameResult& result) {
 }
 
 void OnvifOutput::finish() {
-    if (finished_) return;
-    finished_ = true;
-    file_.write("</tt:VideoAnalytics>\n</tt:MetadataStream>\n");
-    file_.endRecord();
+    if (!std::exchange(finished_, true)) {
+        file_.write("</tt:VideoAnalytics>\n</tt:MetadataStream>\n");
+        file_.endRecord();
+    }
     file_.close();
 }
 

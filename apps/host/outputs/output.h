@@ -7,7 +7,8 @@
 // Each `started` announces a fresh analyzer process, when its first frame is known: its background is unlearnt and its
 // object ids begin again, so whatever was followed until then has ended.
 //
-// An output that fails throws OutputError. The host reports it once, drops that output and the camera goes on.
+// An output that fails throws OutputError and tries again by itself with what it is given later: state() says how it
+// stands. The camera goes on, and reports both.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +27,9 @@ struct FrameResult {
     std::int64_t sequence = 0;  ///< from 1, without gaps per camera (dropped live frames are never numbered)
     std::int64_t time_ns = 0;   ///< live: nanoseconds since 1970 (UTC); else presentation time from the start
     bool live = false;          ///< which of the two `time_ns` is
-    std::int64_t dropped = 0;   ///< frames of a live source dropped since the frame before
+    bool realtime = false;      ///< live, or played at its own speed: somebody may be watching the files
+    std::int64_t dropped = 0;   ///< frames since the one before that nobody answered: a live source dropped them for
+                                ///< newer ones, or they went down with an analyzer
     int width = 0;              ///< pixels
     int height = 0;             ///< pixels
     bool detection = false;     ///< false: a plain OK, the background was learnt
@@ -48,6 +51,13 @@ struct CameraInfo {
     std::string control;    ///< text of the analyzer's control file, "" where none was written
 };
 
+/// How an output stands.
+struct OutputState {
+    bool failing = false;    ///< what it was given last is not (yet) in its file
+    std::uint64_t lost = 0;  ///< records that are in no file and will never be
+    bool wants_fresh_analyzer = false;  ///< it can begin a new file only where an analyzer begins
+};
+
 class Output {
  public:
     Output() = default;
@@ -63,12 +73,16 @@ class Output {
     /// Makes the files complete. Called once more than needed is harmless. Destruction without it leaves what
     /// there is, where that is of use.
     virtual void finish() = 0;
+    /// Whoever rotates files has moved them away: what is buffered goes out, new files are begun.
+    virtual void reopen() {}
+    virtual OutputState state() const { return {}; }
 };
 
-/// One output as configured: `type` names an output, `path` the file (or directory) it writes.
+/// One output as configured: `type` names an output, `path` the file it writes, "-" standard output.
 struct OutputChoice {
     std::string type;
     std::string path;
+    FilePolicy policy = {};
 
     bool operator==(const OutputChoice&) const = default;
 };

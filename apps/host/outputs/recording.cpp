@@ -1,13 +1,19 @@
 #include "outputs/recording.h"
 
-#include <cstdio>
+#include <utility>
+
+#include "outputs/digest.h"
 
 namespace fleifeisa::host {
+namespace {
 
-std::uint64_t fnv1a(std::string_view bytes) {
-    std::uint64_t hash = 14695981039346656037u;
-    for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211u;
-    return hash;
+constexpr std::string_view kEnd = "ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n";
+
+}  // namespace
+
+std::string recordedReply(std::string_view request, std::span<const std::uint8_t> rgb, std::string_view reply) {
+    const std::span<const char> pixels(reinterpret_cast<const char*>(rgb.data()), rgb.size());
+    return std::to_string(reply.size()) + " " + digestOf({reply}) + " " + digestOf({request, pixels});
 }
 
 void RecordingOutput::note(std::string_view name, std::string_view value) {
@@ -19,12 +25,21 @@ void RecordingOutput::note(std::string_view name, std::string_view value) {
 }
 
 void RecordingOutput::started(const CameraInfo& camera) {
+    if (std::exchange(begun_, true)) {
+        if (file_.newFileDue()) {
+            file_.write(kEnd);
+            file_.endRecord();
+        }
+        file_.beginSession();
+    }
+    lost_before_ = file_.lost();
     note("Recording-Start", std::string(camera.infrared ? "IR " : "COLOR ") + std::to_string(camera.device) + " " +
                                 std::to_string(camera.analyzer_id));
     controlChanged(camera.control);
 }
 
 void RecordingOutput::controlChanged(std::string_view control) {
+    if (broken()) return;
     // An empty value begins the new text, so that a file with fewer lines than before loses the old ones.
     note("Recording-Control", "");
     while (!control.empty()) {
@@ -36,20 +51,25 @@ void RecordingOutput::controlChanged(std::string_view control) {
 }
 
 void RecordingOutput::frame(const FrameResult& result) {
+    if (broken()) {
+        ++left_out_;
+        return;
+    }
     file_.write(result.request);
     file_.write(result.rgb);
-    char text[64];
-    std::snprintf(text, sizeof text, "%zu %016llx", result.reply.size(),
-                  static_cast<unsigned long long>(fnv1a(result.reply)));
-    note("Recording-Reply", text);
+    note("Recording-Reply", recordedReply(result.request, result.rgb, result.reply));
     file_.endRecord();  // a full disk leaves whole frames with their answers
 }
 
+OutputState RecordingOutput::state() const {
+    return {file_.failing() || broken(), file_.lost() + left_out_, !broken() && file_.newFileDue()};
+}
+
 void RecordingOutput::finish() {
-    if (finished_) return;
-    finished_ = true;
-    file_.write("ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n");
-    file_.endRecord();
+    if (!std::exchange(finished_, true)) {
+        file_.write(kEnd);
+        file_.endRecord();
+    }
     file_.close();
 }
 

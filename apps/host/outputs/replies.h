@@ -1,23 +1,18 @@
 // The exact bytes of the answer to every frame, one after the other. Written in place.
 #pragma once
 
-#include "common/file_writer.h"
-#include "outputs/output.h"
+#include "outputs/file_output.h"
 
 namespace fleifeisa::host {
 
-class RepliesOutput : public Output {
+class RepliesOutput : public FileOutput {
  public:
-    explicit RepliesOutput(const std::string& path) : file_(path) {}
+    explicit RepliesOutput(const std::string& path, const FilePolicy& policy = {})
+        : FileOutput(path, WriteMode::kInPlace, policy) {}
     void frame(const FrameResult& result) override {
         file_.write(result.reply);
-        file_.endRecord();
-        if (result.live) file_.flush();
+        endRecord(result);
     }
-    void finish() override { file_.close(); }
-
- private:
-    FileWriter file_;
 };
 
 }  // namespace fleifeisa::host

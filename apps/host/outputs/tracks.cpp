@@ -1,6 +1,7 @@
 #include "outputs/tracks.h"
 
 #include <cmath>
+#include <exception>
 
 #include "common/text.h"
 
@@ -31,8 +32,6 @@ void TracksOutput::started(const CameraInfo& camera) {
 
 void TracksOutput::frame(const FrameResult& result) {
     const FollowedFrame followed = follower_.frame(result);
-    // Tracks that ended go first: their numbers can never be among those of this frame's objects.
-    write(followed.ended, "unseen");
     for (std::size_t i = 0; i < result.objects.size(); ++i) {
         if (!isTrack(followed.numbers[i])) continue;
         Track& track = tracks_[followed.numbers[i]];
@@ -41,9 +40,12 @@ void TracksOutput::frame(const FrameResult& result) {
         track.end = now;
         track.path.add(result.sequence, result.objects[i]);
     }
+    // Last, because it may throw. Tracks that ended are never among those of this frame's objects.
+    write(followed.ended, "unseen");
 }
 
 void TracksOutput::write(std::span<const std::int64_t> ended, std::string_view reason) {
+    std::exception_ptr failure;
     for (const std::int64_t number : ended) {
         const Track& track = tracks_.at(number);
         std::string line = "{\"camera\":" + jsonString(camera_) + ",\"track\":" + std::to_string(number) +
@@ -54,11 +56,16 @@ void TracksOutput::write(std::span<const std::int64_t> ended, std::string_view r
         line += ",\"frames\":" + std::to_string(track.path.sightings());
         line += ",\"length\":" + fixedPoint(std::llround(track.path.length() * 10), 1);
         line += ",\"path\":" + pathText(track.path) + "}\n";
-        file_.write(line);
-        file_.endRecord();
-        file_.flush();
         tracks_.erase(number);
+        file_.write(line);
+        try {
+            file_.endRecord();
+            file_.flush();
+        } catch (const OutputError&) {
+            failure = std::current_exception();  // the other tracks have ended, too
+        }
     }
+    if (failure) std::rethrow_exception(failure);
 }
 
 void TracksOutput::finish() {

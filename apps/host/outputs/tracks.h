@@ -3,17 +3,17 @@
 
 #include <map>
 
-#include "common/file_writer.h"
-#include "outputs/output.h"
+#include "outputs/file_output.h"
 #include "outputs/track_follower.h"
 #include "outputs/track_path.h"
 
 namespace fleifeisa::host {
 
 /// Written in place, each line when its track ends. Objects without a track (id 0) are not in it.
-class TracksOutput : public Output {
+class TracksOutput : public FileOutput {
  public:
-    explicit TracksOutput(const std::string& path) : file_(path) {}
+    explicit TracksOutput(const std::string& path, const FilePolicy& policy = {})
+        : FileOutput(path, WriteMode::kInPlace, policy) {}
     void started(const CameraInfo& camera) override;
     void frame(const FrameResult& result) override;
     void finish() override;
@@ -28,7 +28,6 @@ class TracksOutput : public Output {
     };
     void write(std::span<const std::int64_t> ended, std::string_view reason);
 
-    FileWriter file_;
     TrackFollower follower_;
     std::map<std::int64_t, Track> tracks_;  ///< the open ones, by track number
     std::string camera_;

@@ -27,7 +27,38 @@ std::string caption(const FrameResult& result) {
 
 }  // namespace
 
-VideoOutput::VideoOutput(const std::string& path, const CameraInfo& camera) : encoder_(path), rate_(camera.rate) {}
+VideoOutput::VideoOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy)
+    : path_(path), policy_(policy), rate_(camera.rate) {
+    if (!policy_.service) openEncoder();
+}
+
+/// Before the first picture and some time after a failure. @throws OutputError
+void VideoOutput::openEncoder() {
+    if (encoder_ || Clock::now() < retry_at_) return;
+    try {
+        encoder_.emplace(path_, policy_);
+    } catch (const OutputError&) {
+        fail();
+        throw;
+    }
+}
+
+void VideoOutput::fail() {
+    constexpr double kLongestDelay = 30;
+    encoder_.reset();
+    delay_ = delay_ == 0 ? policy_.retry_seconds : std::min(2 * delay_, kLongestDelay);
+    retry_at_ = Clock::now() + seconds(delay_);
+    ++lost_;
+}
+
+void VideoOutput::encode() {
+    try {
+        encoder_->frame(picture_, width_, height_, rate_);
+    } catch (const OutputError&) {
+        fail();
+        throw;
+    }
+}
 
 void VideoOutput::started(const CameraInfo& camera) {
     if (rate_ <= 0) rate_ = camera.rate;  // known by now, perhaps
@@ -108,7 +139,7 @@ void VideoOutput::sendWaiting(std::int64_t now_ns) {
     waiting_ = false;
     const std::int64_t step = now_ns - waiting_since_ns_;
     rate_ = step > 0 ? std::clamp(1e9 / static_cast<double>(step), 0.1, 1000.0) : kUnknownRate;
-    encoder_.frame(picture_, width_, height_, rate_);
+    if (encoder_) encode();
 }
 
 void VideoOutput::frame(const FrameResult& result) {
@@ -124,14 +155,19 @@ void VideoOutput::frame(const FrameResult& result) {
         if (trail.size() > kTrailPoints) trail.pop_front();
     }
     annotate(result, followed);
-    if (rate_ > 0) return encoder_.frame(picture_, width_, height_, rate_);
+    openEncoder();
+    if (!encoder_) {
+        ++lost_;
+        return;
+    }
+    if (rate_ > 0) return encode();
     waiting_ = true;
     waiting_since_ns_ = result.time_ns;
 }
 
 void VideoOutput::finish() {
     sendWaiting(waiting_since_ns_);
-    encoder_.finish();
+    if (encoder_) encoder_->finish();
 }
 
 }  // namespace fleifeisa::host

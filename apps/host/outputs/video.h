@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,24 +14,34 @@
 namespace fleifeisa::host {
 
 /// Every answered frame is one picture at the camera's nominal rate (10 a second where it is unknown). All pictures
-/// have the size of the first one; later frames of another size are fitted into it, with black beside them.
+/// have the size of the first one; later frames of another size are fitted into it, with black beside them. What an
+/// encoder that failed had is gone; the next attempt begins a new file.
 class VideoOutput : public Output {
  public:
-    VideoOutput(const std::string& path, const CameraInfo& camera);
+    VideoOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy = {});
     void started(const CameraInfo& camera) override;
     void frame(const FrameResult& result) override;
     void finish() override;
+    OutputState state() const override { return {!encoder_ && lost_ > 0, lost_}; }
 
  private:
     struct Point {
         int x, y;
     };
+    void openEncoder();
+    void encode();
+    void fail();
     void sendWaiting(std::int64_t now_ns);
     void paint(const FrameResult& result);
     void annotate(const FrameResult& result, const FollowedFrame& followed);
     Point toPicture(const FrameResult& result, int x, int y) const;
 
-    Encoder encoder_;
+    const std::string path_;
+    FilePolicy policy_;
+    std::optional<Encoder> encoder_;  ///< none after a failure, until its next attempt
+    double delay_ = 0;                ///< seconds until then
+    Clock::time_point retry_at_{};
+    std::uint64_t lost_ = 0;  ///< pictures
     TrackFollower follower_;
     std::map<std::int64_t, std::deque<Point>> trails_;  ///< feet of the boxes in the picture, by track number
     std::vector<std::uint8_t> picture_;

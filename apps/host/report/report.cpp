@@ -49,7 +49,8 @@ bool touchesEdge(const FrameResult& result, const AnalyzerObject& object) {
 
 }  // namespace
 
-ReportOutput::ReportOutput(const std::string& path, const CameraInfo& camera) : file_(path, WriteMode::kWhole) {
+ReportOutput::ReportOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy)
+    : file_(path, WriteMode::kWhole, policy) {
     data_.camera = camera.name;
     data_.source = camera.source;
     data_.infrared = camera.infrared;

@@ -16,10 +16,11 @@ namespace fleifeisa::host {
 /// time.
 class ReportOutput : public Output {
  public:
-    ReportOutput(const std::string& path, const CameraInfo& camera);
+    ReportOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy = {});
     void started(const CameraInfo& camera) override;
     void frame(const FrameResult& result) override;
     void finish() override;
+    OutputState state() const override { return {file_.failing(), file_.lost()}; }
 
  private:
     struct Open {

@@ -23,7 +23,7 @@ std::int64_t toNumber(std::string_view text) {
 std::int64_t toNanoseconds(std::string_view text) {
     const std::size_t dot = std::min(text.find('.'), text.size());
     const std::int64_t whole = toNumber(text.substr(0, dot));
-    if (whole < 0) return 0;
+    if (whole < 0 || whole > 9'000'000'000) return 0;  // beyond what nanoseconds can count
     std::string fraction(text.substr(std::min(dot + 1, text.size())));
     fraction.resize(9, '0');
     return whole * 1'000'000'000 + std::max<std::int64_t>(0, toNumber(fraction));
