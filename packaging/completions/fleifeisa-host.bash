@@ -8,19 +8,27 @@ _fleifeisa_host() {
     local source="--rate --frames --region --size --matrix --range --live --no-live --loop --realtime --stall-timeout"
     local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
         --answer-timeout"
-    local words=''
+    local outputs="replies recording jsonl mot onvif tracks video report"
+    local words='' name
     COMPREPLY=()
+    # bash makes words of their own of "=" and ":": what stands before an equals sign is what counts.
+    if [ "$current" = = ]; then current=''; fi
+    if [ "$previous" = = ]; then previous=${COMP_WORDS[COMP_CWORD - 2]}; fi
+    if [ "${COMP_WORDS[COMP_CWORD]}" = = ]; then previous=${COMP_WORDS[COMP_CWORD - 1]}; fi
+    for name in $outputs; do # behind jsonl= stands a file
+        if [ "$previous" = "$name" ]; then previous=--out; fi
+    done
     case $previous in
         --type) words="color ir" ;;
         --log-format) words="text json" ;;
         --matrix) words="bt601 bt709 bt2020" ;;
         --range) words="full limited" ;;
-        --output) [ "$verb" = play ] && words="replies recording jsonl mot onvif tracks video report" ;;
+        --output) [ "$verb" = play ] && words=$outputs ;;
         --analyzer | --out | --replies | -o) ;;
         *)
             case $verb in
                 '') words="play run replay report scenes --verbose --log-format --version --help" ;;
-                play) words="$source $analyzer --out --output --quiet --help" ;;
+                play) words="$source $analyzer --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --analyzer --help" ;;
                 replay) words="--verify --replies --analyzer --help" ;;

@@ -16,6 +16,8 @@
 #include "host/output_runs.h"
 #include "outputs/track_follower.h"
 #include "outputs/track_path.h"
+#include "outputs/track_table.h"
+#include "report/median_background.h"
 #include "support/process.h"
 
 namespace fleifeisa::host::test {
@@ -393,6 +395,102 @@ TEST(Report, StaysBoundedAndSaysWhatIsMissing) {
     for (const Frame& frame : run.frames)
         share += static_cast<std::int64_t>(frame.objects.size()) * 25 * 1'000'000 / 2 / (16 * 12);
     EXPECT_NE(page.find(fixedPoint((share / 6000 + 500) / 1000, 1) + " %<small>of the picture"), std::string::npos);
+}
+
+/// Everything in the page that stands between `before` and `after`, in order.
+std::vector<std::string> between(const std::string& page, const std::string& before, const std::string& after) {
+    std::vector<std::string> found;
+    for (std::size_t at = page.find(before); at != std::string::npos; at = page.find(before, at)) {
+        at += before.size();
+        found.push_back(page.substr(at, page.find(after, at) - at));
+    }
+    return found;
+}
+
+TEST(Report, ShowsTheValuesOfTheRun) {
+    Scenario run = documentedRun();
+    run.frames.assign(40, {.width = 64, .height = 48, .objects = {}});
+    for (int i = 5; i < 25; ++i) run.frames[static_cast<std::size_t>(i)].objects.push_back(object(7, 2 * i, 10, 8, 6, 50));
+    for (int i = 20; i < 32; ++i)
+        run.frames[static_cast<std::size_t>(i)].objects.push_back(object(8, 30, 40 - i, i == 26 ? 16 : 8, 6, 100));
+    const TempDir directory;
+    play(run, "report", directory.path + "/page");
+    const std::string page = readFile(directory.path + "/page");
+    // Of track 7: frames 6 to 25 at 10 a second, 19 steps of 2 pixels. Of 8: frames 21 to 32, 11 steps of a pixel upwards
+    // and, in two of them, 4 pixels sideways; its largest box is seen once.
+    const auto shown = [&](const char* name) {
+        std::vector<std::string> values;
+        for (const std::string& cell : between(page, std::string("<td data-l=\"") + name + "\" data-v=", "</td>"))
+            values.push_back(cell.substr(cell.find('>') + 1));
+        return values;
+    };
+    using Values = std::vector<std::string>;
+    EXPECT_EQ(shown("First seen"), (Values{"0:00.5", "0:02.0"}));
+    EXPECT_EQ(shown("Last seen"), (Values{"0:02.4", "0:03.1"}));
+    EXPECT_EQ(shown("Time between"), (Values{"0:01.9", "0:01.1"}));
+    EXPECT_EQ(shown("Frames"), (Values{"20", "12"}));
+    EXPECT_EQ(shown("Path"), (Values{"38 px", "17 px"}));  // 9 + 2 * sqrt(17)
+    EXPECT_EQ(shown("Largest box"), (Values{"8 × 6", "16 × 6"}));
+    // 20 * 24 + 11 * 48 + 96 pixels of 64 * 48 in 40 frames; frame 27 has the most.
+    EXPECT_EQ(between(page, "Foreground on average</dt><dd>", "<small>"), Values{"0.9 %"});
+    EXPECT_EQ(between(page, "of the picture; ", " at most"), Values{"3.1 %"});
+    EXPECT_EQ(between(page, "Most objects at once</dt><dd>", "<small>"), Values{"2"});
+    EXPECT_EQ(between(page, "Length</dt><dd>", "<small>"), Values{"0:04.0"});
+}
+
+TEST(Report, BackgroundIsTheMedianAndThumbnailsTheLargestMoment) {
+    MedianBackground background;
+    for (const int level : {10, 200, 30, 20, 250}) {
+        const std::vector<std::uint8_t> rgb(4 * 3 * 3, static_cast<std::uint8_t>(level));
+        background.add({4, 3, rgb});
+    }
+    EXPECT_EQ(background.median().rgb, std::vector<std::uint8_t>(4 * 3 * 3, 30));
+    // Left half dark, right half bright: a cut keeps its place, and is filled up with the edge beyond the picture.
+    std::vector<std::uint8_t> rgb;
+    for (int i = 0; i < 8 * 4 * 3; ++i) rgb.push_back(i / 3 % 8 < 4 ? 10 : 90);
+    const Picture cut = reduced({8, 4, rgb}, {2, 1, 4, 2}, 4, 4);
+    ASSERT_EQ(cut.width * 10 + cut.height, 42);
+    for (int x = 0; x < 4; ++x) EXPECT_EQ(cut.rgb[static_cast<std::size_t>(x * 3)], x < 2 ? 10 : 90) << x;
+}
+
+TEST(TrackTable, ShowsTheLongestInTheOrderOfTheirAppearance) {
+    TrackTable table;
+    Scenario run = documentedRun();
+    run.frames.assign(30, {.objects = {}});
+    const auto see = [&](int id, int from, int count, int left, int step) {
+        for (int i = 0; i < count; ++i)
+            run.frames[static_cast<std::size_t>(from + i)].objects.push_back(
+                object(id, left + i * step, 5, 10, 20 + i % 2, 50));
+    };
+    see(9, 2, 11, 0, 3);
+    see(4, 0, 2, 1, 0);
+    see(9, 20, 5, 40, -1);  // behind a restart: another one
+    run.frames[18].restart = true;
+    for (std::size_t i = 0; i < run.frames.size(); ++i) feed(table, run, i);
+    EXPECT_EQ(table.size(), 3u);
+    // 10 steps of 3 pixels right with half a pixel up and down: 10 * sqrt(9.25) = 30.4.
+    EXPECT_EQ(table.text(2), "    id   first frame    last   path/px   median box (left, top, width x height)\n"
+                             "     9             3      13        30      15,     5,    10 x 20\n"
+                             "     9            21      25         4      38,     5,    10 x 20\n"
+                             "(the 2 longest of 3 tracks)\n");
+    EXPECT_EQ(TrackTable().text(5), "No objects were tracked.\n");
+}
+
+TEST(OutputFiles, OfFramesWiderThanAnyScreen) {
+    const TempDir directory;
+    for (const int width : {2049, 4097, 16384}) {
+        Scenario run = documentedRun();
+        run.frames.clear();
+        for (int i = 0; i < 4; ++i)
+            run.frames.push_back({.width = width, .height = 3, .objects = {object(5, width - 20 + i, -9, 30, 16, 60)}});
+        run.frames.push_back({.width = 3, .height = width, .objects = {object(5, -16, width - 9, 30, 16, 60)}});
+        for (const OutputType& type : outputTypes()) {
+            if (type.name == "video" && (findProgram("ffmpeg").empty() || width == 16384)) continue;
+            const std::string path = directory.path + "/" + std::string(type.name);
+            play(run, std::string(type.name), path);
+            EXPECT_GT(readFile(path).size(), 100u) << type.name << " " << width;
+        }
+    }
 }
 
 /// Sets PATH for as long as it lives.

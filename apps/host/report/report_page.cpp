@@ -116,7 +116,7 @@ std::string notes(const ReportData& data) {
     return text + "</ul>\n</footer>\n";
 }
 
-/// A drawing that scrolls sideways where the screen is narrow, by keyboard, too.
+/// A drawing that scrolls sideways where the window is narrow, by keyboard, too. On phones it shows whole.
 std::string scrolled(const std::string& name, const std::string& drawing) {
     return "<div class=\"scroll\" tabindex=\"0\" role=\"group\" aria-label=\"" + name + "\">" + drawing + "</div>\n";
 }

@@ -84,6 +84,10 @@ footer ul { padding-left: 1.2rem; } footer li { margin: .3rem 0; max-width: 75ch
 @media (max-width: 640px) {
   .map text { display: none; }
   .lit .map text.on { display: inline; }
+  /* The whole chart at a third of its size, with labels that can still be read; they reach into the card's margin. */
+  .scroll { overflow: visible; } .chart { min-width: 0; overflow: visible; margin-bottom: 12px; }
+  .chart text { font-size: 28px; } .chart .bar text, .axis text:nth-of-type(even) { display: none; }
+  .axis text[text-anchor=middle] { transform: translateY(14px); }
   thead { display: none; }
   table, tbody { display: block; }
   tr { display: grid; grid-template-columns: 84px 1fr 1fr; gap: .1rem .75rem; padding: .5rem 0; border-bottom: 1px solid var(--line); }

@@ -1,0 +1,35 @@
+# fish completion for fleifeisa-host
+
+set -l verbs play run replay report scenes
+set -l none "not __fish_seen_subcommand_from $verbs"
+set -l feeds "__fish_seen_subcommand_from play report"
+set -l play "__fish_seen_subcommand_from play"
+
+complete -c fleifeisa-host -n $none -f -a "$verbs"
+complete -c fleifeisa-host -n $none -l version -d "print the version"
+complete -c fleifeisa-host -s v -l verbose -d "report more"
+complete -c fleifeisa-host -l log-format -x -a "text json" -d "form of the log"
+complete -c fleifeisa-host -l help -d "help"
+
+complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd scene:static scene:lights scene:night-ir"
+for option in rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout
+    complete -c fleifeisa-host -n $feeds -l $option -x
+end
+for flag in live no-live loop realtime
+    complete -c fleifeisa-host -n $feeds -l $flag
+end
+complete -c fleifeisa-host -n $feeds -l matrix -x -a "bt601 bt709 bt2020"
+complete -c fleifeisa-host -n $feeds -l range -x -a "full limited"
+complete -c fleifeisa-host -n $feeds -l type -x -a "color ir"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run replay" -l analyzer -r
+
+complete -c fleifeisa-host -n $play -l output -r -a "replies recording jsonl mot onvif tracks video report" -d "an output"
+complete -c fleifeisa-host -n $play -l out -r -d "directory of the outputs"
+for option in rotate-size rotate-hours rotate-keep
+    complete -c fleifeisa-host -n $play -l $option -x
+end
+complete -c fleifeisa-host -n $play -s q -l quiet -d "no progress, no table"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from report" -s o -l output -r -d "the page"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from run" -l check-config -d "check the file"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from replay" -l verify -d "compare with the recorded run"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from replay" -l replies -r -d "write the replies"
