@@ -193,7 +193,8 @@ void FileWriter::beginSession() {
 
 bool FileWriter::newFileDue() const {
     if (!regular_ || !file_) return false;
-    struct stat own {}, named {};
+    struct stat own {
+    }, named{};
     if (::fstat(file_.get(), &own) != 0 || ::stat(work_path_.c_str(), &named) != 0) return true;
     if (named.st_ino != own.st_ino || named.st_dev != own.st_dev) return true;
     const Rotation& rotation = policy_.rotation;
@@ -205,7 +206,8 @@ bool FileWriter::newFileDue() const {
 
 /// The file was moved away or deleted, or is large or old enough. @throws std::system_error
 void FileWriter::beginNewFile() {
-    struct stat own {}, named {};
+    struct stat own {
+    }, named{};
     const bool there = ::fstat(file_.get(), &own) == 0 && ::stat(work_path_.c_str(), &named) == 0 &&
                        named.st_ino == own.st_ino && named.st_dev == own.st_dev;
     if (there) setAside(work_path_, policy_.rotation.keep);

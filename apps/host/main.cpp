@@ -73,7 +73,8 @@ void addAnalyzerOptions(CLI::App& app, CameraConfig& camera, std::string& progra
         "--type", valueOption(parseInfrared, [&camera](bool ir) { camera.analyzer.infrared = ir; }),
         "image type: color (default) or ir");
     app.add_option("--device", camera.analyzer.device, "device number (1)")->check(CLI::Range(0, 2147483647));
-    app.add_option("--analyzer-id", camera.analyzer.analyzer_id, "analyzer number (1)")->check(CLI::Range(0, 2147483647));
+    app.add_option("--analyzer-id", camera.analyzer.analyzer_id, "analyzer number (1)")
+        ->check(CLI::Range(0, 2147483647));
     app.add_option_function<int>(
            "--bgframes", [&control](int n) { control.bgframes = std::to_string(n); },
            "frames of learning before detection begins (50)")

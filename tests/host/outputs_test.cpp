@@ -162,7 +162,8 @@ Scenario largeFrames() {
     Scenario run = documentedRun();
     run.frames.clear();
     for (int i = 0; i < 18; ++i)
-        run.frames.push_back({.restart = i % 6 == 5, .width = 200, .height = 120, .objects = {object(3, i, 4, 9, 9, 5)}});
+        run.frames.push_back(
+            {.restart = i % 6 == 5, .width = 200, .height = 120, .objects = {object(3, i, 4, 9, 9, 5)}});
     return run;
 }
 
@@ -188,7 +189,8 @@ TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
                 EXPECT_TRUE(cut.empty() || cut.ends_with(end)) << type;
                 EXPECT_GT(cut.size(), limit / 2) << type << ": more than a record is gone";
                 const std::size_t last = cut.rfind("ANALYTICS.CARTRIDGE");
-                EXPECT_EQ(cut.find("Recording-Reply", last) == last + 21, type == "recording") << "no answer at its end";
+                EXPECT_EQ(cut.find("Recording-Reply", last) == last + 21, type == "recording")
+                    << "no answer at its end";
             }
         }
     for (const std::string type : {"onvif", "report"}) {
@@ -237,7 +239,8 @@ TEST(OutputFiles, AreWrittenAgainOnceThereIsSpace) {
     EXPECT_GE(playThroughFullDisk(*output, large, 2, 9, 200'000), 1);
     // Frames 3 and 4 are lost with all that follow until a fresh analyzer begins while there is space: the 12th.
     std::size_t second = 0;
-    for (int starts = 0; starts < 3; ++starts) second = whole.find("ANALYTICS.CARTRIDGE\r\nRecording-Start", second + 1);
+    for (int starts = 0; starts < 3; ++starts)
+        second = whole.find("ANALYTICS.CARTRIDGE\r\nRecording-Start", second + 1);
     const std::string kept = readFile(path), rest = whole.substr(second);
     ASSERT_TRUE(kept.ends_with(rest));
     EXPECT_TRUE(whole.starts_with(kept.substr(0, kept.find("ANALYTICS.CARTRIDGE\r\nRecording-Start", 1))));
@@ -410,14 +413,15 @@ std::vector<std::string> between(const std::string& page, const std::string& bef
 TEST(Report, ShowsTheValuesOfTheRun) {
     Scenario run = documentedRun();
     run.frames.assign(40, {.width = 64, .height = 48, .objects = {}});
-    for (int i = 5; i < 25; ++i) run.frames[static_cast<std::size_t>(i)].objects.push_back(object(7, 2 * i, 10, 8, 6, 50));
+    for (int i = 5; i < 25; ++i)
+        run.frames[static_cast<std::size_t>(i)].objects.push_back(object(7, 2 * i, 10, 8, 6, 50));
     for (int i = 20; i < 32; ++i)
         run.frames[static_cast<std::size_t>(i)].objects.push_back(object(8, 30, 40 - i, i == 26 ? 16 : 8, 6, 100));
     const TempDir directory;
     play(run, "report", directory.path + "/page");
     const std::string page = readFile(directory.path + "/page");
-    // Of track 7: frames 6 to 25 at 10 a second, 19 steps of 2 pixels. Of 8: frames 21 to 32, 11 steps of a pixel upwards
-    // and, in two of them, 4 pixels sideways; its largest box is seen once.
+    // Of track 7: frames 6 to 25 at 10 a second, 19 steps of 2 pixels. Of 8: frames 21 to 32, 11 steps of a pixel
+    // upwards and, in two of them, 4 pixels sideways; its largest box is seen once.
     const auto shown = [&](const char* name) {
         std::vector<std::string> values;
         for (const std::string& cell : between(page, std::string("<td data-l=\"") + name + "\" data-v=", "</td>"))
@@ -469,10 +473,11 @@ TEST(TrackTable, ShowsTheLongestInTheOrderOfTheirAppearance) {
     for (std::size_t i = 0; i < run.frames.size(); ++i) feed(table, run, i);
     EXPECT_EQ(table.size(), 3u);
     // 10 steps of 3 pixels right with half a pixel up and down: 10 * sqrt(9.25) = 30.4.
-    EXPECT_EQ(table.text(2), "    id   first frame    last   path/px   median box (left, top, width x height)\n"
-                             "     9             3      13        30      15,     5,    10 x 20\n"
-                             "     9            21      25         4      38,     5,    10 x 20\n"
-                             "(the 2 longest of 3 tracks)\n");
+    EXPECT_EQ(table.text(2),
+              "    id   first frame    last   path/px   median box (left, top, width x height)\n"
+              "     9             3      13        30      15,     5,    10 x 20\n"
+              "     9            21      25         4      38,     5,    10 x 20\n"
+              "(the 2 longest of 3 tracks)\n");
     EXPECT_EQ(TrackTable().text(5), "No objects were tracked.\n");
 }
 

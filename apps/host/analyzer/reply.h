@@ -15,9 +15,9 @@ struct AnalyzerObject {
     int device;       ///< the three numbers of the reply's OID
     int analyzer_id;  ///
     int id;           ///< 0 (continues no track) to kMaxObjectId
-    int left;     ///< pixels from the left edge of the frame, 0-based; may reach beyond the frame (boxes are whole cells)
-    int top;      ///< pixels from the upper edge
-    int width;    ///< pixels, at least 1
+    int left;   ///< pixels from the left edge of the frame, 0-based; may reach beyond the frame (boxes are whole cells)
+    int top;    ///< pixels from the upper edge
+    int width;  ///< pixels, at least 1
     int height;   ///< pixels, at least 1
     int density;  ///< percent of the box that is foreground, 0 to 100
 };
@@ -25,9 +25,9 @@ struct AnalyzerObject {
 // What a sound analyzer stays within. A reply beyond any of these is a broken analyzer's and is refused as a whole, so
 // that nothing behind the parser has to fear for its arithmetic or its memory.
 constexpr int kMaxObjectId = 99'999;
-constexpr int kMaxFrameSide = 16'384;          ///< pixels
-constexpr int kBoxMargin = 16;                 ///< pixels that a box of whole cells may reach beyond the frame
-constexpr std::size_t kMaxObjects = 5000;      ///< in one reply
+constexpr int kMaxFrameSide = 16'384;             ///< pixels
+constexpr int kBoxMargin = 16;                    ///< pixels that a box of whole cells may reach beyond the frame
+constexpr std::size_t kMaxObjects = 5000;         ///< in one reply
 constexpr std::size_t kMaxReplyBytes = 1u << 20;  ///< kMaxObjects objects of at most 160 bytes are less
 
 struct Reply {

@@ -334,7 +334,8 @@ void Camera::analyzerFailed(const std::string& why) {
     std::string reason = why;
     if (analyzer_ && Clock::now() - started_at_ > kSound) restart_delay_ = 0;
     if (analyzer_)
-        if (const std::string words = analyzer_->lastWords(); !words.empty()) reason += " (it last said: " + words + ")";
+        if (const std::string words = analyzer_->lastWords(); !words.empty())
+            reason += " (it last said: " + words + ")";
     analyzer_.reset();
     if (stopping_) {
         counts_.lost += static_cast<std::int64_t>(in_flight_.size());
@@ -392,8 +393,7 @@ void Camera::callOutputs(const std::function<void(Output&)>& call) {
             call(*sink.output);
         } catch (const OutputError& error) {
             if (!std::exchange(sink.failing, true))
-                logError(config_.name,
-                         "output " + sink.choice.type + " fails, it is tried again: " + error.what());
+                logError(config_.name, "output " + sink.choice.type + " fails, it is tried again: " + error.what());
         } catch (const std::exception& error) {
             logError(config_.name, "output " + sink.choice.type + " is given up: " + error.what());
             exit_code_ = EX_IOERR;

@@ -139,8 +139,8 @@ class Camera {
     bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
     std::int64_t lost_untold_ = 0;  ///< frames lost since the last one that the outputs heard of
-    int width_ = 0, height_ = 0;  ///< of this analyzer's frames
-    bool unannounced_ = false;    ///< the outputs have not heard of this analyzer
+    int width_ = 0, height_ = 0;    ///< of this analyzer's frames
+    bool unannounced_ = false;      ///< the outputs have not heard of this analyzer
     std::thread thread_;
 };
 

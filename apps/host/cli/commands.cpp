@@ -58,8 +58,8 @@ OutputChoice parseOutputChoice(const std::string& text, const std::string& direc
         }
         const std::string meant = nearest(wanted.type, names);
         throw SourceError(EX_USAGE, "there is no output '" + wanted.type + "'" +
-                                        (meant.empty() ? "" : ", did you mean " + meant + "?") + " (there are " + known +
-                                        ")");
+                                        (meant.empty() ? "" : ", did you mean " + meant + "?") + " (there are " +
+                                        known + ")");
     }
     if (wanted.path.empty()) {
         makeDirectory(directory);

@@ -156,8 +156,25 @@ class Loader {
         camera.analyzer.root = root_;
         camera.source.decoder_threads = 1;  // many cameras share the processors already
         const Table in(*this, table, "camera[" + std::to_string(index) + "].");
-        in.keys({"name", "source", "device", "analyzer", "type", "control", "outputs", "rotate", "size", "region", "rate",
-                 "matrix", "range", "live", "loop", "realtime", "stall_timeout", "answer_timeout", "decoder_threads",
+        in.keys({"name",
+                 "source",
+                 "device",
+                 "analyzer",
+                 "type",
+                 "control",
+                 "outputs",
+                 "rotate",
+                 "size",
+                 "region",
+                 "rate",
+                 "matrix",
+                 "range",
+                 "live",
+                 "loop",
+                 "realtime",
+                 "stall_timeout",
+                 "answer_timeout",
+                 "decoder_threads",
                  "ffmpeg_options"});
         readIdentity(in, camera);
         readSource(in, camera.source);

@@ -2,8 +2,8 @@
 #include <poll.h>
 #include <sysexits.h>
 
-#include <array>
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <sstream>
 
@@ -26,7 +26,8 @@ class Replay {
         if (settings_.program.empty()) throw SourceError(EX_UNAVAILABLE, "the analyzer was not found");
         settings_.root = root_.path();
         if (!isRecording(options.recording))
-            throw SourceError(EX_DATAERR, options.recording + ": this is no recording (play takes videos and pictures)");
+            throw SourceError(EX_DATAERR,
+                              options.recording + ": this is no recording (play takes videos and pictures)");
         if (!options.replies.empty()) replies_ = std::make_unique<FileWriter>(options.replies);
     }
 
@@ -113,7 +114,9 @@ class Replay {
 
     void compare(const std::string& value) {
         ++compared_;
-        const auto request = [](const std::string& text) { return text.substr(std::min(text.rfind(' '), text.size())); };
+        const auto request = [](const std::string& text) {
+            return text.substr(std::min(text.rfind(' '), text.size()));
+        };
         if (request(value).size() != request(frame_now_).size())
             throw SourceError(EX_DATAERR, options_.recording + ": its hashes are not those of this version");
         if (value == frame_now_) return;
@@ -131,7 +134,8 @@ class Replay {
         if (!ended_) logError("", options_.recording + ": the end is missing, it was cut off or never completed");
         if (compared_ == 0) throw SourceError(EX_DATAERR, options_.recording + ": it holds no replies to compare with");
         if (changed_ > 0)
-            logError("", std::to_string(changed_) + " frames are not those that were recorded, the first of them frame " +
+            logError("", std::to_string(changed_) +
+                             " frames are not those that were recorded, the first of them frame " +
                              std::to_string(first_changed_));
         if (different_ + changed_ == 0 && compared_ == frames_) {
             if (!ended_) return EX_DATAERR;

@@ -61,9 +61,8 @@ class Service {
         std::erase_if(waiting_, [this](const std::string& name) {
             const auto config = std::ranges::find(configured_, name, &CameraConfig::name);
             if (config == configured_.end()) return true;
-            if (supervisor_.stopping() || supervisor_.anyLeaving([&](const CameraConfig& other) {
-                    return sharesAnything(*config, other);
-                }))
+            if (supervisor_.stopping() ||
+                supervisor_.anyLeaving([&](const CameraConfig& other) { return sharesAnything(*config, other); }))
                 return false;
             start(*config);
             return true;

@@ -34,9 +34,9 @@ struct FrameResult {
     int height = 0;             ///< pixels
     bool detection = false;     ///< false: a plain OK, the background was learnt
     std::span<const AnalyzerObject> objects;  ///< in the reply's order; empty while learning
-    std::span<const std::uint8_t> rgb;       ///< width * height * 3 bytes, rows from the top, R G B interleaved
-    std::string_view request;                ///< header bytes of the request, empty line included; its body is `rgb`
-    std::string_view reply;                  ///< the exact bytes of the answer
+    std::span<const std::uint8_t> rgb;        ///< width * height * 3 bytes, rows from the top, R G B interleaved
+    std::string_view request;                 ///< header bytes of the request, empty line included; its body is `rgb`
+    std::string_view reply;                   ///< the exact bytes of the answer
 };
 
 /// What is known of a camera when its outputs are made (nothing was read then: no rate), and at each `started`.
@@ -53,8 +53,8 @@ struct CameraInfo {
 
 /// How an output stands.
 struct OutputState {
-    bool failing = false;    ///< what it was given last is not (yet) in its file
-    std::uint64_t lost = 0;  ///< records that are in no file and will never be
+    bool failing = false;               ///< what it was given last is not (yet) in its file
+    std::uint64_t lost = 0;             ///< records that are in no file and will never be
     bool wants_fresh_analyzer = false;  ///< it can begin a new file only where an analyzer begins
 };
 
