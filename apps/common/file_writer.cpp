@@ -115,10 +115,12 @@ void FileWriter::write(std::string_view text) {
         buffer_ += text;
         return;
     }
+    if (failing_ && told_ && Clock::now() >= retry_at_) attempt();
     if (!failing_) putBuffer();
     if (failing_) return cutRecord();
     try {
         writeThrough(text.data(), text.size());  // a frame: not worth a copy
+        delay_ = 0;
     } catch (const std::system_error& error) {
         undo(0, error.code().value());
         skipping_ = true;
@@ -160,7 +162,6 @@ void FileWriter::attempt() {
     if (!file_)
         if (const int error = open(false)) return noteFailure(error);
     putBuffer();
-    if (!failing_) delay_ = 0;
 }
 
 void FileWriter::putBuffer() {
@@ -172,6 +173,7 @@ void FileWriter::putBuffer() {
         undo(static_cast<std::size_t>(cut_ - before), error.code().value());
         return;
     }
+    if (!buffer_.empty()) delay_ = 0;
     if (!ends_.empty()) cut_ = buffer_.size() - ends_.back();
     buffer_.clear();
     ends_.clear();

@@ -2,6 +2,7 @@
 
     FLEIFEISA_HOST=build/fleifeisa-host python3 tests/host/host_test.py [-v] [Class.test]
 """
+import fcntl
 import json
 import os
 import pathlib
@@ -10,6 +11,8 @@ import resource
 import shutil
 import signal
 import subprocess
+import sys
+import termios
 import time
 import unittest
 
@@ -516,6 +519,22 @@ class Service(HostTest):
         begin = time.monotonic()
         self.assertEqual(self.end(process), 74)
         self.assertLess(time.monotonic() - begin, 3.5)
+
+    def test_a_reader_that_stops_reading(self):
+        """`play` waits for it; one signal ends that after three seconds, two at once."""
+        os.mkfifo(self.dir / "pipe")
+        for signals, longest in ((1, 3.5), (2, 1)):
+            reader = os.open(self.dir / "pipe", os.O_RDONLY | os.O_NONBLOCK)
+            process = self.start("play", "scene:street?size=48x32&frames=0", "--output", "jsonl=pipe")
+            waiting = lambda: int.from_bytes(fcntl.ioctl(reader, termios.FIONREAD, bytes(4)), sys.byteorder)
+            self.until(lambda: waiting() > 60000, "a full pipe")
+            begin = time.monotonic()
+            for _ in range(signals):
+                process.send_signal(signal.SIGTERM)
+                time.sleep(0.1)
+            self.assertEqual(process.wait(timeout=20), 128 + signal.SIGTERM)
+            self.assertLess(time.monotonic() - begin, longest)
+            os.close(reader)
 
     def test_whatever_hangs_a_stop_takes_three_seconds(self):
         cameras = [scene_camera(f"c{n}", n, live=n % 2 and "true" or "false") for n in range(1, 5)]
