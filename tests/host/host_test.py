@@ -200,8 +200,8 @@ for number, stamp in frames():
         self.assertEqual([json.loads(line)["sequence"] for line in done.stdout.splitlines()], list(range(1, 121)))
         # What plays in real time can be followed: the first lines are there long before the end.
         process = self.start("play", SMALL + "&frames=0", "--realtime", "--output", "jsonl=now")
-        seen = self.until(lambda: (self.dir / "now").exists() and (self.dir / "now").read_text().count("\n"), "a line")
-        self.until(lambda: (self.dir / "now").read_text().count("\n") > seen, "another one")
+        seen = self.until(lambda: (self.dir / "now").exists() and (self.dir / "now").read_text().count("\n"), "a line", timeout=8)
+        self.until(lambda: (self.dir / "now").read_text().count("\n") > seen, "another one", timeout=8)
         self.assertTrue((self.dir / "now").read_text().endswith("\n"))
         self.assertEqual(self.end(process), 0)
 
