@@ -140,7 +140,9 @@ void addReplay(CLI::App& app, int& code) {
     auto options = std::make_shared<ReplayOptions>();
     CLI::App* replay = app.add_subcommand("replay", "The exact requests of a recording, once more.");
     replay->add_option("FILE", options->recording, "a recording (play --output recording)")->required();
-    replay->add_flag("--verify", options->verify, "compare every reply with the recorded run");
+    replay->add_flag("--verify", options->verify, "compare every reply and every track with the recorded run");
+    replay->add_option("--out", options->out, "directory for the outputs (out)");
+    replay->add_option("--output", options->outputs, "an output, as play makes it: TYPE or TYPE=PATH; may be repeated");
     replay->add_option("--replies", options->replies, "write the replies' exact bytes to this file");
     replay->add_option("--analyzer", options->analyzer, "the analyzer's executable");
     replay->footer(

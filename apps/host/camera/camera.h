@@ -12,6 +12,7 @@
 #include "analyzer/reply.h"
 #include "outputs/output.h"
 #include "sources/feeder.h"
+#include "tracks/track_maker.h"
 
 namespace fleifeisa::host {
 
@@ -20,6 +21,9 @@ struct CameraConfig {
     SourceOptions source;
     AnalyzerSettings analyzer;
     ControlParameters control;
+    std::string profile;      ///< its name (cli/profiles.h), for people: what it sets stands in the other fields
+    bool raw_tracks = false;  ///< the analyzer's ids as tracks
+    FilterSettings filter;    ///< `infrared` follows from the analyzer's type
     std::vector<OutputChoice> outputs;
     double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
     bool service = false;        ///< files of an earlier run are kept; an output that cannot be made is tried again
@@ -94,6 +98,10 @@ class Camera {
     void analyzerFailed(const std::string& why);
     std::int64_t giveUpFrames();
     void sendRequest(Request& request);
+    void announce();
+    void endTracks(TrackEnd why);
+    void noteSource();
+    FrameResult resultOf(const Request& request, const Reply& reply, const std::string& bytes);
     void callOutputs(const std::function<void(Output&)>& call);
     void finishOutputs();
     void openOutputs();
@@ -139,8 +147,12 @@ class Camera {
     bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
     std::int64_t lost_untold_ = 0;  ///< frames lost since the last one that the outputs heard of
-    int width_ = 0, height_ = 0;    ///< of this analyzer's frames
-    bool unannounced_ = false;      ///< the outputs have not heard of this analyzer
+    std::optional<TrackMaker> tracks_;  ///< since the first frame
+    std::int64_t next_track_ = 1;
+    int outages_ = 0;             ///< of a live source, that the outputs have heard of
+    bool source_lost_ = false;    ///< since the latest of them
+    int width_ = 0, height_ = 0;  ///< of this analyzer's frames
+    bool unannounced_ = false;    ///< the outputs have not heard of this analyzer
     std::thread thread_;
 };
 

@@ -43,7 +43,10 @@ void Feeder::stop() {
 
 bool Feeder::take(RawFrame& frame, std::int64_t& dropped) {
     const std::lock_guard lock(mutex_);
-    if (frames_.empty()) return false;
+    if (frames_.empty()) {
+        if (!ended_) ready_.clear();  // it told of an outage
+        return false;
+    }
     frame = std::move(frames_.front());
     frames_.pop_front();
     dropped = std::exchange(dropped_, 0);
@@ -75,6 +78,22 @@ std::int64_t Feeder::expectedFrames() const {
 double Feeder::rate() const {
     const std::lock_guard lock(mutex_);
     return rate_;
+}
+
+int Feeder::outages() const {
+    const std::lock_guard lock(mutex_);
+    return outages_;
+}
+
+bool Feeder::holds() const {
+    const std::lock_guard lock(mutex_);
+    return !frames_.empty();
+}
+
+void Feeder::noteOutage() {
+    const std::lock_guard lock(mutex_);
+    ++outages_;
+    ready_.set();
 }
 
 /// Waits; false when the stop came first.
@@ -186,6 +205,7 @@ void Feeder::run() {
         if (live_) {
             if (Clock::now() - opened > kSound && delivered_ > before) delay = kFirstDelay;
             const std::string why = outcome == Outcome::kEnded ? "the source ended" : failure_.what();
+            noteOutage();
             logWarning(camera_, why + "; opening it again in " + std::to_string(delay).substr(0, 4) + " s");
             if (!waitUntil(Clock::now() + seconds(delay))) return finish(0);
             delay = std::min(2 * delay, kLongestDelay);

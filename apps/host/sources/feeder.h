@@ -38,6 +38,10 @@ class Feeder {
     std::int64_t expectedFrames() const;
     double rate() const;
     bool live() const { return live_; }
+    /// How often a live source was lost, that is has to be opened again; ready() tells of it.
+    int outages() const;
+    /// A frame waits to be taken.
+    bool holds() const;
 
  private:
     enum class Outcome { kEnded, kEnough, kStopped, kFailed };
@@ -50,6 +54,7 @@ class Feeder {
     void deliver(RawFrame&& frame);
     bool wanted(std::int64_t time_ns);
     bool waitUntil(Clock::time_point when) const;
+    void noteOutage();
     void finish(int code);
 
     const std::string camera_;
@@ -63,6 +68,7 @@ class Feeder {
     std::deque<std::vector<std::uint8_t>> spare_;
     std::int64_t dropped_ = 0, expected_ = 0;
     double rate_ = 0;
+    int outages_ = 0;
     bool ended_ = false, stopping_ = false;
     int code_ = 0;
 
