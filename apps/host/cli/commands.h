@@ -6,12 +6,14 @@
 #include <vector>
 
 #include "camera/camera.h"
+#include "cli/profiles.h"
 #include "common/leftovers.h"
 
 namespace fleifeisa::host {
 
 struct PlayOptions {
     CameraConfig camera;
+    FilterChoice filter;
     std::string analyzer;              ///< path of the analyzer, "": found
     std::string out = "out";           ///< directory for outputs without a path of their own
     Rotation rotation;                 ///< of outputs that grow

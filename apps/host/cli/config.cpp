@@ -10,6 +10,7 @@
 #include "camera/output_types.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
+#include "cli/profiles.h"
 #include "cli/values.h"
 
 namespace fleifeisa::host {
@@ -156,30 +157,15 @@ class Loader {
         camera.analyzer.root = root_;
         camera.source.decoder_threads = 1;  // many cameras share the processors already
         const Table in(*this, table, "camera[" + std::to_string(index) + "].");
-        in.keys({"name",
-                 "source",
-                 "device",
-                 "analyzer",
-                 "type",
-                 "control",
-                 "outputs",
-                 "rotate",
-                 "size",
-                 "region",
-                 "rate",
-                 "matrix",
-                 "range",
-                 "live",
-                 "loop",
-                 "realtime",
-                 "stall_timeout",
-                 "answer_timeout",
-                 "decoder_threads",
+        in.keys({"name", "source", "device", "analyzer", "type", "control", "outputs", "rotate", "size", "region", "rate",
+                 "profile", "masks", "tracks", "least_area", "shadow_test", "split_people", "matrix", "range", "live", "loop", "realtime", "stall_timeout", "answer_timeout", "decoder_threads",
                  "ffmpeg_options"});
         readIdentity(in, camera);
         readSource(in, camera.source);
         if (const toml::table* control = in.table("control"))
             readControl(Table(*this, *control, "camera[" + std::to_string(index) + "].control."), camera.control);
+        readTracks(in, camera);
+        readMasks(table, "camera[" + std::to_string(index) + "].masks", camera.source);
         readOutputs(in, camera, "camera[" + std::to_string(index) + "].");
         return camera;
     }
@@ -221,6 +207,41 @@ class Loader {
         source.decoder_threads =
             static_cast<int>(in.integer("decoder_threads", 0, 64).value_or(source.decoder_threads));
         source.ffmpeg_input_options = in.texts("ffmpeg_options");
+    }
+
+    static void readTracks(const Table& in, CameraConfig& camera) {
+        FilterChoice filter;
+        filter.least_area = in.number("least_area", 0, 1);
+        filter.shadow_test = in.flag("shadow_test");
+        filter.split_people = in.flag("split_people");
+        in.parsed("tracks", parseRawTracks, [&camera](bool raw) { camera.raw_tracks = raw; });
+        in.parsed("profile", parseProfile, [&camera](const std::string& name) { camera.profile = name; });
+        applyProfile(camera, filter);
+    }
+
+    /// [[[0, 0], [1, 0], [1, 0.2]], ...]: each polygon is complained of where it stands.
+    void readMasks(const toml::table& table, const std::string& key, SourceOptions& source) {
+        const toml::node* node = table.get("masks");
+        if (!node) return;
+        const auto fault = [&](const toml::node& where, const std::string& message) {
+            complain(where.source().begin.line, key, message);
+        };
+        constexpr const char* kExpected = "expected a list of polygons, such as [[[0, 0], [1, 0], [1, 0.2]]]";
+        if (!node->is_array()) return fault(*node, kExpected);
+        for (const toml::node& item : *node->as_array()) {
+            Mask mask;
+            bool fits = item.is_array();
+            for (std::size_t i = 0; fits && i < item.as_array()->size(); ++i) {
+                const toml::array* pair = item.as_array()->get(i)->as_array();
+                fits = pair && pair->size() == 2 && pair->get(0)->is_number() && pair->get(1)->is_number();
+                if (fits) mask.push_back({*pair->get(0)->value<double>(), *pair->get(1)->value<double>()});
+            }
+            const std::string wrong = fits ? maskFault(mask) : kExpected;
+            if (!wrong.empty())
+                fault(item, wrong);
+            else
+                source.masks.push_back(mask);
+        }
     }
 
     static void readControl(const Table& in, ControlParameters& control) {

@@ -14,17 +14,26 @@ RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<s
         result.rgb.resize(static_cast<std::size_t>(result.width) * static_cast<std::size_t>(result.height) * 3);
         toRgb(frame.layout, frame.bytes, result.rgb);
     }
+    ShownPart part;
     if (options.region) {
         Region cut = *options.region;
         cut.left = std::min(cut.left, result.width - 1);
         cut.top = std::min(cut.top, result.height - 1);
         cut.width = std::min(cut.width, result.width - cut.left);
         cut.height = std::min(cut.height, result.height - cut.top);
+        const auto share = [](int pixels, int all) { return static_cast<double>(pixels) / all; };
+        part = {share(cut.left, result.width), share(cut.top, result.height), share(cut.width, result.width),
+                share(cut.height, result.height)};
         result = {cut.width, cut.height, crop(result.rgb, result.width, cut)};
     }
-    if (options.width > 0 && (options.width != result.width || options.height != result.height))
-        result = {options.width, options.height,
-                  resize(result.rgb, result.width, result.height, options.width, options.height)};
+    int width = options.width, height = options.height;
+    if (width == 0 && options.fit_width > 0 && options.fit_width < result.width) {
+        width = options.fit_width;
+        height = std::max(1, (2 * width * result.height + result.width) / (2 * result.width));
+    }
+    if (width > 0 && (width != result.width || height != result.height))
+        result = {width, height, resize(result.rgb, result.width, result.height, width, height)};
+    paintMasks(options.masks, part, result.width, result.height, result.rgb);
     return result;
 }
 
