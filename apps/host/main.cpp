@@ -62,7 +62,7 @@ void addSourceOptions(CLI::App& app, CameraConfig& camera) {
         ->check(CLI::Range(0.1, 86400.0));
 }
 
-void addAnalyzerOptions(CLI::App& app, CameraConfig& camera, std::string& program) {
+void addAnalyzerOptions(CLI::App& app, CameraConfig& camera, FilterChoice& said, std::string& program) {
     ControlParameters& control = camera.control;
     const auto threshold = [&app](const char* name, std::optional<std::string>& field, const char* help) {
         app.add_option_function<std::string>(
@@ -70,7 +70,10 @@ void addAnalyzerOptions(CLI::App& app, CameraConfig& camera, std::string& progra
     };
     app.add_option("--analyzer", program, "the analyzer's executable (else beside this program, or in PATH)");
     app.add_option_function<std::string>(
-        "--type", valueOption(parseInfrared, [&camera](bool ir) { camera.analyzer.infrared = ir; }),
+        "--type", valueOption(parseInfrared, [&camera, &said](bool ir) {
+            camera.analyzer.infrared = ir;
+            said.type = true;
+        }),
         "image type: color (default) or ir");
     app.add_option("--device", camera.analyzer.device, "device number (1)")->check(CLI::Range(0, 2147483647));
     app.add_option("--analyzer-id", camera.analyzer.analyzer_id, "analyzer number (1)")
@@ -122,7 +125,7 @@ void addPlay(CLI::App& app, int& code) {
     CLI::App* play =
         app.add_subcommand("play", "One source through the analyzer: outputs, and a table of what was tracked.");
     addSourceOptions(*play, options->camera);
-    addAnalyzerOptions(*play, options->camera, options->analyzer);
+    addAnalyzerOptions(*play, options->camera, options->filter, options->analyzer);
     addTrackOptions(*play, *options);
     play->add_option("--out", options->out, "directory for the outputs (out)");
     play->add_option("--output", options->outputs,
@@ -189,7 +192,7 @@ void addReport(CLI::App& app, int& code) {
     auto path = std::make_shared<std::string>("report.html");
     CLI::App* report = app.add_subcommand("report", "One page (HTML) about a file: tracks, timeline, thumbnails.");
     addSourceOptions(*report, options->camera);
-    addAnalyzerOptions(*report, options->camera, options->analyzer);
+    addAnalyzerOptions(*report, options->camera, options->filter, options->analyzer);
     addTrackOptions(*report, *options);
     report->add_option("-o,--output", *path, "the page (report.html)");
     report->footer("Example:\n  fleifeisa-host report gate.mp4 -o gate.html\n");

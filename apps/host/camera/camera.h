@@ -21,7 +21,7 @@ struct CameraConfig {
     SourceOptions source;
     AnalyzerSettings analyzer;
     ControlParameters control;
-    std::string profile;      ///< its name (cli/profiles.h), for people: what it sets stands in the other fields
+    std::string profile;      ///< its name (tracks/profiles.h), for people: what it sets stands in the other fields
     bool raw_tracks = false;  ///< the analyzer's ids as tracks
     FilterSettings filter;    ///< `infrared` follows from the analyzer's type
     std::vector<OutputChoice> outputs;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "camera/camera.h"
-#include "cli/profiles.h"
+#include "cli/profile_choice.h"
 #include "common/leftovers.h"
 
 namespace fleifeisa::host {

@@ -10,7 +10,7 @@
 #include "camera/output_types.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
-#include "cli/profiles.h"
+#include "cli/profile_choice.h"
 #include "cli/values.h"
 
 namespace fleifeisa::host {
@@ -216,6 +216,7 @@ class Loader {
         filter.split_people = in.flag("split_people");
         in.parsed("tracks", parseRawTracks, [&camera](bool raw) { camera.raw_tracks = raw; });
         in.parsed("profile", parseProfile, [&camera](const std::string& name) { camera.profile = name; });
+        filter.type = in.has("type");
         applyProfile(camera, filter);
     }
 

@@ -1,9 +1,17 @@
 #include "sources/rgb_frame.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 namespace fleifeisa::host {
+
+std::pair<int, int> fittedSize(int width, int height, int longest) {
+    const int longer = std::max(width, height);
+    if (longer <= longest) return {width, height};
+    const auto scaled = [&](int side) { return std::max(2, (side * longest / longer + 1) / 2 * 2); };
+    return {scaled(width), scaled(height)};
+}
 
 RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<std::uint8_t>& spare) {
     RgbFrame result{frame.layout.width, frame.layout.height, {}};
@@ -27,10 +35,8 @@ RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<s
         result = {cut.width, cut.height, crop(result.rgb, result.width, cut)};
     }
     int width = options.width, height = options.height;
-    if (width == 0 && options.fit_width > 0 && options.fit_width < result.width) {
-        width = options.fit_width;
-        height = std::max(1, (2 * width * result.height + result.width) / (2 * result.width));
-    }
+    if (width == 0 && options.longest_side > 0)
+        std::tie(width, height) = fittedSize(result.width, result.height, options.longest_side);
     if (width > 0 && (width != result.width || height != result.height))
         result = {width, height, resize(result.rgb, result.width, result.height, width, height)};
     paintMasks(options.masks, part, result.width, result.height, result.rgb);

@@ -1,6 +1,8 @@
 // What an analyzer is given of a source's frame.
 #pragma once
 
+#include <utility>
+
 #include "sources/source.h"
 
 namespace fleifeisa::host {
@@ -10,6 +12,10 @@ struct RgbFrame {
     int width = 0, height = 0;      ///< pixels
     std::vector<std::uint8_t> rgb;  ///< width * height * 3 bytes, rows from the top, R G B interleaved
 };
+
+/// Size to which a picture of this size is scaled: its proportions, no side above `longest`, both even. Smaller ones stay
+/// as they are.
+std::pair<int, int> fittedSize(int width, int height, int longest);
 
 /// Converts a frame to RGB, cuts the region out, scales and paints the masks, as the options say. A region is cut to what lies inside.
 /// The frame's bytes are moved on where they are RGB already, and left for another frame where not; then `spare`

@@ -1,23 +1,23 @@
-// Named sets of parameters for common kinds of scenes.
+// Which profile (tracks/profiles.h) a camera has, and what the user said himself.
 #pragma once
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "camera/camera.h"
 
 namespace fleifeisa::host {
 
-/// What a user said of the filter; the rest is the profile's, or the default.
+/// What the user said; the rest is the profile's, or the default.
 struct FilterChoice {
     std::optional<double> least_area;
     std::optional<bool> shadow_test, split_people;
+    bool type = false;  ///< of the images, which is in the camera's configuration
 };
 
-/// "" for none, else one of profileNames(). @throws ValueError with the names there are
+/// The name of a profile. @throws ValueError with the names there are
 std::string parseProfile(const std::string& name);
-/// "people-outdoor, traffic, ..." for help texts.
+/// "people-outdoor, traffic, ..."
 std::string profileNames();
 
 /// Sets what the profile (camera.profile, "" for none) says wherever nothing was said: `camera` holds what the user
