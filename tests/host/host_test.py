@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import resource
 import shutil
 import signal
@@ -412,7 +413,9 @@ while True:
 class Service(HostTest):
     def test_a_killed_and_a_stopped_analyzer(self):
         """Frames of a file are all answered, in order, and the other camera notices nothing."""
-        self.write("c.toml", config(scene_camera("killed", 1, 150), scene_camera("stopped", 2, 150, answer_timeout=0.5),
+        scene = '"scene:walkers?size=160x120&rate=50&quiet=10&frames=150&seed=4"'
+        self.write("c.toml", config(scene_camera("killed", 1, 150, source=scene, region='"150x110+4+2"',
+                                                 outputs='["replies", "recording", "tracks"]'), scene_camera("stopped", 2, 150, answer_timeout=0.5),
                                     scene_camera("other", 3, 150)))
         process = self.start("-v", "run", "c.toml")
         self.until(lambda: (self.dir / "out/other/replies.txt").exists(), "outputs")
@@ -426,6 +429,17 @@ class Service(HostTest):
         self.assertIn("killed: the analyzer died: signal 9", self.log())
         self.assertIn("stopped: the analyzer gave no answer for 0.5 s", self.log())
         self.assertIn("other: 150 frames answered, 0 dropped, 0 lost, analyzer restarted 0 times", self.log())
+        # Tracks lived through it, and the recording gives them again, byte by byte.
+        found = self.host("replay", "out/killed/recording.bin", "--verify", "--output", "tracks=again")
+        self.assertIn("150 frames replayed, every reply is the same, and every track", found.stdout)
+        tracks = (self.dir / "out/killed/tracks.jsonl").read_bytes()
+        self.assertEqual((self.dir / "again").read_bytes(), tracks)
+        starts = [number for number, header in enumerate(re.findall(rb"Recording-(Start|Reply)",
+                  (self.dir / "out/killed/recording.bin").read_bytes())) if header == b"Start"]
+        self.assertEqual(len(starts), 2)
+        restart = (starts[1] - 1) * 20_000_000
+        lived = [t for t in map(json.loads, tracks.splitlines()) if t["start_ns"] < restart - 40_000_000 and t["time_ns"] > restart]
+        self.assertTrue(lived, "no track lived through the restart")
 
     def test_a_live_camera_loses_less_than_a_second(self):
         self.write("c.toml", config(scene_camera("gate", 1, live="true")))
