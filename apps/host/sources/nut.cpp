@@ -1,5 +1,6 @@
 #include "sources/nut.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace fleifeisa::host {
@@ -186,6 +187,20 @@ void NutReader::frameHeader(const FrameCode& code, std::uint64_t& size) {
     if (size > kMaxFrameBytes) damaged("frame too large");
 }
 
+/// Memory follows the bytes that arrive, not the announced size.
+void NutReader::readBody(std::vector<std::uint8_t>& bytes, std::size_t size) {
+    constexpr std::size_t kAtOnce = 4u << 20;
+    std::size_t done = 0;
+    while (done < size) {
+        const std::size_t part =
+            std::min(size - done, std::max({kAtOnce, done, bytes.size() - std::min(bytes.size(), done)}));
+        bytes.resize(done + part);
+        in_.read(std::span(bytes).subspan(done, part));
+        done += part;
+    }
+    bytes.resize(size);
+}
+
 bool NutReader::next(std::vector<std::uint8_t>& bytes, std::int64_t& time_ns) {
     while (in_.more()) {
         const std::uint8_t first = in_.byte();
@@ -202,8 +217,7 @@ bool NutReader::next(std::vector<std::uint8_t>& bytes, std::int64_t& time_ns) {
         }
         std::uint64_t size = 0;
         frameHeader(codes_[first], size);
-        bytes.resize(size);
-        in_.read(bytes);
+        readBody(bytes, size);
         const auto num = static_cast<std::int64_t>(time_num_), den = static_cast<std::int64_t>(time_den_);
         time_ns = pts_ / den * num * kBillion + pts_ % den * num * kBillion / den;
         return true;

@@ -11,7 +11,8 @@ struct RgbFrame {
     std::vector<std::uint8_t> rgb;  ///< width * height * 3 bytes, rows from the top, R G B interleaved
 };
 
-/// Converts a frame to RGB, cuts the region out and scales, as the options say. A region is cut to what lies inside.
+/// Converts a frame to RGB, cuts the region out and scales, as the options say. A region lies inside the
+/// frame: openSource() lets no other pass.
 /// The frame's bytes are moved on where they are RGB already, and left for another frame where not; then `spare`
 /// gives its memory to the picture.
 RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<std::uint8_t>& spare);
