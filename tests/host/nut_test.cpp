@@ -161,6 +161,9 @@ TEST(Nut, Damage) {
         {good.bytes() + number(0) + numbers({kCodedPts | kSizeMsb, 128, 1u << 30}), "frame too large"},
         {good.bytes() + number(0) + numbers({kSizeMsb, 400u << 20}) + "abc", "within a frame"},
         {good.bytes() + number(0) + numbers({16, 1}), "second stream"},
+        {good.bytes() + frame(std::uint64_t{1} << 62, "a"), "time"},
+        {good.bytes() + frame(std::uint64_t{1} << 60, "a"), "time"},
+        {good.bytes() + packet(kSync, numbers({std::uint64_t{1} << 63, 0})), "time"},
         {good.bytes() + number(0) + numbers({256}), "frame header"},
         {good.bytes() + number(0) + std::string(11, '\xFF'), "number too long"},
     };
