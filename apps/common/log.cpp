@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <mutex>
 
+#include "common/repeats.h"
+#include "common/secrets.h"
 #include "common/text.h"
 
 namespace fleifeisa {
@@ -17,27 +19,38 @@ std::string progress;
 
 constexpr std::array<std::string_view, 4> kNames = {"error", "warning", "info", "debug"};
 
+RepeatLimiter repeats;
+Clock::time_point next_sweep{};
+
 void put(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-}  // namespace
+struct LogEvent {
+    LogLevel level;
+    std::string camera, message;
 
-void log(LogLevel level, std::string_view camera, std::string_view message) {
-    const std::lock_guard lock(mutex);
-    if (level > least_level) return;
+    std::string key() const { return std::to_string(static_cast<int>(level)) + camera + '\0' + message; }
+    static LogEvent ofKey(const std::string& key) {
+        const std::size_t end = key.find('\0');
+        return {static_cast<LogLevel>(key[0] - '0'), key.substr(1, end - 1), key.substr(end + 1)};
+    }
+};
+
+void write(const LogEvent& event, std::string_view addition) {
     const auto now =
         std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
             .count();
-    const std::string_view name = kNames[static_cast<std::size_t>(level)];
+    const std::string_view name = kNames[static_cast<std::size_t>(event.level)];
+    const std::string message = event.message + std::string(addition);
     std::string line;
     if (as_json) {
         line = "{\"time\":\"" + rfc3339(now) + "\",\"level\":\"" + std::string(name) + "\"";
-        if (!camera.empty()) line += ",\"camera\":" + jsonString(camera);
+        if (!event.camera.empty()) line += ",\"camera\":" + jsonString(event.camera);
         line += ",\"message\":" + jsonString(message) + "}\n";
     } else {
         line = "fleifeisa-host: " + std::string(name) + ": ";
-        if (!camera.empty()) line += cleanUtf8(camera) + ": ";
+        if (!event.camera.empty()) line += cleanUtf8(event.camera) + ": ";
         line += cleanUtf8(message) + "\n";
     }
     if (!progress.empty()) put("\r\033[K");
@@ -45,10 +58,37 @@ void log(LogLevel level, std::string_view camera, std::string_view message) {
     if (!progress.empty()) put(progress);
 }
 
+void writeHeldBack(Clock::time_point now) {
+    for (const auto& [key, count] : repeats.expired(now))
+        write(LogEvent::ofKey(key), " (again " + std::to_string(count) + " times)");
+}
+
+}  // namespace
+
+void log(LogLevel level, std::string_view camera, std::string_view message) {
+    const std::lock_guard lock(mutex);
+    if (level > least_level) return;
+    const LogEvent event{level, withoutSecrets(camera), withoutSecrets(message)};
+    if (level > LogLevel::kWarning) return write(event, "");
+    const Clock::time_point now = Clock::now();
+    if (now >= next_sweep) {
+        next_sweep = now + std::chrono::minutes(1);
+        writeHeldBack(now);
+    }
+    if (const auto held = repeats.admit(event.key(), now))
+        write(event, *held > 0 ? " (again " + std::to_string(*held) + " times)" : "");
+}
+
+void flushLog() {
+    const std::lock_guard lock(mutex);
+    writeHeldBack(Clock::time_point::max());
+}
+
 void setLog(LogLevel least, bool json) {
     const std::lock_guard lock(mutex);
     least_level = least;
     as_json = json;
+    repeats = {};
 }
 
 void showProgress(std::string_view line) {
@@ -57,17 +97,6 @@ void showProgress(std::string_view line) {
     put("\r\033[K");
     put(line);
     progress = line;
-}
-
-std::string withoutPassword(std::string_view url) {
-    const std::size_t scheme = url.find("://");
-    if (scheme == std::string_view::npos) return std::string(url);
-    const std::size_t begin = scheme + 3;
-    const std::size_t end = url.substr(begin, url.find('/', begin) - begin).rfind('@');
-    const std::size_t colon = url.find(':', begin);
-    if (end == std::string_view::npos || colon == std::string_view::npos || colon > begin + end)
-        return std::string(url);
-    return std::string(url.substr(0, colon)) + ":***" + std::string(url.substr(begin + end));
 }
 
 }  // namespace fleifeisa

@@ -8,7 +8,8 @@ namespace fleifeisa {
 
 enum class LogLevel { kError, kWarning, kInfo, kDebug };
 
-/// `camera` may be empty: the event concerns the host as a whole. Whatever the texts hold, it stays one line of UTF-8.
+/// `camera` may be empty: the event concerns the host as a whole. Whatever the texts hold, it stays one line of UTF-8,
+/// without secrets (common/secrets.h). Warnings and errors that repeat themselves are held back and counted.
 void log(LogLevel level, std::string_view camera, std::string_view message);
 
 inline void logError(std::string_view camera, std::string_view message) {
@@ -24,12 +25,13 @@ inline void logDebug(std::string_view camera, std::string_view message) {
     log(LogLevel::kDebug, camera, message);
 }
 
+/// Also forgets what was said before: nothing is held back for it.
 void setLog(LogLevel least, bool json);
 
 /// The line that is rewritten in place at a terminal; the log clears it before it writes. "" removes it.
 void showProgress(std::string_view line);
 
-/// A URL without the password it may carry.
-std::string withoutPassword(std::string_view url);
+/// Says how often messages came again that were held back. For the end of the program.
+void flushLog();
 
 }  // namespace fleifeisa

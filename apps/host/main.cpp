@@ -12,6 +12,7 @@
 #include "cli/nearest.h"
 #include "cli/values.h"
 #include "common/log.h"
+#include "common/secrets.h"
 #include "scenes/scene.h"
 
 namespace fleifeisa::host {
@@ -57,6 +58,14 @@ void addSourceOptions(CLI::App& app, CameraConfig& camera) {
         "--no-live", [&source] { source.live = false; }, "treat a stream as a file: every frame, once");
     app.add_flag("--loop", source.loop, "begin anew at the end");
     app.add_flag("--realtime", source.realtime, "play a file at its own speed");
+    app.add_option_function<std::string>(
+        "--start-time", valueOption(parseMoment, [&source](std::int64_t moment) { source.start_time_ns = moment; }),
+        "of a file: when its first frame was taken (2026-03-01T12:00:00Z), so that outputs carry dates");
+    app.add_option("--credentials", source.credentials,
+                   "USER:PASSWORD of a URL, from a file that only its owner may read, or from env:NAME");
+    app.add_flag("--redirects", source.redirects, "follow redirects and playlists of a URL, wherever they lead");
+    app.add_option("--ffmpeg-option", source.ffmpeg_input_options,
+                   "an option for ffmpeg's input, such as --ffmpeg-option=-rtsp_transport --ffmpeg-option=udp");
     app.add_option("--stall-timeout", source.stall_seconds,
                    "seconds without a frame after which a source is opened again (20)")
         ->check(CLI::Range(0.1, 86400.0));
@@ -120,6 +129,12 @@ void completePlay(PlayOptions& options) {
     if (!options.camera.control.bgframes) options.camera.control.bgframes = "50";
 }
 
+void nameAfterSource(CameraConfig& camera) {
+    learnSecretsOf(camera.source.source);
+    camera.name = cameraName(camera.source.source);
+    camera.title = baseName(camera.source.source);
+}
+
 void addPlay(CLI::App& app, int& code) {
     auto options = std::make_shared<PlayOptions>();
     CLI::App* play =
@@ -149,7 +164,7 @@ void addPlay(CLI::App& app, int& code) {
         "  fleifeisa-host play thermal.mkv --type ir --bgframes 30\n");
     play->callback([options, &code] {
         CameraConfig& camera = options->camera;
-        camera.name = baseName(camera.source.source);
+        nameAfterSource(camera);
         completePlay(*options);
         code = playCommand(*options);
     });
@@ -197,7 +212,7 @@ void addReport(CLI::App& app, int& code) {
     report->add_option("-o,--output", *path, "the page (report.html)");
     report->footer("Example:\n  fleifeisa-host report gate.mp4 -o gate.html\n");
     report->callback([options, path, &code] {
-        options->camera.name = baseName(options->camera.source.source);
+        nameAfterSource(options->camera);
         completePlay(*options);
         options->outputs = {"report=" + *path};
         options->quiet = ::isatty(STDERR_FILENO) == 0;
@@ -270,8 +285,8 @@ int run(int argc, char** argv) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
         const std::string meant = suggestion(app, argc, argv);
-        std::fprintf(stderr, "fleifeisa-host: %s (%s)\n", error.what(),
-                     meant.empty() ? "--help shows what there is" : meant.c_str());
+        std::fprintf(stderr, "fleifeisa-host: %s (%s)\n", withoutSecrets(error.what()).c_str(),
+                     meant.empty() ? "--help shows what there is" : withoutSecrets(meant).c_str());
         return EX_USAGE;
     }
     if (version) {
@@ -302,5 +317,7 @@ int scenesCommand() {
 int main(int argc, char** argv) {
     fleifeisa::host::openStandardDescriptors();
     fleifeisa::host::blockSignals();
-    return fleifeisa::host::run(argc, argv);
+    const int code = fleifeisa::host::run(argc, argv);
+    fleifeisa::flushLog();
+    return code;
 }

@@ -5,7 +5,7 @@ _fleifeisa_host() {
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in play | run | replay | report | scenes) verb=$word && break ;; esac
     done
-    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --realtime --stall-timeout"
+    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option"
     local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
         --answer-timeout"
     local outputs="replies recording jsonl mot onvif tracks video report"

@@ -8,6 +8,7 @@
 
 #include "camera/output_types.h"
 #include "common/log.h"
+#include "common/secrets.h"
 #include "sources/rgb_frame.h"
 
 namespace fleifeisa::host {
@@ -15,8 +16,7 @@ namespace {
 
 // A killed analyzer may cost its camera less than a second: the first restart is nearly immediate, each further one
 // takes twice as long. An analyzer that worked for a while begins anew.
-constexpr double kFirstDelay = 0.05, kLongestDelay = 30;
-constexpr Clock::duration kSound = std::chrono::seconds(30);
+constexpr Backoff::Limits kRestarts = {0.05, 30, std::chrono::seconds(30)};
 // A stop takes no longer than these two together, so that a service ends within three seconds whatever hangs.
 constexpr Clock::duration kShutdownGrace = std::chrono::milliseconds(1200);
 constexpr Clock::duration kStopGrace = std::chrono::seconds(1);  // for the answer to the frame in work
@@ -50,7 +50,8 @@ TrackSettings trackSettings(const CameraConfig& config, std::int64_t first_numbe
 Camera::Camera(CameraConfig config, std::vector<Output*> extra)
     : config_(std::move(config)),
       feeder_(config_.name, config_.source),
-      window_(feeder_.live() ? kLiveWindow : kFileWindow) {
+      window_(feeder_.live() ? kLiveWindow : kFileWindow),
+      restarts_(kRestarts) {
     for (Output* output : extra) sinks_.push_back({output, {"summary", ""}});
 }
 
@@ -61,13 +62,14 @@ Camera::~Camera() {
 
 CameraInfo Camera::info() const {
     return {config_.name,
-            withoutPassword(config_.source.source),
+            withoutSecrets(config_.source.source),
             config_.analyzer.device,
             config_.analyzer.analyzer_id,
             config_.analyzer.infrared,
-            feeder_.live(),
+            feeder_.dates(),
             feeder_.rate(),
             config_.control.any() ? controlText(config_.control) : "",
+            config_.title.empty() ? config_.name : config_.title,
             regionOf(config_.source),
             tracks_ ? tracks_->settings() : trackSettings(config_, next_track_),
             !tracks_};
@@ -145,7 +147,7 @@ void Camera::run() {
 /// Until the source has ended and everything is answered, or the stop came and what is in work is answered.
 void Camera::serve() {
     for (;;) {
-        if (!analyzer_ && !given_up_ && Clock::now() >= restart_at_) startAnalyzer();
+        if (!analyzer_ && !given_up_ && Clock::now() >= restarts_.nextTry()) startAnalyzer();
         if (given_up_) return;
         applyControl();
         reopenWhereAsked();
@@ -296,7 +298,7 @@ void Camera::pollOnce() {
                                     {analyzer_ ? analyzer_->wantsErrors() : -1, POLLIN, 0}}};
     if (stopping_) items[0].fd = -1;
     Clock::time_point deadline = Clock::now() + std::chrono::minutes(1);
-    if (!analyzer_) deadline = restart_at_;
+    if (!analyzer_) deadline = restarts_.nextTry();
     if (analyzer_ && !in_flight_.empty()) deadline = answerDeadline();
     if (::poll(items.data(), items.size(), pollTimeout(deadline)) <= 0) return;
     if (items[4].revents != 0)
@@ -346,8 +348,8 @@ FrameResult Camera::resultOf(const Request& request, const Reply& reply, const s
     result.camera = config_.name;
     result.sequence = request.sequence;
     result.time_ns = request.time_ns;
-    result.live = feeder_.live();
-    result.realtime = result.live || config_.source.realtime;
+    result.live = feeder_.dates();
+    result.realtime = feeder_.live() || config_.source.realtime;
     result.dropped = request.dropped + std::exchange(lost_untold_, 0);
     result.width = request.width;
     result.height = request.height;
@@ -383,7 +385,8 @@ void Camera::startAnalyzer() {
         analyzerFailed(error.what());
         return;
     }
-    started_at_ = waiting_since_ = Clock::now();
+    waiting_since_ = Clock::now();
+    restarts_.began(waiting_since_);
     width_ = height_ = 0;
     unannounced_ = true;
     for (Request& request : in_flight_) sendRequest(request);
@@ -392,7 +395,7 @@ void Camera::startAnalyzer() {
 /// Frames of a file are kept and sent again; a live frame is history by then.
 void Camera::analyzerFailed(const std::string& why) {
     std::string reason = why;
-    if (analyzer_ && Clock::now() - started_at_ > kSound) restart_delay_ = 0;
+    const bool ran = analyzer_ != nullptr;
     if (analyzer_)
         if (const std::string words = analyzer_->lastWords(); !words.empty())
             reason += " (it last said: " + words + ")";
@@ -414,10 +417,9 @@ void Camera::analyzerFailed(const std::string& why) {
         return;
     }
     ++counts_.restarts;
-    restart_delay_ = restart_delay_ == 0 ? kFirstDelay : std::min(2 * restart_delay_, kLongestDelay);
-    restart_at_ = Clock::now() + seconds(restart_delay_);
+    const double delay = restarts_.failed(Clock::now(), ran);
     char text[96];
-    std::snprintf(text, sizeof text, "; a new one starts in %g s (frames lost: %lld)", restart_delay_,
+    std::snprintf(text, sizeof text, "; a new one starts in %g s (frames lost: %lld)", delay,
                   static_cast<long long>(lost));
     logWarning(config_.name, reason + text);
 }

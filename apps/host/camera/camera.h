@@ -10,6 +10,7 @@
 #include "analyzer/analyzer_client.h"
 #include "analyzer/control_file.h"
 #include "analyzer/reply.h"
+#include "common/backoff.h"
 #include "outputs/output.h"
 #include "sources/feeder.h"
 #include "tracks/track_maker.h"
@@ -17,7 +18,8 @@
 namespace fleifeisa::host {
 
 struct CameraConfig {
-    std::string name;
+    std::string name;   ///< for files and logs: isCameraName()
+    std::string title;  ///< what people read, "": the name
     SourceOptions source;
     AnalyzerSettings analyzer;
     ControlParameters control;
@@ -69,6 +71,8 @@ class Camera {
 
     const CameraConfig& config() const { return config_; }
     const CameraCounts& counts() const { return counts_; }
+    /// "" while frames come; else since when the source has been failing, why, and how often it is tried again.
+    std::string trouble() const { return feeder_.trouble(); }
     bool done() const { return done_; }
     /// sysexits status, once done.
     int exitCode() const { return exit_code_; }
@@ -140,10 +144,8 @@ class Camera {
     const std::size_t window_;             ///< how many may be under way
     std::optional<ControlParameters> pending_control_;
     Clock::time_point waiting_since_{};  ///< the oldest request's turn began
-    Clock::time_point restart_at_{};
-    Clock::time_point started_at_{};
-    double restart_delay_ = 0;
-    int failures_in_a_row_ = 0;  ///< analyzers that ended without a single answer
+    Backoff restarts_;                   ///< of the analyzer
+    int failures_in_a_row_ = 0;          ///< analyzers that ended without a single answer
     bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
     std::int64_t lost_untold_ = 0;  ///< frames lost since the last one that the outputs heard of

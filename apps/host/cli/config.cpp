@@ -5,6 +5,8 @@
 #include <array>
 #include <charconv>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <set>
 
 #include "camera/output_types.h"
@@ -12,6 +14,8 @@
 #include "cli/nearest.h"
 #include "cli/profile_choice.h"
 #include "cli/values.h"
+#include "common/secrets.h"
+#include "sources/protocols.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -20,14 +24,14 @@ namespace fs = std::filesystem;
 
 class Loader {
  public:
-    Loader(const std::string& path, std::vector<std::string>& errors)
-        : path_(path), directory_(fs::absolute(path).parent_path()), errors_(errors) {}
+    Loader(const std::string& path, std::vector<std::string>& errors, ConfigCheck check)
+        : path_(path), directory_(fs::absolute(path).parent_path()), errors_(errors), check_(check) {}
 
-    HostConfig load() {
+    HostConfig load(std::string_view document) {
         HostConfig config;
         toml::table root;
         try {
-            root = toml::parse_file(path_);
+            root = toml::parse(document);
         } catch (const toml::parse_error& error) {
             const std::string line =
                 error.source().begin.line > 0 ? std::to_string(error.source().begin.line) + ": " : " ";
@@ -157,11 +161,39 @@ class Loader {
         camera.analyzer.root = root_;
         camera.source.decoder_threads = 1;  // many cameras share the processors already
         const Table in(*this, table, "camera[" + std::to_string(index) + "].");
-        in.keys({"name", "source", "device", "analyzer", "type", "control", "outputs", "rotate", "size", "region", "rate",
-                 "profile", "masks", "tracks", "least_area", "shadow_test", "split_people", "matrix", "range", "live", "loop", "realtime", "stall_timeout", "answer_timeout", "decoder_threads",
-                 "ffmpeg_options"});
+        in.keys({"name",
+                 "source",
+                 "device",
+                 "analyzer",
+                 "type",
+                 "control",
+                 "outputs",
+                 "rotate",
+                 "size",
+                 "region",
+                 "rate",
+                 "profile",
+                 "masks",
+                 "tracks",
+                 "least_area",
+                 "shadow_test",
+                 "split_people",
+                 "matrix",
+                 "range",
+                 "live",
+                 "loop",
+                 "realtime",
+                 "stall_timeout",
+                 "answer_timeout",
+                 "decoder_threads",
+                 "ffmpeg_options",
+                 "title",
+                 "credentials",
+                 "redirects",
+                 "start_time"});
         readIdentity(in, camera);
         readSource(in, camera.source);
+        if (check_ == ConfigCheck::kWorld) checkWorld(in, table, camera);
         if (const toml::table* control = in.table("control"))
             readControl(Table(*this, *control, "camera[" + std::to_string(index) + "].control."), camera.control);
         readTracks(in, camera);
@@ -172,8 +204,9 @@ class Loader {
 
     void readIdentity(const Table& in, CameraConfig& camera) {
         camera.name = in.text("name").value_or("");
-        if (camera.name.empty() || camera.name.find('/') != std::string::npos || camera.name.starts_with('.'))
-            in.complain("name", "every camera needs a name, without slashes");
+        camera.title = in.text("title").value_or("");
+        if (!isCameraName(camera.name))
+            in.complain("name", "every camera needs a name of 1 to 64 letters, digits, '_' and '-' (a title is free)");
         else if (!names_.insert(camera.name).second)
             in.complain("name", "another camera has the name '" + camera.name + "'");
         const auto device = in.integer("device", 0, 2147483647);
@@ -190,13 +223,20 @@ class Loader {
 
     void readSource(const Table& in, SourceOptions& source) {
         source.source = in.text("source").value_or("");
+        learnSecretsOf(source.source);
         if (source.source.empty()) in.complain("source", "every camera needs a source");
         if (source.source.starts_with("list:"))
             source.source = "list:" + resolved(source.source.substr(5));
-        else if (source.source.find("://") == std::string::npos && !source.source.starts_with("scene:"))
+        else if (!isUrl(source.source) && !source.source.starts_with("scene:"))
             source.source = resolved(source.source);
         in.parsed("size", parseSize, [&source](auto size) { std::tie(source.width, source.height) = size; });
         in.parsed("region", parseRegion, [&source](const Region& region) { source.region = region; });
+        if (const std::string fault = sourceFault(source); !fault.empty()) in.complain("source", fault);
+        in.parsed("start_time", parseMoment, [&source](std::int64_t moment) { source.start_time_ns = moment; });
+        source.redirects = in.flag("redirects").value_or(false);
+        source.credentials = in.text("credentials").value_or("");
+        if (!source.credentials.empty() && !source.credentials.starts_with("env:"))
+            source.credentials = resolved(source.credentials);
         in.parsed("matrix", parseMatrix, [&source](Matrix matrix) { source.matrix = matrix; });
         in.parsed("range", parseFullRange, [&source](bool full) { source.full_range = full; });
         source.rate = in.number("rate", 0.001, 1000).value_or(0);
@@ -242,6 +282,19 @@ class Loader {
                 fault(item, wrong);
             else
                 source.masks.push_back(mask);
+        }
+    }
+
+    /// What is not in the file, but must be there when the camera starts.
+    static void checkWorld(const Table& in, const toml::table& table, const CameraConfig& camera) {
+        const toml::array* outputs = table["outputs"].as_array();
+        if (!in.has("outputs") || (outputs && outputs->empty()))
+            in.complain("outputs", "the camera has no output: nobody will see what it finds");
+        if (camera.source.source.empty() || !sourceFault(camera.source).empty()) return;
+        try {
+            checkSource(camera.source);
+        } catch (const SourceError& error) {
+            in.complain("source", error.what());
         }
     }
 
@@ -296,6 +349,7 @@ class Loader {
     const std::string path_;
     const fs::path directory_;
     std::vector<std::string>& errors_;
+    const ConfigCheck check_;
     std::vector<std::pair<std::uint32_t, std::string>> faults_;  ///< line and message
     std::string root_, output_directory_;
     Rotation rotation_;
@@ -305,8 +359,21 @@ class Loader {
 
 }  // namespace
 
-HostConfig loadConfig(const std::string& path, std::vector<std::string>& errors) {
-    return Loader(path, errors).load();
+HostConfig parseConfig(std::string_view text, const std::string& path, std::vector<std::string>& errors,
+                       ConfigCheck check) {
+    return Loader(path, errors, check).load(text);
+}
+
+HostConfig loadConfig(const std::string& path, std::vector<std::string>& errors, ConfigCheck check) {
+    constexpr std::uintmax_t kLargest = 16u << 20;
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(path, error);
+    std::ifstream file(path, std::ios::binary);
+    if (error || !file || size > kLargest) {
+        errors.push_back(path + ": " + (error ? error.message() : !file ? "cannot be read" : "larger than 16 MiB"));
+        return {};
+    }
+    return parseConfig(std::string{std::istreambuf_iterator<char>(file), {}}, path, errors, check);
 }
 
 }  // namespace fleifeisa::host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "camera/camera.h"
@@ -13,8 +14,19 @@ struct HostConfig {
     std::vector<CameraConfig> cameras;
 };
 
+/// How closely a configuration is looked at.
+enum class ConfigCheck {
+    kText,   ///< what stands in the file: enough to run, where each camera fails for itself
+    kWorld,  ///< also whether the sources are there and every camera has an output
+};
+
 /// Reads and checks the whole file. Every fault gives one line "FILE:LINE: KEY: what is wrong" in `errors`; relative
 /// paths are taken from the file's directory.
-HostConfig loadConfig(const std::string& path, std::vector<std::string>& errors);
+HostConfig loadConfig(const std::string& path, std::vector<std::string>& errors,
+                      ConfigCheck check = ConfigCheck::kText);
+
+/// The same for a text that is at hand; `path` names it, and gives the directory.
+HostConfig parseConfig(std::string_view text, const std::string& path, std::vector<std::string>& errors,
+                       ConfigCheck check = ConfigCheck::kText);
 
 }  // namespace fleifeisa::host

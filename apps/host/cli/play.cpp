@@ -33,7 +33,7 @@ class Progress {
         rate_ += weight * (rate - rate_);
         last_ = now;
         last_done_ = done;
-        std::array<char, 160> line{};
+        std::array<char, 400> line{};
         int length = std::snprintf(line.data(), line.size(), "%s: frame %lld", camera_.config().name.c_str(),
                                    static_cast<long long>(done));
         const auto append = [&](const char* format, auto... values) {
@@ -47,7 +47,10 @@ class Progress {
         append(", %.0f frames/s", rate_);
         if (all > 0 && rate_ > 0.5)
             append(", %.0f s left", static_cast<double>(std::max<std::int64_t>(0, all - done)) / rate_);
-        if (camera_.counts().detected == 0) append("%s", ", learning the background");
+        if (const std::string trouble = camera_.trouble(); !trouble.empty())
+            append(", %s", trouble.c_str());
+        else if (camera_.counts().detected == 0)
+            append("%s", ", learning the background");
         showProgress(line.data());
     }
 

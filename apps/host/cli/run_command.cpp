@@ -37,7 +37,7 @@ class Service {
  private:
     bool load(HostConfig& config) const {
         std::vector<std::string> errors;
-        config = loadConfig(options_.config, errors);
+        config = loadConfig(options_.config, errors, options_.check_only ? ConfigCheck::kWorld : ConfigCheck::kText);
         for (const std::string& fault : pathFaults(config.cameras)) errors.push_back(options_.config + ": " + fault);
         for (const std::string& error : errors) logError("", error);
         return errors.empty();
@@ -127,10 +127,12 @@ class Service {
     void update(const CameraConfig& wanted) {
         const auto old = std::ranges::find(configured_, wanted.name, &CameraConfig::name);
         if (old == configured_.end()) return add(wanted);
-        if (*old == wanted) return;
+        Camera* camera = running(wanted.name);
+        // One that gave up gets another chance; one whose file has come to its end has done its work.
+        const bool failed = !camera || (camera->done() && camera->exitCode() != 0);
+        if (*old == wanted && !failed) return;
         CameraConfig comparable = *old;
         comparable.control = wanted.control;
-        Camera* camera = running(wanted.name);
         if (comparable == wanted && camera && !camera->done()) {
             *old = wanted;
             camera->setControl(wanted.control);
@@ -147,6 +149,7 @@ class Service {
                       static_cast<long long>(counts.answered), static_cast<long long>(counts.dropped),
                       static_cast<long long>(counts.lost), static_cast<long long>(counts.restarts));
         logInfo(camera.config().name, text);
+        if (const std::string trouble = camera.trouble(); !trouble.empty()) logInfo(camera.config().name, trouble);
     }
 
     const RunOptions& options_;

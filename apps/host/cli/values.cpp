@@ -1,6 +1,8 @@
 #include "cli/values.h"
 
+#include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 
 #include "events/geometry.h"
@@ -106,6 +108,55 @@ Mask parseMask(const std::string& text) {
 bool parseRawTracks(const std::string& text) {
     if (text != "raw" && text != "filtered") throw ValueError("expected filtered or raw");
     return text == "raw";
+}
+
+std::int64_t parseMoment(const std::string& text) {
+    constexpr const char* kExpected =
+        "expected a date and time such as 2026-03-01T12:00:00Z or 2026-03-01T12:00:00.5+01:00";
+    std::string_view rest = text;
+    const auto number = [&rest](std::size_t digits, int low, int high) {
+        int value = 0;
+        const auto [end, error] = std::from_chars(rest.data(), rest.data() + std::min(digits, rest.size()), value);
+        if (error != std::errc() || end != rest.data() + digits || value < low || value > high)
+            throw ValueError(kExpected);
+        rest.remove_prefix(digits);
+        return value;
+    };
+    const auto sign = [&rest](std::string_view allowed) {
+        if (rest.empty() || allowed.find(rest.front()) == std::string_view::npos) throw ValueError(kExpected);
+        const char found = rest.front();
+        rest.remove_prefix(1);
+        return found;
+    };
+    namespace chrono = std::chrono;
+    const chrono::year year(number(4, 1970, 2200));
+    sign("-");
+    const chrono::month month(static_cast<unsigned>(number(2, 1, 12)));
+    sign("-");
+    const chrono::year_month_day date(year, month, chrono::day(static_cast<unsigned>(number(2, 1, 31))));
+    if (!date.ok()) throw ValueError(kExpected);
+    sign("Tt ");
+    std::int64_t second = number(2, 0, 23) * 3600;
+    sign(":");
+    second += number(2, 0, 59) * 60;
+    sign(":");
+    second += number(2, 0, 59);
+    std::int64_t fraction = 0;
+    if (rest.starts_with('.')) {
+        rest.remove_prefix(1);
+        std::int64_t unit = 100'000'000;
+        fraction = number(1, 0, 9) * unit;
+        while (!rest.empty() && rest.front() >= '0' && rest.front() <= '9') fraction += number(1, 0, 9) * (unit /= 10);
+    }
+    const char zone = sign("Zz+-");
+    if (zone == '+' || zone == '-') {
+        int offset = number(2, 0, 23) * 3600;
+        sign(":");
+        offset += number(2, 0, 59) * 60;
+        second -= zone == '+' ? offset : -offset;
+    }
+    if (!rest.empty()) throw ValueError(kExpected);
+    return (chrono::sys_days(date).time_since_epoch().count() * 86400LL + second) * 1'000'000'000 + fraction;
 }
 
 std::string parseThreshold(const std::string& text) {

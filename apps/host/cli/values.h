@@ -1,6 +1,7 @@
 // Values as users write them, on the command line and in configuration files.
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -31,6 +32,8 @@ Mask parseMask(const std::string& text);
 std::string maskFault(const Mask& mask);
 /// "filtered" or "raw"; true for raw. @throws ValueError
 bool parseRawTracks(const std::string& text);
+/// A moment as RFC 3339 has it, "2026-03-01T12:00:00.5+01:00", as nanoseconds since 1970. @throws ValueError
+std::int64_t parseMoment(const std::string& text);
 /// A decimal number the analyzer's control file takes, returned as written. @throws ValueError
 std::string parseThreshold(const std::string& text);
 /// "500", "64 kB", "100 MB", "2 GB": bytes, in powers of 1000. @throws ValueError

@@ -29,7 +29,7 @@ struct FrameResult {
     std::string_view camera;    ///< the camera's name
     std::int64_t sequence = 0;  ///< from 1, without gaps per camera (dropped live frames are never numbered)
     std::int64_t time_ns = 0;   ///< live: nanoseconds since 1970 (UTC); else presentation time from the start
-    bool live = false;          ///< which of the two `time_ns` is
+    bool live = false;          ///< which of the two `time_ns` is: true also for a file with a start time
     bool realtime = false;      ///< live, or played at its own speed: somebody may be watching the files
     std::int64_t dropped = 0;   ///< frames since the one before that nobody answered: a live source dropped them for
                                 ///< newer ones, or they went down with an analyzer
@@ -49,10 +49,11 @@ struct CameraInfo {
     std::string source;  ///< as the user wrote it, without passwords
     int device = 1;
     int analyzer_id = 1;
-    bool infrared = false;  ///< IR instead of COLOR
-    bool live = false;      ///< wall clock times, frames may be dropped
-    double rate = 0;        ///< nominal frames a second, 0 where unknown
-    std::string control;    ///< text of the analyzer's control file, "" where none was written
+    bool infrared = false;   ///< IR instead of COLOR
+    bool live = false;       ///< times since 1970; of a live source also: frames may be dropped
+    double rate = 0;         ///< nominal frames a second, 0 where unknown
+    std::string control;     ///< text of the analyzer's control file, "" where none was written
+    std::string title = {};  ///< what people read in place of the name
     std::optional<Box> region = {};  ///< cut out of the source picture, in its pixels
     TrackSettings tracks = {};       ///< in force, with the number of the next track
     bool fresh_tracks = true;        ///< the tracks begin anew with this analyzer

@@ -43,7 +43,7 @@ bool touchesEdge(const FrameResult& result, const Box& box) {
 
 ReportOutput::ReportOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy)
     : file_(path, WriteMode::kWhole, policy) {
-    data_.camera = camera.name;
+    data_.camera = camera.title.empty() ? camera.name : camera.title;
     data_.source = camera.source;
     data_.infrared = camera.infrared;
     data_.live = camera.live;

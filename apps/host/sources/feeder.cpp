@@ -1,19 +1,23 @@
 #include "sources/feeder.h"
 
 #include <poll.h>
+#include <sysexits.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 
 #include "common/log.h"
+#include "common/secrets.h"
+#include "common/text.h"
 
 namespace fleifeisa::host {
 namespace {
 
 constexpr std::size_t kHeld = 2;  // frames of a file read ahead
-constexpr double kFirstDelay = 0.5, kLongestDelay = 30;
-constexpr int kFileRetries = 3;
-constexpr Clock::duration kSound = std::chrono::seconds(10);  // a source that ran so long starts with the first delay
+constexpr Backoff::Limits kLimits = {0.5, 30, std::chrono::seconds(10)};
+constexpr int kFileRetries = 3;  // in a row without a frame
 
 std::int64_t wallClock() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
@@ -23,7 +27,9 @@ std::int64_t wallClock() {
 }  // namespace
 
 Feeder::Feeder(std::string camera, SourceOptions options)
-    : camera_(std::move(camera)), options_(std::move(options)), live_(isLive(options_)) {}
+    : camera_(std::move(camera)), options_(std::move(options)), live_(isLive(options_)), backoff_(kLimits) {
+    learnSecretsOf(options_.source);
+}
 
 Feeder::~Feeder() {
     stop();
@@ -96,6 +102,11 @@ void Feeder::noteOutage() {
     ready_.set();
 }
 
+std::string Feeder::trouble() const {
+    const std::lock_guard lock(mutex_);
+    return trouble_;
+}
+
 /// Waits; false when the stop came first.
 bool Feeder::waitUntil(Clock::time_point when) const {
     pollfd item{stop_.fd(), POLLIN, 0};
@@ -132,18 +143,27 @@ void Feeder::deliver(RawFrame&& frame) {
 /// Waits for a frame's moment where that is asked for, and gives frames of live sources their time. False on a stop.
 bool Feeder::inTime(RawFrame& frame) {
     // What no decoder delivers comes as fast as it is asked for, also where it is to be taken for a camera.
-    const bool paced = live_ ? !needsDecoder(options_) : options_.realtime;
+    const bool paced = live_ ? isSynthetic(options_) : options_.realtime;
     if (paced) {
         const std::chrono::nanoseconds offset(frame.time_ns);
         if (begin_ == Clock::time_point{}) begin_ = Clock::now() - offset;
         if (!waitUntil(begin_ + offset)) return false;
     }
-    if (live_) frame.time_ns = wallClock();
+    if (live_)
+        frame.time_ns = wallClock();
+    else
+        frame.time_ns += options_.start_time_ns.value_or(0);
     return true;
 }
 
 void Feeder::noteProgress(const Source& source) {
+    retries_ = 0;
+    if (!failing_since_.empty()) {
+        logInfo(camera_, "frames come again");
+        failing_since_.clear();
+    }
     const std::lock_guard lock(mutex_);
+    trouble_.clear();
     const double share = options_.rate > 0 && source.rate() > options_.rate ? options_.rate / source.rate() : 1;
     expected_ = options_.loop ? 0 : std::llround(static_cast<double>(source.expectedFrames()) * share);
     if (options_.frames > 0) expected_ = expected_ == 0 ? options_.frames : std::min(expected_, options_.frames);
@@ -159,14 +179,20 @@ RawFrame Feeder::emptyFrame() {
     return frame;
 }
 
+void Feeder::noteWarnings(Source& source) {
+    for (const std::string& text : source.takeWarnings()) logWarning(camera_, text);
+}
+
 /// Opens the source and reads it to its end.
 Feeder::Outcome Feeder::readOnce() {
+    Outcome outcome = Outcome::kEnded;
     try {
         const auto source = openSource(options_, stop_);
         const std::int64_t skip = live_ ? 0 : delivered_;
         if (live_) begin_ = {};
         RawFrame frame;
-        for (std::int64_t number = 0; source->next(frame); ++number) {
+        for (std::int64_t number = 0; outcome == Outcome::kEnded && source->next(frame); ++number) {
+            noteWarnings(*source);
             if (number < skip) continue;
             ++delivered_;
             frame.time_ns += loop_offset_ns_;
@@ -175,16 +201,20 @@ Feeder::Outcome Feeder::readOnce() {
             if (!wanted(frame.time_ns)) continue;
             noteProgress(*source);
             deliver(std::move(frame));
-            if (options_.frames > 0 && ++handed_on_ >= options_.frames) return Outcome::kEnough;
+            if (options_.frames > 0 && ++handed_on_ >= options_.frames) outcome = Outcome::kEnough;
             frame = emptyFrame();
         }
-        if (const std::string text = source->complaints(); !text.empty()) logWarning(camera_, text);
+        noteWarnings(*source);
+        if (const std::string text = source->complaints(); !text.empty()) {
+            logWarning(camera_, text);
+            damaged_ = true;
+        }
     } catch (const SourceError& error) {
         failure_ = error;
         return Outcome::kFailed;
     }
     const std::lock_guard lock(mutex_);
-    return stopping_ ? Outcome::kStopped : Outcome::kEnded;
+    return stopping_ ? Outcome::kStopped : outcome;
 }
 
 void Feeder::finish(int code) {
@@ -194,32 +224,66 @@ void Feeder::finish(int code) {
     ready_.set();
 }
 
+bool Feeder::waitAfterFailure(const std::string& why, bool worked) {
+    const Clock::time_point now = Clock::now();
+    const double delay = backoff_.failed(now, worked);
+    const bool first = failing_since_.empty();
+    if (first) failing_since_ = rfc3339(wallClock()).substr(0, 19) + "Z";
+    std::array<char, 80> every{};
+    std::snprintf(every.data(), every.size(), "failing since %s, retried every %g s: ", failing_since_.c_str(), delay);
+    {
+        const std::lock_guard lock(mutex_);
+        trouble_ = every.data() + withoutSecrets(why);
+    }
+    if (first) {
+        std::snprintf(every.data(), every.size(), "; opening it again in %g s", delay);
+        logWarning(camera_, why + every.data());
+    } else {
+        logWarning(camera_, every.data() + why);
+    }
+    return waitUntil(backoff_.nextTry());
+}
+
+/// The next round of a file that plays for ever.
+void Feeder::beginAnew() {
+    loop_offset_ns_ = last_time_ns_ + (rate_ > 0 ? static_cast<std::int64_t>(1e9 / rate_) : 100'000'000);
+    delivered_ = 0;
+}
+
+/// After a failure. A decoder that died says nothing against the file, and what plays for ever is tried for ever; but
+/// what has never given a frame, without any such accident, never will.
+bool Feeder::readFileAgain() {
+    if (options_.loop && last_time_ns_ >= 0) return true;
+    return failure_.transient && retries_++ < kFileRetries;
+}
+
 void Feeder::run() {
-    double delay = kFirstDelay;
-    int retries = 0;
     for (;;) {
-        const Clock::time_point opened = Clock::now();
+        backoff_.began(Clock::now());
         const std::int64_t before = delivered_;
         const Outcome outcome = readOnce();
-        if (outcome == Outcome::kStopped || outcome == Outcome::kEnough) return finish(0);
-        if (live_) {
-            if (Clock::now() - opened > kSound && delivered_ > before) delay = kFirstDelay;
-            const std::string why = outcome == Outcome::kEnded ? "the source ended" : failure_.what();
-            noteOutage();
-            logWarning(camera_, why + "; opening it again in " + std::to_string(delay).substr(0, 4) + " s");
-            if (!waitUntil(Clock::now() + seconds(delay))) return finish(0);
-            delay = std::min(2 * delay, kLongestDelay);
-        } else if (outcome == Outcome::kEnded) {
-            if (!options_.loop || delivered_ == 0) return finish(0);
-            const std::int64_t interval = rate_ > 0 ? static_cast<std::int64_t>(1e9 / rate_) : 100'000'000;
-            loop_offset_ns_ = last_time_ns_ + interval;
-            delivered_ = 0;
-        } else if (failure_.stalled && retries++ < kFileRetries) {
-            logWarning(camera_, std::string(failure_.what()) + "; reading it again from frame " +
-                                    std::to_string(delivered_ + 1));
-        } else {
+        if (outcome == Outcome::kStopped) return finish(0);
+        if (outcome == Outcome::kFailed && failure_.code == EX_USAGE) {  // no second try makes it right
             logError(camera_, failure_.what());
             return finish(failure_.code);
+        }
+        if (live_ && outcome != Outcome::kEnough) {
+            const std::string why = outcome == Outcome::kEnded ? "the source ended" : failure_.what();
+            noteOutage();
+            if (!waitAfterFailure(why, delivered_ > before)) return finish(0);
+        } else if (outcome == Outcome::kFailed) {
+            if (!readFileAgain()) {
+                logError(camera_, failure_.what());
+                return finish(failure_.code);
+            }
+            // Where it fails at the same frame again, the rest of this round is given up.
+            if (options_.loop && delivered_ == before && delivered_ > 0) beginAnew();
+            const std::string from = "; reading goes on with frame " + std::to_string(delivered_ + 1);
+            if (!waitAfterFailure(failure_.what() + from, delivered_ > before)) return finish(0);
+        } else if (outcome == Outcome::kEnough || !options_.loop || delivered_ == 0) {
+            return finish(damaged_ && !live_ ? EX_DATAERR : 0);
+        } else {
+            beginAnew();
         }
     }
 }

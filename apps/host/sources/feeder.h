@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "common/backoff.h"
 #include "sources/source.h"
 
 namespace fleifeisa::host {
@@ -42,6 +43,10 @@ class Feeder {
     int outages() const;
     /// A frame waits to be taken.
     bool holds() const;
+    /// The frames' times are moments since 1970.
+    bool dates() const { return hasDates(options_); }
+    /// "" while frames come; else "failing since 2026-03-01T12:00:00Z, retried every 30 s: no such file".
+    std::string trouble() const;
 
  private:
     enum class Outcome { kEnded, kEnough, kStopped, kFailed };
@@ -50,6 +55,11 @@ class Feeder {
     Outcome readOnce();
     bool inTime(RawFrame& frame);
     void noteProgress(const Source& source);
+    void noteWarnings(Source& source);
+    /// Reports a failure and waits until the next try. False when the stop came first.
+    bool waitAfterFailure(const std::string& why, bool worked);
+    void beginAnew();
+    bool readFileAgain();
     RawFrame emptyFrame();
     void deliver(RawFrame&& frame);
     bool wanted(std::int64_t time_ns);
@@ -71,15 +81,20 @@ class Feeder {
     int outages_ = 0;
     bool ended_ = false, stopping_ = false;
     int code_ = 0;
+    std::string trouble_;
 
     // the thread's own
     std::int64_t delivered_ = 0;   ///< frames read in all; a file that is reopened skips them
     std::int64_t handed_on_ = 0;   ///< frames that went to the camera
     std::int64_t rate_slot_ = -1;  ///< interval of the rate in which the last frame was taken
     std::int64_t rate_start_ns_ = 0;
-    Clock::time_point begin_{};  ///< of the playing in real time
-    std::int64_t loop_offset_ns_ = 0, last_time_ns_ = 0;
+    Clock::time_point begin_{};                            ///< of the playing in real time
+    std::int64_t loop_offset_ns_ = 0, last_time_ns_ = -1;  ///< the last: -1 before any frame
     SourceError failure_{0, ""};
+    Backoff backoff_;
+    std::string failing_since_;  ///< moment of the first of failures in a row, "": none
+    int retries_ = 0;            ///< of a file, in a row without a frame
+    bool damaged_ = false;       ///< parts of a file could not be read
     std::thread thread_;
 };
 

@@ -1,9 +1,9 @@
-// Everything ffmpeg reads: files, images, streams, cameras. ffmpeg runs as a child and delivers raw video in NUT.
+// Everything ffmpeg reads: files, streams, cameras. ffmpeg runs as a child and delivers raw video in NUT.
 #pragma once
 
+#include <deque>
 #include <memory>
 
-#include "common/leftovers.h"
 #include "common/process.h"
 #include "sources/nut.h"
 #include "sources/pipe_reader.h"
@@ -21,28 +21,26 @@ class FfmpegSource : public Source {
     std::string complaints() const override;
 
  private:
-    std::vector<std::string> arguments();
-    void inputArguments(std::vector<std::string>& argv);
-    /// Writes a list of images as ffmpeg's concat demuxer takes it; its path.
-    std::string writeImageList();
     void onLine(std::string_view line);
     void onOutputStream(std::string_view description);
-    void takeLayout();
+    void onFrameInfo(std::string_view line);
+    void findColours();
+    /// Size and format of the frame just read.
+    PixelLayout layoutOfFrame();
     /// After the end of the data: was it a good one?
     void checkEnd();
 
     SourceOptions options_;
     bool live_;
-    std::string list_path_;  ///< temporary list of images, "": none
-    std::optional<Leftover> leftover_;
     Process process_;
     std::unique_ptr<PipeReader> reader_;
     std::unique_ptr<NutReader> nut_;
-    PixelLayout layout_;
-    bool have_layout_ = false, in_output_ = false;
-    std::int64_t frames_ = 0, images_ = 0;
+    PixelLayout layout_;                 ///< of the last frame
+    std::deque<PixelLayout> announced_;  ///< sizes and formats of frames that are still to come, as ffmpeg says
+    bool in_output_ = false, colours_known_ = false;
+    std::int64_t frames_ = 0;
     double rate_ = 0, duration_ = 0;  ///< of the input: frames a second, seconds
-    std::string format_, colours_, last_error_, first_error_;
+    std::string colours_, last_error_, first_error_;
     std::int64_t errors_ = 0;
 };
 

@@ -1,5 +1,7 @@
 #include "sources/nut.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <string_view>
 
 namespace fleifeisa::host {
@@ -26,8 +28,17 @@ enum Flag : std::uint32_t {
     kInvalid = 1 << 13,
 };
 
+constexpr std::int64_t kMostSeconds = 9'000'000'000;  // a time in nanoseconds stays below 2^63
+constexpr std::int64_t kMostTicks = std::int64_t{1} << 61;
+
 [[noreturn]] void damaged(const char* what) {
     throw std::runtime_error(std::string("decoder's stream damaged: ") + what);
+}
+
+/// Two of these can be added.
+std::int64_t checkTicks(std::int64_t ticks) {
+    if (ticks > kMostTicks || ticks < -kMostTicks) damaged("time");
+    return ticks;
 }
 
 }  // namespace
@@ -105,7 +116,7 @@ void NutReader::frameTable() {
         const std::uint64_t flags = number();
         const std::uint64_t fields = number();
         std::uint64_t size = 0, reserved = 0;
-        if (fields > 0) pts_delta = signedNumber();
+        if (fields > 0) pts_delta = checkTicks(signedNumber());
         if (fields > 1) mul = number();
         if (fields > 2) number();  // stream
         if (fields > 3) size = number();
@@ -151,6 +162,7 @@ void NutReader::streamHeader() {
 void NutReader::syncpoint() {
     const std::uint64_t end = packetEnd();
     pts_ = static_cast<std::int64_t>(number() / time_bases_);
+    checkTicks(pts_);
     if (in_.position() > end) damaged("syncpoint");
     skip(end - in_.position());
 }
@@ -172,6 +184,7 @@ void NutReader::frameHeader(const FrameCode& code, std::uint64_t& size) {
     } else {
         pts_ += code.pts_delta;
     }
+    checkTicks(pts_);
     size = code.size_lsb;
     if (flags & kSizeMsb) size += code.size_mul * number();
     if (flags & kMatchTime) signedNumber();
@@ -184,6 +197,20 @@ void NutReader::frameHeader(const FrameCode& code, std::uint64_t& size) {
     // ffmpeg elides nothing and adds no side data to raw video; both would change the meaning of the bytes.
     if (index >= elision_.size() || elision_[index] != 0 || (flags & kSideData)) damaged("frame header");
     if (size > kMaxFrameBytes) damaged("frame too large");
+}
+
+/// Memory follows the bytes that arrive, not the announced size.
+void NutReader::readBody(std::vector<std::uint8_t>& bytes, std::size_t size) {
+    constexpr std::size_t kAtOnce = 4u << 20;
+    std::size_t done = 0;
+    while (done < size) {
+        const std::size_t part =
+            std::min(size - done, std::max({kAtOnce, done, bytes.size() - std::min(bytes.size(), done)}));
+        bytes.resize(done + part);
+        in_.read(std::span(bytes).subspan(done, part));
+        done += part;
+    }
+    bytes.resize(size);
 }
 
 bool NutReader::next(std::vector<std::uint8_t>& bytes, std::int64_t& time_ns) {
@@ -202,9 +229,9 @@ bool NutReader::next(std::vector<std::uint8_t>& bytes, std::int64_t& time_ns) {
         }
         std::uint64_t size = 0;
         frameHeader(codes_[first], size);
-        bytes.resize(size);
-        in_.read(bytes);
+        readBody(bytes, size);
         const auto num = static_cast<std::int64_t>(time_num_), den = static_cast<std::int64_t>(time_den_);
+        if (std::abs(pts_) / den >= kMostSeconds / num) damaged("time");
         time_ns = pts_ / den * num * kBillion + pts_ % den * num * kBillion / den;
         return true;
     }

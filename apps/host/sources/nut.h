@@ -14,7 +14,7 @@ namespace fleifeisa::host {
 
 class NutReader {
  public:
-    explicit NutReader(PipeReader& in) : in_(in) {}
+    explicit NutReader(ByteStream& in) : in_(in) {}
 
     /// Reads the file's headers. @throws ReadEnd, std::runtime_error where it is no NUT file with one stream
     void readHeaders();
@@ -42,9 +42,10 @@ class NutReader {
     void frameTable();
     void streamHeader();
     void syncpoint();
+    void readBody(std::vector<std::uint8_t>& bytes, std::size_t size);
     void frameHeader(const FrameCode& code, std::uint64_t& size);
 
-    PipeReader& in_;
+    ByteStream& in_;
     std::array<FrameCode, 256> codes_{};
     std::vector<std::uint64_t> elision_;  ///< lengths of the elided headers
     std::uint64_t time_num_ = 1, time_den_ = 1, time_bases_ = 1;

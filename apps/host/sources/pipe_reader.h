@@ -19,22 +19,36 @@ struct ReadEnd : std::runtime_error {
     Reason reason;
 };
 
-class PipeReader {
+/// Bytes in their order, from wherever they come.
+class ByteStream {
+ public:
+    ByteStream() = default;
+    ByteStream(const ByteStream&) = delete;
+    ByteStream& operator=(const ByteStream&) = delete;
+    virtual ~ByteStream() = default;
+
+    /// Fills `to`. @throws ReadEnd
+    virtual void read(std::span<std::uint8_t> to) = 0;
+    virtual std::uint8_t byte() = 0;
+    /// False at the end of the data; true when there is more. @throws ReadEnd on stop and stall
+    virtual bool more() = 0;
+    /// Bytes taken so far.
+    virtual std::uint64_t position() const = 0;
+};
+
+class PipeReader final : public ByteStream {
  public:
     /// `errors` (may be -1) is read along, its lines go to `on_line`; a full pipe there would stop the child.
     PipeReader(int data, int errors, const Event& stop, Clock::duration stall,
                std::function<void(std::string_view)> on_line)
         : data_(data), errors_(errors), stop_(stop), stall_(stall), on_line_(std::move(on_line)), buffer_(1 << 16) {}
 
-    /// Fills `to`. @throws ReadEnd
-    void read(std::span<std::uint8_t> to);
-    std::uint8_t byte();
-    /// False at the end of the data; true when there is more. @throws ReadEnd on stop and stall
-    bool more();
+    void read(std::span<std::uint8_t> to) override;
+    std::uint8_t byte() override;
+    bool more() override;
     /// Takes what has been written to the error pipe until now.
     void drainErrors();
-    /// Bytes taken so far.
-    std::uint64_t position() const { return position_; }
+    std::uint64_t position() const override { return position_; }
 
  private:
     void waitForData();

@@ -24,11 +24,7 @@ RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<s
     }
     ShownPart part;
     if (options.region) {
-        Region cut = *options.region;
-        cut.left = std::min(cut.left, result.width - 1);
-        cut.top = std::min(cut.top, result.height - 1);
-        cut.width = std::min(cut.width, result.width - cut.left);
-        cut.height = std::min(cut.height, result.height - cut.top);
+        const Region& cut = *options.region;
         const auto share = [](int pixels, int all) { return static_cast<double>(pixels) / all; };
         part = {share(cut.left, result.width), share(cut.top, result.height), share(cut.width, result.width),
                 share(cut.height, result.height)};

@@ -17,7 +17,8 @@ struct RgbFrame {
 /// as they are.
 std::pair<int, int> fittedSize(int width, int height, int longest);
 
-/// Converts a frame to RGB, cuts the region out, scales and paints the masks, as the options say. A region is cut to what lies inside.
+/// Converts a frame to RGB, cuts the region out, scales and paints the masks, as the options say. A region lies inside
+/// the frame: openSource() lets no other pass.
 /// The frame's bytes are moved on where they are RGB already, and left for another frame where not; then `spare`
 /// gives its memory to the picture.
 RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<std::uint8_t>& spare);

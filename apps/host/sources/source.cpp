@@ -3,10 +3,15 @@
 #include <sys/stat.h>
 #include <sysexits.h>
 
+#include <algorithm>
 #include <filesystem>
 
+#include "common/secrets.h"
 #include "scenes/scene.h"
+#include "sources/ffmpeg_command.h"
 #include "sources/ffmpeg_source.h"
+#include "sources/images.h"
+#include "sources/protocols.h"
 #include "sources/recording_source.h"
 
 namespace fleifeisa::host {
@@ -39,14 +44,52 @@ class SceneSource : public Source {
     std::int64_t number_ = 0;
 };
 
-bool isUrl(const std::string& source) {
-    return source.find("://") != std::string::npos;
+bool isScene(const std::string& source) {
+    return source.starts_with("scene:");
 }
 
+/// Also a camera that is not plugged in at the moment.
 bool isDevice(const std::string& source) {
     struct stat status {};
-    return ::stat(source.c_str(), &status) == 0 && S_ISCHR(status.st_mode);
+    if (::stat(source.c_str(), &status) == 0) return S_ISCHR(status.st_mode);
+    return source.starts_with("/dev/video");
 }
+
+bool isImages(const std::string& source) {
+    if (source.starts_with("list:")) return true;
+    std::error_code error;
+    if (std::filesystem::is_directory(source, error)) return true;
+    return isImageName(source) && std::filesystem::is_regular_file(source, error);
+}
+
+/// @throws SourceError where the region leaves a picture of this size
+void checkRegion(const std::optional<Region>& region, int width, int height) {
+    if (!region || (region->left + region->width <= width && region->top + region->height <= height)) return;
+    const auto pair = [](int a, char sign, int b) { return std::to_string(a) + sign + std::to_string(b); };
+    throw SourceError(EX_USAGE, "the region " + pair(region->width, 'x', region->height) + "+" +
+                                    pair(region->left, '+', region->top) + " leaves the picture of " +
+                                    pair(width, 'x', height));
+}
+
+/// Refuses frames that do not hold the wanted region.
+class RegionGuard : public Source {
+ public:
+    RegionGuard(std::unique_ptr<Source> inner, const Region& region) : inner_(std::move(inner)), region_(region) {}
+
+    bool next(RawFrame& frame) override {
+        if (!inner_->next(frame)) return false;
+        checkRegion(region_, frame.layout.width, frame.layout.height);
+        return true;
+    }
+    std::int64_t expectedFrames() const override { return inner_->expectedFrames(); }
+    double rate() const override { return inner_->rate(); }
+    std::string complaints() const override { return inner_->complaints(); }
+    std::vector<std::string> takeWarnings() override { return inner_->takeWarnings(); }
+
+ private:
+    std::unique_ptr<Source> inner_;
+    Region region_;
+};
 
 }  // namespace
 
@@ -55,25 +98,86 @@ bool isLive(const SourceOptions& options) {
     return isUrl(options.source) || isDevice(options.source);
 }
 
-bool needsDecoder(const SourceOptions& options) {
-    return !options.source.starts_with("scene:") && !isRecording(options.source);
+bool hasDates(const SourceOptions& options) {
+    return isLive(options) || options.start_time_ns;
+}
+
+bool isSynthetic(const SourceOptions& options) {
+    return isScene(options.source) || (!isUrl(options.source) && isRecording(options.source));
 }
 
 std::string baseName(const std::string& source) {
-    std::string name = source.substr(0, source.find('?'));
+    if (isUrl(source)) {
+        // The last part of the path that may be seen, else the host.
+        std::string rest = withoutSecrets(source);
+        rest = rest.substr(rest.find("://") + 3);
+        rest = rest.substr(0, rest.find('?'));
+        if (rest.starts_with("***@")) rest.erase(0, 4);
+        while (rest.find('/') != std::string::npos && (rest.ends_with('/') || rest.ends_with("***")))
+            rest.erase(rest.rfind('/'));
+        const std::size_t slash = rest.rfind('/');
+        return slash == std::string::npos ? rest : std::filesystem::path(rest.substr(slash + 1)).stem().string();
+    }
     for (const char* prefix : {"scene:", "list:"})
-        if (name.starts_with(prefix)) return baseName(name.substr(std::string(prefix).size()));
+        if (source.starts_with(prefix)) return baseName(source.substr(std::string_view(prefix).size()));
+    std::string name = source.substr(0, source.find('?'));
     while (name.size() > 1 && name.ends_with('/')) name.pop_back();
     name = std::filesystem::path(name).stem().string();
-    for (char& c : name)
-        if (static_cast<unsigned char>(c) <= ' ' || c == ':' || c == '/' || c == '@') c = '_';
     return name.empty() ? "camera" : name;
 }
 
-std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop) {
-    if (options.source.starts_with("scene:")) return std::make_unique<SceneSource>(options.source);
-    if (isRecording(options.source)) return std::make_unique<RecordingSource>(options.source);
+std::string cameraName(const std::string& source) {
+    std::string name = baseName(source).substr(0, 64);
+    for (char& c : name)
+        if (!isCameraName(std::string_view(&c, 1))) c = '_';
+    return name.empty() ? "camera" : name;
+}
+
+bool isCameraName(std::string_view name) {
+    const auto allowed = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+    };
+    return !name.empty() && name.size() <= 64 && std::ranges::all_of(name, allowed);
+}
+
+std::string sourceFault(const SourceOptions& options) {
+    if (isUrl(options.source)) return urlFault(options.source);
+    if (!isScene(options.source)) return "";
+    try {
+        const scenes::SceneDescription scene = scenes::parseScene(options.source);
+        checkRegion(options.region, scene.width, scene.height);
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "";
+}
+
+void checkSource(const SourceOptions& options) {
+    if (const std::string fault = sourceFault(options); !fault.empty()) throw SourceError(EX_USAGE, fault);
+    if (isSynthetic(options)) return;
+    if (isImages(options.source)) {
+        const Event never;
+        const ImageSource names_only(options, never);
+    } else {
+        ffmpegCommand(options);
+    }
+}
+
+namespace {
+
+std::unique_ptr<Source> openAny(const SourceOptions& options, const Event& stop) {
+    if (isScene(options.source)) return std::make_unique<SceneSource>(options.source);
+    if (isSynthetic(options)) return std::make_unique<RecordingSource>(options.source);
+    if (isImages(options.source)) return std::make_unique<ImageSource>(options, stop);
     return std::make_unique<FfmpegSource>(options, stop);
+}
+
+}  // namespace
+
+std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop) {
+    auto source = openAny(options, stop);
+    if (!options.region) return source;
+    return std::make_unique<RegionGuard>(std::move(source), *options.region);
 }
 
 }  // namespace fleifeisa::host

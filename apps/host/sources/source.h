@@ -18,7 +18,7 @@ namespace fleifeisa::host {
 struct RawFrame {
     PixelLayout layout;
     std::vector<std::uint8_t> bytes;
-    std::int64_t time_ns = 0;  ///< presentation time from the start; of a live source since 1970
+    std::int64_t time_ns = 0;  ///< presentation time from the start; with hasDates() since 1970
 };
 
 /// What a user may say about a source.
@@ -38,17 +38,20 @@ struct SourceOptions {
     double stall_seconds = 20;       ///< without a frame for so long, the source counts as stalled
     int decoder_threads = 0;         ///< 0: as many as ffmpeg likes
     std::string ffmpeg = "ffmpeg";
-    std::vector<std::string> ffmpeg_input_options;  ///< inserted before -i
+    std::vector<std::string> ffmpeg_input_options;  ///< inserted before -i, in place of the host's own
+    std::string credentials;  ///< of a URL: "env:NAME" or a file with USER:PASSWORD; "": as the URL says
+    bool redirects = false;   ///< a URL may lead on to other addresses: HTTP redirects, playlists
+    std::optional<std::int64_t> start_time_ns;  ///< of a file: the moment of its first frame, since 1970
 
     bool operator==(const SourceOptions&) const = default;
 };
 
 /// A source that cannot deliver. `code` is the exit status that fits (sysexits).
 struct SourceError : std::runtime_error {
-    SourceError(int exit_code, const std::string& what, bool stall = false)
-        : std::runtime_error(what), code(exit_code), stalled(stall) {}
+    SourceError(int exit_code, const std::string& what, bool may_pass = false)
+        : std::runtime_error(what), code(exit_code), transient(may_pass) {}
     int code;
-    bool stalled;
+    bool transient;  ///< another try may well succeed: a decoder that crashed or stalled, no lack in the source itself
 };
 
 class Source {
@@ -67,16 +70,32 @@ class Source {
     virtual double rate() const { return 0; }
     /// What went wrong without ending the stream, such as damaged frames; "" where nothing did.
     virtual std::string complaints() const { return ""; }
+    /// What is to be said at once, such as the name of a damaged image.
+    virtual std::vector<std::string> takeWarnings() { return {}; }
 };
 
 /// True for streams and cameras: wall clock times, newest frame wins, reopened when they end.
 bool isLive(const SourceOptions& options);
 
-/// True where ffmpeg is needed.
-bool needsDecoder(const SourceOptions& options);
+/// True where the frames' times are moments, since 1970.
+bool hasDates(const SourceOptions& options);
 
-/// A short name for files and logs: "vtest" for ".../vtest.avi", "street" for "scene:street?seed=3".
+/// True where nothing but a request for it makes a frame: as fast as they are asked for.
+bool isSynthetic(const SourceOptions& options);
+
+/// A short name for people: "vtest" for ".../vtest.avi", "street" for "scene:street?seed=3"; holds no secrets.
 std::string baseName(const std::string& source);
+
+/// The same as a camera's name: letters, digits, "_" and "-", 1 to 64 of them.
+std::string cameraName(const std::string& source);
+bool isCameraName(std::string_view name);
+
+/// What is wrong with the text of a source (an unknown scene or protocol, a malformed URL), "" where nothing is.
+std::string sourceFault(const SourceOptions& options);
+
+/// Whether all that can be known without reading frames is in order: files are there, credentials can be read.
+/// @throws SourceError
+void checkSource(const SourceOptions& options);
 
 /// @throws SourceError
 std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop);

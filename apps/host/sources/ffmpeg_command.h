@@ -1,0 +1,22 @@
+// The command line of a decoding ffmpeg.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "sources/source.h"
+
+namespace fleifeisa::host {
+
+struct FfmpegCommand {
+    std::vector<std::string> argv;
+    /// What it reads from standard input, "": nothing. A URL with secrets stands here, in the form of the concat
+    /// demuxer's list: a command line can be read by every user of the machine.
+    std::string script;
+};
+
+/// Options of the user replace the host's own of the same name.
+/// @throws SourceError where the source does not exist or its URL is no good
+FfmpegCommand ffmpegCommand(const SourceOptions& options);
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,191 @@
+// The configuration: text to settings, every key; faults with line and key.
+#include "cli/config.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+
+namespace fleifeisa::host {
+namespace {
+
+// In a directory that does not exist: nothing but the text is looked at.
+constexpr const char* kPath = "/nowhere/conf/cameras.toml";
+
+CameraConfig plain() {
+    CameraConfig camera;
+    camera.name = "gate";
+    camera.source.source = "/nowhere/conf/gate.avi";
+    camera.source.decoder_threads = 1;
+    camera.analyzer.device = 7;
+    camera.service = true;
+    return camera;
+}
+
+const std::string kPlain = "[[camera]]\nname = 'gate'\nsource = 'gate.avi'\ndevice = 7\n";
+
+TEST(Config, EveryKeyOfACamera) {
+    const struct {
+        std::string line;
+        std::function<void(CameraConfig&)> expected;
+    } rows[] = {
+        {"", [](auto&) {}},
+        {"title = 'Tor \xC3\xA4'", [](auto& c) { c.title = "Tor \xC3\xA4"; }},
+        {"analyzer = 3", [](auto& c) { c.analyzer.analyzer_id = 3; }},
+        {"type = 'ir'", [](auto& c) { c.analyzer.infrared = true; }},
+        {"type = 'COLOR'", [](auto&) {}},
+        {"rate = 12.5", [](auto& c) { c.source.rate = 12.5; }},
+        {"rate = 5", [](auto& c) { c.source.rate = 5; }},
+        {"size = '640x360'", [](auto& c) { c.source.width = 640, c.source.height = 360; }},
+        {"region = '960x540+1+100'",
+         [](auto& c) {
+             c.source.region = Region{1, 100, 960, 540};
+         }},
+        {"matrix = 'bt601'", [](auto& c) { c.source.matrix = Matrix::kBt601; }},
+        {"matrix = 'bt709'", [](auto& c) { c.source.matrix = Matrix::kBt709; }},
+        {"matrix = 'bt2020'", [](auto& c) { c.source.matrix = Matrix::kBt2020; }},
+        {"range = 'full'", [](auto& c) { c.source.full_range = true; }},
+        {"range = 'limited'", [](auto& c) { c.source.full_range = false; }},
+        {"live = true", [](auto& c) { c.source.live = true; }},
+        {"live = false", [](auto& c) { c.source.live = false; }},
+        {"loop = true", [](auto& c) { c.source.loop = true; }},
+        {"realtime = true", [](auto& c) { c.source.realtime = true; }},
+        {"redirects = true", [](auto& c) { c.source.redirects = true; }},
+        {"credentials = 'gate.key'", [](auto& c) { c.source.credentials = "/nowhere/conf/gate.key"; }},
+        {"credentials = 'env:GATE'", [](auto& c) { c.source.credentials = "env:GATE"; }},
+        {"start_time = '1970-01-02T00:00:00Z'", [](auto& c) { c.source.start_time_ns = 86'400'000'000'000; }},
+        {"stall_timeout = 2.5", [](auto& c) { c.source.stall_seconds = 2.5; }},
+        {"answer_timeout = 4", [](auto& c) { c.answer_seconds = 4; }},
+        {"decoder_threads = 0", [](auto& c) { c.source.decoder_threads = 0; }},
+        {"ffmpeg_options = ['-re', '-r', '5']",
+         [](auto& c) {
+             c.source.ffmpeg_input_options = {"-re", "-r", "5"};
+         }},
+        {"control = { bgframes = 9, color_low = 0.25, color_high = 1, ir_low = 1e-2, ir_high = 2.5 }",
+         [](auto& c) {
+             c.control = {"9", "0.25", "1", "0.01", "2.5"};
+         }},
+        {"outputs = ['jsonl', 'mot=m.csv', 'replies=/r.txt']",
+         [](auto& c) {
+             c.outputs = {{"jsonl", "/nowhere/conf/out/gate/frames.jsonl"},
+                          {"mot", "/nowhere/conf/m.csv"},
+                          {"replies", "/r.txt"}};
+         }},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> errors;
+        const HostConfig config = parseConfig(kPlain + row.line + "\n", kPath, errors);
+        EXPECT_TRUE(errors.empty()) << row.line << ": " << errors.front();
+        CameraConfig expected = plain();
+        row.expected(expected);
+        ASSERT_EQ(config.cameras.size(), 1u);
+        EXPECT_TRUE(config.cameras[0] == expected) << row.line;
+    }
+}
+
+TEST(Config, PathsAndTopLevelKeys) {
+    const struct {
+        const char *top, *source, *analyzer, *root, *resolved, *output;
+    } rows[] = {
+        {"", "scene:street?seed=1", "", "", "scene:street?seed=1", "/nowhere/conf/out/gate/replies.txt"},
+        {"analyzer = 'fleifeisa'", "list:a/b.txt", "fleifeisa", "", "list:/nowhere/conf/a/b.txt",
+         "/nowhere/conf/out/gate/replies.txt"},
+        {"analyzer = './x'\nroot = '../r'\noutputs = '/o'", "../a.avi", "/nowhere/conf/x", "/nowhere/r",
+         "/nowhere/a.avi", "/o/gate/replies.txt"},
+        {"root = '/r'\noutputs = 'x'", "rtsp://h/s", "", "/r", "rtsp://h/s", "/nowhere/conf/x/gate/replies.txt"},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> errors;
+        const HostConfig config = parseConfig(
+            std::string(row.top) + "\n[[camera]]\nname = 'gate'\ndevice = 0\noutputs = ['replies']\nsource = '" +
+                row.source + "'\n",
+            kPath, errors);
+        ASSERT_TRUE(errors.empty()) << errors.front();
+        EXPECT_EQ(config.analyzer, row.analyzer);
+        EXPECT_EQ(config.cameras.at(0).analyzer.root, row.root);
+        EXPECT_EQ(config.cameras.at(0).source.source, row.resolved);
+        EXPECT_EQ(config.cameras.at(0).outputs.at(0).path, row.output);
+    }
+}
+
+TEST(Config, FaultsNameLineAndKey) {
+    const std::pair<std::string, const char*> rows[] = {
+        {"", ":1: camera: expected at least one"},
+        {"camera = 3", ":1: camera: expected at least one"},
+        {"rooot = 1\n" + kPlain, ":1: rooot: unknown key (did you mean root?)"},
+        {"zzzzzzz = 1\n" + kPlain, ":1: zzzzzzz: unknown key"},
+        {"analyzer = 1\n" + kPlain, ":1: analyzer: expected a text"},
+        {"[[camera]]\nname = 'a\n", ":2: "},
+        {kPlain + "[[camera]]\nname = 'gate'\nsource = 'b'\ndevice = 8\n",
+         ":6: camera[2].name: another camera has the name 'gate'"},
+        {kPlain + "[[camera]]\nname = 'b'\nsource = 'b'\ndevice = 7\n",
+         ":8: camera[2].device: another camera has device 7"},
+        {"[[camera]]\nname = 'b'\ndevice = 7\n", ":1: camera[1].source: every camera needs"},
+        {"[[camera]]\nname = 'b'\nsource = 'b'\n", ":1: camera[1].device: every camera needs"},
+        {"[[camera]]\nname = 'a b'\nsource = 'b'\ndevice = 1\n",
+         ":2: camera[1].name: every camera needs a name of 1 to 64"},
+        {"[[camera]]\nname = 'a'\nsource = 'rtps://h'\ndevice = 1\n", ":3: camera[1].source: unknown protocol 'rtps'"},
+        {"[[camera]]\nname = 'a'\nsource = 'http://h:x/'\ndevice = 1\n", ":3: camera[1].source: malformed URL"},
+        {"[[camera]]\nname = 'a'\nsource = 'scene:moon'\ndevice = 1\n", ":3: camera[1].source: "},
+        {"[[camera]]\nname = 'a'\nsource = 'scene:street?size=96x64'\ndevice = 1\nregion = '96x64+0+1'\n",
+         ":3: camera[1].source: the region 96x64+0+1 leaves the picture of 96x64"},
+        {kPlain + "type = 'infra'", ":5: camera[1].type: expected color or ir"},
+        {kPlain + "size = '320'", ":5: camera[1].size: expected WIDTHxHEIGHT"},
+        {kPlain + "region = '320x240'", ":5: camera[1].region: expected"},
+        {kPlain + "rate = 'x'", ":5: camera[1].rate: expected a number from 0.001 to 1000"},
+        {kPlain + "rate = 0", ":5: camera[1].rate: expected a number"},
+        {kPlain + "rate = nan", ":5: camera[1].rate: expected a number"},
+        {kPlain + "live = 1", ":5: camera[1].live: expected true or false"},
+        {kPlain + "stall_timeout = 0", ":5: camera[1].stall_timeout: expected a number"},
+        {kPlain + "answer_timeout = 1e9", ":5: camera[1].answer_timeout: expected a number"},
+        {kPlain + "decoder_threads = 65", ":5: camera[1].decoder_threads: expected a whole number from 0 to 64"},
+        {kPlain + "analyzer = 2147483648", ":5: camera[1].analyzer: expected a whole number"},
+        {kPlain + "matrix = 'x'", ":5: camera[1].matrix: expected bt601"},
+        {kPlain + "range = 'x'", ":5: camera[1].range: expected full"},
+        {kPlain + "start_time = 'noon'", ":5: camera[1].start_time: expected a date and time"},
+        {kPlain + "ffmpeg_options = '-re'", ":5: camera[1].ffmpeg_options: expected a list"},
+        {kPlain + "outputs = ['smoke']", ":5: camera[1].outputs: there is no output 'smoke'"},
+        {kPlain + "control = 3", ":5: camera[1].control: expected a table"},
+        {kPlain + "[camera.control]\nbgframes = 0", ":6: camera[1].control.bgframes: expected a whole number"},
+        {kPlain + "control = { ir_low = -1 }", ":5: camera[1].control.ir_low: expected a number"},
+        {kPlain + "control = { ir_lo = 1 }", ":5: camera[1].control.ir_lo: unknown key (did you mean ir_low?)"},
+    };
+    for (const auto& [text, words] : rows) {
+        std::vector<std::string> errors;
+        parseConfig(text, kPath, errors);
+        ASSERT_EQ(errors.size(), 1u) << text;
+        EXPECT_TRUE(errors[0].starts_with(kPath + std::string(words))) << errors[0];
+    }
+    std::vector<std::string> errors;
+    parseConfig("x = 1\n[[camera]]\ny = 1\n", kPath, errors);
+    EXPECT_EQ(errors.size(), 5u);  // all of them, in the order of their lines
+    EXPECT_TRUE(errors.at(0).starts_with(kPath + std::string(":1: x")) &&
+                errors.at(4).starts_with(kPath + std::string(":3: ")));
+}
+
+TEST(Config, ALookAtTheWorldFindsWhatIsMissing) {
+    const std::pair<std::string, const char*> rows[] = {
+        {kPlain + "outputs = ['jsonl']", "camera[1].source: /nowhere/conf/gate.avi: No such file"},
+        {"[[camera]]\nname = 'a'\nsource = 'scene:street'\ndevice = 1\n",
+         "camera[1].outputs: the camera has no output"},
+        {"[[camera]]\nname = 'a'\nsource = 'scene:street'\ndevice = 1\noutputs = []\n",
+         "camera[1].outputs: the camera has no output"},
+        {"[[camera]]\nname = 'a'\nsource = 'list:x'\ndevice = 1\noutputs = ['mot']\n",
+         "camera[1].source: /nowhere/conf/x: No such file"},
+        {"[[camera]]\nname = 'a'\nsource = 'rtsp://h/'\ncredentials = 'k'\ndevice = 1\noutputs = ['mot']\n",
+         "/nowhere/conf/k: No such file"},
+        {"[[camera]]\nname = 'a'\nsource = 'rtsp://h/'\ndevice = 1\noutputs = ['mot']\n", ""},
+    };
+    for (const auto& [text, words] : rows) {
+        std::vector<std::string> errors;
+        parseConfig(text, kPath, errors, ConfigCheck::kWorld);
+        ASSERT_EQ(errors.size(), *words ? 1u : 0u) << text << (errors.empty() ? "" : errors.back());
+        EXPECT_NE((errors.empty() ? "" : errors[0]).find(words), std::string::npos) << errors[0];
+    }
+    std::vector<std::string> errors;
+    loadConfig("/nowhere/conf/x.toml", errors);
+    EXPECT_EQ(errors, std::vector<std::string>{"/nowhere/conf/x.toml: No such file or directory"});
+}
+
+}  // namespace
+}  // namespace fleifeisa::host

@@ -1,0 +1,171 @@
+// Pixel formats against the definition of their colour spaces, cutting and scaling.
+#include "sources/pixels.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <random>
+
+namespace fleifeisa::host {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// The conversion in floating point, one pixel at a time.
+std::array<int, 3> reference(double y, double u, double v, Matrix matrix, bool full) {
+    const double kr = matrix == Matrix::kBt709 ? 0.2126 : matrix == Matrix::kBt2020 ? 0.2627 : 0.299;
+    const double kb = matrix == Matrix::kBt709 ? 0.0722 : matrix == Matrix::kBt2020 ? 0.0593 : 0.114;
+    const double luma = full ? y / 255 : (y - 16) / 219;
+    const double cb = (u - 128) / (full ? 255 : 224), cr = (v - 128) / (full ? 255 : 224);
+    const double r = luma + 2 * (1 - kr) * cr, b = luma + 2 * (1 - kb) * cb;
+    const double g = (luma - kr * r - kb * b) / (1 - kr - kb);
+    const auto byte = [](double x) { return static_cast<int>(std::clamp(std::floor(x * 255 + 0.5), 0.0, 255.0)); };
+    return {byte(r), byte(g), byte(b)};
+}
+
+/// What a format's name promises: where the samples of a pixel lie.
+struct Row {
+    const char* name;
+    char layout;       ///< p planes, s luma and interleaved chroma, y packed, r red green blue, g grey
+    int across, down;  ///< pixels that share a chroma sample; r: bytes a pixel
+    int bits = 8;
+    bool full = false;     ///< by name
+    bool swapped = false;  ///< s: V first; y: U first; r: blue first
+};
+const std::array<Row, 29> kRows = {{
+    {"gray", 'g', 1, 1},
+    {"gray10le", 'g', 1, 1, 10},
+    {"gray12le", 'g', 1, 1, 12},
+    {"gray16le", 'g', 1, 1, 16},
+    {"yuv420p", 'p', 2, 2},
+    {"yuvj420p", 'p', 2, 2, 8, true},
+    {"yuv422p", 'p', 2, 1},
+    {"yuvj422p", 'p', 2, 1, 8, true},
+    {"yuv444p", 'p', 1, 1},
+    {"yuvj444p", 'p', 1, 1, 8, true},
+    {"yuv440p", 'p', 1, 2},
+    {"yuvj440p", 'p', 1, 2, 8, true},
+    {"yuv411p", 'p', 4, 1},
+    {"yuv410p", 'p', 4, 4},
+    {"yuv420p10le", 'p', 2, 2, 10},
+    {"yuv422p10le", 'p', 2, 1, 10},
+    {"yuv444p10le", 'p', 1, 1, 10},
+    {"yuv420p12le", 'p', 2, 2, 12},
+    {"yuv422p12le", 'p', 2, 1, 12},
+    {"nv12", 's', 2, 2},
+    {"nv21", 's', 2, 2, 8, false, true},
+    {"yuyv422", 'y', 2, 1},
+    {"uyvy422", 'y', 2, 1, 8, false, true},
+    {"rgb24", 'r', 3, 1},
+    {"bgr24", 'r', 3, 1, 8, false, true},
+    {"rgba", 'r', 4, 1},
+    {"bgra", 'r', 4, 1, 8, false, true},
+    {"rgb0", 'r', 4, 1},
+    {"bgr0", 'r', 4, 1, 8, false, true},
+}};
+
+constexpr int kW = 7, kH = 5;  // odd: the last chroma samples stand for fewer pixels
+
+/// Number of the samples of pixel (x, y): three of them.
+std::array<int, 3> samplesOf(const Row& row, int x, int y) {
+    const int cw = (kW + row.across - 1) / row.across, ch = (kH + row.down - 1) / row.down;
+    const int luma = y * kW + x, chroma = y / row.down * cw + x / row.across;
+    const int first = row.swapped ? 1 : 0;
+    switch (row.layout) {
+        case 'g':
+            return {luma, luma, luma};
+        case 'p':
+            return {luma, kW * kH + chroma, kW * kH + cw * ch + chroma};
+        case 's':
+            return {luma, kW * kH + 2 * chroma + first, kW * kH + 2 * chroma + 1 - first};
+        case 'y':
+            return {y * cw * 4 + 2 * x + first, chroma * 4 + 1 - first, chroma * 4 + 3 - first};
+        default:
+            return {luma * row.across + 2 * first, luma * row.across + 1, luma * row.across + 2 - 2 * first};
+    }
+}
+
+int samplesOfFrame(const Row& row) {
+    const int cw = (kW + row.across - 1) / row.across, ch = (kH + row.down - 1) / row.down;
+    if (row.layout == 'r') return kW * kH * row.across;
+    if (row.layout == 'g') return kW * kH;
+    return row.layout == 'y' ? cw * 4 * kH : kW * kH + 2 * cw * ch;
+}
+
+TEST(Pixels, EveryFormatAgreesWithTheDefinition) {
+    std::string names;
+    std::mt19937 draw(4);
+    for (const Row& row : kRows) {
+        names += (names.empty() ? "" : "|") + std::string(row.name);
+        for (const Matrix matrix : {Matrix::kBt601, Matrix::kBt709, Matrix::kBt2020})
+            for (const bool full : {false, true}) {
+                const PixelLayout layout{*findFormat(row.name), kW, kH, matrix, full};
+                std::vector<int> samples(static_cast<std::size_t>(samplesOfFrame(row)));
+                Bytes frame, rgb(kW * kH * 3);
+                for (int& sample : samples) {
+                    sample = static_cast<int>(draw() & ((1u << row.bits) - 1));
+                    frame.push_back(static_cast<std::uint8_t>(sample));
+                    if (row.bits > 8) frame.push_back(static_cast<std::uint8_t>(sample >> 8));
+                }
+                ASSERT_EQ(frameBytes(layout), frame.size()) << row.name;
+                toRgb(layout, frame, rgb);
+                for (int y = 0; y < kH; ++y)
+                    for (int x = 0; x < kW; ++x) {
+                        const auto at = samplesOf(row, x, y);
+                        const auto sample = [&](int i) {
+                            return samples.at(static_cast<std::size_t>(at.at(static_cast<std::size_t>(i)))) >>
+                                   (row.bits - 8);
+                        };
+                        const bool colours = row.layout == 'r' || row.layout == 'g';
+                        const auto expected =
+                            colours ? std::array{sample(0), sample(1), sample(2)}
+                                    : reference(sample(0), sample(1), sample(2), matrix, full || row.full);
+                        for (std::size_t c = 0; c < 3; ++c)
+                            ASSERT_NEAR(rgb[static_cast<std::size_t>(y * kW + x) * 3 + c], expected[c], colours ? 0 : 1)
+                                << row.name << " " << x << "," << y << " channel " << c << " full " << full;
+                    }
+            }
+    }
+    EXPECT_EQ(supportedFormats(), names);
+    EXPECT_FALSE(findFormat("pal8"));
+    // Bits beyond the format's depth do not wrap around.
+    Bytes white(3);
+    toRgb({*findFormat("gray10le"), 1, 1}, Bytes{0, 0xFF}, white);
+    EXPECT_EQ(white, (Bytes{255, 255, 255}));
+}
+
+TEST(Pixels, Crop) {
+    Bytes picture(6 * 4 * 3);
+    for (std::size_t i = 0; i < picture.size(); ++i) picture[i] = static_cast<std::uint8_t>(i * 3);
+    const auto part = crop(picture, 6, {2, 1, 3, 2});
+    ASSERT_EQ(part.size(), 18u);
+    EXPECT_EQ(part[0], picture[(6 + 2) * 3]);
+    EXPECT_EQ(part[17], picture[(12 + 4) * 3 + 2]);
+}
+
+TEST(Pixels, ResizeIsTheMeanOfTheCoveredAreaRounded) {
+    const struct {
+        int width, height, new_width, new_height;
+        std::vector<int> red, expected;
+    } rows[] = {
+        {2, 2, 2, 2, {1, 2, 3, 4}, {1, 2, 3, 4}},     {2, 2, 1, 1, {10, 20, 31, 40}, {25}},  // 25.25
+        {2, 2, 1, 1, {10, 20, 31, 41}, {26}},                                                // 25.5
+        {2, 2, 1, 1, {10, 20, 30, 43}, {26}},                                                // 25.75
+        {3, 1, 2, 1, {30, 60, 90}, {40, 80}},  // the middle one belongs to both: (2 * 30 + 60) / 3 ...
+        {1, 3, 1, 2, {31, 60, 90}, {41, 80}},  // (2 * 31 + 60) / 3 = 40.67
+        {5, 1, 2, 1, {10, 20, 30, 40, 50}, {18, 42}}, {1, 1, 3, 2, {7}, {7, 7, 7, 7, 7, 7}},
+    };
+    for (const auto& row : rows) {
+        Bytes rgb;
+        for (const int red : row.red)
+            for (const int value : {red, 255 - red, 0}) rgb.push_back(static_cast<std::uint8_t>(value));
+        const Bytes scaled = resize(rgb, row.width, row.height, row.new_width, row.new_height);
+        std::vector<int> found;
+        for (std::size_t i = 0; i < scaled.size(); i += 3) found.push_back(scaled[i]);
+        EXPECT_EQ(found, row.expected);
+    }
+}
+
+}  // namespace
+}  // namespace fleifeisa::host
