@@ -5,7 +5,8 @@ _fleifeisa_host() {
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in play | run | replay | report | scenes) verb=$word && break ;; esac
     done
-    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option"
+    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --tracks --least-area --shadow-test
+        --no-shadow-test --split-people --no-split-people --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option"
     local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
         --answer-timeout"
     local outputs="replies recording jsonl mot onvif tracks video report"
@@ -21,6 +22,8 @@ _fleifeisa_host() {
     case $previous in
         --type) words="color ir" ;;
         --log-format) words="text json" ;;
+        --profile) words="people-outdoor traffic indoor thermal" ;;
+        --tracks) words="filtered raw" ;;
         --matrix) words="bt601 bt709 bt2020" ;;
         --range) words="full limited" ;;
         --output) [ "$verb" = play ] && words=$outputs ;;
@@ -31,7 +34,7 @@ _fleifeisa_host() {
                 play) words="$source $analyzer --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --analyzer --help" ;;
-                replay) words="--verify --replies --analyzer --help" ;;
+                replay) words="--verify --out --output --replies --analyzer --help" ;;
                 scenes) words="--help" ;;
             esac
             if [[ $current != -* && -n $verb && $verb != scenes ]]; then
