@@ -4,9 +4,13 @@
 #include <cmath>
 #include <functional>
 #include <map>
+#include <random>
 #include <sstream>
 
+#include "cli/rules_config.h"
+#include "cli/values.h"
 #include "events/rule_engine.h"
+#include "events/what_if.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -358,6 +362,195 @@ TEST(Rules, PolygonsThatAreNone) {
         const std::string found = polygonFault(points);
         EXPECT_TRUE(*fault == 0 ? found.empty() : found.find(fault) != std::string::npos) << fault << ": " << found;
     }
+}
+
+/// A way of 100 to 400 frames with turns, jitter and stops, and what is kept of it.
+std::vector<FootPoint> wander(std::mt19937& random, std::int64_t start_ns) {
+    std::vector<FootPoint> way;
+    std::normal_distribution<double> turn(0, 0.4), jitter(0, 0.001);
+    Point place{static_cast<double>(random() % 100) / 100, static_cast<double>(random() % 100) / 100};
+    double heading = turn(random) * 8, speed = 0.004;
+    for (int i = 0, count = 100 + static_cast<int>(random() % 300); i < count; ++i) {
+        if (random() % 20 == 0) heading += turn(random) * 3;
+        if (random() % 60 == 0) speed = random() % 3 == 0 ? 0 : 0.001 * static_cast<double>(1 + random() % 6);
+        place = {place.x + speed * std::cos(heading), place.y + speed * std::sin(heading)};
+        if (place.x < 0 || place.x > 1 || place.y < 0 || place.y > 1) break;
+        way.push_back({start_ns + i * kSecond / 10, {place.x + jitter(random), place.y + jitter(random)}, 0.05, 0.1});
+    }
+    return way;
+}
+
+TEST(Paths, FewPointsNearAllSightings) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 200; ++round) {
+        SCOPED_TRACE(round);
+        std::vector<FootPoint> way = wander(random, at(1));
+        if (way.empty()) continue;
+        if (round % 4 == 3)  // around and around
+            for (int i = 0; i < 4000; ++i)
+                way.push_back({way.back().time_ns + kSecond,
+                               {0.5 + 0.3 * std::sin(i * 0.3), 0.5 + 0.3 * std::cos(i * 0.3)},
+                               0.1,
+                               0.1});
+        FootPath path;
+        for (const FootPoint& point : way) path.add(point);
+        const std::vector<FootPoint> kept = decodePath(encodePath(path.points()));
+        ASSERT_LE(kept.size(), FootPath::kMaxPoints);
+        EXPECT_EQ(kept.front().time_ns, way.front().time_ns);
+        EXPECT_EQ(kept.back().time_ns, way.back().time_ns);
+        if (round % 4 != 3) {
+            EXPECT_EQ(path.error(), FootPath::kTolerance);
+        }
+        for (const FootPoint& point : way) {
+            const Point foot = pointAt(kept, point.time_ns).foot;
+            ASSERT_LE(std::max(std::abs(foot.x - point.foot.x), std::abs(foot.y - point.foot.y)), path.error() + 1e-4);
+        }
+    }
+    EXPECT_THROW(decodePath("short"), std::runtime_error);
+    EXPECT_THROW(decodePath(std::string(32, 'x')), std::runtime_error);  // time stands still
+}
+
+/// "enter yard #3 12.5", without the time where `times` is not set.
+std::map<std::string, int> summary(const std::vector<Event>& events) {
+    std::map<std::string, int> lines;
+    for (const Event& event : events)
+        ++lines[event.rule + ' ' + event.change + ' ' + event.reason + " #" + std::to_string(event.track)];
+    return lines;
+}
+
+TEST(Paths, RulesOverThePastAsInAReplay) {
+    Rules rules = yardAndGate();
+    rules.zones[0].dwell = 4;
+    std::mt19937 random(11);
+    std::vector<std::vector<FootPoint>> ways;
+    std::vector<PastTrack> tracks;
+    std::map<std::int64_t, std::vector<Track>> frames;
+    for (int number = 1; number <= 300; ++number) {
+        const std::vector<FootPoint> way = wander(random, at(number * 7));
+        if (way.size() < 2) continue;
+        FootPath path;
+        Track track;
+        track.number = number;
+        track.start_ns = way.front().time_ns;
+        track.state = TrackState::kConfirmed;
+        for (const FootPoint& point : way) {
+            path.add(point);
+            track.seen_ns = point.time_ns;
+            const int x = static_cast<int>(std::lround(point.foot.x * 8192)),
+                      y = static_cast<int>(std::lround(point.foot.y * 8192));
+            track.box = {x - 205, y - 819, 410, 819};
+            frames[point.time_ns].push_back(track);
+        }
+        track.state = TrackState::kEnded;
+        track.ended = TrackEnd::kLost;
+        const std::int64_t end = way.back().time_ns + kSecond;
+        frames[end].push_back(track);
+        tracks.push_back({number, 0, TrackEnd::kLost, way.front().time_ns, end, decodePath(encodePath(path.points()))});
+    }
+    const std::vector<PastScene> scenes = {{at(500), SceneState::kBlind}, {at(520), SceneState::kWatching}};
+    RuleEngine engine(rules, {"gate", 1, "", {}, true});
+    std::vector<Event> live;
+    for (const auto& [time, list] : frames) {
+        const SceneState scene = time >= at(500) && time < at(520) ? SceneState::kBlind : SceneState::kWatching;
+        for (const Event& event : engine.frame({time, 8192, 8192, scene, list, 0}).events)
+            if (event.kind == EventKind::kZone || event.kind == EventKind::kLine) live.push_back(event);
+    }
+    const std::vector<Event> past = eventsOfThePast(rules, "gate", tracks, scenes);
+    const auto expected = summary(live), found = summary(past);
+    int all = 0, different = 0;
+    for (const auto& [line, count] : expected) {
+        all += count;
+        different += std::abs(count - (found.contains(line) ? found.at(line) : 0));
+    }
+    for (const auto& [line, count] : found) different += expected.contains(line) ? 0 : count;
+    // Feet that pass an edge by less than the path's error may differ, and only those: few.
+    EXPECT_GT(all, 300);
+    EXPECT_LE(different * 100, all * 3) << different << " of " << all;
+    std::map<std::string, std::int64_t> first_times;
+    for (const Event& event : live) first_times.try_emplace(event.change + std::to_string(event.track), event.time_ns);
+    int late = 0;
+    for (const Event& event : past) {
+        const auto same = first_times.find(event.change + std::to_string(event.track));
+        if (same == first_times.end()) continue;
+        if (std::abs(event.time_ns - same->second) > 3 * kSecond) ++late;
+        first_times.erase(same);
+    }
+    EXPECT_LE(late * 100, all * 5);
+}
+
+TEST(RuleTexts, FaultsHaveLineAndKey) {
+    const auto utc = std::make_shared<TimeZone>("UTC");
+    const auto read = [&utc](const std::string& text, Rules& rules) {
+        std::string faults;
+        rules =
+            readRules(toml::parse(text), "camera[1].", utc, [&faults](auto line, const auto& key, const auto& message) {
+                faults += std::to_string(line) + ": " + key + ": " + message + '\n';
+            });
+        return faults;
+    };
+    Rules rules;
+    EXPECT_EQ(read(R"(stopped = 12
+motion = {off_delay = 20, when = "22:00-06:00", least_age = 1}
+scene = {lost_after = 3, back_after = 1, hold = 5}
+[[zone]]
+name = "yard"
+title = "Hof"
+points = [[0.1,0.5],[0.9,0.5],[0.9,1],[0.1,1]]
+dwell = 20
+stopped = 30
+least_size = {near = 0.4, far = 0.1}
+cooldown = 60
+[[line]]
+name = "gate"
+points = [[0.5,0.2],[0.5,0.9]]
+least_size = 0.2
+)",
+                   rules),
+              "");
+    EXPECT_EQ(
+        rulesText(rules),
+        "timezone UTC\nmotion off_delay 20 least_size 0 0 least_age 1 cooldown 0 when \"22:00-06:00\"\nstopped 12\n"
+        "scene lost_after 3 back_after 1 hold 5\n"
+        "zone yard 0.1,0.5 0.9,0.5 0.9,1 0.1,1 dwell 20 stopped 30 least_size 0.4 0.1 least_age 0 cooldown 60 when "
+        "\"\"\n"
+        "line gate 0.5,0.2 0.5,0.9 least_size 0.2 0.2 least_age 0 cooldown 0 when \"\"\n");
+    EXPECT_EQ(read(R"(stopped = "no"
+motion = 3
+[[zone]]
+name = "a b"
+points = [[0.1,0.5],[0.9,0.5]]
+dwel = 3
+[[zone]]
+name = "yard"
+points = [[0,0],[1,1],[1,0],[0,1]]
+when = "soon"
+[[line]]
+name = "yard"
+points = [[0.5,0.2],[0.5,"x"]]
+least_size = {near = 2}
+)",
+                   rules),
+              "1: camera[1].stopped: expected a number from 0 to 86400\n"
+              "2: camera[1].motion: expected a table\n"
+              "6: camera[1].zone[1].dwel: unknown key\n"
+              "4: camera[1].zone[1].name: expected a name of 1 to 64 letters, digits, _ and -\n"
+              "5: camera[1].zone[1].points: expected at least 3 points\n"
+              "10: camera[1].zone[2].when: expected HH:MM-HH:MM and days, such as \"22:00-06:00 mo-fr\", parts by "
+              "semicolons\n"
+              "9: camera[1].zone[2].points: its edges cross each other\n"
+              "12: camera[1].line[1].name: another zone or line has the name 'yard'\n"
+              "14: camera[1].line[1].least_size.far: near and far go together\n"
+              "14: camera[1].line[1].least_size.near: expected a number from 0 to 1\n"
+              "13: camera[1].line[1].points: expected a list of points, such as [[0.1,0.5],[0.9,0.5],[0.9,1.0]]\n"
+              "13: camera[1].line[1].points: expected 2 points\n");
+    EXPECT_EQ(parseZone("yard=0.1,0.5 0.9,0.5 0.9,1 0.1,1").points.size(), 4u);
+    EXPECT_EQ(parseLine("gate=0.5,0.2 0.5,0.9").to.y, 0.9);
+    addRule(rules = {}, "a=0,0 1,0 1,1");
+    addRule(rules, "b=0,0 1,0");
+    EXPECT_TRUE(rules.zones.size() == 1 && rules.lines.size() == 1);
+    for (const char* text : {"a=0,0 0,1", "line:c=0,0 1,0 1,1", "zone:c=0,0 1,0", "c", "=0,0 1,0", "c=0;0 1;0",
+                             "c=0,0 1,0x", "c=0,0 2,0", "c=0,0 0,0", "c=0,0 1,nan"})
+        EXPECT_THROW(addRule(rules, text), ValueError) << text;
 }
 
 }  // namespace

@@ -57,6 +57,11 @@ struct Rules {
 /// All values in a fixed form: the same rules give the same text. Part of the parameters in force.
 std::string rulesText(const Rules& rules);
 
+/// Titles aside, which no event depends on.
+inline bool operator==(const Rules& a, const Rules& b) {
+    return rulesText(a) == rulesText(b);
+}
+
 /// Eight hexadecimal digits by which a text of parameters is named (32-bit FNV-1a).
 std::string parametersHash(std::string_view text);
 
