@@ -111,7 +111,7 @@ class Player {
         frame_.clear();
     }
     void take(const RuleResults& results) {
-        for (const Event& event : results.events) {
+        for (const CameraEvent& event : results.events) {
             json += eventJson(event) + '\n';
             std::string line = valueText(static_cast<double>(event.time_ns) / 1e9) + ' ' + nameOf(event.kind);
             for (const std::string& word : {event.rule, event.change, std::string(nameOf(event.state)), event.reason})
@@ -411,9 +411,9 @@ TEST(Paths, FewPointsNearAllSightings) {
 }
 
 /// "enter yard #3 12.5", without the time where `times` is not set.
-std::map<std::string, int> summary(const std::vector<Event>& events) {
+std::map<std::string, int> summary(const std::vector<CameraEvent>& events) {
     std::map<std::string, int> lines;
-    for (const Event& event : events)
+    for (const CameraEvent& event : events)
         ++lines[event.rule + ' ' + event.change + ' ' + event.reason + " #" + std::to_string(event.track)];
     return lines;
 }
@@ -449,13 +449,13 @@ TEST(Paths, RulesOverThePastAsInAReplay) {
     }
     const std::vector<PastScene> scenes = {{at(500), SceneState::kBlind}, {at(520), SceneState::kWatching}};
     RuleEngine engine(rules, {"gate", 1, "", {}, true});
-    std::vector<Event> live;
+    std::vector<CameraEvent> live;
     for (const auto& [time, list] : frames) {
         const SceneState scene = time >= at(500) && time < at(520) ? SceneState::kBlind : SceneState::kWatching;
-        for (const Event& event : engine.frame({time, 8192, 8192, scene, list, 0}).events)
+        for (const CameraEvent& event : engine.frame({time, 8192, 8192, scene, list, 0}).events)
             if (event.kind == EventKind::kZone || event.kind == EventKind::kLine) live.push_back(event);
     }
-    const std::vector<Event> past = eventsOfThePast(rules, "gate", tracks, scenes);
+    const std::vector<CameraEvent> past = eventsOfThePast(rules, "gate", tracks, scenes);
     const auto expected = summary(live), found = summary(past);
     int all = 0, different = 0;
     for (const auto& [line, count] : expected) {
@@ -467,9 +467,10 @@ TEST(Paths, RulesOverThePastAsInAReplay) {
     EXPECT_GT(all, 300);
     EXPECT_LE(different * 100, all * 3) << different << " of " << all;
     std::map<std::string, std::int64_t> first_times;
-    for (const Event& event : live) first_times.try_emplace(event.change + std::to_string(event.track), event.time_ns);
+    for (const CameraEvent& event : live)
+        first_times.try_emplace(event.change + std::to_string(event.track), event.time_ns);
     int late = 0;
-    for (const Event& event : past) {
+    for (const CameraEvent& event : past) {
         const auto same = first_times.find(event.change + std::to_string(event.track));
         if (same == first_times.end()) continue;
         if (std::abs(event.time_ns - same->second) > 3 * kSecond) ++late;

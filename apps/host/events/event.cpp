@@ -54,7 +54,7 @@ std::string valueText(double value) {
     return text;
 }
 
-std::string eventJson(const Event& event, int pictures, ClipState clip) {
+std::string eventJson(const CameraEvent& event, int pictures, ClipState clip) {
     const auto number = [](std::int64_t n) { return std::to_string(n); };
     const auto list = [&number](std::initializer_list<int> numbers) {
         std::string text;

@@ -38,7 +38,7 @@ const char* nameOf(ClipState state);
 std::optional<EventKind> eventKindOf(std::string_view name);
 std::optional<EventState> eventStateOf(std::string_view name);
 
-struct Event {
+struct CameraEvent {
     std::string camera;
     std::int64_t number = 0;  ///< of its camera; "gate-1042" is camera and number
     EventKind kind = EventKind::kMotion;
@@ -61,7 +61,7 @@ struct Event {
     /// Evidence (kept by the store, not part of the message): the analyzer's objects of that frame.
     std::vector<int> objects;
 
-    bool operator==(const Event&) const = default;
+    bool operator==(const CameraEvent&) const = default;
 };
 
 /// "gate-1042".
@@ -69,7 +69,7 @@ std::string eventId(std::string_view camera, std::int64_t number);
 
 /// One line of JSON without its end. `pictures` and `clip` are the store's and stand last; a replayed event has
 /// neither (pictures < 0). "reason" and "text" are written only where there is one.
-std::string eventJson(const Event& event, int pictures = -1, ClipState clip = ClipState::kNone);
+std::string eventJson(const CameraEvent& event, int pictures = -1, ClipState clip = ClipState::kNone);
 
 /// A number of value: whole without decimals, else as many as are needed, at most three.
 std::string valueText(double value);

@@ -95,7 +95,7 @@ const RuleResults& RuleEngine::sourceBack(std::int64_t time_ns) {
 const RuleResults& RuleEngine::tell(EventKind kind, const std::string& change, const std::string& text,
                                     std::int64_t time_ns, std::optional<double> value) {
     begin(time_ns);
-    Event& event = start(kind, "", change, nullptr);
+    CameraEvent& event = start(kind, "", change, nullptr);
     event.text = text;
     endAtOnce(event, value);
     return results_;
@@ -196,7 +196,7 @@ void RuleEngine::fire(const Deadline& deadline) {
             releaseHeld();
             break;
         case Deadline::kLost: {
-            Event& event = start(EventKind::kScene, "", nameOf(SceneState::kLost), nullptr);
+            CameraEvent& event = start(EventKind::kScene, "", nameOf(SceneState::kLost), nullptr);
             event.start_ns = *lost_ns_;
             lost_event_ = event.number;
             send(event);
@@ -204,7 +204,7 @@ void RuleEngine::fire(const Deadline& deadline) {
         }
         case Deadline::kBack: {
             const std::int64_t back = *back_ns_;
-            Event& event = events_.at(lost_event_);
+            CameraEvent& event = events_.at(lost_event_);
             event.end_ns = back;
             end(lost_event_, event.change, "back", seconds(back - *lost_ns_), nullptr);
             lost_ns_.reset();
@@ -215,7 +215,8 @@ void RuleEngine::fire(const Deadline& deadline) {
         case Deadline::kZoneStopped: {
             Follow& follow = *deadline.follow;
             const bool in_zone = deadline.what == Deadline::kZoneStopped;
-            Event& event = start(EventKind::kStopped, in_zone ? rules_.zones[deadline.zone].name : "", "", &follow);
+            CameraEvent& event =
+                start(EventKind::kStopped, in_zone ? rules_.zones[deadline.zone].name : "", "", &follow);
             event.value = seconds(now_ - follow.track.stopped_ns);
             (in_zone ? follow.zones[deadline.zone].stopped : follow.stopped) = event.number;
             follow.stood = true;
@@ -248,7 +249,7 @@ void RuleEngine::seeScene(SceneState scene) {
     }
     if (!hold_since_) hold_since_ = now_;
     next_deadline_.reset();
-    Event& event = start(EventKind::kScene, "", nameOf(scene), nullptr);
+    CameraEvent& event = start(EventKind::kScene, "", nameOf(scene), nullptr);
     scene_event_ = event.number;
     send(event);
 }
@@ -260,7 +261,7 @@ void RuleEngine::endScene(const std::string& reason) {
 void RuleEngine::releaseHeld() {
     const bool present = std::ranges::any_of(follows_, [](const auto& item) { return item.second.present; });
     for (auto item = events_.begin(); item != events_.end();) {
-        Event& event = item->second;
+        CameraEvent& event = item->second;
         const bool release = event.held && (event.kind == EventKind::kMotion ? present : true);
         if (release) {
             event.held = false;
@@ -300,7 +301,7 @@ void RuleEngine::seeMotion() {
         if (!first && test(rules_.motion, follow.sighting, "").passed) first = &follow;
     }
     if (visit_ > 0) {
-        Event& visit = events_.at(visit_);
+        CameraEvent& visit = events_.at(visit_);
         if (!visit.held || holding() || !first) return;
         visit.held = false;  // it began while the scene was unwell; what comes now is real
         visit.state = EventState::kStart;
@@ -308,7 +309,7 @@ void RuleEngine::seeMotion() {
         return;
     }
     if (!first) return;
-    Event& event = start(EventKind::kMotion, "", "", first);
+    CameraEvent& event = start(EventKind::kMotion, "", "", first);
     event.track = 0;
     visit_ = event.number;
     last_start_[""] = now_;
@@ -350,7 +351,7 @@ void RuleEngine::enterZone(std::size_t index, Follow& follow) {
     const LimitResult result = test(zone.limits, follow.sighting, zone.name);
     if (result.only_failure) watch.nearlyPassed(*result.only_failure);
     if (!result.passed) return;
-    Event& event = start(EventKind::kZone, zone.name, "enter", &follow);
+    CameraEvent& event = start(EventKind::kZone, zone.name, "enter", &follow);
     watch.event = event.number;
     watch.inside_ns = now_;
     watch.dwelled = zone.dwell <= 0;
@@ -422,8 +423,9 @@ void RuleEngine::miss(NearMiss miss, const std::string& rule, std::int64_t track
 
 // ---- Events ----
 
-Event& RuleEngine::start(EventKind kind, const std::string& rule, const std::string& change, const Follow* follow) {
-    Event event;
+CameraEvent& RuleEngine::start(EventKind kind, const std::string& rule, const std::string& change,
+                               const Follow* follow) {
+    CameraEvent event;
     event.camera = start_.camera;
     event.number = next_event_++;
     event.kind = kind;
@@ -443,14 +445,14 @@ Event& RuleEngine::start(EventKind kind, const std::string& rule, const std::str
     return events_[event.number] = std::move(event);
 }
 
-void RuleEngine::send(Event& event) {
+void RuleEngine::send(CameraEvent& event) {
     event.time_ns = now_;
     results_.events.push_back(event);
 }
 
 void RuleEngine::update(std::int64_t number, const std::string& change, std::optional<double> value,
                         const Follow* follow) {
-    Event& event = events_.at(number);
+    CameraEvent& event = events_.at(number);
     event.state = EventState::kUpdate;
     event.change = change;
     event.value = value;
@@ -468,7 +470,7 @@ void RuleEngine::end(std::int64_t& number, const std::string& change, const std:
                      std::optional<double> value, const Follow* follow) {
     if (number == 0) return;
     const auto found = events_.find(number);
-    Event& event = found->second;
+    CameraEvent& event = found->second;
     if (!event.end_ns) event.end_ns = now_;
     event.reason = reason;
     if (!value) value = event.value;
@@ -480,7 +482,7 @@ void RuleEngine::end(std::int64_t& number, const std::string& change, const std:
     next_deadline_.reset();
 }
 
-void RuleEngine::endAtOnce(Event& event, std::optional<double> value) {
+void RuleEngine::endAtOnce(CameraEvent& event, std::optional<double> value) {
     event.end_ns = now_;
     event.value = value;
     send(event);

@@ -32,7 +32,7 @@ struct Crossing {
 
 /// What one call came to.
 struct RuleResults {
-    std::vector<Event> events;  ///< messages in order
+    std::vector<CameraEvent> events;  ///< messages in order
     std::vector<Crossing> crossings;
     std::vector<NearMiss> near_misses;
 };
@@ -105,12 +105,12 @@ class RuleEngine {
     LimitResult test(const Limits& limits, const Sighting& sighting, const std::string& rule) const;
     void miss(NearMiss miss, const std::string& rule, std::int64_t track);
 
-    Event& start(EventKind kind, const std::string& rule, const std::string& change, const Follow* follow);
-    void send(Event& event);
+    CameraEvent& start(EventKind kind, const std::string& rule, const std::string& change, const Follow* follow);
+    void send(CameraEvent& event);
     void update(std::int64_t number, const std::string& change, std::optional<double> value, const Follow* follow);
     void end(std::int64_t& number, const std::string& change, const std::string& reason, std::optional<double> value,
              const Follow* follow);
-    void endAtOnce(Event& event, std::optional<double> value);
+    void endAtOnce(CameraEvent& event, std::optional<double> value);
 
     const Rules rules_;
     std::vector<Polygon> polygons_;  ///< of the zones
@@ -122,7 +122,7 @@ class RuleEngine {
     bool began_ = false;
     int width_ = 0, height_ = 0;                      ///< of the latest frame
     std::map<std::int64_t, Follow> follows_;          ///< by number
-    std::map<std::int64_t, Event> events_;            ///< that run, and held ones whose track lives
+    std::map<std::int64_t, CameraEvent> events_;      ///< that run, and held ones whose track lives
     std::map<std::string, std::int64_t> last_start_;  ///< of a zone or line (their names differ), for the cooldown
     std::vector<std::int64_t> forward_, backward_;    ///< crossings so far, by line
 

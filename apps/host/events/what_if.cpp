@@ -117,8 +117,9 @@ struct Later {
 
 }  // namespace
 
-std::vector<Event> eventsOfThePast(const Rules& rules, const std::string& camera, const std::vector<PastTrack>& tracks,
-                                   const std::vector<PastScene>& scenes, bool wall_clock) {
+std::vector<CameraEvent> eventsOfThePast(const Rules& rules, const std::string& camera,
+                                         const std::vector<PastTrack>& tracks, const std::vector<PastScene>& scenes,
+                                         bool wall_clock) {
     Rules tried = rules;
     tried.stopped = 0;
     const std::vector<Extent> extents = extentsOf(rules);
@@ -130,9 +131,9 @@ std::vector<Event> eventsOfThePast(const Rules& rules, const std::string& camera
         return begin_a != begin_b ? begin_a < begin_b : a->number < b->number;
     });
 
-    std::vector<Event> events;
+    std::vector<CameraEvent> events;
     const auto keep = [&events](const RuleResults& results) {
-        for (const Event& event : results.events)
+        for (const CameraEvent& event : results.events)
             if (event.kind == EventKind::kZone || event.kind == EventKind::kLine) events.push_back(event);
     };
     RuleEngine engine(tried, {camera, 1, "", {}, wall_clock});
@@ -155,7 +156,7 @@ std::vector<Event> eventsOfThePast(const Rules& rules, const std::string& camera
     }
     // Numbers without those of visits and scenes, which were not asked for.
     std::map<std::int64_t, std::int64_t> numbers;
-    for (Event& event : events) {
+    for (CameraEvent& event : events) {
         event.number = numbers.try_emplace(event.number, static_cast<std::int64_t>(numbers.size()) + 1).first->second;
         event.visit = 0;
     }

@@ -32,7 +32,8 @@ struct PastScene {
 
 /// The events that these zones and lines would have raised, with numbers from 1. Visits are not told.
 /// @param tracks  of one camera, in any order  @param scenes  in order of their times
-std::vector<Event> eventsOfThePast(const Rules& rules, const std::string& camera, const std::vector<PastTrack>& tracks,
-                                   const std::vector<PastScene>& scenes, bool wall_clock = true);
+std::vector<CameraEvent> eventsOfThePast(const Rules& rules, const std::string& camera,
+                                         const std::vector<PastTrack>& tracks, const std::vector<PastScene>& scenes,
+                                         bool wall_clock = true);
 
 }  // namespace fleifeisa::host
