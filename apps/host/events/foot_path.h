@@ -16,8 +16,6 @@ struct FootPoint {
     std::int64_t time_ns = 0;
     Point foot;
     double width = 0, height = 0;  ///< of the box
-
-    bool operator==(const FootPoint&) const = default;
 };
 
 /// Simplifies while the sightings come in, in constant time and memory a sighting.

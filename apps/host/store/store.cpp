@@ -88,13 +88,14 @@ NextNumbers Store::addCamera(const std::string& name, const std::string& title, 
     next.track = std::max(next.track, most("tracks") + 1);
     next.event = std::max(next.event, most("events") + 1);
 
+    directory_.reserve({{name, next}});
+
     const std::lock_guard lock(mutex_);
     camera_ids_[name] = id;
     // A camera that is added again while the host runs goes on where it is.
     const auto known = numbers_.find(name);
     if (known != numbers_.end()) return known->second;
     numbers_[name] = next;
-    directory_.reserve({{name, next}});
     for (CameraEvent& event : interrupted) {
         event.state = EventState::kEnd;
         event.end_ns = event.time_ns;
@@ -112,9 +113,15 @@ void Store::wake() {
     changed_.notify_all();
 }
 
+void Store::take(const CameraEvent& event) {
+    NextNumbers& next = numbers_[event.camera];
+    next = {std::max(next.track, event.track + 1), std::max(next.event, event.number + 1)};
+    queue_.event(event);
+}
+
 void Store::event(const CameraEvent& event) {
     const std::lock_guard lock(mutex_);
-    queue_.event(event);
+    take(event);
     wake();
 }
 
@@ -149,7 +156,7 @@ void Store::parameters(const std::string& hash, const std::string& text, std::in
 void Store::results(const std::string& camera, const RuleResults& results) {
     if (results.events.empty() && results.crossings.empty() && results.near_misses.empty()) return;
     const std::lock_guard lock(mutex_);
-    for (const CameraEvent& event : results.events) queue_.event(event);
+    for (const CameraEvent& event : results.events) take(event);
     for (const Crossing& crossing : results.crossings) queue_.crossing(camera, crossing);
     for (const NearMiss& miss : results.near_misses)
         if (StoreRows* rows = queue_.rows()) rows->near_misses.emplace_back(camera, miss);
@@ -194,11 +201,7 @@ void Store::run() {
                             [this] { return stopping_ || hurry_ || queue_.empty() || queue_.size() >= kBatch; });
         const StoreBatch batch = queue_.take(kBatch);
         waiting_since_ = queue_.empty() ? Clock::time_point{} : Clock::now();
-        if (batch.empty()) {
-            hurry_ = false;
-            settled_.notify_all();
-            if (stopping_) return;
-        }
+        if (batch.empty() && stopping_) return;
         busy_ = true;
         lock.unlock();
         const bool done = batch.empty() || commitUntilDone(batch);
@@ -208,6 +211,9 @@ void Store::run() {
         busy_ = false;
         if (!done) return;  // stopping, and the disk does not take it
         counts_.committed += static_cast<std::int64_t>(batch.events.size());
+        if (!queue_.empty()) continue;
+        hurry_ = false;
+        settled_.notify_all();
     }
 }
 
@@ -221,7 +227,8 @@ bool Store::commitUntilDone(const StoreBatch& batch) {
         } catch (const std::exception& error) {
             if (failures == 0) logError("", std::string(error.what()) + "; tried again until it succeeds");
         }
-        keepHouse();  // a full disk
+        house_at_ = {};
+        keepHouse();  // perhaps the disk is full
         std::unique_lock lock(mutex_);
         ++counts_.failures;
         if (stopping_ && failures > 0) {
@@ -248,12 +255,7 @@ std::int64_t Store::cameraId(const std::string& name) {
 void Store::commit(const StoreBatch& batch) {
     const std::lock_guard database_lock(database_mutex_);
     // Before anything is told: no later run of the host may give these numbers out again.
-    std::map<std::string, NextNumbers> used = usedNumbers();
-    for (const CameraEvent& event : batch.events) {
-        NextNumbers& next = used[event.camera];
-        next = {std::max(next.track, event.track + 1), std::max(next.event, event.number + 1)};
-    }
-    directory_.reserve(used);
+    directory_.reserve(usedNumbers());
 
     Transaction transaction(database_);
     const StoreRows& rows = batch.rows;

@@ -80,6 +80,7 @@ class Store {
     void tellAll(const StoreBatch& batch);
     void keepHouse();
     void wake();
+    void take(const CameraEvent& event);
     void push(const std::function<void(StoreRows&)>& add);
     std::map<std::string, NextNumbers> usedNumbers();
     std::int64_t cameraId(const std::string& name);
