@@ -7,10 +7,10 @@
 namespace fleifeisa::host {
 namespace {
 
-constexpr double kStep = 0.004;                          ///< of the picture: less than the least margin of hysteresis
-constexpr std::int64_t kLongestStep_ns = 1'000'000'000;  ///< so that ages and active times are looked at
-constexpr int kSide = 8192;                              ///< pixels of the picture that the boxes are laid into
-constexpr double kReach = 0.03;                          ///< farther from a rule than any margin
+constexpr double kStep = 0.004;          ///< of the picture: less than the least margin of hysteresis
+constexpr double kLongestStep_ns = 1e9;  ///< so that ages and active times are looked at
+constexpr int kSide = 8192;              ///< pixels of the picture that the boxes are laid into
+constexpr double kReach = 0.03;          ///< farther from a rule than any margin
 
 /// A rectangle in shares.
 struct Extent {
@@ -25,6 +25,19 @@ struct Extent {
                least.y <= other.greatest.y + kReach && other.least.y <= greatest.y + kReach;
     }
 };
+
+struct Edge {
+    Point a, b;
+};
+
+std::vector<Edge> edgesOf(const Rules& rules) {
+    std::vector<Edge> edges;
+    for (const ZoneRule& zone : rules.zones)
+        for (std::size_t i = 0; i < zone.points.size(); ++i)
+            edges.push_back({zone.points[i], zone.points[(i + 1) % zone.points.size()]});
+    for (const LineRule& line : rules.lines) edges.push_back({line.from, line.to});
+    return edges;
+}
 
 std::vector<Extent> extentsOf(const Rules& rules) {
     std::vector<Extent> extents;
@@ -77,8 +90,8 @@ class Walk {
         track_.seen_ns = time_ns_;
         return track_;
     }
-    /// To the next sample; false after the end.
-    bool step() {
+    /// To the next sample; false after the end. Far from all edges nothing is decided, so strides are long there.
+    bool step(const std::vector<Edge>& edges) {
         if (over_) return false;
         const auto& path = past_->path;
         if (time_ns_ >= path.back().time_ns) {
@@ -86,15 +99,17 @@ class Walk {
             time_ns_ = std::max(time_ns_, past_->end_ns);
             return true;
         }
-        while (path[next_].time_ns <= time_ns_) {
-            const FootPoint &from = path[next_], &to = path[next_ + 1];
-            const double dx = to.foot.x - from.foot.x, dy = to.foot.y - from.foot.y;
-            const auto duration = to.time_ns - from.time_ns;
-            const auto steps = static_cast<std::int64_t>(std::sqrt(dx * dx + dy * dy) / kStep) + 1;
-            step_ns_ = std::max<std::int64_t>(1, std::min(duration / steps, kLongestStep_ns));
-            ++next_;
-        }
-        time_ns_ = std::min(time_ns_ + step_ns_, path[next_].time_ns);
+        while (path[next_].time_ns <= time_ns_) ++next_;
+        const FootPoint &from = path[next_ - 1], &to = path[next_];
+        const double dx = to.foot.x - from.foot.x, dy = to.foot.y - from.foot.y;
+        const double way = std::sqrt(dx * dx + dy * dy);
+        const auto duration = static_cast<double>(to.time_ns - from.time_ns);
+        double stride = INFINITY;
+        const Point foot = withinPicture(pointAt(path, time_ns_).foot);
+        for (const Edge& edge : edges) stride = std::min(stride, distanceToSegment(foot, edge.a, edge.b) - kReach);
+        stride = std::max(stride, kStep);
+        const double step_ns = std::min(way > stride ? duration * stride / way : duration, kLongestStep_ns);
+        time_ns_ = std::min(time_ns_ + 1 + static_cast<std::int64_t>(step_ns), to.time_ns);
         return true;
     }
 
@@ -105,7 +120,6 @@ class Walk {
     Track track_;
     std::int64_t time_ns_;
     std::size_t next_ = 0;  ///< the path point that is reached next
-    std::int64_t step_ns_ = 0;
     bool over_ = false;
 };
 
@@ -123,6 +137,7 @@ std::vector<CameraEvent> eventsOfThePast(const Rules& rules, const std::string& 
     Rules tried = rules;
     tried.stopped = 0;
     const std::vector<Extent> extents = extentsOf(rules);
+    const std::vector<Edge> edges = edgesOf(rules);
     std::vector<const PastTrack*> order;
     for (const PastTrack& track : tracks)
         if (!track.path.empty() && comesNear(track, extents)) order.push_back(&track);
@@ -152,7 +167,7 @@ std::vector<CameraEvent> eventsOfThePast(const Rules& rules, const std::string& 
         }
         const Track& track = walk.look();
         keep(engine.frame({walk.time(), kSide, kSide, state, {&track, 1}, 0}));
-        if (walk.step()) living.push(std::move(walk));
+        if (walk.step(edges)) living.push(std::move(walk));
     }
     // Numbers without those of visits and scenes, which were not asked for.
     std::map<std::int64_t, std::int64_t> numbers;
