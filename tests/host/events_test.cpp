@@ -163,7 +163,7 @@ const auto kAsIs = [](Rules&) {};
 const std::vector<RuleCase> kCases = {
     {"in and out", kAsIs, "0 1 .5 .3; 1 1 .5 .6; 3 1 .5 .4; 4 1 lost",
      "1 zone yard enter start #1\n3 zone yard leave end out #1 =2\n"},
-    {"the lower border of the picture is no edge", kAsIs, "0 1 .5 .7; 1 1 .5 1; 2 1 .5 1.05; 3 1 left",
+    {"the lower border of the picture is no edge", kAsIs, "0 1 .5 1; 2 1 .5 1.05; 3 1 left",
      "0 zone yard enter start #1\n3 zone yard leave end out #1 =3\n"},
     {"jitter on the edge, from outside and from inside", kAsIs,
      "0 1 .5 .48; 1 1 .5 .51; 2 1 .5 .49; 3 1 .5 .515; 4 1 .5 .6; 5 1 .5 .49; 6 1 .5 .51; 7 1 .5 .485; 8 1 lost",

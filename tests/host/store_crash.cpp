@@ -60,7 +60,7 @@ void beCamera(Store& store, std::int64_t camera) {
     StoreOptions options;
     options.directory = directory;
     options.now = [] { return std::int64_t{0}; };  // nothing is old
-    options.group_seconds = 0.02;  // many commits, so that many moments lie within one
+    options.group_seconds = 0.02;                  // many commits, so that many moments lie within one
     Store store(options, [pipe](const StoredEvent& stored) {
         const Told told{stored.event.camera.back() - '0', stored.event.number, static_cast<int>(stored.event.state)};
         if (::write(pipe, &told, sizeof told) != sizeof told) std::_Exit(1);

@@ -1,5 +1,6 @@
 // The store: what was told is there, whatever happens to disk and host.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -7,8 +8,11 @@
 #include <cerrno>
 #include <condition_variable>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
+#include <sstream>
 
+#include "hooks/hook_runner.h"
 #include "store/reader.h"
 #include "store/schema.h"
 #include "store/store.h"
@@ -330,6 +334,49 @@ TEST_F(StoreTest, TheOldestGoes) {
                     std::to_string(database.integer(std::string("SELECT count(*) FROM ") + table));
         EXPECT_EQ(left, row.expected);
     }
+}
+
+TEST_F(StoreTest, HooksGetArgumentsNoShell) {
+    CameraEvent nasty = event(5, kStart);
+    nasty.rule = "{camera}; $(touch x)";
+    EXPECT_EQ(hookArguments({"/bin/{kind}", "{event} {rule}", "{none}{", "{track}{change}"}, nasty),
+              (std::vector<std::string>{"/bin/{kind}", "gate-5 {camera}; $(touch x)", "{none}{", "7enter"}));
+    EXPECT_NE(hookFault({}), "");
+    EXPECT_NE(hookFault({"/nonexistent/notify"}), "");
+
+    const std::string out = directory_ + "/out", fifo = directory_ + "/fifo";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const auto until = [](HookRunner& runner, const auto& there) {
+        for (int i = 0; i < 3000 && !there(runner.counts()); ++i) ::usleep(10'000);
+        return there(runner.counts());
+    };
+    HookSettings settings;
+    settings.command = {"sh", "-c", "read line < \"$1\"; echo \"$2\" >> \"$3\"; exit 3", "hook", fifo, "{event}", out};
+    settings.most_at_once = 1;
+    settings.most_waiting = 2;
+    settings.seconds = 60;
+    HookRunner runner(settings);
+    runner.tell(event(1, kStart));
+    ASSERT_TRUE(until(runner, [](const auto& counts) { return counts.started == 1; }));
+    runner.tell(event(1, kUpdate));                             // starts only
+    for (int i = 2; i < 5; ++i) runner.tell(event(i, kStart));  // the second one has no room
+    EXPECT_EQ(runner.counts().left_out, 1);
+    for (int i = 0; i < 3; ++i) {
+        std::ofstream(fifo) << "go\n" << std::flush;
+        ASSERT_TRUE(until(runner, [i](const auto& counts) { return counts.failed == i + 1; }));
+    }
+    std::stringstream written;
+    written << std::ifstream(out).rdbuf();
+    EXPECT_EQ(written.str(), "gate-1\ngate-3\ngate-4\n");
+
+    settings.seconds = 0.1;
+    HookRunner impatient(settings);
+    impatient.tell(event(1, kStart));
+    EXPECT_TRUE(until(impatient, [](const auto& counts) { return counts.failed == 1; }));
+    impatient.arm(false);
+    impatient.tell(event(2, kStart));
+    EXPECT_EQ(impatient.counts().started, 1);
+    runner.tell(event(9, kStart));  // still waits for its line when the runner goes
 }
 
 }  // namespace
