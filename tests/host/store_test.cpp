@@ -141,8 +141,8 @@ TEST_F(StoreTest, WhatIsHandedInComesBack) {
         store.event(held);
         store.event(event(4, kStart));  // still runs when the host ends
         store.track("gate", {track, 57, 360.5, 320, 240, true, 0.007});
-        for (const bool forward : {true, true, false}) store.crossing("gate", {"line", forward, kHour_ns + 5});
-        store.crossing("gate", {"line", true, 2 * kHour_ns});
+        for (const bool forward : {true, true, false}) store.crossing("gate", {"line", forward, kHourNs + 5});
+        store.crossing("gate", {"line", true, 2 * kHourNs});
         store.scene("gate", {4, SceneState::kBlind});
         ActivityMinute minute{1435, 0.25, {}};
         minute.grid[255] = 200;
@@ -273,7 +273,7 @@ TEST_F(StoreTest, OlderDatabasesComeUpToDateNewerOnesAreRefused) {
     {
         Store store(options(), nullptr);
         store.addCamera("gate", "", "");
-        store.crossing("gate", {"line", true, 3 * kHour_ns});
+        store.crossing("gate", {"line", true, 3 * kHourNs});
         store.nearMiss("gate", {"yard", "dwell", 1, 2, 7, kDay});
         ASSERT_TRUE(store.settle(30));
     }

@@ -18,7 +18,7 @@
 namespace fleifeisa::host {
 namespace {
 
-constexpr std::int64_t kSecond_ns = 1'000'000'000;
+constexpr std::int64_t kSecondNs = 1'000'000'000;
 
 std::string stateDirectory(const std::string& given) {
     if (!given.empty()) return given;
@@ -50,8 +50,8 @@ class Printer {
  private:
     /// "2026-11-21 09:15:02" in the place's time.
     std::string localTime(std::int64_t time_ns) const {
-        const std::int64_t offset = zone_.offsetAt(time_ns / kSecond_ns).seconds;
-        std::string text = rfc3339(time_ns + offset * kSecond_ns).substr(0, 19);
+        const std::int64_t offset = zone_.offsetAt(time_ns / kSecondNs).seconds;
+        std::string text = rfc3339(time_ns + offset * kSecondNs).substr(0, 19);
         text[10] = ' ';
         return text;
     }
@@ -172,7 +172,7 @@ std::int64_t parseTime(const std::string& text, std::int64_t now_ns) {
     const auto skip = [&at, end](char sign) { return at != end && *at == sign ? (++at, true) : false; };
     const int first = number();
     if (const std::string unit(at, end); unit == "min" || unit == "h" || unit == "d")
-        return now_ns - std::int64_t{first} * (unit == "d" ? 86400 : unit == "h" ? 3600 : 60) * kSecond_ns;
+        return now_ns - std::int64_t{first} * (unit == "d" ? 86400 : unit == "h" ? 3600 : 60) * kSecondNs;
     std::array<int, 5> fields{};  // month, day, hour, minute, second
     constexpr std::string_view kSigns = "--T::";
     std::size_t count = 0;
@@ -186,7 +186,7 @@ std::int64_t parseTime(const std::string& text, std::int64_t now_ns) {
         throw ValueError(kExpected);
     return (std::chrono::sys_days(day).time_since_epoch().count() * std::int64_t{86400} + fields[2] * 3600 +
             fields[3] * 60 + fields[4]) *
-           kSecond_ns;
+           kSecondNs;
 }
 
 }  // namespace fleifeisa::host

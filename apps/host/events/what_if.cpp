@@ -7,10 +7,10 @@
 namespace fleifeisa::host {
 namespace {
 
-constexpr double kStep = 0.004;          ///< of the picture: less than the least margin of hysteresis
-constexpr double kLongestStep_ns = 1e9;  ///< so that ages and active times are looked at
-constexpr int kSide = 8192;              ///< pixels of the picture that the boxes are laid into
-constexpr double kReach = 0.03;          ///< farther from a rule than any margin
+constexpr double kStep = 0.004;         ///< of the picture: less than the least margin of hysteresis
+constexpr double kLongestStepNs = 1e9;  ///< so that ages and active times are looked at
+constexpr int kSide = 8192;             ///< pixels of the picture that the boxes are laid into
+constexpr double kReach = 0.03;         ///< farther from a rule than any margin
 
 /// A rectangle in shares.
 struct Extent {
@@ -108,7 +108,7 @@ class Walk {
         const Point foot = withinPicture(pointAt(path, time_ns_).foot);
         for (const Edge& edge : edges) stride = std::min(stride, distanceToSegment(foot, edge.a, edge.b) - kReach);
         stride = std::max(stride, kStep);
-        const double step_ns = std::min(way > stride ? duration * stride / way : duration, kLongestStep_ns);
+        const double step_ns = std::min(way > stride ? duration * stride / way : duration, kLongestStepNs);
         time_ns_ = std::min(time_ns_ + 1 + static_cast<std::int64_t>(step_ns), to.time_ns);
         return true;
     }

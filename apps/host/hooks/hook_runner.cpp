@@ -11,7 +11,7 @@ namespace fleifeisa::host {
 namespace {
 
 /// How long a program may go on unwatched while the host wants to end.
-constexpr double kLook_s = 0.1;
+constexpr double kLookSeconds = 0.1;
 
 std::string valueOf(const std::string& name, const CameraEvent& event, bool& known) {
     known = true;
@@ -115,7 +115,7 @@ bool HookRunner::runOne(const CameraEvent& event) {
         Process process(options);
         const Clock::time_point deadline = Clock::now() + seconds(settings_.seconds);
         while (true) {
-            if (const auto status = process.wait(std::min(deadline, Clock::now() + seconds(kLook_s)))) {
+            if (const auto status = process.wait(std::min(deadline, Clock::now() + seconds(kLookSeconds)))) {
                 if (*status == 0) {
                     logDebug(event.camera, what + "done");
                 } else {

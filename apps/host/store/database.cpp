@@ -6,7 +6,7 @@ namespace fleifeisa::host {
 namespace {
 
 /// Another connection holds the database for moments only (a checkpoint, a backup's page).
-constexpr int kBusy_ms = 10'000;
+constexpr int kBusyMs = 10'000;
 
 sqlite3* openHandle(const std::string& name, int flags) {
     sqlite3* handle = nullptr;
@@ -90,7 +90,7 @@ Database::Database(const std::string& path, Mode mode) : path_(path) {
         if (!handle_) fail("cannot be opened");
     }
     sqlite3_extended_result_codes(handle_.get(), 1);
-    sqlite3_busy_timeout(handle_.get(), kBusy_ms);
+    sqlite3_busy_timeout(handle_.get(), kBusyMs);
 }
 
 void Database::run(const std::string& sql) {

@@ -12,9 +12,8 @@ const char* const kEventColumns =
     "e.held, e.parameters, e.objects, e.pictures, e.clip, e.keep";
 
 RecordWriter::RecordWriter(Database& database)
-    : database_(database),
-      // What was attached (pictures, clip, keep) stays. A released event is a start once more, which is no new change.
-      event_(database.prepare(
+    // What was attached (pictures, clip, keep) stays. A released event is a start once more, which is no new change.
+    : event_(database.prepare(
           "INSERT INTO events(id, kind, rule, change, changes, reason, text, state, track, visit, start_ns, time_ns, "
           "end_ns, width, height, box_left, box_top, box_width, box_height, value, held, parameters, objects) "
           "VALUES(?1, ?2, ?3, ?4, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21, "

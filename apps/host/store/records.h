@@ -41,7 +41,7 @@ struct StoredEvent {
     bool keep = false;  ///< never aged out
 };
 
-constexpr std::int64_t kHour_ns = 3'600'000'000'000;
+constexpr std::int64_t kHourNs = 3'600'000'000'000;
 
 /// Counts of one line and hour (since 1970, UTC).
 struct LineHour {
@@ -61,7 +61,6 @@ class RecordWriter {
     void parameters(const std::string& hash, const std::string& text, std::int64_t time_ns);
 
  private:
-    Database& database_;
     Statement event_, track_, count_, scene_, minute_, near_miss_, parameters_;
 };
 

@@ -5,8 +5,8 @@
 namespace fleifeisa::host {
 namespace {
 
-constexpr std::int64_t kDay_ns = 86'400'000'000'000;
-constexpr std::int64_t kMinute_ns = 60'000'000'000;
+constexpr std::int64_t kDayNs = 86'400'000'000'000;
+constexpr std::int64_t kMinuteNs = 60'000'000'000;
 constexpr int kRows = 1000;  ///< a step and table
 
 std::string most() {
@@ -27,13 +27,13 @@ bool pruneByAge(Database& database, const RetentionLimits& limits, std::int64_t 
     const auto aged = [&](std::int64_t days, const char* table, const char* key, const std::string& condition,
                           std::int64_t unit_ns) {
         if (days > 0)
-            removed += remove(database, table, key, condition + std::to_string((now_ns - days * kDay_ns) / unit_ns));
+            removed += remove(database, table, key, condition + std::to_string((now_ns - days * kDayNs) / unit_ns));
     };
     aged(limits.near_miss_days, "near_misses", "rowid", "WHERE time_ns < ", 1);
-    aged(limits.minute_days, "minutes", "camera, minute", "WHERE minute < ", kMinute_ns);
+    aged(limits.minute_days, "minutes", "camera, minute", "WHERE minute < ", kMinuteNs);
     aged(limits.event_days, "tracks", "id", "WHERE end_ns < ", 1);
     aged(limits.event_days, "events", "id", std::string(kOldEvents) + " AND start_ns < ", 1);
-    aged(limits.event_days, "counts", "camera, line, hour", "WHERE hour < ", 60 * kMinute_ns);
+    aged(limits.event_days, "counts", "camera, line, hour", "WHERE hour < ", 60 * kMinuteNs);
     aged(limits.event_days, "scenes", "camera, time_ns", "WHERE time_ns < ", 1);
     return removed > 0;
 }

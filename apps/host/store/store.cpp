@@ -12,9 +12,9 @@ namespace fleifeisa::host {
 namespace {
 
 constexpr std::size_t kBatch = 1000;  ///< events in one transaction
-constexpr double kRetry_s = 1;        ///< after a transaction that failed
-constexpr double kHousekeeping_s = 60;
-constexpr double kMoreHousekeeping_s = 0.5;  ///< while there is more to remove
+constexpr double kRetrySeconds = 1;   ///< after a transaction that failed
+constexpr double kHousekeepingSeconds = 60;
+constexpr double kMoreHousekeepingSeconds = 0.5;  ///< while there is more to remove
 
 std::int64_t freeBytes(const std::string& path) {
     struct statvfs filesystem {};
@@ -195,7 +195,7 @@ StoreCounts Store::counts() {
 void Store::run() {
     std::unique_lock lock(mutex_);
     while (true) {
-        changed_.wait_for(lock, Seconds(kMoreHousekeeping_s), [this] { return stopping_ || !queue_.empty(); });
+        changed_.wait_for(lock, Seconds(kMoreHousekeepingSeconds), [this] { return stopping_ || !queue_.empty(); });
         // Others that come within the group's time share the transaction and its wait for the disk.
         changed_.wait_until(lock, waiting_since_ + seconds(options_.group_seconds),
                             [this] { return stopping_ || hurry_ || queue_.empty() || queue_.size() >= kBatch; });
@@ -236,7 +236,7 @@ bool Store::commitUntilDone(const StoreBatch& batch) {
                              " messages of events are lost");
             return false;
         }
-        changed_.wait_for(lock, Seconds(kRetry_s), [this] { return stopping_; });
+        changed_.wait_for(lock, Seconds(kRetrySeconds), [this] { return stopping_; });
     }
 }
 
@@ -290,7 +290,7 @@ void Store::keepHouse() {
     } catch (const StoreError& error) {
         logDebug("", error.what());  // the next transaction will say so
     }
-    house_at_ = Clock::now() + seconds(more ? kMoreHousekeeping_s : kHousekeeping_s);
+    house_at_ = Clock::now() + seconds(more ? kMoreHousekeepingSeconds : kHousekeepingSeconds);
 }
 
 }  // namespace fleifeisa::host

@@ -38,7 +38,7 @@ void StoreQueue::lose(const CameraEvent& event) {
 }
 
 void StoreQueue::crossing(const std::string& camera, const Crossing& crossing) {
-    LineHour& count = rows_.counts[{camera, crossing.line, crossing.time_ns / kHour_ns}];
+    LineHour& count = rows_.counts[{camera, crossing.line, crossing.time_ns / kHourNs}];
     ++(crossing.forward ? count.forward : count.backward);
 }
 
