@@ -290,8 +290,13 @@ TEST(Rules, HowOftenTimeIsToldDoesNotMatter) {
     std::string often;
     std::istringstream lines(rare);
     double time = 0;
-    for (std::string line; std::getline(lines, line, ';'); often += line + ';')
-        for (const double until = std::stod(line); time < until; time += 0.7) often += std::to_string(time) + " tick;";
+    for (std::string line; std::getline(lines, line, ';'); often += line + ';') {
+        const double until = std::stod(line);
+        while (time < until) {
+            often += std::to_string(time) + " tick;";
+            time += 0.7;
+        }
+    }
     Player first(rules, {"gate", 1, "", {}, true}), second(rules, {"gate", 1, "", {}, true});
     EXPECT_NE(first.play(rare).find("3.5 zone yard dwell"), std::string::npos);
     second.play(often);

@@ -69,13 +69,13 @@ class StoreTest : public testing::Test {
  protected:
     StoreTest() {
         std::string path = (fs::temp_directory_path() / "store-XXXXXX").string();
-        directory_ = ::mkdtemp(path.data());
+        directory = ::mkdtemp(path.data());
     }
-    ~StoreTest() override { fs::remove_all(directory_); }
+    ~StoreTest() override { fs::remove_all(directory); }
 
     StoreOptions options(std::size_t most = 10'000) const {
         StoreOptions options;
-        options.directory = directory_;
+        options.directory = directory;
         options.most_events = most;
         options.now = [] { return kDay; };
         options.retention.min_free = 0;
@@ -83,17 +83,17 @@ class StoreTest : public testing::Test {
     }
     Store::Tell tell() {
         return [this](const StoredEvent& stored) {
-            const std::lock_guard lock(mutex_);
-            told_.push_back(std::to_string(stored.event.number) + ' ' + nameOf(stored.event.state));
+            const std::lock_guard lock(mutex);
+            all_told.push_back(std::to_string(stored.event.number) + ' ' + nameOf(stored.event.state));
         };
     }
     std::vector<std::string> told() {
-        const std::lock_guard lock(mutex_);
-        return told_;
+        const std::lock_guard lock(mutex);
+        return all_told;
     }
     std::vector<StoredEvent> stored(const EventFilter& filter = {}) const {
         std::vector<StoredEvent> all;
-        StoreReader(directory_).events(filter, [&all](const StoredEvent& event) { all.push_back(event); });
+        StoreReader(directory).events(filter, [&all](const StoredEvent& event) { all.push_back(event); });
         return all;
     }
     static CameraEvent event(std::int64_t number, EventState state, std::string change = "enter") {
@@ -114,9 +114,9 @@ class StoreTest : public testing::Test {
         return event;
     }
 
-    std::string directory_;
-    std::mutex mutex_;
-    std::vector<std::string> told_;
+    std::string directory;
+    std::mutex mutex;
+    std::vector<std::string> all_told;
 };
 constexpr auto kStart = EventState::kStart, kUpdate = EventState::kUpdate, kEnd = EventState::kEnd;
 
@@ -153,7 +153,7 @@ TEST_F(StoreTest, WhatIsHandedInComesBack) {
         EXPECT_EQ(told(), (std::vector<std::string>{"1 start", "2 start", "2 update", "2 end", "4 start"}));
         EXPECT_THROW(Store(options(), nullptr), StoreError);  // one host a directory
 
-        StoreReader reader(directory_);  // beside it
+        StoreReader reader(directory);  // beside it
         EXPECT_TRUE(reader.check().empty());
         const std::vector<StoredEvent> events = stored();
         ASSERT_EQ(events.size(), 4u);
@@ -174,7 +174,7 @@ TEST_F(StoreTest, WhatIsHandedInComesBack) {
         EXPECT_EQ(reader.parameters("8f1ee629"), "all of it");
         EXPECT_THROW(reader.tracks("nobody", 0), StoreError);
     }
-    told_.clear();
+    all_told.clear();
     Store store(options(), tell());
     EXPECT_EQ(store.addCamera("gate", "Tor", ""), (NextNumbers{9, 5}));
     ASSERT_TRUE(store.settle(30));
@@ -228,7 +228,7 @@ TEST_F(StoreTest, WhatTheDiskRefusedIsTriedAgainAndToldOnce) {
     ASSERT_TRUE(store.settle(30));
     EXPECT_EQ(told(), (std::vector<std::string>{"1 start"}));
     EXPECT_EQ(store.counts().failures, 1);
-    EXPECT_EQ(StoreReader(directory_).counts("gate").at({"line", 0}).forward, 1);
+    EXPECT_EQ(StoreReader(directory).counts("gate").at({"line", 0}).forward, 1);
 }
 
 TEST_F(StoreTest, NumbersAreNeverUsedAgain) {
@@ -257,19 +257,19 @@ TEST_F(StoreTest, NumbersAreNeverUsedAgain) {
         EXPECT_GE(next.track, 2600);
         EXPECT_LE(next.track, 2600 + StateDirectory::kBlock);
     }
-    fs::remove(directory_ + "/numbers");  // the database knows, too
+    fs::remove(directory + "/numbers");  // the database knows, too
     Store store(options(), nullptr);
     EXPECT_EQ(store.addCamera("gate", "", "").event, 701);
 }
 
 TEST_F(StoreTest, OlderDatabasesComeUpToDateNewerOnesAreRefused) {
-    const std::string path = StateDirectory::databasePath(directory_);
+    const std::string path = StateDirectory::databasePath(directory);
     {
         Database old(path, Database::Mode::kReadWrite);
         migrate(old, 1);
         old.run("INSERT INTO cameras VALUES(1, 'gate', '', ''); INSERT INTO counts VALUES(1, 'line', 3, 4, 5)");
     }
-    EXPECT_THROW(StoreReader{directory_}, StoreError);  // readers change nothing
+    EXPECT_THROW(StoreReader{directory}, StoreError);  // readers change nothing
     {
         Store store(options(), nullptr);
         store.addCamera("gate", "", "");
@@ -277,12 +277,12 @@ TEST_F(StoreTest, OlderDatabasesComeUpToDateNewerOnesAreRefused) {
         store.nearMiss("gate", {"yard", "dwell", 1, 2, 7, kDay});
         ASSERT_TRUE(store.settle(30));
     }
-    EXPECT_EQ(StoreReader(directory_).counts("gate").at({"line", 3}).forward, 5);
-    EXPECT_EQ(StoreReader(directory_).nearMisses("gate").size(), 1u);
+    EXPECT_EQ(StoreReader(directory).counts("gate").at({"line", 3}).forward, 5);
+    EXPECT_EQ(StoreReader(directory).nearMisses("gate").size(), 1u);
     const auto refused = [this](const std::string& sql, const char* why) {
-        Database(StateDirectory::databasePath(directory_), Database::Mode::kReadWrite).run(sql);
+        Database(StateDirectory::databasePath(directory), Database::Mode::kReadWrite).run(sql);
         try {
-            Store(options(), nullptr);
+            const Store store(options(), nullptr);
             ADD_FAILURE() << why;
         } catch (const StoreError& error) {
             EXPECT_NE(std::string(error.what()).find(why), std::string::npos) << error.what();
@@ -311,9 +311,9 @@ TEST_F(StoreTest, TheOldestGoes) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        fs::remove_all(directory_);
-        fs::create_directory(directory_);
-        Database database(StateDirectory::databasePath(directory_), Database::Mode::kReadWrite);
+        fs::remove_all(directory);
+        fs::create_directory(directory);
+        Database database(StateDirectory::databasePath(directory), Database::Mode::kReadWrite);
         migrate(database);
         RecordWriter writer(database);
         for (int day = 0; day < 10; ++day) {
@@ -344,7 +344,7 @@ TEST_F(StoreTest, HooksGetArgumentsNoShell) {
     EXPECT_NE(hookFault({}), "");
     EXPECT_NE(hookFault({"/nonexistent/notify"}), "");
 
-    const std::string out = directory_ + "/out", fifo = directory_ + "/fifo";
+    const std::string out = directory + "/out", fifo = directory + "/fifo";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     const auto until = [](HookRunner& runner, const auto& there) {
         for (int i = 0; i < 3000 && !there(runner.counts()); ++i) ::usleep(10'000);
