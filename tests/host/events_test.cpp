@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <set>
 #include <sstream>
 
 #include "cli/rules_config.h"
@@ -48,6 +49,7 @@ class Player {
     }
     const RuleEngine& engine() const { return engine_; }
     std::string json, counts, misses;
+    std::vector<CameraEvent> messages;
 
  private:
     void track(std::int64_t number, std::istream& in) {
@@ -112,6 +114,7 @@ class Player {
     }
     void take(const RuleResults& results) {
         for (const CameraEvent& event : results.events) {
+            messages.push_back(event);
             json += eventJson(event) + '\n';
             std::string line = valueText(static_cast<double>(event.time_ns) / 1e9) + ' ' + nameOf(event.kind);
             for (const std::string& word : {event.rule, event.change, std::string(nameOf(event.state)), event.reason})
@@ -301,6 +304,53 @@ TEST(Rules, HowOftenTimeIsToldDoesNotMatter) {
     EXPECT_NE(first.play(rare).find("3.5 zone yard dwell"), std::string::npos);
     second.play(often);
     EXPECT_EQ(first.json, second.json);
+}
+
+TEST(Rules, EveryEventHasOneStartAndOneEnd) {
+    Rules rules = yardAndGate();
+    rules.zones[0].dwell = 2;
+    rules.zones[0].stopped = 1;
+    rules.off_delay = 3;
+    rules.hold = 4;
+    for (unsigned seed = 1; seed <= 100; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        std::string script;
+        std::set<unsigned> living;
+        for (unsigned step = 1; step < 300; ++step) {
+            const std::string time = std::to_string(step * 0.3) + ' ';
+            const unsigned number = 1 + static_cast<unsigned>(random() % 4) + step / 50 * 4;
+            const char* const inputs[] = {"scene changed", "scene watching", "scene blind",
+                                          "lost",          "back",           "tell bell"};
+            const char* const ends[] = {" left", " lost", " stopped", " removed"};
+            if (random() % 8 == 0) {
+                script += time + inputs[random() % 6] + ';';
+            } else if (living.contains(number) && random() % 8 == 0) {
+                script += time + std::to_string(number) + ends[random() % 4] + ';';
+                living.erase(number);
+            } else if (living.insert(number).second || random() % 4 > 0) {
+                script += time + std::to_string(number) + " 0." + std::to_string(1 + random() % 9) + " 0." +
+                          std::to_string(1 + random() % 9) + " from=" + std::to_string(number - 1) + ';';
+            } else {
+                script += time + std::to_string(number) + " still=" + time + ';';
+            }
+        }
+        Player player(rules, {"gate", 1, "", {}, true});
+        player.play(script + "91 finish");
+        std::map<std::int64_t, CameraEvent> latest;
+        for (const CameraEvent& event : player.messages) {
+            const auto before = latest.find(event.number);
+            if (before == latest.end()) {
+                EXPECT_EQ(event.state, EventState::kStart);
+            } else if (event.state == EventState::kStart || before->second.end_ns) {
+                EXPECT_TRUE(before->second.held && !event.held && event.state == EventState::kStart);  // released
+            }
+            EXPECT_TRUE(event.end_ns || event.state != EventState::kEnd);
+            latest[event.number] = event;
+        }
+        EXPECT_EQ(static_cast<std::int64_t>(latest.size()), player.engine().nextNumber() - 1);
+        for (const auto& [number, event] : latest) EXPECT_TRUE(event.end_ns) << eventJson(event);
+    }
 }
 
 TEST(Rules, ZonesAreDrawnOnTheWholePicture) {
