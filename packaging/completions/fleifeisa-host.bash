@@ -28,10 +28,8 @@ _fleifeisa_host() {
         --analyzer | --out | --replies | -o) ;;
         *)
             case $verb in
-                '') words="play run replay report scenes --verbose --log-format --version --help" ;;
                 play) words="$source $analyzer --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
                 '') words="play run replay report events db scenes --verbose --log-format --version --help" ;;
-                play) words="$source $analyzer --out --output --quiet --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --analyzer --help" ;;
                 replay) words="--verify --replies --analyzer --help" ;;
