@@ -360,6 +360,7 @@ FrameResult Camera::resultOf(const Request& request, const Reply& reply, const s
     result.reply = bytes;
     result.tracks = tracks_->frame(
         {request.time_ns, request.width, request.height, request.rgb, reply.detection, reply.objects});
+    counts_.next_track = tracks_->settings().first_number;
     return result;
 }
 

@@ -46,6 +46,7 @@ struct CameraCounts {
     std::atomic<std::int64_t> dropped{0};   ///< live frames replaced by newer ones
     std::atomic<std::int64_t> lost{0};      ///< frames that went down with an analyzer
     std::atomic<std::int64_t> restarts{0};  ///< of the analyzer
+    std::atomic<std::int64_t> next_track{1};  ///< number of the next track to be confirmed
     std::atomic<std::int64_t> expected{0};  ///< frames in all, 0 where unknown
 };
 
@@ -60,6 +61,8 @@ class Camera {
     /// Writes the control file. Outputs are opened when the source has delivered its first frame, so that a source that
     /// does not exist costs no file of an earlier run. @throws std::system_error
     void prepare();
+    /// Number of the first track; before start().
+    void numberTracksFrom(std::int64_t first) { counts_.next_track = next_track_ = first; }
     /// `done` is set (among others) when the camera has ended.
     void start(const Event& done);
     /// Ends it in order, in some two seconds at most: the frame in work is answered, outputs are made complete.

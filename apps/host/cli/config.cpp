@@ -39,10 +39,11 @@ class Loader {
             return config;
         }
         Table top(*this, root, "");
-        top.keys({"analyzer", "root", "outputs", "rotate", "camera"});
+        top.keys({"analyzer", "state", "root", "outputs", "rotate", "camera"});
         if (const auto text = top.text("analyzer"))
             config.analyzer = text->find('/') == std::string::npos ? *text : resolved(*text);
         if (const auto text = top.text("root")) root_ = resolved(*text);
+        if (const auto text = top.text("state")) config.state = resolved(*text);
         output_directory_ = resolved(top.text("outputs").value_or("out"));
         readRotation(top, "rotate", rotation_);
         readCameras(root, config);
