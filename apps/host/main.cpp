@@ -80,12 +80,13 @@ void addAnalyzerOptions(CLI::App& app, CameraConfig& camera, FilterChoice& said,
             name, valueOption(parseThreshold, [&field](const std::string& v) { field = v; }), help);
     };
     app.add_option("--analyzer", program, "the analyzer's executable (else beside this program, or in PATH)");
-    app.add_option_function<std::string>(
-        "--type", valueOption(parseInfrared, [&camera, &said](bool ir) {
-            camera.analyzer.infrared = ir;
-            said.type = true;
-        }),
-        "image type: color (default) or ir");
+    app.add_option_function<std::string>("--type",
+                                         valueOption(parseInfrared,
+                                                     [&camera, &said](bool ir) {
+                                                         camera.analyzer.infrared = ir;
+                                                         said.type = true;
+                                                     }),
+                                         "image type: color (default) or ir");
     app.add_option("--device", camera.analyzer.device, "device number (1)")->check(CLI::Range(0, 2147483647));
     app.add_option("--analyzer-id", camera.analyzer.analyzer_id, "analyzer number (1)")
         ->check(CLI::Range(0, 2147483647));
@@ -110,9 +111,9 @@ void addTrackOptions(CLI::App& app, PlayOptions& options) {
     app.add_option_function<std::string>(
         "--mask", valueOption(parseMask, [&camera](const Mask& mask) { camera.source.masks.push_back(mask); }),
         "paint a polygon over, in shares of the picture: \"0,0 1,0 1,0.2 0,0.2\"; may be repeated");
-    app.add_option_function<std::string>(
-        "--tracks", valueOption(parseRawTracks, [&camera](bool raw) { camera.raw_tracks = raw; }),
-        "filtered (default), or raw: the analyzer's ids as they come");
+    app.add_option_function<std::string>("--tracks",
+                                         valueOption(parseRawTracks, [&camera](bool raw) { camera.raw_tracks = raw; }),
+                                         "filtered (default), or raw: the analyzer's ids as they come");
     app.add_option_function<double>(
            "--least-area", [&filter](double share) { filter.least_area = share; },
            "of a track, as a share of the picture (0.0005)")

@@ -67,9 +67,7 @@ TEST(Config, EveryKeyOfACamera) {
          }},
         {"tracks = 'raw'", [](auto& c) { c.raw_tracks = true; }},
         {"least_area = 0.25\nshadow_test = false\nsplit_people = true",
-         [](auto& c) {
-             c.filter = {.least_area = 0.25, .shadow_test = false, .split_people = true};
-         }},
+         [](auto& c) { c.filter = {.least_area = 0.25, .shadow_test = false, .split_people = true}; }},
         {"masks = [[[0, 0.5], [1, 0], [1, 1.0]], [[0,0],[0,1],[1,0]]]",
          [](auto& c) {
              c.source.masks = {{{0, 0.5}, {1, 0}, {1, 1}}, {{0, 0}, {0, 1}, {1, 0}}};

@@ -180,10 +180,19 @@ TEST(Masks, CoverThePixelsWhoseMiddlesLieInside) {
         {"all", {{{0, 0}, {1, 0}, {1, 1}, {0, 1}}}, {}, "####|####|####"},
         {"upper third", {{{0, 0}, {1, 0}, {1, 1.0 / 3}, {0, 1.0 / 3}}}, {}, "####|....|...."},
         {"middles at 0.125 and 0.375", {{{0.12, 0}, {0.37, 0}, {0.37, 1}, {0.12, 1}}}, {}, "#...|#...|#..."},
-        {"two", {{{0, 0}, {0.25, 0}, {0.25, 1}, {0, 1}}, {{0.75, 0.5}, {1, 0.5}, {1, 1}, {0.75, 1}}}, {}, "#...|#..#|#..#"},
+        {"two",
+         {{{0, 0}, {0.25, 0}, {0.25, 1}, {0, 1}}, {{0.75, 0.5}, {1, 0.5}, {1, 1}, {0.75, 1}}},
+         {},
+         "#...|#..#|#..#"},
         {"triangle", {{{0, 0}, {1, 1}, {0, 1}}}, {}, "#...|##..|###."},
-        {"hollow", {{{0, 0}, {1, 0}, {1, 1}, {0.75, 1}, {0.75, 0.5}, {0.25, 0.5}, {0.25, 1}, {0, 1}}}, {}, "####|#..#|#..#"},
-        {"lower right quarter shown", {{{0.5, 0.5}, {0.75, 0.5}, {0.75, 1}, {0.5, 1}}}, {0.5, 0.5, 0.5, 0.5}, "##..|##..|##.."},
+        {"hollow",
+         {{{0, 0}, {1, 0}, {1, 1}, {0.75, 1}, {0.75, 0.5}, {0.25, 0.5}, {0.25, 1}, {0, 1}}},
+         {},
+         "####|#..#|#..#"},
+        {"lower right quarter shown",
+         {{{0.5, 0.5}, {0.75, 0.5}, {0.75, 1}, {0.5, 1}}},
+         {0.5, 0.5, 0.5, 0.5},
+         "##..|##..|##.."},
     };
     for (const auto& row : rows) {
         std::vector<std::uint8_t> rgb(4 * 3 * 3, 7);
@@ -199,8 +208,11 @@ TEST(Masks, CoverThePixelsWhoseMiddlesLieInside) {
 }
 
 TEST(Frames, AreFittedAndMaskedBehindRegionAndSize) {
-    const std::pair<std::pair<int, int>, std::pair<int, int>> sizes[] = {
-        {{320, 240}, {320, 240}}, {{768, 576}, {384, 288}}, {{1920, 1080}, {384, 216}}, {{576, 768}, {288, 384}}, {{385, 2}, {384, 2}}};
+    const std::pair<std::pair<int, int>, std::pair<int, int>> sizes[] = {{{320, 240}, {320, 240}},
+                                                                         {{768, 576}, {384, 288}},
+                                                                         {{1920, 1080}, {384, 216}},
+                                                                         {{576, 768}, {288, 384}},
+                                                                         {{385, 2}, {384, 2}}};
     for (const auto& [source, fitted] : sizes) EXPECT_EQ(fittedSize(source.first, source.second, 384), fitted);
     SourceOptions options;
     options.region = Region{40, 0, 40, 60};  // the right half
@@ -212,7 +224,8 @@ TEST(Frames, AreFittedAndMaskedBehindRegionAndSize) {
     std::vector<std::uint8_t> spare;
     const RgbFrame picture = toRgbFrame(frame, options, spare);
     ASSERT_EQ(std::pair(picture.width, picture.height), std::pair(20, 30));
-    for (std::size_t i = 0; i < picture.rgb.size(); ++i) ASSERT_EQ(picture.rgb[i], i < picture.rgb.size() / 2 ? kMaskGrey : 9) << i;
+    for (std::size_t i = 0; i < picture.rgb.size(); ++i)
+        ASSERT_EQ(picture.rgb[i], i < picture.rgb.size() / 2 ? kMaskGrey : 9) << i;
 }
 
 }  // namespace

@@ -358,8 +358,8 @@ FrameResult Camera::resultOf(const Request& request, const Reply& reply, const s
     result.rgb = request.rgb;
     result.request = request.header;
     result.reply = bytes;
-    result.tracks = tracks_->frame(
-        {request.time_ns, request.width, request.height, request.rgb, reply.detection, reply.objects});
+    result.tracks =
+        tracks_->frame({request.time_ns, request.width, request.height, request.rgb, reply.detection, reply.objects});
     counts_.next_track = tracks_->settings().first_number;
     return result;
 }

@@ -41,13 +41,13 @@ struct OutputEnd {
 
 /// What a camera has done so far; read from other threads.
 struct CameraCounts {
-    std::atomic<std::int64_t> answered{0};  ///< frames
-    std::atomic<std::int64_t> detected{0};  ///< of them with detection
-    std::atomic<std::int64_t> dropped{0};   ///< live frames replaced by newer ones
-    std::atomic<std::int64_t> lost{0};      ///< frames that went down with an analyzer
-    std::atomic<std::int64_t> restarts{0};  ///< of the analyzer
+    std::atomic<std::int64_t> answered{0};    ///< frames
+    std::atomic<std::int64_t> detected{0};    ///< of them with detection
+    std::atomic<std::int64_t> dropped{0};     ///< live frames replaced by newer ones
+    std::atomic<std::int64_t> lost{0};        ///< frames that went down with an analyzer
+    std::atomic<std::int64_t> restarts{0};    ///< of the analyzer
     std::atomic<std::int64_t> next_track{1};  ///< number of the next track to be confirmed
-    std::atomic<std::int64_t> expected{0};  ///< frames in all, 0 where unknown
+    std::atomic<std::int64_t> expected{0};    ///< frames in all, 0 where unknown
 };
 
 class Camera {
@@ -151,7 +151,7 @@ class Camera {
     int failures_in_a_row_ = 0;          ///< analyzers that ended without a single answer
     bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
-    std::int64_t lost_untold_ = 0;  ///< frames lost since the last one that the outputs heard of
+    std::int64_t lost_untold_ = 0;      ///< frames lost since the last one that the outputs heard of
     std::optional<TrackMaker> tracks_;  ///< since the first frame
     std::int64_t next_track_ = 1;
     int outages_ = 0;             ///< of a live source, that the outputs have heard of

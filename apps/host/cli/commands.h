@@ -34,7 +34,7 @@ int runCommand(const RunOptions& options);
 struct ReplayOptions {
     std::string recording;
     bool verify = false;
-    std::string replies;  ///< file for the replies' exact bytes, "": none
+    std::string replies;               ///< file for the replies' exact bytes, "": none
     std::string out = "out";           ///< directory for outputs without a path of their own
     std::vector<std::string> outputs;  ///< "type" or "type=path"
     std::string analyzer;

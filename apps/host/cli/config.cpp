@@ -162,36 +162,12 @@ class Loader {
         camera.analyzer.root = root_;
         camera.source.decoder_threads = 1;  // many cameras share the processors already
         const Table in(*this, table, "camera[" + std::to_string(index) + "].");
-        in.keys({"name",
-                 "source",
-                 "device",
-                 "analyzer",
-                 "type",
-                 "control",
-                 "outputs",
-                 "rotate",
-                 "size",
-                 "region",
-                 "rate",
-                 "profile",
-                 "masks",
-                 "tracks",
-                 "least_area",
-                 "shadow_test",
-                 "split_people",
-                 "matrix",
-                 "range",
-                 "live",
-                 "loop",
-                 "realtime",
-                 "stall_timeout",
-                 "answer_timeout",
-                 "decoder_threads",
-                 "ffmpeg_options",
-                 "title",
-                 "credentials",
-                 "redirects",
-                 "start_time"});
+        in.keys({"name",           "source",       "device",        "analyzer",       "type",
+                 "control",        "outputs",      "rotate",        "size",           "region",
+                 "rate",           "profile",      "masks",         "tracks",         "least_area",
+                 "shadow_test",    "split_people", "matrix",        "range",          "live",
+                 "loop",           "realtime",     "stall_timeout", "answer_timeout", "decoder_threads",
+                 "ffmpeg_options", "title",        "credentials",   "redirects",      "start_time"});
         readIdentity(in, camera);
         readSource(in, camera.source);
         if (check_ == ConfigCheck::kWorld) checkWorld(in, table, camera);

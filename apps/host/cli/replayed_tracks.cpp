@@ -35,7 +35,8 @@ void ReplayedTracks::start(const CameraInfo& camera) {
 }
 
 void ReplayedTracks::noteCamera(const std::string& value) {
-    if (!parseRecordedCamera(value, camera_)) throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Camera");
+    if (!parseRecordedCamera(value, camera_))
+        throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Camera");
 }
 
 void ReplayedTracks::noteFilter(const std::string& value) {
@@ -119,7 +120,8 @@ void ReplayedTracks::noteEnded(const std::string& value) {
 
 void ReplayedTracks::noteSource(const std::string& value) {
     const bool back = value.starts_with("back ");
-    if (!back && !value.starts_with("lost ")) throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Source");
+    if (!back && !value.starts_with("lost "))
+        throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Source");
     begin();
     const std::int64_t time_ns = std::strtoll(value.c_str() + 5, nullptr, 10);
     tell([&](Output& output) { back ? output.sourceBack(time_ns) : output.sourceLost(time_ns); });

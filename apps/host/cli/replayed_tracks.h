@@ -49,8 +49,8 @@ class ReplayedTracks {
     std::vector<OutputChoice> choices_;
     std::vector<std::unique_ptr<Output>> outputs_;
     CameraInfo camera_;
-    bool pending_ = false;                  ///< the outputs have not heard of this analyzer
-    std::optional<TrackSettings> settings_; ///< tracks begin anew with it
+    bool pending_ = false;                   ///< the outputs have not heard of this analyzer
+    std::optional<TrackSettings> settings_;  ///< tracks begin anew with it
     std::optional<TrackMaker> tracks_;
     std::string latest_;  ///< what Recording-Tracks would say of the latest frame, or of the end
     bool ended_ = false, finished_ = false;

@@ -37,10 +37,10 @@ struct FrameResult {
     int height = 0;             ///< pixels
     bool detection = false;     ///< false: a plain OK, the background was learnt
     std::span<const AnalyzerObject> objects;  ///< in the reply's order; empty while learning
-    std::span<const std::uint8_t> rgb;       ///< width * height * 3 bytes, rows from the top, R G B interleaved
-    TrackFrame tracks;                       ///< what the frame came to
-    std::string_view request;                ///< header bytes of the request, empty line included; its body is `rgb`
-    std::string_view reply;                  ///< the exact bytes of the answer
+    std::span<const std::uint8_t> rgb;        ///< width * height * 3 bytes, rows from the top, R G B interleaved
+    TrackFrame tracks;                        ///< what the frame came to
+    std::string_view request;                 ///< header bytes of the request, empty line included; its body is `rgb`
+    std::string_view reply;                   ///< the exact bytes of the answer
 };
 
 /// What is known of a camera when its outputs are made (nothing was read then: no rate), and at each `started`.
@@ -49,11 +49,11 @@ struct CameraInfo {
     std::string source;  ///< as the user wrote it, without passwords
     int device = 1;
     int analyzer_id = 1;
-    bool infrared = false;   ///< IR instead of COLOR
-    bool live = false;       ///< times since 1970; of a live source also: frames may be dropped
-    double rate = 0;         ///< nominal frames a second, 0 where unknown
-    std::string control;     ///< text of the analyzer's control file, "" where none was written
-    std::string title = {};  ///< what people read in place of the name
+    bool infrared = false;           ///< IR instead of COLOR
+    bool live = false;               ///< times since 1970; of a live source also: frames may be dropped
+    double rate = 0;                 ///< nominal frames a second, 0 where unknown
+    std::string control;             ///< text of the analyzer's control file, "" where none was written
+    std::string title = {};          ///< what people read in place of the name
     std::optional<Box> region = {};  ///< cut out of the source picture, in its pixels
     TrackSettings tracks = {};       ///< in force, with the number of the next track
     bool fresh_tracks = true;        ///< the tracks begin anew with this analyzer

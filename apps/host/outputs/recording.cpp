@@ -59,8 +59,7 @@ void add(Bytes& bytes, const Track& track) {
           std::int64_t{track.box.height}, std::int64_t{track.area}, std::int64_t{track.frames}, track.split_from,
           track.merged_with, std::int64_t{track.removed}, track.stopped_ns})
         bytes.add(value);
-    for (const double value :
-         {track.centre.x, track.centre.y, track.velocity.x, track.velocity.y, track.path_px})
+    for (const double value : {track.centre.x, track.centre.y, track.velocity.x, track.velocity.y, track.path_px})
         bytes.add(value);
     bytes.add(static_cast<std::int64_t>(track.objects.size()));
     for (const int object : track.objects) bytes.add(std::int64_t{object});
@@ -91,9 +90,9 @@ bool parseRecordedCamera(const std::string& value, CameraInfo& camera) {
 
 std::string recordedTracks(const TrackFrame& frame) {
     Bytes bytes;
-    for (const std::int64_t value : {frame.time_ns, std::int64_t{frame.width}, std::int64_t{frame.height},
-                                     static_cast<std::int64_t>(frame.scene),
-                                     static_cast<std::int64_t>(frame.tracks.size())})
+    for (const std::int64_t value :
+         {frame.time_ns, std::int64_t{frame.width}, std::int64_t{frame.height}, static_cast<std::int64_t>(frame.scene),
+          static_cast<std::int64_t>(frame.tracks.size())})
         bytes.add(value);
     bytes.add(frame.foreground);
     for (const Track& track : frame.tracks) add(bytes, track);

@@ -14,10 +14,10 @@ constexpr std::string_view kFirstLine = "ANALYTICS.CARTRIDGE";
 constexpr std::int64_t kMaxBody = 268'435'456;
 
 constexpr std::pair<std::string_view, RecordedMessage::Kind> kNotes[] = {
-    {"Recording-Start", RecordedMessage::kStart},     {"Recording-Camera", RecordedMessage::kCamera},
-    {"Recording-Filter", RecordedMessage::kFilter},   {"Recording-Control", RecordedMessage::kControl},
-    {"Recording-Tracks", RecordedMessage::kTracks},   {"Recording-Reply", RecordedMessage::kReply},
-    {"Recording-Ended", RecordedMessage::kEnded},     {"Recording-Source", RecordedMessage::kSource}};
+    {"Recording-Start", RecordedMessage::kStart},   {"Recording-Camera", RecordedMessage::kCamera},
+    {"Recording-Filter", RecordedMessage::kFilter}, {"Recording-Control", RecordedMessage::kControl},
+    {"Recording-Tracks", RecordedMessage::kTracks}, {"Recording-Reply", RecordedMessage::kReply},
+    {"Recording-Ended", RecordedMessage::kEnded},   {"Recording-Source", RecordedMessage::kSource}};
 
 std::int64_t toNumber(std::string_view text) {
     std::int64_t value = -1;
