@@ -296,12 +296,13 @@ class Video(HostTest):
 
     @needs_ffmpeg
     def test_a_decoder_that_stalls_loses_no_frame(self):
-        self.video("v.avi", frames=100)
-        process = self.start("play", "v.avi", "--realtime", "--stall-timeout", 1, "--out", "o", "--output", "replies")
+        self.video("v.avi", frames=100, size="320x240", rate=25)  # far more than the pipe holds
+        process = self.start("-v", "play", "v.avi", "--realtime", "--stall-timeout", 1, "--out", "o", "--output", "replies")
         decoder = self.until(lambda: self.children(process, "ffmpeg"), "ffmpeg")[0][0]
-        time.sleep(0.3)
+        self.until(lambda: sequences_or_none(self.dir / "o/replies.txt"), "answers")
         os.kill(decoder, signal.SIGSTOP)
         self.assertEqual(process.wait(timeout=40), 0, self.log())
+        self.assertIn("no frame for 1 s", self.log())
         self.assertEqual(sequences(self.dir / "o/replies.txt"), list(range(1, 101)))
         found = times(self.dir / "o/replies.txt")
         self.assertEqual(found, sorted(set(found)))
