@@ -1,0 +1,29 @@
+// Blobs: what the refiner hands to the tracker. Components that belong together are joined, people side by side parted.
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "tracks/foreground.h"
+
+namespace fleifeisa::host {
+
+struct Blob {
+    Box box;
+    int pixels = 0;
+};
+
+/// Intersection's area; 64 bits, since boxes may be anything.
+std::int64_t commonArea(const Box& a, const Box& b);
+inline std::int64_t areaOf(const Box& box) {
+    return std::int64_t{box.width} * box.height;
+}
+Box unionOf(const Box& a, const Box& b);
+
+/// Joins pieces that lie one above the other, until there are none.
+void joinPieces(std::vector<Blob>& blobs);
+
+/// Parts a component at a clear valley between two people. Appends one blob or two.
+void splitPeople(const Component& one, std::vector<Blob>& blobs);
+
+}  // namespace fleifeisa::host

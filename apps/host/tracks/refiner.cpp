@@ -1,0 +1,85 @@
+#include "tracks/refiner.h"
+
+#include <algorithm>
+
+#include "tracks/constants.h"
+#include "tracks/judgement.h"
+#include "tracks/track_filter.h"
+
+namespace fleifeisa::host {
+
+void Refiner::reset(int width, int height) {
+    width_ = width;
+    height_ = height;
+    foreground_mask_.reset(width, height);
+    blobs_.clear();
+    foreground_ = 0;
+}
+
+void Refiner::paint(std::span<const AnalyzerObject> objects, std::span<const Mover> movers) {
+    where_.begin(width_, height_);
+    support_.begin(width_, height_);
+    for (const AnalyzerObject& object : objects) {
+        const Box box = clipped({object.left, object.top, object.width, object.height}, width_, height_);
+        support_.add(box);
+        where_.add(grown(box, static_cast<int>(box.width * kGrowBoxX), static_cast<int>(box.height * kGrowBoxY)));
+    }
+    for (const Mover& mover : movers) {
+        if (mover.confirmed ? mover.unsupported > kUnsupportedSeconds : mover.track.frames < 2) continue;
+        const Box box = clipped(mover.box(), width_, height_);
+        if (box.width == 0 || box.height == 0) continue;
+        support_.add(box);
+        where_.add(
+            grown(box, static_cast<int>(box.width * kGrowTrackX) + 2, static_cast<int>(box.height * kGrowTrackY) + 2));
+    }
+    support_.finish();
+    where_.finish();
+}
+
+std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, std::span<const AnalyzerObject> objects,
+                                    std::span<const Mover> movers, const FilterSettings& settings, double seconds) {
+    paint(objects, movers);
+    const double pixels = static_cast<double>(width_) * height_;
+    const int least = std::max(4, static_cast<int>(kLeastComponent * pixels + 0.5));
+    const int least_light = std::max(9, static_cast<int>(kLightPixels / (384.0 * 288) * pixels + 0.5));
+    const bool shadow_test = settings.shadow_test && frame.channels() == kChannels;
+    blobs_.clear();
+    parts_.clear();
+    for (const Component& one : foreground_mask_.find(frame, background, where_, support_, shadow_test, least)) {
+        if (one.supported < kLeastSupport * one.pixels) continue;
+        const bool rests = std::any_of(movers.begin(), movers.end(), [&](const Mover& mover) {
+            return mover.stopped && 2 * commonArea(mover.box(), one.box) > areaOf(one.box);
+        });
+        if (!rests && (isGhost(frame, background, foreground_mask_, one) ||
+                       isLight(frame, background, foreground_mask_, one, least_light))) {
+            background.heal(frame, one.box, kHealRate * seconds);
+            continue;
+        }
+        if (settings.split_people)
+            splitPeople(one, parts_);
+        else
+            parts_.push_back({one.box, one.pixels});
+    }
+    // Largest first where there are too many; ties by place, so that every machine keeps the same.
+    const auto before = [](const Blob& a, const Blob& b) {
+        if (a.pixels != b.pixels) return a.pixels > b.pixels;
+        return a.box.top != b.box.top ? a.box.top < b.box.top : a.box.left < b.box.left;
+    };
+    std::stable_sort(parts_.begin(), parts_.end(), before);
+    if (parts_.size() > static_cast<std::size_t>(kMostBlobs)) parts_.resize(kMostBlobs);
+    blobs_ = parts_;
+    joinPieces(blobs_);
+    foreground_ = 0;
+    for (const Blob& blob : blobs_) foreground_ += blob.pixels / pixels;
+    return blobs_;
+}
+
+void Refiner::follow(SmoothFrame& frame, Background& background, std::span<const Mover> movers, std::int64_t time_ns) {
+    boxes_.clear();
+    for (const Blob& blob : blobs_) boxes_.push_back(blob.box);
+    for (const Mover& mover : movers)
+        if (mover.stopped) boxes_.push_back(clipped(mover.box(), width_, height_));
+    background.follow(frame, boxes_, time_ns);
+}
+
+}  // namespace fleifeisa::host

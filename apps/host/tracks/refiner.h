@@ -1,0 +1,40 @@
+// Stage 1: looks again at the pixels around the analyzer's boxes and where tracks are expected, and finds blobs.
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "analyzer/reply.h"
+#include "tracks/background.h"
+#include "tracks/blobs.h"
+#include "tracks/foreground.h"
+#include "tracks/tiles.h"
+#include "tracks/tracker.h"
+
+namespace fleifeisa::host {
+
+struct FilterSettings;
+
+class Refiner {
+ public:
+    void reset(int width, int height);
+    /// Accepted blobs of this frame, at most kMostBlobs. Heals the background under what is none.
+    std::span<const Blob> find(SmoothFrame& frame, Background& background, std::span<const AnalyzerObject> objects,
+                               std::span<const Mover> movers, const FilterSettings& settings, double seconds);
+    /// The rest of the frame's work on the background.
+    void follow(SmoothFrame& frame, Background& background, std::span<const Mover> movers, std::int64_t time_ns);
+    /// Share of the frame that is accepted foreground.
+    double foreground() const { return foreground_; }
+
+ private:
+    void paint(std::span<const AnalyzerObject> objects, std::span<const Mover> movers);
+
+    int width_ = 0, height_ = 0;
+    TileMap where_, support_;
+    Foreground foreground_mask_;
+    std::vector<Blob> blobs_, parts_;
+    std::vector<Box> boxes_;
+    double foreground_ = 0;
+};
+
+}  // namespace fleifeisa::host

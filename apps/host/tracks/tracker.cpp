@@ -1,0 +1,255 @@
+#include "tracks/tracker.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "tracks/constants.h"
+
+namespace fleifeisa::host {
+namespace {
+
+/// To the nearest whole number, halves up, without the library's rounding modes.
+int rounded(double value) {
+    const double limited = std::clamp(value, -1e8, 1e8) + 0.5;
+    const int whole = static_cast<int>(limited);
+    return whole > limited ? whole - 1 : whole;
+}
+
+double overlapOf(const Box& a, const Box& b) {
+    const std::int64_t common = commonArea(a, b);
+    if (common == 0) return 0;
+    return static_cast<double>(common) / static_cast<double>(areaOf(a) + areaOf(b) - common);
+}
+
+}  // namespace
+
+Box Mover::boxAt(double cx, double cy) const {
+    const int left = rounded(cx - width / 2), top = rounded(cy - height / 2);
+    return {left, top, std::max(1, rounded(width)), std::max(1, rounded(height))};
+}
+
+Box Mover::box() const {
+    return boxAt(x, y);
+}
+
+void Tracker::reset(int width, int height, double least_area, std::int64_t first_number) {
+    width_ = width;
+    height_ = height;
+    least_pixels_ = least_area * width * height;
+    next_ = first_number;
+    movers_.clear();
+}
+
+void Tracker::predict(double seconds) {
+    for (Mover& mover : movers_) {
+        mover.blob = -1;
+        mover.track.merged_with = 0;
+        if (mover.stopped && mover.missed > 0) continue;
+        mover.x += mover.vx * seconds;
+        mover.y += mover.vy * seconds;
+    }
+}
+
+/// Greedy: the best pair first; earlier movers and blobs win ties. Measured to be as good as an optimal assignment.
+template <class Value>
+void Tracker::assign(std::span<const Blob> blobs, bool confirmed, Value&& value) {
+    pairs_.clear();
+    for (std::size_t m = 0; m < movers_.size(); ++m) {
+        if (movers_[m].confirmed != confirmed || movers_[m].blob >= 0) continue;
+        for (std::size_t b = 0; b < blobs.size(); ++b) {
+            if (owner_[b] != kFree) continue;
+            const double v = value(movers_[m], blobs[b].box);
+            if (v > 0) pairs_.push_back({v, static_cast<int>(m), static_cast<int>(b)});
+        }
+    }
+    std::sort(pairs_.begin(), pairs_.end(), [](const Pair& a, const Pair& b) {
+        if (a.value != b.value) return a.value > b.value;
+        return a.mover != b.mover ? a.mover < b.mover : a.blob < b.blob;
+    });
+    for (const Pair& pair : pairs_) {
+        Mover& mover = movers_[static_cast<std::size_t>(pair.mover)];
+        int& owner = owner_[static_cast<std::size_t>(pair.blob)];
+        if (mover.blob >= 0 || owner != kFree) continue;
+        mover.blob = pair.blob;
+        owner = pair.mover;
+    }
+}
+
+void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double seconds, bool births) {
+    owner_.assign(blobs.size(), kFree);
+    seen_.clear();
+    for (const Blob& blob : blobs) seen_.push_back(blob.box);
+    assign(blobs, true, [](const Mover& mover, const Box& box) {
+        const double overlap = overlapOf(mover.box(), box);
+        return overlap >= kOverlapConfirmed ? overlap : 0;
+    });
+    joinGroups(blobs);
+    addPieces(blobs);
+    assign(blobs, true, [](const Mover& mover, const Box& box) {
+        const double size = mover.width * mover.height, other = static_cast<double>(areaOf(box));
+        if (size > kSizeRatio * other || other > kSizeRatio * size) return 0.0;
+        const double dx = box.left + box.width / 2.0 - mover.x, dy = box.top + box.height / 2.0 - mover.y;
+        const double reach = (kReach + kReachGrowth * mover.missed) * std::sqrt(size);
+        const double distance = std::sqrt(dx * dx + dy * dy);
+        return distance < reach ? 1 - distance / reach : 0.0;
+    });
+    assign(blobs, false, [](const Mover& mover, const Box& box) {
+        const double overlap = overlapOf(mover.box(), box);
+        return overlap >= kOverlapTentative ? overlap : 0;
+    });
+    for (std::size_t b = 0; b < blobs.size(); ++b) {
+        if (owner_[b] < 0) continue;
+        const std::vector<int>& members = members_[b];
+        if (members.size() > 1)
+            moveGroup(seen_[b], members, seconds);
+        else
+            see(movers_[static_cast<std::size_t>(owner_[b])], seen_[b], seconds);
+    }
+    for (Mover& mover : movers_) {
+        if (mover.blob < 0) {
+            mover.missed += seconds;
+            mover.track.area = 0;
+            continue;
+        }
+        const Blob& blob = blobs[static_cast<std::size_t>(mover.blob)];
+        mover.missed = 0;
+        mover.track.seen_ns = time_ns;
+        mover.track.frames += 1;
+        mover.track.area = blob.pixels;
+        mover.area = std::max(mover.area, blob.pixels);
+    }
+    if (births) bear(blobs, time_ns, seconds);
+    letGo(seconds);
+}
+
+/// Missed tracks whose place lies in a blob that another one owns go on in its group.
+void Tracker::joinGroups(std::span<const Blob> blobs) {
+    members_.assign(blobs.size(), {});
+    for (std::size_t b = 0; b < blobs.size(); ++b)
+        if (owner_[b] >= 0) members_[b].push_back(owner_[b]);
+    for (std::size_t m = 0; m < movers_.size(); ++m) {
+        Mover& mover = movers_[m];
+        if (!mover.confirmed || mover.blob >= 0) continue;
+        const Box place = mover.box();
+        std::int64_t most = 0;
+        std::size_t best = 0;
+        for (std::size_t b = 0; b < blobs.size(); ++b) {
+            const std::int64_t common = commonArea(place, blobs[b].box);
+            if (owner_[b] < 0 || common <= most) continue;
+            most = common;
+            best = b;
+        }
+        if (most == 0 || static_cast<double>(most) < kGroupInside * static_cast<double>(areaOf(place))) continue;
+        Mover& owner = movers_[static_cast<std::size_t>(owner_[best])];
+        const double owned = owner.width * owner.height;
+        if (static_cast<double>(areaOf(blobs[best].box)) < kGroupLarger * owned && !(mover.grouped && owner.grouped))
+            continue;
+        if (isPieceOf(mover, owner, blobs[best].box)) {
+            // The older one goes on with the whole; a piece that had its own number ends here.
+            const bool older = mover.track.number < owner.track.number;
+            Mover& piece = older ? owner : mover;
+            if (older) {
+                mover.blob = static_cast<int>(best);
+                owner.blob = -1;
+                owner_[best] = static_cast<int>(m);
+                members_[best] = {static_cast<int>(m)};
+            }
+            piece.dead = true;
+            piece.track.ended = TrackEnd::kLost;
+            continue;
+        }
+        mover.blob = static_cast<int>(best);
+        members_[best].push_back(static_cast<int>(m));
+    }
+    for (Mover& mover : movers_)
+        if (mover.blob >= 0) mover.grouped = members_[static_cast<std::size_t>(mover.blob)].size() > 1;
+}
+
+/// Legs and upper body that were born apart: one above the other, of one width, and together they are the blob.
+bool Tracker::isPieceOf(const Mover& piece, const Mover& owner, const Box& blob) const {
+    const Box a = piece.box(), b = owner.box();
+    const int across = std::min(a.right(), b.right()) - std::max(a.left, b.left);
+    const int along = std::min(a.bottom(), b.bottom()) - std::max(a.top, b.top);
+    if (across < kJoinOverlap * std::min(a.width, b.width)) return false;
+    if (along > kStackedOverlapY * std::min(a.height, b.height)) return false;
+    return blob.width < kPieceArea * std::max(a.width, b.width) && blob.height > blob.width;
+}
+
+/// Parts of a broken thing: an unowned blob inside of a track's prediction is seen with the track's own.
+void Tracker::addPieces(std::span<const Blob> blobs) {
+    for (std::size_t b = 0; b < blobs.size(); ++b) {
+        if (owner_[b] != kFree) continue;
+        for (std::size_t m = 0; m < movers_.size(); ++m) {
+            const Mover& mover = movers_[m];
+            if (!mover.confirmed || mover.blob < 0 || members_[static_cast<std::size_t>(mover.blob)].size() > 1)
+                continue;
+            const Box place = mover.box();
+            if (static_cast<double>(commonArea(place, blobs[b].box)) <
+                kPieceInside * static_cast<double>(areaOf(blobs[b].box)))
+                continue;
+            Box& seen = seen_[static_cast<std::size_t>(mover.blob)];
+            const Box whole = unionOf(seen, blobs[b].box);
+            if (static_cast<double>(areaOf(whole)) > kPieceArea * mover.width * mover.height) continue;
+            seen = whole;
+            owner_[b] = kTaken;
+            break;
+        }
+    }
+}
+
+void Tracker::see(Mover& mover, const Box& box, double seconds) {
+    const double keep = kSizeSeconds / (kSizeSeconds + seconds);
+    if (mover.track.frames <= 1) {
+        mover.width = box.width;
+        mover.height = box.height;
+    }
+    mover.width = mover.width * keep + box.width * (1 - keep);
+    mover.height = mover.height * keep + box.height * (1 - keep);
+    moveTo(mover, box.left + box.width / 2.0, box.top + box.height / 2.0, seconds);
+}
+
+/// Alpha-beta filter; its gains follow from the time between frames.
+void Tracker::moveTo(Mover& mover, double x, double y, double seconds) {
+    const double alpha = seconds / (kPositionSeconds + seconds), beta = alpha * alpha / (2 - alpha);
+    const double dx = x - mover.x, dy = y - mover.y, gap = seconds + mover.missed;
+    if (mover.track.frames <= 1) {  // the second sighting gives the speed
+        mover.vx = dx / gap;
+        mover.vy = dy / gap;
+        mover.x = x;
+        mover.y = y;
+        return;
+    }
+    mover.x += alpha * dx;
+    mover.y += alpha * dy;
+    mover.vx += beta * dx / gap;
+    mover.vy += beta * dy / gap;
+}
+
+/// Members keep their sizes. The outermost take the blob's edges, the others move on inside of it.
+void Tracker::moveGroup(const Box& blob, std::span<const int> members, double seconds) {
+    const auto at = [&](int index) -> Mover& { return movers_[static_cast<std::size_t>(index)]; };
+    int leftmost = members[0], rightmost = members[0], top = members[0], bottom = members[0];
+    for (const int index : members) {
+        const Mover& one = at(index);
+        if (one.x - one.width / 2 < at(leftmost).x - at(leftmost).width / 2) leftmost = index;
+        if (one.x + one.width / 2 > at(rightmost).x + at(rightmost).width / 2) rightmost = index;
+        if (one.y - one.height / 2 < at(top).y - at(top).height / 2) top = index;
+        if (one.y + one.height / 2 > at(bottom).y + at(bottom).height / 2) bottom = index;
+    }
+    const auto place = [](double centre, double size, double from, double to, bool low, bool high) {
+        const double least = from + size / 2, most = to - size / 2;
+        if (low && !high) return least;
+        if (high && !low) return most;
+        if (least > most) return (from + to) / 2;
+        return std::clamp(centre, least, most);
+    };
+    for (const int index : members) {
+        Mover& one = at(index);
+        const double x = place(one.x, one.width, blob.left, blob.right(), index == leftmost, index == rightmost);
+        const double y = place(one.y, one.height, blob.top, blob.bottom(), index == top, index == bottom);
+        moveTo(one, x, y, seconds);
+        one.track.merged_with = at(members[0]).track.number;
+    }
+}
+
+}  // namespace fleifeisa::host

@@ -1,0 +1,80 @@
+// From blobs to tracks: prediction, three passes of assignment, groups, birth and death. Knows no pixels.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "tracks/blobs.h"
+#include "tracks/track.h"
+
+namespace fleifeisa::host {
+
+/// A track as the tracker keeps it. Positions in pixels, times in seconds.
+struct Mover {
+    Track track;          // as told, apart from numbers of frames not yet told
+    double x = 0, y = 0;  // centre
+    double width = 0, height = 0;
+    double vx = 0, vy = 0;          // pixels a second
+    double missed = 0;              // since it was seen; does not run while the picture is frozen
+    double unsupported = 0;         // since an analyzer box touched it
+    double rest_x = 0, rest_y = 0;  // where its rest began: centre and foot
+    double rest = 0;                // for how long
+    bool confirmed = false;
+    bool stopped = false;
+    bool dead = false;
+    bool grouped = false;  // in this frame or the one before its latest
+    int blob = -1;         // of this frame
+    int area = 0;          // largest foreground of a sighting, pixels
+
+    Box box() const;  // rounded
+    Box boxAt(double cx, double cy) const;
+};
+
+class Tracker {
+ public:
+    void reset(int width, int height, double least_area, std::int64_t first_number);
+    /// Moves every track to where it is expected `seconds` later. First step of a frame.
+    void predict(double seconds);
+    /// Assigns the blobs. Second step.
+    void update(std::span<const Blob> blobs, std::int64_t time_ns, double seconds, bool births);
+    /// Writes Track of every mover that lives or ended in this frame; removes those that ended. Last step.
+    void tell(std::int64_t time_ns, std::vector<Track>& out);
+    /// Ends all of them.
+    void endAll(TrackEnd why, std::vector<Track>& out);
+
+    std::vector<Mover>& movers() { return movers_; }
+    const std::vector<Mover>& movers() const { return movers_; }
+    std::int64_t nextNumber() const { return next_; }
+    void setNextNumber(std::int64_t number) { next_ = number; }
+
+ private:
+    static constexpr int kFree = -1, kTaken = -2;  // of a blob: nobody's yet, and a part of another blob
+    struct Pair {
+        double value;
+        int mover, blob;
+    };
+    template <class Value>
+    void assign(std::span<const Blob> blobs, bool confirmed, Value&& value);
+    void addPieces(std::span<const Blob> blobs);
+    void joinGroups(std::span<const Blob> blobs);
+    bool isPieceOf(const Mover& piece, const Mover& owner, const Box& blob) const;
+    void moveGroup(const Box& blob, std::span<const int> members, double seconds);
+    void see(Mover& mover, const Box& box, double seconds);
+    void moveTo(Mover& mover, double x, double y, double seconds);
+    void bear(std::span<const Blob> blobs, std::int64_t time_ns, double seconds);
+    void confirm(Mover& mover);
+    void letGo(double seconds);
+    bool atEdge(const Mover& mover) const;
+
+    int width_ = 0, height_ = 0;
+    double least_pixels_ = 0;
+    std::int64_t next_ = 1;
+    std::vector<Mover> movers_;  // confirmed and young, in the order of their births
+    std::vector<int> owner_;     // of each blob of this frame: index of a mover, or the above
+    std::vector<Box> seen_;      // each blob's box, with the pieces that were added
+    std::vector<std::vector<int>> members_;
+    std::vector<Pair> pairs_;
+};
+
+}  // namespace fleifeisa::host
