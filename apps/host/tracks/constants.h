@@ -27,6 +27,7 @@ constexpr int kMostThreshold = 72;
 constexpr double kGrowBoxX = 0.5, kGrowBoxY = 0.75;      ///< of its width and height, on each side
 constexpr double kGrowTrackX = 0.3, kGrowTrackY = 0.25;  ///< of the prediction's
 constexpr double kUnsupportedSeconds = 14;  ///< a track is looked for that long without the analyzer's support
+constexpr double kUnsupportedUnmoved = 4;    ///< and one that never moved from where it appeared
 constexpr double kLeastComponent = 1.8e-4;  ///< of the frame: 20 pixels at 384x288
 constexpr double kLeastSupport = 0.1;       ///< of a component's pixels lie in analyzer boxes or predictions
 constexpr int kMostBlobs = 256;             ///< the largest are kept
@@ -46,6 +47,7 @@ constexpr double kSplitValley = 0.6;  ///< of the lower of the two summits besid
 // Tracks.
 constexpr double kOverlapConfirmed = 0.2;  ///< least intersection over union, prediction and blob
 constexpr double kOverlapTentative = 0.1;
+constexpr double kReachTentative = 0.8;      ///< of its size: how far a young track may have gone
 constexpr double kReach = 0.6;             ///< of the track's size: distance of the second pass
 constexpr double kReachGrowth = 0.8;       ///< of its size, for each second missed
 constexpr double kSizeRatio = 3;           ///< of areas, at most, in the second pass
@@ -63,7 +65,7 @@ constexpr int kMostTracks = 256;    ///< living and young; beyond it nothing is 
 constexpr double kGroupInside = 0.5;      ///< of a missed track's prediction lies in the blob
 constexpr double kGroupLarger = 1.3;      ///< times the owner's area, at least
 constexpr double kPieceInside = 0.6;      ///< of a leftover piece lies in a track's prediction: it is a part of it
-constexpr double kPieceArea = 1.3;        ///< times the track's area at most, with the piece
+constexpr double kPieceArea = 1.0;        ///< times the track's area at most, with the piece
 constexpr double kStackedOverlapY = 0.3;  ///< of the lower one, at most: legs and upper body, no two people
 
 // Standing still.
@@ -74,6 +76,7 @@ constexpr double kPlaceSeconds = 1;     ///< between two looks at its place
 constexpr int kMostPlaces = 32;         ///< watched a camera; the oldest goes first
 constexpr double kLongestStop = 24 * 3600.0;
 constexpr double kUnknownPlace = 300;  ///< seconds of looking like neither: lost
+constexpr int kLeastContrast = 8;            ///< between place before and with the thing, for the patches to decide
 constexpr int kPlaceLevels = 14;       ///< mean difference up to which a place looks like a patch
 
 // The scene as a whole.

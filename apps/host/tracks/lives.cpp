@@ -21,6 +21,7 @@ void Tracker::bear(std::span<const Blob> blobs, std::int64_t time_ns, double sec
         young.track.start_ns = young.track.seen_ns = time_ns;
         young.track.frames = 1;
         young.blob = static_cast<int>(b);
+        young.birth = box;
         young.rest_x = young.x;
         young.rest_y = young.y;
         // What it came out of: the confirmed track in whose latest box most of it lies.
@@ -30,6 +31,7 @@ void Tracker::bear(std::span<const Blob> blobs, std::int64_t time_ns, double sec
             if (!movers_[m].confirmed || common <= most) continue;
             most = common;
             young.track.split_from = movers_[m].track.number;
+            young.arrived = movers_[m].arrived;
         }
         movers_.push_back(young);
     }

@@ -25,7 +25,8 @@ void Refiner::paint(std::span<const AnalyzerObject> objects, std::span<const Mov
         where_.add(grown(box, static_cast<int>(box.width * kGrowBoxX), static_cast<int>(box.height * kGrowBoxY)));
     }
     for (const Mover& mover : movers) {
-        if (mover.confirmed ? mover.unsupported > kUnsupportedSeconds : mover.track.frames < 2) continue;
+        const double longest = mover.arrived ? kUnsupportedSeconds : kUnsupportedUnmoved;
+        if (mover.confirmed ? mover.unsupported > longest : mover.track.frames < 2) continue;
         const Box box = clipped(mover.box(), width_, height_);
         if (box.width == 0 || box.height == 0) continue;
         support_.add(box);

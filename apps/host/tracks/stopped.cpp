@@ -97,6 +97,7 @@ void StoppedPlaces::rest(std::vector<Mover>& movers, SmoothFrame& frame, Backgro
         if (!mover.confirmed || mover.dead || mover.blob < 0) continue;
         const double size = std::sqrt(mover.width * mover.height);
         const double moved = distance(mover.x, mover.y, mover.rest_x, mover.rest_y);
+        if (commonArea(mover.box(), mover.birth) == 0) mover.arrived = true;
         if (mover.stopped) {
             if (moved <= kMovedDistance * size) continue;
             mover.stopped = false;
@@ -108,7 +109,7 @@ void StoppedPlaces::rest(std::vector<Mover>& movers, SmoothFrame& frame, Backgro
             mover.rest_x = mover.x;
             mover.rest_y = mover.y;
         }
-        if (mover.rest < kRestSeconds || mover.grouped) continue;
+        if (mover.rest < kRestSeconds || mover.grouped || !mover.arrived) continue;
         mover.stopped = true;
         mover.vx = mover.vy = 0;
         mover.track.stopped_ns = mover.track.seen_ns;
@@ -125,6 +126,7 @@ void StoppedPlaces::rest(std::vector<Mover>& movers, SmoothFrame& frame, Backgro
         place.before = patchOf(place.box, frame.width(), frame.height(), frame.channels(),
                                [&](int c, int x, int y) { return background.level(c, x, y); });
         place.until_look = kPlaceSeconds;
+        place.contrast = differenceOf(place.with, place.before, frame.channels());
         places_.push_back(place);
     }
 }
@@ -133,7 +135,7 @@ void StoppedPlaces::look(Place& place, Mover* mover, SmoothFrame& frame, Backgro
     const Patch now = patchOf(place.box, frame);
     const int with = differenceOf(now, place.with, frame.channels());
     const int before = differenceOf(now, place.before, frame.channels());
-    const bool free = before <= kPlaceLevels && 2 * before < with;
+    const bool free = place.contrast >= kLeastContrast && before <= kPlaceLevels && 2 * before < with;
     place.free = free ? place.free + 1 : 0;
     if (place.free >= 2) {
         background.heal(frame, grown(place.box, place.box.width / 8, place.box.height / 8), 256);
@@ -149,9 +151,10 @@ void StoppedPlaces::look(Place& place, Mover* mover, SmoothFrame& frame, Backgro
         place.done = ++place.unknown > 10;
         return;
     }
-    const bool there = with <= kPlaceLevels || 2 * with < before || mover->blob >= 0;
+    // Where both patches look alike they say nothing, and the thing is lost like any other that is not seen.
+    const bool there = mover->blob >= 0 || (place.contrast >= kLeastContrast && with < before);
     place.unknown = there ? 0 : place.unknown + kPlaceSeconds;
-    const bool unknown = place.unknown > kUnknownPlace;
+    const bool unknown = place.unknown > (place.contrast >= kLeastContrast ? kUnknownPlace : kKept);
     if (!unknown && place.age <= kLongestStop) return;
     mover->dead = true;
     mover->track.ended = unknown ? TrackEnd::kLost : TrackEnd::kStopped;

@@ -109,7 +109,7 @@ void TrackFilter::State::support(const FilterInput& input, double seconds) {
             const Box other = clipped({object.left, object.top, object.width, object.height}, width, height);
             const std::int64_t common = commonArea(box, other);
             if (common == 0) continue;
-            mover.unsupported = 0;
+            if (10 * common >= areaOf(box) || 2 * common >= areaOf(other)) mover.unsupported = 0;
             if (mover.blob >= 0 && 2 * common >= std::min(areaOf(box), areaOf(other)))
                 mover.track.objects.push_back(object.id);
         }

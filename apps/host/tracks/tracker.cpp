@@ -85,18 +85,21 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
     });
     joinGroups(blobs);
     addPieces(blobs);
-    assign(blobs, true, [](const Mover& mover, const Box& box) {
+    const auto near = [](const Mover& mover, const Box& box, double reach) {
         const double size = mover.width * mover.height, other = static_cast<double>(areaOf(box));
         if (size > kSizeRatio * other || other > kSizeRatio * size) return 0.0;
         const double dx = box.left + box.width / 2.0 - mover.x, dy = box.top + box.height / 2.0 - mover.y;
-        const double reach = (kReach + kReachGrowth * mover.missed) * std::sqrt(size);
-        const double distance = std::sqrt(dx * dx + dy * dy);
-        return distance < reach ? 1 - distance / reach : 0.0;
+        const double distance = std::sqrt(dx * dx + dy * dy) / (reach * std::sqrt(size));
+        return distance < 1 ? 1 - distance : 0.0;
+    };
+    assign(blobs, true, [&](const Mover& mover, const Box& box) {
+        return near(mover, box, kReach + kReachGrowth * mover.missed);
     });
     assign(blobs, false, [](const Mover& mover, const Box& box) {
         const double overlap = overlapOf(mover.box(), box);
         return overlap >= kOverlapTentative ? overlap : 0;
     });
+    assign(blobs, false, [&](const Mover& mover, const Box& box) { return near(mover, box, kReachTentative); });
     for (std::size_t b = 0; b < blobs.size(); ++b) {
         if (owner_[b] < 0) continue;
         const std::vector<int>& members = members_[b];

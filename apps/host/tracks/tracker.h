@@ -20,6 +20,8 @@ struct Mover {
     double unsupported = 0;         // since an analyzer box touched it
     double rest_x = 0, rest_y = 0;  // where its rest began: centre and foot
     double rest = 0;                // for how long
+    Box birth;             // where it was seen first
+    bool arrived = false;  // has moved off it, or came out of one that had: no flaw of the background
     bool confirmed = false;
     bool stopped = false;
     bool dead = false;
