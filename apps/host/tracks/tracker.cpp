@@ -200,15 +200,33 @@ void Tracker::addPieces(std::span<const Blob> blobs) {
     }
 }
 
+namespace {
+
+/// One axis of a sighting: `size` follows, and the centre that belongs to it is returned. A sighting of another size
+/// than usual is a part of the thing or has something beside it; then the edge that is nearer to where it was expected
+/// tells the place.
+double sightAlong(double centre, double& size, double& odd, double low, double length, double seconds) {
+    odd = std::abs(length - size) <= kUsualSize * size ? 0 : odd + seconds;
+    const bool usual = odd == 0 || odd > kOddSeconds;
+    const double tau = usual ? kSizeSeconds : kOddSizeSeconds, keep = tau / (tau + seconds);
+    const double from_low = low - (centre - size / 2), from_high = low + length - (centre + size / 2);
+    size = size * keep + length * (1 - keep);
+    if (usual) return low + length / 2;
+    return std::abs(from_low) < std::abs(from_high) ? low + size / 2 : low + length - size / 2;
+}
+
+}  // namespace
+
 void Tracker::see(Mover& mover, const Box& box, double seconds) {
-    const double keep = kSizeSeconds / (kSizeSeconds + seconds);
     if (mover.track.frames <= 1) {
         mover.width = box.width;
         mover.height = box.height;
     }
-    mover.width = mover.width * keep + box.width * (1 - keep);
-    mover.height = mover.height * keep + box.height * (1 - keep);
-    moveTo(mover, box.left + box.width / 2.0, box.top + box.height / 2.0, seconds);
+    const double age = static_cast<double>(mover.track.seen_ns - mover.track.start_ns) / 1e9;
+    if (age < kGrownUp) mover.odd_width = mover.odd_height = kOddSeconds;
+    const double x = sightAlong(mover.x, mover.width, mover.odd_width, box.left, box.width, seconds);
+    const double y = sightAlong(mover.y, mover.height, mover.odd_height, box.top, box.height, seconds);
+    moveTo(mover, x, y, seconds);
 }
 
 /// Alpha-beta filter; its gains follow from the time between frames.

@@ -15,6 +15,7 @@ struct Mover {
     Track track;          // as told, apart from numbers of frames not yet told
     double x = 0, y = 0;  // centre
     double width = 0, height = 0;
+    double odd_width = 0, odd_height = 0;  // for how long sightings have been of another size
     double vx = 0, vy = 0;          // pixels a second
     double missed = 0;              // since it was seen; does not run while the picture is frozen
     double unsupported = 0;         // since an analyzer box touched it
