@@ -75,7 +75,7 @@ int main(int argc, char** argv) {
             const bool shown = t.state == TrackState::kConfirmed || t.state == TrackState::kStopped;
             if (!shown && !all) continue;
             std::printf("%ld,%ld,%d,%d,%d,%d,1,-1,-1,-1%s%s\n", frame, static_cast<long>(t.number), t.box.left + 1,
-                        t.box.top + 1, t.box.width, t.box.height, all ? "," : "", all ? nameOf(t.state) : "");
+                        t.box.top + 1, t.box.width, t.box.height, all ? "," : "", all ? (std::string(nameOf(t.state)) + " " + std::to_string(t.area) + " g" + std::to_string(t.merged_with)).c_str() : "");
         }
     }
     std::fprintf(

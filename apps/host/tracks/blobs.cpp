@@ -23,7 +23,11 @@ bool belongTogether(const Box& a, const Box& b) {
     const int across = std::min(a.right(), b.right()) - std::max(a.left, b.left);
     if (across < kJoinOverlap * std::min(a.width, b.width)) return false;
     const int gap = std::max(a.top, b.top) - std::min(a.bottom(), b.bottom());
-    return gap <= kJoinGap * unionOf(a, b).height;
+    const Box whole = unionOf(a, b);
+    if (gap > kJoinGap * whole.height) return false;
+    // Two cars behind each other are no person: both lie wide, and together they would stand.
+    const auto lies = [](const Box& box) { return box.width > kLyingAspect * box.height; };
+    return !(gap > -kJoinGap * whole.height && lies(a) && lies(b) && whole.height > whole.width);
 }
 
 }  // namespace

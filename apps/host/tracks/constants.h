@@ -41,6 +41,7 @@ constexpr double kLightCorrelation = 0.7;  ///< the same texture, brighter or da
 // Pieces.
 constexpr double kJoinOverlap = 0.5;  ///< of the narrower one, in x
 constexpr double kJoinGap = 0.15;     ///< of the joined height, in y
+constexpr double kLyingAspect = 1.1;         ///< width over height of a piece that is no part of a standing person
 constexpr double kSplitAspect = 1.2;  ///< least height over width of each part of two people
 constexpr double kSplitValley = 0.6;  ///< of the lower of the two summits beside it
 
@@ -68,8 +69,12 @@ constexpr int kMostTracks = 256;    ///< living and young; beyond it nothing is 
 // Groups: one blob, several tracks.
 constexpr double kGroupInside = 0.5;      ///< of a missed track's prediction lies in the blob
 constexpr double kGroupLarger = 1.3;      ///< times the owner's area, at least
+constexpr double kHiddenSeconds = 2;         ///< a member is kept for so long in a blob that is no larger than another
 constexpr double kPieceInside = 0.6;      ///< of a leftover piece lies in a track's prediction: it is a part of it
 constexpr double kPieceArea = 1.0;        ///< times the track's area at most, with the piece
+constexpr double kInside = 0.7;              ///< of a track lies in a larger one's place ...
+constexpr double kInsideArea = 0.5;          ///< ... of which it is no more than this share ...
+constexpr double kInsideSeconds = 0.5;       ///< ... for so long: it was always a part of it
 constexpr double kStackedOverlapY = 0.3;  ///< of the lower one, at most: legs and upper body, no two people
 
 // Standing still.

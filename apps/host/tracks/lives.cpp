@@ -56,6 +56,31 @@ bool Tracker::atEdge(const Mover& mover) const {
            (box.top <= kNear && mover.vy < 0) || (box.bottom() >= height_ - kNear && mover.vy > 0);
 }
 
+/// A part that had been taken for a thing of its own: it lies in a larger track all the time, seen by turns with it. The
+/// older number goes on with the larger place.
+void Tracker::mendPieces(double seconds) {
+    const auto alone = [](const Mover& mover) { return mover.confirmed && !mover.dead && !mover.stopped; };
+    for (Mover& part : movers_) {
+        Mover* whole = nullptr;
+        for (Mover& other : movers_) {
+            if (whole || &other == &part || !alone(part) || !alone(other)) continue;
+            if (part.track.merged_with != 0 && other.track.merged_with != 0) continue;
+            const Box inner = part.box(), outer = other.box();
+            if (static_cast<double>(areaOf(inner)) > kInsideArea * static_cast<double>(areaOf(outer))) continue;
+            if (static_cast<double>(commonArea(inner, outer)) >= kInside * static_cast<double>(areaOf(inner))) whole = &other;
+        }
+        part.inside = whole ? part.inside + seconds : 0;
+        if (!whole || part.inside <= kInsideSeconds) continue;
+        if (part.track.number < whole->track.number) {
+            std::swap(part.track, whole->track);
+            std::swap(part.birth, whole->birth);
+            part.arrived = whole->arrived = part.arrived || whole->arrived;
+        }
+        part.dead = true;
+        part.track.ended = TrackEnd::kLost;
+    }
+}
+
 void Tracker::letGo(double seconds) {
     for (Mover& mover : movers_) {
         if (mover.dead || mover.missed == 0) continue;

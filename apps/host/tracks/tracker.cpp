@@ -83,7 +83,7 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
         const double overlap = overlapOf(mover.box(), box);
         return overlap >= kOverlapConfirmed ? overlap : 0;
     });
-    joinGroups(blobs);
+    joinGroups(blobs, seconds);
     addPieces(blobs);
     const auto near = [](const Mover& mover, const Box& box, double reach) {
         const double size = mover.width * mover.height, other = static_cast<double>(areaOf(box));
@@ -122,11 +122,12 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
         mover.area = std::max(mover.area, blob.pixels);
     }
     if (births) bear(blobs, time_ns, seconds);
+    mendPieces(seconds);
     letGo(seconds);
 }
 
 /// Missed tracks whose place lies in a blob that another one owns go on in its group.
-void Tracker::joinGroups(std::span<const Blob> blobs) {
+void Tracker::joinGroups(std::span<const Blob> blobs, double seconds) {
     members_.assign(blobs.size(), {});
     for (std::size_t b = 0; b < blobs.size(); ++b)
         if (owner_[b] >= 0) members_[b].push_back(owner_[b]);
@@ -145,8 +146,13 @@ void Tracker::joinGroups(std::span<const Blob> blobs) {
         if (most == 0 || static_cast<double>(most) < kGroupInside * static_cast<double>(areaOf(place))) continue;
         Mover& owner = movers_[static_cast<std::size_t>(owner_[best])];
         const double owned = owner.width * owner.height;
-        if (static_cast<double>(areaOf(blobs[best].box)) < kGroupLarger * owned && !(mover.grouped && owner.grouped))
+        if (static_cast<double>(areaOf(blobs[best].box)) >= kGroupLarger * owned) {
+            mover.hidden = 0;
+        } else if (!mover.grouped || !owner.grouped || mover.hidden > kHiddenSeconds) {
             continue;
+        } else {
+            mover.hidden += seconds;
+        }
         if (isPieceOf(mover, owner, blobs[best].box)) {
             // The older one goes on with the whole; a piece that had its own number ends here.
             const bool older = mover.track.number < owner.track.number;
@@ -264,8 +270,12 @@ void Tracker::moveGroup(const Box& blob, std::span<const int> members, double se
         if (least > most) return (from + to) / 2;
         return std::clamp(centre, least, most);
     };
+    const double keep = kSizeSeconds / (kSizeSeconds + seconds);
     for (const int index : members) {
         Mover& one = at(index);
+        // Nobody is larger than the blob that holds him: it leaves the picture, or his size was wrong.
+        one.width = std::min(one.width, one.width * keep + blob.width * (1 - keep));
+        one.height = std::min(one.height, one.height * keep + blob.height * (1 - keep));
         const double x = place(one.x, one.width, blob.left, blob.right(), index == leftmost, index == rightmost);
         const double y = place(one.y, one.height, blob.top, blob.bottom(), index == top, index == bottom);
         moveTo(one, x, y, seconds);

@@ -26,6 +26,8 @@ struct Mover {
     bool confirmed = false;
     bool stopped = false;
     bool dead = false;
+    double inside = 0;     // for how long it has lain in a larger one
+    double hidden = 0;     // for how long its group's blob has been no larger than the owner
     bool grouped = false;  // in this frame or the one before its latest
     int blob = -1;         // of this frame
     int area = 0;          // largest foreground of a sighting, pixels
@@ -60,9 +62,10 @@ class Tracker {
     template <class Value>
     void assign(std::span<const Blob> blobs, bool confirmed, Value&& value);
     void addPieces(std::span<const Blob> blobs);
-    void joinGroups(std::span<const Blob> blobs);
+    void joinGroups(std::span<const Blob> blobs, double seconds);
     bool isPieceOf(const Mover& piece, const Mover& owner, const Box& blob) const;
     void moveGroup(const Box& blob, std::span<const int> members, double seconds);
+    void mendPieces(double seconds);
     void see(Mover& mover, const Box& box, double seconds);
     void moveTo(Mover& mover, double x, double y, double seconds);
     void bear(std::span<const Blob> blobs, std::int64_t time_ns, double seconds);
