@@ -19,7 +19,7 @@ constexpr double kLongestStep = 1.0;      ///< seconds; a longer pause between f
 constexpr double kNoiseStart = 1.3;           ///< times the mean of the lower three quarters of the learned differences
 constexpr double kNoiseSeconds = 8;           ///< longer forgets wind later, shorter learns slow people as noise
 constexpr int kNoiseDown = 8, kNoiseUp = 16;  ///< levels: one frame's difference counts for no more
-constexpr int kNoiseFactor = 4;
+constexpr int kNoiseFactor = 5;
 constexpr int kLeastThreshold = 24;  ///< lower finds more of dark clothes on dark ground, and more shadow
 constexpr int kMostThreshold = 72;
 
@@ -33,7 +33,7 @@ constexpr double kLeastSupport = 0.1;       ///< of a component's pixels lie in 
 constexpr int kMostBlobs = 256;             ///< the largest are kept
 
 // Ghosts and light.
-constexpr double kGhostRatio = 1.5, kGhostOffset = 4;  ///< edges in the background against edges in the frame
+constexpr double kGhostRatio = 2, kGhostOffset = 4;  ///< edges in the background against edges in the frame
 constexpr int kLightPixels = 30;           ///< of a component's inside, at 384x288, to compare texture at all
 constexpr double kLightStructure = 144;    ///< least mean squared Sobel of the background
 constexpr double kLightCorrelation = 0.7;  ///< the same texture, brighter or darker: light
@@ -43,7 +43,7 @@ constexpr double kJoinOverlap = 0.5;  ///< of the narrower one, in x
 constexpr double kJoinGap = 0.15;     ///< of the joined height, in y
 constexpr double kLyingAspect = 1.1;         ///< width over height of a piece that is no part of a standing person
 constexpr double kSplitAspect = 1.2;  ///< least height over width of each part of two people
-constexpr double kSplitValley = 0.6;  ///< of the lower of the two summits beside it
+constexpr double kSplitValley = 0.7;  ///< of the lower of the two summits beside it
 
 // Tracks.
 constexpr double kOverlapConfirmed = 0.2;  ///< least intersection over union, prediction and blob
@@ -55,7 +55,7 @@ constexpr double kSizeRatio = 3;           ///< of areas, at most, in the second
 constexpr double kPositionSeconds = 0.05;  ///< time constants of position and size: longer is calmer and later
 constexpr double kSizeSeconds = 0.07;
 constexpr double kOddSizeSeconds = 0.3;      ///< of size, where a sighting's differs by more than
-constexpr double kUsualSize = 0.25;          ///< of the track's
+constexpr double kUsualSize = 0.2;          ///< of the track's
 constexpr double kOddSeconds = 0.4;          ///< for so long at most; then that is its size
 constexpr double kGrownUp = 1.0;             ///< a younger track's size follows at once: it may be coming in
 constexpr double kBirthSeconds = 0.3;  ///< later is surer; what is seen shorter is no track
@@ -72,6 +72,8 @@ constexpr double kGroupLarger = 1.3;      ///< times the owner's area, at least
 constexpr double kHiddenSeconds = 2;         ///< a member is kept for so long in a blob that is no larger than another
 constexpr double kPieceInside = 0.6;      ///< of a leftover piece lies in a track's prediction: it is a part of it
 constexpr double kPieceArea = 1.0;        ///< times the track's area at most, with the piece
+constexpr double kSparse = 0.5;              ///< members cover less of their blob ...
+constexpr double kSparseSeconds = 0.5;       ///< ... for so long: they are parts of one
 constexpr double kInside = 0.7;              ///< of a track lies in a larger one's place ...
 constexpr double kInsideArea = 0.5;          ///< ... of which it is no more than this share ...
 constexpr double kInsideSeconds = 0.5;       ///< ... for so long: it was always a part of it
