@@ -1,85 +1,164 @@
-// A recording and its replies through the track filter: MOTChallenge CSV of the tracks that are shown.
-//
-// usage: track_recording RECORDING REPLIES [--infrared] [--split] [--no-shadow-test] [--least-area SHARE] [--learning
-// N]
+// A recording and its replies through the track filter, as MOTChallenge CSV of the tracks that are shown. What became
+// of each track goes to standard error, with the filter's time a frame.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <iostream>
-#include <sstream>
+#include <iterator>
+#include <optional>
+#include <stdexcept>
 #include <string>
 
+#include "accuracy/mog2.h"
 #include "analyzer/reply.h"
 #include "sources/recording_source.h"
-#include "tracks/track_filter.h"
+#include "tracks/profiles.h"
+#include "tracks/tracker.h"
 
 using namespace fleifeisa::host;
 
-int main(int argc, char** argv) {
-    if (argc < 3) return 64;
-    FilterSettings settings;
-    int learning = 300, every = 1;
-    bool all = false;
-    for (int i = 3; i < argc; ++i) {
+namespace {
+
+constexpr const char* kUsage =
+    "usage: track_recording RECORDING REPLIES PROFILE LEARNING [--every N] [--mog2]\n"
+    "  LEARNING  frames that the analyzer learned\n"
+    "  --every   only every N-th frame, as if the camera were slower\n"
+    "  --mog2    blobs of OpenCV's MOG2 with shadow removal instead of the refiner's\n";
+
+struct Options {
+    std::string recording, replies;
+    const Profile* profile = nullptr;
+    int learning = 0, every = 1;
+    bool mog2 = false;
+};
+
+Options parse(int argc, char** argv) {
+    Options options;
+    if (argc < 5) throw std::invalid_argument(kUsage);
+    options.recording = argv[1];
+    options.replies = argv[2];
+    options.profile = findProfile(argv[3]);
+    options.learning = std::atoi(argv[4]);
+    for (int i = 5; i < argc; ++i) {
         const std::string option = argv[i];
-        if (option == "--infrared") settings.infrared = true;
-        if (option == "--split") settings.split_people = true;
-        if (option == "--no-shadow-test") settings.shadow_test = false;
-        if (option == "--least-area") settings.least_area = std::atof(argv[++i]);
-        if (option == "--learning") learning = std::atoi(argv[++i]);
-        if (option == "--every") every = std::atoi(argv[++i]);
-        if (option == "--all") all = true;
+        if (option == "--mog2")
+            options.mog2 = true;
+        else if (option == "--every" && i + 1 < argc)
+            options.every = std::atoi(argv[++i]);
+        else
+            throw std::invalid_argument(kUsage);
     }
-    RecordingReader reader(argv[1]);
-    std::ifstream file(argv[2], std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    const std::string replies = text.str();
-    std::string_view rest = replies;
-    TrackFilter filter(settings, learning / every);
+    if (!options.profile || options.learning < 0 || options.every < 1) throw std::invalid_argument(kUsage);
+    return options;
+}
+
+/// Answers to frames, one after the other; start-up replies are passed over.
+class Replies {
+ public:
+    explicit Replies(const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        if (!file) throw std::runtime_error(path + ": cannot be read");
+        bytes_.assign(std::istreambuf_iterator<char>(file), {});
+        rest_ = bytes_;
+    }
+    Reply next() {
+        for (;;) {
+            const std::size_t length = replyLength(rest_);
+            if (length == 0) throw std::runtime_error("there are fewer replies than frames");
+            Reply reply = parseReply(rest_.substr(0, length));
+            rest_.remove_prefix(length);
+            if (reply.numbered) return reply;
+        }
+    }
+
+ private:
+    std::string bytes_;
+    std::string_view rest_;
+};
+
+/// MOG2 through the tracker of the filter.
+class Comparison {
+ public:
+    Comparison(const Options& options)
+        : mog2_(options.learning / options.every, options.profile->filter.split_people),
+          least_area_(options.profile->filter.least_area) {}
+
+    TrackFrame frame(const FilterInput& input) {
+        const std::span<const Blob> blobs = mog2_.frame(input.rgb, input.width, input.height);
+        told_.clear();
+        if (last_ns_ < 0) tracker_.reset(input.width, input.height, least_area_, 1);
+        const double seconds = last_ns_ < 0 ? 0.001 : static_cast<double>(input.time_ns - last_ns_) / 1e9;
+        last_ns_ = input.time_ns;
+        if (input.detection) {
+            tracker_.predict(seconds);
+            tracker_.update(blobs, input.time_ns, seconds);
+            tracker_.tell(told_);
+        }
+        TrackFrame result;
+        result.scene = input.detection ? SceneState::kWatching : SceneState::kLearning;
+        result.tracks = told_;
+        return result;
+    }
+
+ private:
+    Mog2 mog2_;
+    Tracker tracker_;
+    double least_area_;
+    std::int64_t last_ns_ = -1;
+    std::vector<Track> told_;
+};
+
+void write(long frame, const TrackFrame& result) {
+    for (const Track& track : result.tracks) {
+        const auto number = static_cast<long>(track.number);
+        const Box& box = track.box;
+        if (track.state == TrackState::kEnded)
+            std::fprintf(stderr, "frame %ld: track %ld ended (%s%s), %d sightings, way %.0f, at %d,%d %dx%d\n", frame,
+                         number, nameOf(track.ended), track.removed ? ", removed" : "", track.frames, track.path_px,
+                         box.left, box.top, box.width, box.height);
+        if (track.state == TrackState::kConfirmed || track.state == TrackState::kStopped)
+            std::printf("%ld,%ld,%d,%d,%d,%d,1,-1,-1,-1\n", frame, number, box.left + 1, box.top + 1, box.width,
+                        box.height);
+    }
+}
+
+void run(const Options& options) {
+    RecordingReader reader(options.recording);
+    Replies replies(options.replies);
+    TrackFilter filter(options.profile->filter, options.learning / options.every);
+    std::optional<Comparison> comparison;
+    if (options.mog2) comparison.emplace(options);
     RecordedMessage message;
-    long frame = 0, skipped = 0;
+    long frame = 0, used = 0;
     std::chrono::nanoseconds spent{0};
     SceneState scene = SceneState::kLearning;
     while (reader.next(message)) {
         if (message.kind != RecordedMessage::kFrame) continue;
-        Reply reply;
-        do {  // replies to start-up messages carry no number
-            const std::size_t length = replyLength(rest);
-            if (length == 0) {
-                std::fprintf(stderr, "replies end at frame %ld\n", frame);
-                return 65;
-            }
-            reply = parseReply(rest.substr(0, length));
-            rest.remove_prefix(length);
-        } while (!reply.numbered);
-        ++frame;
-        if (every > 1 && frame % every != 1) {
-            ++skipped;
-            continue;
-        }
-        FilterInput input{message.time_ns, message.width, message.height, message.body, reply.detection, reply.objects};
+        const Reply reply = replies.next();
+        if (frame++ % options.every != 0) continue;
+        ++used;
+        const FilterInput input{message.time_ns, message.width,   message.height,
+                                message.body,    reply.detection, reply.objects};
         const auto begin = std::chrono::steady_clock::now();
-        const TrackFrame result = filter.frame(input);
+        const TrackFrame result = comparison ? comparison->frame(input) : filter.frame(input);
         spent += std::chrono::steady_clock::now() - begin;
         if (result.scene != scene) std::fprintf(stderr, "frame %ld: %s\n", frame, nameOf(scene = result.scene));
-        for (const Track& t : result.tracks) {
-            if (t.state == TrackState::kEnded) {
-                std::fprintf(stderr, "frame %ld: track %ld ended %s%s frames %d path %.0f box %d %d %d %d\n", frame,
-                             static_cast<long>(t.number), nameOf(t.ended), t.removed ? " removed" : "", t.frames,
-                             t.path_px, t.box.left, t.box.top, t.box.width, t.box.height);
-                continue;
-            }
-            const bool shown = t.state == TrackState::kConfirmed || t.state == TrackState::kStopped;
-            if (!shown && !all) continue;
-            std::printf("%ld,%ld,%d,%d,%d,%d,1,-1,-1,-1%s%s\n", frame, static_cast<long>(t.number), t.box.left + 1,
-                        t.box.top + 1, t.box.width, t.box.height, all ? "," : "", all ? (std::string(nameOf(t.state)) + " " + std::to_string(t.area) + " g" + std::to_string(t.merged_with)).c_str() : "");
-        }
+        write(frame, result);
     }
-    std::fprintf(
-        stderr, "%ld frames, %.3f ms a frame, %ld tracks\n", frame - skipped,
-        std::chrono::duration<double, std::milli>(spent).count() / static_cast<double>(std::max(1L, frame - skipped)),
-        static_cast<long>(filter.nextNumber() - 1));
+    const double milliseconds = std::chrono::duration<double, std::milli>(spent).count();
+    std::fprintf(stderr, "%ld frames, %.3f ms a frame\n", used, milliseconds / static_cast<double>(std::max(1L, used)));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        run(parse(argc, argv));
+    } catch (const std::invalid_argument& wrong) {
+        std::fputs(wrong.what(), stderr);
+        return 64;
+    } catch (const std::exception& failed) {
+        std::fprintf(stderr, "track_recording: %s\n", failed.what());
+        return 65;
+    }
 }

@@ -27,38 +27,38 @@ constexpr int kMostThreshold = 72;
 constexpr double kGrowBoxX = 0.5, kGrowBoxY = 0.75;      ///< of its width and height, on each side
 constexpr double kGrowTrackX = 0.3, kGrowTrackY = 0.25;  ///< of the prediction's
 constexpr double kUnsupportedSeconds = 14;  ///< a track is looked for that long without the analyzer's support
-constexpr double kUnsupportedUnmoved = 4;    ///< and one that never moved from where it appeared
+constexpr double kUnsupportedUnmoved = 4;   ///< and one that never moved from where it appeared
 constexpr double kLeastComponent = 1.8e-4;  ///< of the frame: 20 pixels at 384x288
 constexpr double kLeastSupport = 0.1;       ///< of a component's pixels lie in analyzer boxes or predictions
 constexpr int kMostBlobs = 256;             ///< the largest are kept
 
 // Ghosts and light.
 constexpr double kGhostRatio = 2, kGhostOffset = 4;  ///< edges in the background against edges in the frame
-constexpr int kLightPixels = 30;           ///< of a component's inside, at 384x288, to compare texture at all
-constexpr double kLightStructure = 144;    ///< least mean squared Sobel of the background
-constexpr double kLightCorrelation = 0.7;  ///< the same texture, brighter or darker: light
+constexpr int kLightPixels = 30;                     ///< of a component's inside, at 384x288, to compare texture at all
+constexpr double kLightStructure = 144;              ///< least mean squared Sobel of the background
+constexpr double kLightCorrelation = 0.7;            ///< the same texture, brighter or darker: light
 
 // Pieces.
 constexpr double kJoinOverlap = 0.5;  ///< of the narrower one, in x
 constexpr double kJoinGap = 0.15;     ///< of the joined height, in y
-constexpr double kLyingAspect = 1.1;         ///< width over height of a piece that is no part of a standing person
+constexpr double kLyingAspect = 1.1;  ///< width over height of a piece that is no part of a standing person
 constexpr double kSplitAspect = 1.2;  ///< least height over width of each part of two people
 constexpr double kSplitValley = 0.7;  ///< of the lower of the two summits beside it
 
 // Tracks.
 constexpr double kOverlapConfirmed = 0.2;  ///< least intersection over union, prediction and blob
 constexpr double kOverlapTentative = 0.1;
-constexpr double kReachTentative = 0.8;      ///< of its size: how far a young track may have gone
+constexpr double kReachTentative = 0.8;    ///< of its size: how far a young track may have gone
 constexpr double kReach = 0.6;             ///< of the track's size: distance of the second pass
 constexpr double kReachGrowth = 0.8;       ///< of its size, for each second missed
 constexpr double kSizeRatio = 3;           ///< of areas, at most, in the second pass
 constexpr double kPositionSeconds = 0.05;  ///< time constants of position and size: longer is calmer and later
 constexpr double kSizeSeconds = 0.07;
-constexpr double kOddSizeSeconds = 0.3;      ///< of size, where a sighting's differs by more than
-constexpr double kUsualSize = 0.2;          ///< of the track's
-constexpr double kOddSeconds = 0.4;          ///< for so long at most; then that is its size
-constexpr double kGrownUp = 1.0;             ///< a younger track's size follows at once: it may be coming in
-constexpr double kBirthSeconds = 0.3;  ///< later is surer; what is seen shorter is no track
+constexpr double kOddSizeSeconds = 0.35;  ///< of size, where a sighting's differs by more than
+constexpr double kUsualSize = 0.25;       ///< of the track's
+constexpr double kOddSeconds = 0.4;       ///< for so long at most; then that is its size
+constexpr double kGrownUp = 1.0;          ///< a younger track's size follows at once: it may be coming in
+constexpr double kBirthSeconds = 0.3;     ///< later is surer; what is seen shorter is no track
 constexpr int kBirthSightings = 3;
 constexpr double kYoungMiss = 0.12;
 constexpr double kShown = 0.2;      ///< a prediction is shown for so long
@@ -69,14 +69,14 @@ constexpr int kMostTracks = 256;    ///< living and young; beyond it nothing is 
 // Groups: one blob, several tracks.
 constexpr double kGroupInside = 0.5;      ///< of a missed track's prediction lies in the blob
 constexpr double kGroupLarger = 1.3;      ///< times the owner's area, at least
-constexpr double kHiddenSeconds = 2;         ///< a member is kept for so long in a blob that is no larger than another
+constexpr double kHiddenSeconds = 2;      ///< a member is kept for so long in a blob that is no larger than another
 constexpr double kPieceInside = 0.6;      ///< of a leftover piece lies in a track's prediction: it is a part of it
 constexpr double kPieceArea = 1.0;        ///< times the track's area at most, with the piece
-constexpr double kSparse = 0.5;              ///< members cover less of their blob ...
-constexpr double kSparseSeconds = 0.5;       ///< ... for so long: they are parts of one
-constexpr double kInside = 0.7;              ///< of a track lies in a larger one's place ...
-constexpr double kInsideArea = 0.5;          ///< ... of which it is no more than this share ...
-constexpr double kInsideSeconds = 0.5;       ///< ... for so long: it was always a part of it
+constexpr double kSparse = 0.5;           ///< members cover less of their blob ...
+constexpr double kSparseSeconds = 0.5;    ///< ... for so long: they are parts of one
+constexpr double kInside = 0.7;           ///< of a track lies in a larger one's place ...
+constexpr double kInsideArea = 0.5;       ///< ... of which it is no more than this share ...
+constexpr double kInsideSeconds = 0.5;    ///< ... for so long: it was always a part of it
 constexpr double kStackedOverlapY = 0.3;  ///< of the lower one, at most: legs and upper body, no two people
 
 // Standing still.
@@ -87,7 +87,7 @@ constexpr double kPlaceSeconds = 1;     ///< between two looks at its place
 constexpr int kMostPlaces = 32;         ///< watched a camera; the oldest goes first
 constexpr double kLongestStop = 24 * 3600.0;
 constexpr double kUnknownPlace = 300;  ///< seconds of looking like neither: lost
-constexpr int kLeastContrast = 8;            ///< between place before and with the thing, for the patches to decide
+constexpr int kLeastContrast = 8;      ///< between place before and with the thing, for the patches to decide
 constexpr int kPlaceLevels = 14;       ///< mean difference up to which a place looks like a patch
 
 // The scene as a whole.

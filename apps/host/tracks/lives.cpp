@@ -56,8 +56,8 @@ bool Tracker::atEdge(const Mover& mover) const {
            (box.top <= kNear && mover.vy < 0) || (box.bottom() >= height_ - kNear && mover.vy > 0);
 }
 
-/// A part that had been taken for a thing of its own: it lies in a larger track all the time, seen by turns with it. The
-/// older number goes on with the larger place.
+/// A part that had been taken for a thing of its own: it lies in a larger track all the time, seen by turns with it.
+/// The older number goes on with the larger place.
 void Tracker::mendPieces(double seconds) {
     const auto alone = [](const Mover& mover) { return mover.confirmed && !mover.dead && !mover.stopped; };
     for (Mover& part : movers_) {
@@ -67,7 +67,8 @@ void Tracker::mendPieces(double seconds) {
             if (part.track.merged_with != 0 && other.track.merged_with != 0) continue;
             const Box inner = part.box(), outer = other.box();
             if (static_cast<double>(areaOf(inner)) > kInsideArea * static_cast<double>(areaOf(outer))) continue;
-            if (static_cast<double>(commonArea(inner, outer)) >= kInside * static_cast<double>(areaOf(inner))) whole = &other;
+            if (static_cast<double>(commonArea(inner, outer)) >= kInside * static_cast<double>(areaOf(inner)))
+                whole = &other;
         }
         part.inside = whole ? part.inside + seconds : 0;
         if (!whole || part.inside <= kInsideSeconds) continue;
@@ -97,8 +98,7 @@ void Tracker::letGo(double seconds) {
     }
 }
 
-void Tracker::tell(std::int64_t time_ns, std::vector<Track>& out) {
-    static_cast<void>(time_ns);
+void Tracker::tell(std::vector<Track>& out) {
     for (Mover& mover : movers_) {
         Track& track = mover.track;
         track.box = mover.box();
@@ -136,7 +136,7 @@ void Tracker::endAll(TrackEnd why, std::vector<Track>& out) {
         mover.track.objects.clear();
         mover.blob = -1;
     }
-    tell(0, out);
+    tell(out);
 }
 
 }  // namespace fleifeisa::host

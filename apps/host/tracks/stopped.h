@@ -37,7 +37,7 @@ class StoppedPlaces {
         std::int64_t number = 0;  // of its track
         Box box;
         Patch before, with;
-        int contrast = 0;  // difference of the two
+        int contrast = 0;                // difference of the two
         double age = 0, until_look = 0;  // seconds
         double unknown = 0;              // for how long it has looked like neither
         bool left = false;               // its track went on: only the background is still waited for

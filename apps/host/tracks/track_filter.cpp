@@ -86,16 +86,16 @@ SceneState TrackFilter::State::step(const FilterInput& input) {
     }
     const SceneState state = scene.update(frame, background, input.objects, seconds);
     if (state != SceneState::kWatching) {
-        tracker.tell(time_ns, told);  // frozen as they are
+        tracker.tell(told);  // frozen as they are
         return state;
     }
     tracker.predict(seconds);
     const auto blobs = refiner.find(frame, background, input.objects, tracker.movers(), settings, seconds);
-    tracker.update(blobs, time_ns, seconds, true);
+    tracker.update(blobs, time_ns, seconds);
     places.update(tracker.movers(), frame, background, seconds);
     support(input, seconds);
     refiner.follow(frame, background, tracker.movers(), time_ns);
-    tracker.tell(time_ns, told);
+    tracker.tell(told);
     return input.detection ? state : SceneState::kLearning;
 }
 

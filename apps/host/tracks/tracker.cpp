@@ -75,7 +75,7 @@ void Tracker::assign(std::span<const Blob> blobs, bool confirmed, Value&& value)
     }
 }
 
-void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double seconds, bool births) {
+void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double seconds) {
     owner_.assign(blobs.size(), kFree);
     seen_.clear();
     for (const Blob& blob : blobs) seen_.push_back(blob.box);
@@ -92,9 +92,8 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
         const double distance = std::sqrt(dx * dx + dy * dy) / (reach * std::sqrt(size));
         return distance < 1 ? 1 - distance : 0.0;
     };
-    assign(blobs, true, [&](const Mover& mover, const Box& box) {
-        return near(mover, box, kReach + kReachGrowth * mover.missed);
-    });
+    assign(blobs, true,
+           [&](const Mover& mover, const Box& box) { return near(mover, box, kReach + kReachGrowth * mover.missed); });
     assign(blobs, false, [](const Mover& mover, const Box& box) {
         const double overlap = overlapOf(mover.box(), box);
         return overlap >= kOverlapTentative ? overlap : 0;
@@ -121,7 +120,7 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
         mover.track.area = blob.pixels;
         mover.area = std::max(mover.area, blob.pixels);
     }
-    if (births) bear(blobs, time_ns, seconds);
+    bear(blobs, time_ns, seconds);
     mendPieces(seconds);
     letGo(seconds);
 }

@@ -16,13 +16,13 @@ struct Mover {
     double x = 0, y = 0;  // centre
     double width = 0, height = 0;
     double odd_width = 0, odd_height = 0;  // for how long sightings have been of another size
-    double vx = 0, vy = 0;          // pixels a second
-    double missed = 0;              // since it was seen; does not run while the picture is frozen
-    double unsupported = 0;         // since an analyzer box touched it
-    double rest_x = 0, rest_y = 0;  // where its rest began: centre and foot
-    double rest = 0;                // for how long
-    Box birth;             // where it was seen first
-    bool arrived = false;  // has moved off it, or came out of one that had: no flaw of the background
+    double vx = 0, vy = 0;                 // pixels a second
+    double missed = 0;                     // since it was seen; does not run while the picture is frozen
+    double unsupported = 0;                // since an analyzer box touched it
+    double rest_x = 0, rest_y = 0;         // where its rest began: centre and foot
+    double rest = 0;                       // for how long
+    Box birth;                             // where it was seen first
+    bool arrived = false;                  // has moved off it, or came out of one that had: no flaw of the background
     bool confirmed = false;
     bool stopped = false;
     bool dead = false;
@@ -43,9 +43,9 @@ class Tracker {
     /// Moves every track to where it is expected `seconds` later. First step of a frame.
     void predict(double seconds);
     /// Assigns the blobs. Second step.
-    void update(std::span<const Blob> blobs, std::int64_t time_ns, double seconds, bool births);
+    void update(std::span<const Blob> blobs, std::int64_t time_ns, double seconds);
     /// Writes Track of every mover that lives or ended in this frame; removes those that ended. Last step.
-    void tell(std::int64_t time_ns, std::vector<Track>& out);
+    void tell(std::vector<Track>& out);
     /// Ends all of them.
     void endAll(TrackEnd why, std::vector<Track>& out);
 
