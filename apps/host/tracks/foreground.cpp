@@ -75,6 +75,17 @@ void Foreground::threshold(SmoothFrame& frame, const Background& background, con
     if (last_ == 0) first_ = 0;
 }
 
+namespace {
+
+/// out[x] from three rows of another plane. Never overlapping, which the compiler must be told to take whole vectors.
+template <class Value>
+void overRow(const std::uint8_t* __restrict above, const std::uint8_t* __restrict here,
+             const std::uint8_t* __restrict below, std::uint8_t* __restrict out, int width, Value&& value) {
+    for (int x = 0; x < width; ++x) out[x] = static_cast<std::uint8_t>(value(above, here, below, x));
+}
+
+}  // namespace
+
 void Foreground::clean() {
     if (first_ == last_) return;
     const int from = std::max(0, first_ - 2), to = std::min(height_, last_ + 2);
@@ -82,15 +93,15 @@ void Foreground::clean() {
     const auto each = [&](const std::vector<std::uint8_t>& source, std::vector<std::uint8_t>& target, auto&& value) {
         for (int y = from; y < to; ++y) {
             const std::uint8_t* in = source.data() + index(0, y);
-            std::uint8_t* out = target.data() + index(0, y);
-            for (int x = 0; x < width_; ++x) out[x] = static_cast<std::uint8_t>(value(in + x));
+            overRow(in - s, in, in + s, target.data() + index(0, y), width_, value);
         }
     };
+    using Row = const std::uint8_t*;
     // Opened with a cross, closed with a square.
-    each(mask_, other_, [s](const std::uint8_t* p) { return p[0] & p[-1] & p[1] & *(p - s) & p[s]; });
-    each(other_, mask_, [s](const std::uint8_t* p) { return p[0] | p[-1] | p[1] | *(p - s) | p[s]; });
-    each(mask_, other_, [](const std::uint8_t* p) { return p[0] | p[-1] | p[1]; });
-    each(other_, mask_, [s](const std::uint8_t* p) { return p[0] | *(p - s) | p[s]; });
+    each(mask_, other_, [](Row a, Row p, Row b, int x) { return p[x] & p[x - 1] & p[x + 1] & a[x] & b[x]; });
+    each(other_, mask_, [](Row a, Row p, Row b, int x) { return p[x] | p[x - 1] | p[x + 1] | a[x] | b[x]; });
+    each(mask_, other_, [](Row, Row p, Row, int x) { return p[x] | p[x - 1] | p[x + 1]; });
+    each(other_, mask_, [](Row a, Row p, Row b, int x) { return p[x] | a[x] | b[x]; });
     // Outside of the frame nothing is known: what touches the edge keeps touching it.
     const auto edges = [&](std::vector<std::uint8_t>& plane, bool copy) {
         for (int y = from; y < to; ++y) {
@@ -100,14 +111,14 @@ void Foreground::clean() {
         }
     };
     edges(mask_, true);
-    each(mask_, other_, [](const std::uint8_t* p) { return p[0] & p[-1] & p[1]; });
+    each(mask_, other_, [](Row, Row p, Row, int x) { return p[x] & p[x - 1] & p[x + 1]; });
     edges(mask_, false);
     for (int y = from; y < to; ++y) {
         const std::uint8_t* in = other_.data() + index(0, y);
         const std::uint8_t* above = y > 0 ? in - s : in;
         const std::uint8_t* below = y + 1 < height_ ? in + s : in;
-        std::uint8_t* out = mask_.data() + index(0, y);
-        for (int x = 0; x < width_; ++x) out[x] = in[x] & above[x] & below[x];
+        overRow(above, in, below, mask_.data() + index(0, y), width_,
+                [](Row a, Row p, Row b, int x) { return p[x] & a[x] & b[x]; });
     }
     std::fill(other_.begin() + static_cast<std::ptrdiff_t>(index(-2, from)),
               other_.begin() + static_cast<std::ptrdiff_t>(index(-2, to)), std::uint8_t{0});
