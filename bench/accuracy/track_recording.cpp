@@ -79,8 +79,8 @@ class Replies {
 /// MOG2 through the tracker of the filter.
 class Comparison {
  public:
-    Comparison(const Options& options)
-        : mog2_(options.learning / options.every, options.profile->filter.split_people),
+    explicit Comparison(const Options& options)
+        : mog2_(options.profile->filter.split_people),
           least_area_(options.profile->filter.least_area) {}
 
     TrackFrame frame(const FilterInput& input) {

@@ -77,6 +77,8 @@ constexpr double kSparseSeconds = 0.5;    ///< ... for so long: they are parts o
 constexpr double kInside = 0.7;           ///< of a track lies in a larger one's place ...
 constexpr double kInsideArea = 0.5;       ///< ... of which it is no more than this share ...
 constexpr double kInsideSeconds = 0.5;    ///< ... for so long: it was always a part of it
+constexpr double kPieceWidth = 1.3;          ///< times the wider part's width at most: legs and body, no two people
+constexpr double kPieceAge = 2;              ///< seconds since the younger one was born, at most
 constexpr double kStackedOverlapY = 0.3;  ///< of the lower one, at most: legs and upper body, no two people
 
 // Standing still.

@@ -204,12 +204,15 @@ void Tracker::mendSparse(std::span<const Blob> blobs, double seconds) {
 
 /// Legs and upper body that were born apart: one above the other, of one width, and together they are the blob.
 bool Tracker::isPieceOf(const Mover& piece, const Mover& owner, const Box& blob) const {
+    const std::int64_t now = std::max(piece.track.seen_ns, owner.track.seen_ns);
+    const std::int64_t born = std::max(piece.track.start_ns, owner.track.start_ns);
+    if (static_cast<double>(now - born) / 1e9 > kPieceAge) return false;
     const Box a = piece.box(), b = owner.box();
     const int across = std::min(a.right(), b.right()) - std::max(a.left, b.left);
     const int along = std::min(a.bottom(), b.bottom()) - std::max(a.top, b.top);
     if (across < kJoinOverlap * std::min(a.width, b.width)) return false;
     if (along > kStackedOverlapY * std::min(a.height, b.height)) return false;
-    return blob.width < kPieceArea * std::max(a.width, b.width) && blob.height > blob.width;
+    return blob.width < kPieceWidth * std::max(a.width, b.width) && blob.height > blob.width;
 }
 
 /// Parts of a broken thing: an unowned blob inside of a track's prediction is seen with the track's own.
