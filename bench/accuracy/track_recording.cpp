@@ -80,8 +80,7 @@ class Replies {
 class Comparison {
  public:
     explicit Comparison(const Options& options)
-        : mog2_(options.profile->filter.split_people),
-          least_area_(options.profile->filter.least_area) {}
+        : mog2_(options.profile->filter.split_people), least_area_(options.profile->filter.least_area) {}
 
     TrackFrame frame(const FilterInput& input) {
         const std::span<const Blob> blobs = mog2_.frame(input.rgb, input.width, input.height);

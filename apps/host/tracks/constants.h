@@ -34,9 +34,12 @@ constexpr int kMostBlobs = 256;             ///< the largest are kept
 
 // Ghosts and light.
 constexpr double kGhostRatio = 2, kGhostOffset = 4;  ///< edges in the background against edges in the frame
-constexpr int kLightPixels = 30;                     ///< of a component's inside, at 384x288, to compare texture at all
-constexpr double kLightStructure = 144;              ///< least mean squared Sobel of the background
-constexpr double kLightCorrelation = 0.7;            ///< the same texture, brighter or darker: light
+constexpr double kHealingSure = 0.25;      ///< seconds of ghost or light without a pause: it is believed, and ...
+constexpr double kHealingKept = 1.0;       ///< ... its place heals on for so long; longer hides who walks in
+constexpr int kMostHealing = 64;           ///< such places a camera
+constexpr int kLightPixels = 30;           ///< of a component's inside, at 384x288, to compare texture at all
+constexpr double kLightStructure = 144;    ///< least mean squared Sobel of the background
+constexpr double kLightCorrelation = 0.7;  ///< the same texture, brighter or darker: light
 
 // Pieces.
 constexpr double kJoinOverlap = 0.5;  ///< of the narrower one, in x
@@ -53,7 +56,7 @@ constexpr double kReach = 0.6;             ///< of the track's size: distance of
 constexpr double kReachGrowth = 0.8;       ///< of its size, for each second missed
 constexpr double kSizeRatio = 3;           ///< of areas, at most, in the second pass
 constexpr double kPositionSeconds = 0.05;  ///< time constants of position and size: longer is calmer and later
-constexpr double kSizeSeconds = 0.07;
+constexpr double kSizeSeconds = 0.065;
 constexpr double kOddSizeSeconds = 0.35;  ///< of size, where a sighting's differs by more than
 constexpr double kUsualSize = 0.25;       ///< of the track's
 constexpr double kOddSeconds = 0.4;       ///< for so long at most; then that is its size
@@ -77,8 +80,8 @@ constexpr double kSparseSeconds = 0.5;    ///< ... for so long: they are parts o
 constexpr double kInside = 0.7;           ///< of a track lies in a larger one's place ...
 constexpr double kInsideArea = 0.5;       ///< ... of which it is no more than this share ...
 constexpr double kInsideSeconds = 0.5;    ///< ... for so long: it was always a part of it
-constexpr double kPieceWidth = 1.3;          ///< times the wider part's width at most: legs and body, no two people
-constexpr double kPieceAge = 2;              ///< seconds since the younger one was born, at most
+constexpr double kPieceWidth = 1.15;      ///< times the wider part's width at most: legs and body, no two people
+constexpr double kPieceAge = 0.7;         ///< seconds since the younger one was born, at most
 constexpr double kStackedOverlapY = 0.3;  ///< of the lower one, at most: legs and upper body, no two people
 
 // Standing still.
