@@ -49,7 +49,7 @@ def against_boxes(tracks, truth, first, last, least):
     return 1 - (errors + switches) / max(1, total), switches
 
 
-def against_masks(tracks, path, first, last):
+def against_masks(tracks, path, first, last, every=1):
     """(share of moving pixels in boxes, share of boxes of which less than 8 % moves, ids) of a grey video of masks."""
     probe = ["ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries", "stream=width,height", "-of", "csv=p=0", path]
     columns, rows = map(int, subprocess.run(probe, capture_output=True, text=True, check=True).stdout.split(",")[:2])
@@ -59,7 +59,7 @@ def against_masks(tracks, path, first, last):
     ids = set()
     while len(mask := video.stdout.read(columns * rows)) == columns * rows:
         frame += 1
-        if not first <= frame <= last or mask.count(b"\x55") == len(mask):
+        if not first <= frame <= last or (frame - 1) % every or mask.count(b"\x55") == len(mask):
             continue
         rest = bytearray(mask)
         for number, left, top, width, height, _ in tracks.get(frame, []):

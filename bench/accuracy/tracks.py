@@ -78,10 +78,10 @@ def score(clip, csv, footage, every=1):
     tracks = scores.read_tracks(csv, clip.scale)
     path = f"{footage}/{clip.name}/{clip.truth}"
     if clip.truth.endswith(".mkv"):
-        return scores.against_masks(tracks, path, clip.first, clip.last)
+        return scores.against_masks(tracks, path, clip.first, clip.last, every)
     truth = truth_of(path)
     if every > 1:
-        truth = {frame: rows for frame, rows in truth.items() if frame % every == 1}
+        truth = {frame: rows for frame, rows in truth.items() if (frame - 1) % every == 0}
     at = [scores.against_boxes(tracks, truth, clip.first, clip.last, least) for least in (0.5, 0.3)]
     return at[0][0], at[1][0], at[0][1]
 
