@@ -29,6 +29,7 @@ class Stage {
 
     int width, height;
     int noise = 4;     // levels, peak to peak
+    int texture = 30;  // levels of the ground
     double gain = 1;   // light on everything
     Box lit;           // a part that is lit by half more
     bool seen = true;  // the analyzer reports things
@@ -87,7 +88,7 @@ class Stage {
             for (int x = 0; x < width; ++x, at += 3) {
                 // 8 pixel squares of ground; things are darker, with squares of their own that go with them.
                 auto cell = [](int a) { return static_cast<std::uint32_t>((a + 4096) / 8); };
-                int level = 110 + static_cast<int>(mixed(cell(x), cell(y), 1) % 30);
+                int level = 110 + static_cast<int>(mixed(cell(x), cell(y), 1) % static_cast<std::uint32_t>(texture));
                 for (std::size_t i = 0; i < things.size(); ++i) {
                     const Box& box = things[i];
                     if (x < box.left || y < box.top || x >= box.right() || y >= box.bottom()) continue;
@@ -252,24 +253,64 @@ TEST(Tracks, StoppedUntilTheThingIsGone) {
     EXPECT_TRUE(stage.shown().empty());
 }
 
+// Places are watched for a day, and 32 at most: beyond that the oldest is followed only as long as it is seen.
+TEST(Tracks, StoppedPlacesAreBounded) {
+    Stage day(10, 80, 60);
+    day.learn();
+    day.each(3, [&](double t) { day.things = {at(5 + 15 * t, 15)}; });
+    day.wait(5);
+    ASSERT_EQ(day.shown().size(), 1u);
+    ASSERT_EQ(day.shown()[0].state, TrackState::kStopped);
+    const std::int64_t since = day.now;
+    while (day.ended.empty() && day.now - since < 25 * 3600 * kSecond) {
+        day.now += 9 * kSecond;
+        day.frame();
+    }
+    ASSERT_EQ(day.ended.size(), 1u);
+    EXPECT_EQ(day.ended[0].ended, TrackEnd::kStopped);
+    EXPECT_FALSE(day.ended[0].removed);
+    EXPECT_NEAR(static_cast<double>(day.now - since) / 1e9, 24 * 3600.0, 60);
+
+    Stage many(10, 320, 240);
+    many.learn();
+    many.each(3, [&](double t) {
+        many.things.clear();
+        for (int i = 0; i < 33; ++i) many.things.push_back(at(8 + i % 11 * 28 + 0.1, i / 11 * 78 + 15 * t, 14, 26));
+    });
+    many.wait(4);
+    std::set<std::int64_t> since_when;
+    for (int look = 0; look < 3; ++look, many.frame()) {
+        ASSERT_EQ(many.shown().size(), 33u);
+        for (const Track& track : many.shown())
+            EXPECT_EQ(track.state, track.number == 1 ? TrackState::kConfirmed : TrackState::kStopped) << track.number;
+        since_when.insert(many.shown()[1].stopped_ns);
+    }
+    EXPECT_EQ(since_when.size(), 1u) << "they do not push each other out in turns";
+}
+
 // What stood there while learning leaves a ghost; light is no thing; both heal.
 TEST(Tracks, GhostsAndLightAreNone) {
-    Stage ghost;
-    ghost.things = {at(60, 40, 20, 40)};
-    ghost.learn();
-    ghost.extra = {{1, 1, 5, 60, 40, 20, 40, 90}};
-    ghost.things.clear();
-    ghost.wait(6);
-    EXPECT_EQ(ghost.filter.nextNumber(), 1);
-    ghost.things = {at(60, 40, 20, 40)};  // and the place is seen again
-    ghost.wait(1);
-    EXPECT_EQ(ghost.filter.nextNumber(), 2);
+    for (const int texture : {30, 60}) {
+        SCOPED_TRACE(texture);
+        Stage ghost;
+        ghost.texture = texture;
+        ghost.things = {at(60, 40, 20, 40)};
+        ghost.learn();
+        ghost.extra = {{1, 1, 5, 60, 40, 20, 40, 90}};
+        ghost.things.clear();
+        ghost.wait(6);
+        EXPECT_EQ(ghost.filter.nextNumber(), 1);
+        ghost.things = {at(60, 40, 20, 40)};  // and the place is seen again
+        ghost.wait(1);
+        EXPECT_EQ(ghost.filter.nextNumber(), 2);
 
-    Stage light;
-    light.learn();
-    light.lit = {40, 30, 60, 50};
-    light.wait(6);
-    EXPECT_EQ(light.filter.nextNumber(), 1);
+        Stage light;
+        light.texture = texture;
+        light.learn();
+        light.lit = {40, 30, 60, 50};
+        light.wait(6);
+        EXPECT_EQ(light.filter.nextNumber(), 1);
+    }
 }
 
 TEST(Tracks, ALampChangesTheSceneAndNothingElse) {
@@ -283,7 +324,12 @@ TEST(Tracks, ALampChangesTheSceneAndNothingElse) {
         stage.extra = {{1, 1, 7, 0, 0, 160, 120, 90}};
         stage.frame();
         EXPECT_EQ(stage.scene, SceneState::kChanged);
-        EXPECT_EQ(stage.shown().size(), 1u) << "frozen";
+        ASSERT_EQ(stage.shown().size(), 1u) << "frozen";
+        EXPECT_EQ(stage.shown()[0].objects, std::vector<int>{0});
+        stage.filter.analyzerRestarted();
+        stage.frame();
+        ASSERT_EQ(stage.shown().size(), 1u);
+        EXPECT_TRUE(stage.shown()[0].objects.empty()) << "its numbers begin anew";
         stage.wait(3);
         EXPECT_EQ(stage.scene, SceneState::kWatching);
         stage.extra.clear();
@@ -314,7 +360,8 @@ TEST(Tracks, Blind) {
         Stage stage;
         stage.noise = one.noise_before;
         stage.learn();
-        stage.wait(6);
+        stage.each(6, [&](double t) { stage.things = {at(20 + 10 * t, 40)}; });  // a change, no noise
+        stage.things.clear();
         stage.flat = one.flat;
         stage.noise = one.noise;
         stage.wait(one.seconds);

@@ -115,8 +115,11 @@ void StoppedPlaces::rest(std::vector<Mover>& movers, SmoothFrame& frame, Backgro
         mover.track.stopped_ns = mover.track.seen_ns;
         // The oldest goes first: its track lives on as long as it is seen.
         if (places_.size() >= static_cast<std::size_t>(kMostPlaces)) {
-            for (Mover& other : movers)
-                if (other.confirmed && other.track.number == places_.front().number) other.stopped = false;
+            for (Mover& other : movers) {
+                if (!other.confirmed || other.track.number != places_.front().number) continue;
+                other.stopped = false;
+                other.rest = -kLongestStop;  // not again before it moved
+            }
             places_.erase(places_.begin());
         }
         Place place;

@@ -21,6 +21,15 @@ double overlapOf(const Box& a, const Box& b) {
     return static_cast<double>(common) / static_cast<double>(areaOf(a) + areaOf(b) - common);
 }
 
+/// Things that stand melt into the background piece by piece: what is left to be seen tells nothing of their place.
+bool meltsIn(const Mover& mover, const Box& seen) {
+    if (!mover.stopped || static_cast<double>(mover.track.seen_ns - mover.track.stopped_ns) < kMeltsAfter * 1e9)
+        return false;
+    const Box place = mover.box();
+    const auto inside = static_cast<double>(commonArea(place, seen)), area = static_cast<double>(areaOf(seen));
+    return inside >= kMeltsInside * area && area < kMeltsArea * static_cast<double>(areaOf(place));
+}
+
 }  // namespace
 
 Box Mover::boxAt(double cx, double cy) const {
@@ -102,10 +111,11 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
     for (std::size_t b = 0; b < blobs.size(); ++b) {
         if (owner_[b] < 0) continue;
         const std::vector<int>& members = members_[b];
+        Mover& owner = movers_[static_cast<std::size_t>(owner_[b])];
         if (members.size() > 1)
             moveGroup(seen_[b], members, seconds);
-        else
-            see(movers_[static_cast<std::size_t>(owner_[b])], seen_[b], seconds);
+        else if (!meltsIn(owner, seen_[b]))
+            see(owner, seen_[b], seconds);
     }
     for (Mover& mover : movers_) {
         if (mover.blob < 0) {
