@@ -34,6 +34,7 @@ constexpr int kMostBlobs = 256;             ///< the largest are kept
 
 // Ghosts and light.
 constexpr double kGhostRatio = 2, kGhostOffset = 4;  ///< edges in the background against edges in the frame
+constexpr double kKnownOverlap = 0.5;                ///< with a track that came from elsewhere: neither ghost nor light
 constexpr double kHealingSure = 0.25;      ///< seconds of ghost or light without a pause: it is believed, and ...
 constexpr double kHealingKept = 1.0;       ///< ... its place heals on for so long; longer hides who walks in
 constexpr int kMostHealing = 64;           ///< such places a camera
@@ -86,6 +87,7 @@ constexpr double kStackedOverlapY = 0.3;  ///< of the lower one, at most: legs a
 
 // Standing still.
 constexpr double kRestSeconds = 3;      ///< at rest for so long: stopped
+constexpr double kEdgeBirth = 0.3;      ///< overlap with its place of birth at the edge, at most: it came in
 constexpr double kRestDistance = 0.15;  ///< of its size, that is no movement
 constexpr double kMovedDistance = 0.4;  ///< of its size: it goes on
 constexpr double kMeltsAfter = 25;    ///< seconds of standing: least threshold over kFollowInside; then a sighting ...

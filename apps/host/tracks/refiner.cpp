@@ -69,13 +69,18 @@ std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, 
     parts_.clear();
     for (const Component& one : foreground_mask_.find(frame, background, where_, support_, shadow_test, least)) {
         if (one.supported < kLeastSupport * one.pixels) continue;
-        const bool rests = std::any_of(movers.begin(), movers.end(), [&](const Mover& mover) {
-            return mover.stopped && 2 * commonArea(mover.box(), one.box) > areaOf(one.box);
+        const bool known = std::any_of(movers.begin(), movers.end(), [&](const Mover& mover) {
+            const Box box = mover.box();
+            const std::int64_t common = commonArea(box, one.box);
+            if (mover.stopped) return 2 * common > areaOf(one.box);
+            return mover.confirmed && mover.arrived &&
+                   static_cast<double>(common) >
+                       kKnownOverlap * static_cast<double>(areaOf(box) + areaOf(one.box) - common);
         });
-        const bool none = !rests && (isGhost(frame, background, foreground_mask_, one) ||
+        const bool none = !known && (isGhost(frame, background, foreground_mask_, one) ||
                                      isLight(frame, background, foreground_mask_, one, least_light));
         if (none) found(one.box, seconds);
-        if (none || (!rests && healsAlready(one.box))) {
+        if (none || (!known && healsAlready(one.box))) {
             background.heal(frame, one.box, kHealRate * seconds);
             continue;
         }
