@@ -224,7 +224,7 @@ TEST(Tracks, PiecesBecomeOne) {
     stage.each(4, [&](double t) {
         const double x = 20 + 15 * t;
         stage.things = {at(x, 30, 16, 14)};
-        stage.things.push_back(t < 0.8 ? at(x, 56, 16, 16) : at(x, 30, 16, 42));
+        stage.things.push_back(t < 0.6 ? at(x, 56, 16, 16) : at(x, 30, 16, 42));
     });
     ASSERT_EQ(stage.shown().size(), 1u);
     EXPECT_EQ(stage.shown()[0].number, 1);

@@ -179,37 +179,8 @@ void Tracker::joinGroups(std::span<const Blob> blobs, double seconds) {
         mover.blob = static_cast<int>(best);
         members_[best].push_back(static_cast<int>(m));
     }
-    mendSparse(blobs, seconds);
     for (Mover& mover : movers_)
         if (mover.blob >= 0) mover.grouped = members_[static_cast<std::size_t>(mover.blob)].size() > 1;
-}
-
-/// Two ends of a van: members that leave most of their blob uncovered. The oldest goes on with the whole.
-void Tracker::mendSparse(std::span<const Blob> blobs, double seconds) {
-    for (std::size_t b = 0; b < blobs.size(); ++b) {
-        std::vector<int>& members = members_[b];
-        if (members.empty()) continue;
-        const auto at = [&](int index) -> Mover& { return movers_[static_cast<std::size_t>(index)]; };
-        double covered = 0;
-        int oldest = members[0];
-        for (const int index : members) {
-            covered += at(index).width * at(index).height;
-            if (at(index).track.number < at(oldest).track.number) oldest = index;
-        }
-        double& sparse = at(oldest).sparse;
-        const bool few = members.size() > 1 && covered < kSparse * static_cast<double>(areaOf(blobs[b].box));
-        sparse = few ? sparse + seconds : 0;
-        if (sparse <= kSparseSeconds) continue;
-        for (const int index : members) {
-            if (index == oldest) continue;
-            at(index).blob = -1;
-            at(index).dead = true;
-            at(index).track.ended = TrackEnd::kLost;
-        }
-        members = {oldest};
-        owner_[b] = oldest;
-        at(oldest).odd_width = at(oldest).odd_height = kOddSeconds;  // its size follows at once
-    }
 }
 
 /// Legs and upper body that were born apart: one above the other, of one width, and together they are the blob.
