@@ -12,6 +12,7 @@
 #include "accuracy/mog2.h"
 #include "analyzer/reply.h"
 #include "sources/recording_source.h"
+#include "sources/rgb_frame.h"
 #include "tracks/profiles.h"
 #include "tracks/tracker.h"
 
@@ -25,7 +26,7 @@ constexpr const char* kUsage =
     "  LEARNING   frames that the analyzer learned\n"
     "  mog2       blobs of OpenCV's MOG2 with shadow removal instead of the refiner's, through the same tracker\n"
     "  objects    what the analyzer answered, as it is\n"
-    "  --profile  how a source of this size is to be played: SIZE LEARNING TYPE LOW HIGH\n";
+    "  --profile  the size at which a source of this size is analyzed\n";
 
 enum class What { kTracks, kMog2, kObjects };
 
@@ -54,14 +55,12 @@ Options parse(int argc, char** argv) {
     return options;
 }
 
-void printProfile(char** argv) {
+void printSize(char** argv) {
     const Profile* profile = findProfile(argv[2]);
     const int width = std::atoi(argv[3]), height = std::atoi(argv[4]);
     if (!profile || width < 1 || height < 1) throw std::invalid_argument(kUsage);
-    const FrameSize size = analyzedSize(*profile, width, height);
-    std::printf("%dx%d %d %s %s %s\n", size.width, size.height, profile->learning_frames,
-                profile->filter.infrared ? "ir" : "color", std::string(profile->low).c_str(),
-                std::string(profile->high).c_str());
+    const auto [across, down] = fittedSize(width, height, profile->longest_side);
+    std::printf("%dx%d\n", across, down);
 }
 
 /// Answers to frames, one after the other; start-up replies are passed over.
@@ -178,7 +177,7 @@ void run(const Options& options) {
 int main(int argc, char** argv) {
     try {
         if (argc == 5 && std::string(argv[1]) == "--profile")
-            printProfile(argv);
+            printSize(argv);
         else
             run(parse(argc, argv));
     } catch (const std::invalid_argument& wrong) {

@@ -60,8 +60,7 @@ class Run:
     def play(self):
         """Recording and replies, unless they are there from the last time."""
         width, height = size_of(self.video)
-        size, _, kind, low, high = output_of(f"{self.build}/track_recording", "--profile", self.clip.profile, str(width),
-                                             str(height)).split()
+        size = output_of(f"{self.build}/track_recording", "--profile", self.clip.profile, str(width), str(height))
         across, down = (int(side) // self.variant.divided for side in size.split("x"))
         self.scale = (width / across, height / down)
         if os.path.exists(f"{self.folder}/replies"):
@@ -72,10 +71,9 @@ class Run:
             subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-y", "-i", self.video, "-an", "-vf",
                             f"select=not(mod(n\\,{self.variant.every}))", "-fps_mode", "passthrough", "-c:v", "ffv1", video],
                            check=True)
-        subprocess.run([f"{self.build}/fleifeisa-host", "play", video, "--quiet", "--size", f"{across}x{down}",
-                        "--bgframes", str(self.learning), "--type", kind, f"--{kind}-low", low, f"--{kind}-high", high,
-                        "--output", f"recording={self.folder}/recording", "--output", f"replies={self.folder}/part"],
-                       check=True)
+        subprocess.run([f"{self.build}/fleifeisa-host", "play", video, "--quiet", "--profile", self.clip.profile, "--bgframes",
+                        str(self.learning), "--size", f"{across}x{down}", "--output", f"recording={self.folder}/recording",
+                        "--output", f"replies={self.folder}/part"], check=True)
         os.rename(f"{self.folder}/part", f"{self.folder}/replies")
         if video != self.video:
             os.remove(video)

@@ -109,24 +109,35 @@ def check_onvif(path, frames, numbers):
 def check_tracks(path, frames, tracks, starts):
     lines = [json.loads(line) for line in open(path, encoding="utf-8")]
     check(sorted(line["track"] for line in lines) == sorted(tracks), "other tracks")
+    stamp = lambda frame: (frame["timestamp"], frame["time_ns"])
     ends = []
     for line in lines:
         sightings = tracks[line["track"]]
         first, last = sightings[0][0], sightings[-1][0]
-        for moment, frame in (("start", first), ("end", last)):
-            check(line[moment] == {k: frame[k] for k in ("sequence", "timestamp", "time_ns")}, moment, line)
-        check(line["id"] == line["track"] % 100000 and line["camera"] == first["camera"], "id or camera", line)
+        check((line["start"], line["start_ns"]) == stamp(first), "start", line)
+        check((line["time"], line["time_ns"]) == stamp(last), "time", line)
+        check(line["objects"] == [line["track"] % 100000] and line["camera"] == first["camera"], "id or camera", line)
+        item = sightings[-1][1]
+        check(line["box"] == [item[k] for k in ("left", "top", "width", "height")], "box", line)
+        check(line["area"] == item["width"] * item["height"] * item["density"] // 100, "area", line)
+        check(line["state"] == "ended" and line["size"] == [last["width"], last["height"]] and line["region"] is None, line)
         check(line["frames"] == len(sightings), "frames", line)
-        points = [(f["sequence"], o["left"] + o["width"] / 2, o["top"] + o["height"] / 2) for f, o in sightings]
+        points = [(f["time_ns"], o["left"] + o["width"] / 2, o["top"] + o["height"] / 2) for f, o in sightings]
         check([tuple(p) for p in line["path"]] == points, "path", line["path"], points)
+        check(line["centre"] == list(points[-1][1:]), "centre", line)
+        if len(points) > 1:
+            (t, x, y), (now, right, down) = points[-2:]
+            for value, way in zip(line["velocity"], (right - x, down - y)):
+                check(abs(value - way * 1e9 / (now - t)) <= 0.0501, "velocity", line["velocity"])
         length = sum(math.hypot(b[1] - a[1], b[2] - a[2]) for a, b in zip(points, points[1:]))
-        check(abs(line["length"] - length) <= 0.0501, "length", line["length"], length)
-        # What ends it first: 25 frames without it, a fresh analyzer, the end of the input.
+        check(abs(line["path_px"] - length) <= 0.0501, "path_px", line["path_px"], length)
+        # What ends it first: 25 frames without it, a fresh analyzer (told with its first frame), the end of the input.
         unseen = last["sequence"] + 25
         restart = min([s for s in starts if s > last["sequence"]], default=len(frames) + 1)
-        reason = "unseen" if unseen < restart and unseen <= len(frames) else "restart" if restart <= len(frames) else "finish"
+        over = min(unseen, restart)
+        reason = "lost" if over <= len(frames) else "source"
         check(line["ended"] == reason, "ended", line["ended"], reason)
-        ends.append((min(unseen, restart - (reason == "restart"), len(frames)), reason != "unseen", line["track"]))
+        ends.append((over if reason == "lost" else len(frames) + 1, line["track"]))
     check(ends == sorted(ends), "tracks not in the order of their ends")
 
 

@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import resource
 import shutil
 import signal
@@ -123,6 +124,7 @@ class Play(HostTest):
     def test_deaths_cost_no_more_than_they_must(self):
         """An analyzer that dies over every tenth frame, once or always: numbers without gaps, and the outputs are told."""
         outputs = [x for kind in ("jsonl", "tracks", "recording") for x in ("--output", f"{kind}={kind}")]
+        outputs += ["--tracks", "raw"]
         dying = """
 for number, stamp in frames():
     tenth = float(stamp) > 0 and float(stamp) == int(float(stamp))
@@ -139,7 +141,7 @@ for number, stamp in frames():
                          [(n + 1, n * 10**8, 0) for n in range(35)])
         tracks = [json.loads(line) for line in (self.dir / "tracks").read_text().splitlines()]
         self.assertEqual([(t["track"], t["frames"], t["ended"]) for t in tracks],
-                         [(3, 10, "restart"), (100003, 10, "restart"), (200003, 10, "restart"), (300003, 5, "finish")])
+                         [(3, 10, "lost"), (100003, 10, "lost"), (200003, 10, "lost"), (300003, 5, "source")])
         self.assertEqual(len(recorded_frames(self.dir / "recording")), 35)
         self.assertEqual((self.dir / "recording").read_bytes().count(b"Recording-Start"), 4)
         always = self.host("play", SMALL + "&frames=15", *outputs, "--analyzer",
@@ -364,11 +366,13 @@ while True:
 class Service(HostTest):
     def test_a_killed_and_a_stopped_analyzer(self):
         """Frames of a file are all answered, in order, and the other camera notices nothing."""
-        self.write("c.toml", config(scene_camera("killed", 1, 150), scene_camera("stopped", 2, 150, answer_timeout=0.5),
+        scene = '"scene:crowd?size=160x120&rate=50&quiet=10&frames=150"'
+        self.write("c.toml", config(scene_camera("killed", 1, 150, source=scene, region='"150x110+4+2"',
+                                                 outputs='["replies", "recording", "tracks", "mot"]'), scene_camera("stopped", 2, 150, answer_timeout=0.5),
                                     scene_camera("other", 3, 150)))
         process = self.start("-v", "run", "c.toml")
-        self.until(lambda: (self.dir / "out/other/replies.txt").exists(), "outputs")
-        time.sleep(0.7)
+        tracked = self.dir / "out/killed/mot.csv"
+        self.until(lambda: tracked.exists() and tracked.stat().st_size > 0, "a track")
         killed, stopped = self.analyzer_of(process, 1), self.analyzer_of(process, 2)
         os.kill(killed, signal.SIGKILL)
         os.kill(stopped, signal.SIGSTOP)
@@ -378,6 +382,35 @@ class Service(HostTest):
         self.assertIn("killed: the analyzer died: signal 9", self.log())
         self.assertIn("stopped: the analyzer gave no answer for 0.5 s", self.log())
         self.assertIn("other: 150 frames answered, 0 dropped, 0 lost, analyzer restarted 0 times", self.log())
+        # Tracks lived through it, and the recording gives them again, byte by byte.
+        found = self.host("replay", "out/killed/recording.bin", "--verify", "--output", "tracks=again")
+        self.assertIn("150 frames replayed, every reply is the same, and every track", found.stdout)
+        tracks = (self.dir / "out/killed/tracks.jsonl").read_bytes()
+        self.assertEqual((self.dir / "again").read_bytes(), tracks)
+        starts = [number for number, header in enumerate(re.findall(rb"Recording-(Start|Reply)",
+                  (self.dir / "out/killed/recording.bin").read_bytes())) if header == b"Start"]
+        self.assertEqual(len(starts), 2)
+        restart = (starts[1] - 1) * 20_000_000
+        lived = [t for t in map(json.loads, tracks.splitlines()) if t["start_ns"] < restart - 40_000_000 and t["time_ns"] > restart]
+        self.assertTrue(lived, "no track lived through the restart")
+
+    def test_track_numbers_go_on_after_a_restart(self):
+        crowd = scene_camera("gate", 1, source='"scene:crowd?size=160x120&rate=50&quiet=10"', outputs='["mot=gate.csv"]')
+        self.write("c.toml", 'state = "state"\n' + config(crowd))
+        runs = []
+        for number in (signal.SIGTERM, signal.SIGKILL, signal.SIGTERM):
+            process = self.start("run", "c.toml")
+            csv = self.dir / "gate.csv"
+            self.until(lambda: csv.exists() and csv.stat().st_size > 0, "a track")
+            if number == signal.SIGKILL:  # the lock: one host a state directory
+                self.assertIn("state", self.host("run", "c.toml", expect=73).stderr)
+            self.end(process, number)
+            runs.append({int(line.split(",")[1]) for line in csv.read_text().splitlines()})
+            csv.unlink()
+        first, killed, last = runs
+        self.assertEqual(min(first), 1)
+        self.assertEqual(min(killed), max(first) + 1)
+        self.assertGreater(min(last), max(killed))
 
     def test_a_live_camera_loses_less_than_a_second(self):
         self.write("c.toml", config(scene_camera("gate", 1, live="true")))

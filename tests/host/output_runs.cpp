@@ -1,5 +1,6 @@
 #include "host/output_runs.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -7,6 +8,7 @@
 
 #include "camera/output_types.h"
 #include "common/text.h"
+#include "tracks/raw_tracks.h"
 
 namespace fleifeisa::host::test {
 namespace {
@@ -44,9 +46,33 @@ std::string replyTo(const Frame& frame, const std::string& time, const std::stri
 
 }  // namespace
 
+Scenario followed(Scenario run) {
+    run.camera.tracks.raw = true;
+    RawTracks raw;
+    for (std::size_t i = 0; i < run.frames.size(); ++i) {
+        Frame& frame = run.frames[i];
+        if (frame.restart) raw.analyzerRestarted();
+        const TrackFrame found = raw.frame({run.first_ns + static_cast<std::int64_t>(i) * run.step_ns,
+                                            frame.width,
+                                            frame.height,
+                                            {},
+                                            frame.detection,
+                                            frame.objects});
+        frame.tracks.assign(found.tracks.begin(), found.tracks.end());
+        frame.foreground = found.foreground;
+    }
+    const TrackFrame last = raw.end(TrackEnd::kSource);
+    run.ended.assign(last.tracks.begin(), last.tracks.end());
+    return run;
+}
+
 void feed(Output& output, const Scenario& run, std::size_t index) {
     const Frame& frame = run.frames[index];
-    if (index == 0 || frame.restart) output.started(run.camera);
+    if (index == 0 || frame.restart) {
+        CameraInfo camera = run.camera;
+        camera.fresh_tracks = index == 0;
+        output.started(camera);
+    }
     const std::vector<std::uint8_t> rgb = pixels(frame);
     const std::string number = std::to_string(index + 1);
     FrameResult result;
@@ -59,6 +85,12 @@ void feed(Output& output, const Scenario& run, std::size_t index) {
     result.detection = frame.detection;
     result.objects = frame.objects;
     result.rgb = rgb;
+    result.tracks.time_ns = result.time_ns;
+    result.tracks.width = frame.width;
+    result.tracks.height = frame.height;
+    result.tracks.scene = frame.detection ? SceneState::kWatching : SceneState::kLearning;
+    result.tracks.tracks = frame.tracks;
+    result.tracks.foreground = frame.foreground;
     const std::string time = fixedPoint(result.time_ns, 9);
     const std::string request =
         "ANALYTICS.CARTRIDGE\r\nContent-Type: image/rgb\r\nContent-Length: " + std::to_string(rgb.size()) +
@@ -70,23 +102,80 @@ void feed(Output& output, const Scenario& run, std::size_t index) {
     output.frame(result);
 }
 
+void end(Output& output, const Scenario& run) {
+    TrackFrame last;
+    last.tracks = run.ended;
+    if (!run.frames.empty()) output.ended(last, TrackEnd::kSource);
+    output.finish();
+}
+
 void play(const Scenario& run, const std::string& type, const std::string& path, const FilePolicy& policy) {
     const std::unique_ptr<Output> output = makeOutput({type, path, policy}, run.camera);
     for (std::size_t i = 0; i < run.frames.size(); ++i) feed(*output, run, i);
-    output->finish();
+    end(*output, run);
 }
 
 Scenario documentedRun() {
     Scenario run;
     run.camera = {
         .name = "gate", .source = "gate.mp4", .rate = 10, .control = "<param name=\"-noisefactor\" value=\"30\"/>\n"};
-    run.frames = {
-        {.detection = false, .width = 320, .height = 240, .objects = {}},
-        {.width = 320, .height = 240, .objects = {object(12, 40, 16, 24, 48, 61)}},
-        {.width = 320, .height = 240, .objects = {object(12, 43, 20, 24, 48, 60), object(0, -4, 200, 20, 44, 35)}},
-        {.restart = true, .detection = false, .width = 320, .height = 240, .objects = {}},
-        {.width = 320, .height = 240, .objects = {object(12, 200, 101, 10, 11, 50)}},
+    run.camera.tracks.learning_frames = 1;
+    // Two walkers: the second comes out of the first one's blob, moves as one with it, and leaves over the left edge.
+    Track one;
+    one.number = 1;
+    one.state = TrackState::kConfirmed;
+    one.start_ns = 100'000'000;
+    const auto at = [](Track track, int frame, const Box& box, Point velocity, std::vector<int> objects, int area) {
+        track.seen_ns = frame * 100'000'000LL - 100'000'000;
+        track.box = box;
+        track.centre = {box.left + box.width / 2.0, box.top + box.height / 2.0};
+        track.velocity = velocity;
+        track.objects = std::move(objects);
+        track.area = area;
+        return track;
     };
+    const auto grown = [](Track track, double path, int frames) {
+        track.path_px = path;
+        track.frames = frames;
+        return track;
+    };
+    Track two = one;
+    two.number = 2;
+    two.start_ns = 200'000'000;
+    two.split_from = 1;
+    Track joined = grown(at(two, 3, {-6, 198, 18, 46}, {-21.5, 0}, {}, 0), 0, 1), gone = joined;
+    joined.merged_with = 1;
+    gone.state = TrackState::kEnded;
+    gone.ended = TrackEnd::kLeft;
+    Track last = grown(at(one, 5, {196, 98, 18, 17}, {812.5, -3.04}, {12}, 210), 165.37, 4), ended = last;
+    ended.state = TrackState::kEnded;
+    ended.ended = TrackEnd::kSource;
+    run.frames = {
+        {.detection = false, .width = 320, .height = 240},
+        {.width = 320,
+         .height = 240,
+         .objects = {object(12, 40, 16, 24, 48, 61)},
+         .tracks = {grown(at(one, 2, {38, 14, 28, 53}, {0, 0}, {12}, 742), 0, 1)},
+         .foreground = 0.0097},
+        {.width = 320,
+         .height = 240,
+         .objects = {object(12, 43, 20, 24, 48, 60), object(0, -4, 200, 20, 44, 35)},
+         .tracks = {grown(at(one, 3, {41, 17, 28, 54}, {30, 30}, {12}, 735), 4.61, 2),
+                    grown(at(two, 3, {-4, 198, 20, 46}, {-21.5, 0}, {0}, 301), 0, 1)},
+         .foreground = 0.0135},
+        {.restart = true,
+         .detection = false,
+         .width = 320,
+         .height = 240,
+         .tracks = {grown(at(one, 4, {45, 21, 28, 53}, {35, 35}, {}, 731), 9.7, 3), joined},
+         .foreground = 0.0095},
+        {.width = 320,
+         .height = 240,
+         .objects = {object(12, 200, 101, 10, 11, 50)},
+         .tracks = {last, gone},
+         .foreground = 0.0027},
+    };
+    run.ended = {ended};
     return run;
 }
 
@@ -119,7 +208,7 @@ Scenario awkwardRun(std::uint32_t seed) {
             if (frame.detection) frame.objects.push_back(object(draw(0, 15) ? id : 0, left, top, 12, 9, draw(1, 100)));
         }
     }
-    return run;
+    return followed(run);
 }
 
 std::string readFile(const std::string& path) {

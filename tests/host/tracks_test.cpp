@@ -430,12 +430,6 @@ TEST(Tracks, HostileInput) {
 TEST(Tracks, Profiles) {
     for (const Profile& profile : profiles()) EXPECT_EQ(findProfile(profile.name), &profile);
     EXPECT_EQ(findProfile("Indoor"), nullptr);
-    const Profile& indoor = *findProfile("indoor");
-    const struct {
-        FrameSize source, expected;
-    } cases[] = {{{768, 576}, {384, 288}},   {{720, 576}, {384, 308}},   {{320, 240}, {320, 240}},
-                 {{1920, 1080}, {384, 216}}, {{1080, 1920}, {216, 384}}, {{4000, 2}, {384, 2}}};
-    for (const auto& one : cases) EXPECT_EQ(analyzedSize(indoor, one.source.width, one.source.height), one.expected);
 }
 
 }  // namespace

@@ -27,6 +27,24 @@ constexpr int kAttempts = 3;  // a frame over which so many analyzers die is giv
 constexpr std::size_t kFileWindow = 2, kLiveWindow = 1;
 constexpr std::int64_t kLastSequence = 2'147'483'647;
 
+std::int64_t wallClock() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+std::optional<Box> regionOf(const SourceOptions& source) {
+    if (!source.region) return std::nullopt;
+    return Box{source.region->left, source.region->top, source.region->width, source.region->height};
+}
+
+TrackSettings trackSettings(const CameraConfig& config, std::int64_t first_number) {
+    constexpr int kAnalyzersOwn = 300;  // frames that it learns where nothing is said
+    TrackSettings settings{config.raw_tracks, config.filter, kAnalyzersOwn, first_number};
+    settings.filter.infrared = config.analyzer.infrared;
+    if (config.control.bgframes) settings.learning_frames = std::stoi(*config.control.bgframes);
+    return settings;
+}
+
 }  // namespace
 
 Camera::Camera(CameraConfig config, std::vector<Output*> extra)
@@ -51,7 +69,10 @@ CameraInfo Camera::info() const {
             feeder_.dates(),
             feeder_.rate(),
             config_.control.any() ? controlText(config_.control) : "",
-            config_.title.empty() ? config_.name : config_.title};
+            config_.title.empty() ? config_.name : config_.title,
+            regionOf(config_.source),
+            tracks_ ? tracks_->settings() : trackSettings(config_, next_track_),
+            !tracks_};
 }
 
 void Camera::prepare() {
@@ -131,6 +152,7 @@ void Camera::serve() {
         applyControl();
         reopenWhereAsked();
         takeFrames();
+        noteSource();
         if (in_flight_.empty() && (stopping_ || (feeder_.ended() && !held_))) return;
         // Without an analyzer nothing more gets answered, so a stop does not wait for one to come.
         if (stopping_ && !analyzer_) return;
@@ -227,15 +249,43 @@ void Camera::reopenWhereAsked() {
 
 /// The outputs hear of an analyzer when it gets its first frame: some sources know their rate no earlier.
 void Camera::sendRequest(Request& request) {
-    if (std::exchange(unannounced_, false)) {
-        openOutputs();
-        const CameraInfo camera = info();
-        callOutputs([&camera](Output& output) { output.started(camera); });
-    }
+    if (std::exchange(unannounced_, false)) announce();
     width_ = request.width;
     height_ = request.height;
     analyzer_->send(std::span<const char>(request.header));
     analyzer_->send(std::span<const std::uint8_t>(request.rgb));
+}
+
+/// A fresh analyzer: tracks live on, unless a recording begins a new file, which must be able to tell all of them.
+void Camera::announce() {
+    openOutputs();
+    if (tracks_ && freshAnalyzerWanted()) {
+        endTracks(TrackEnd::kSource);
+        tracks_.reset();
+    }
+    const CameraInfo camera = info();
+    callOutputs([&camera](Output& output) { output.started(camera); });
+    if (tracks_)
+        tracks_->analyzerRestarted();
+    else
+        tracks_.emplace(camera.tracks);
+}
+
+void Camera::endTracks(TrackEnd why) {
+    if (!tracks_) return;
+    const TrackFrame frame = tracks_->end(why);
+    callOutputs([&frame, why](Output& output) { output.ended(frame, why); });
+    next_track_ = tracks_->settings().first_number;
+}
+
+/// Tracks do not outlive the loss of a live source: what comes back later may be anything.
+void Camera::noteSource() {
+    if (feeder_.outages() == outages_ || !in_flight_.empty() || held_ || feeder_.holds()) return;
+    outages_ = feeder_.outages();
+    if (std::exchange(source_lost_, true)) return;
+    endTracks(TrackEnd::kSource);
+    const std::int64_t now = wallClock();
+    callOutputs([now](Output& output) { output.sourceLost(now); });
 }
 
 void Camera::pollOnce() {
@@ -276,7 +326,24 @@ void Camera::handleReply(const std::string& bytes) {
     if (!reply.ok) logWarning(config_.name, "the analyzer answered: " + reply.status_text);
     if (in_flight_.empty() || reply.sequence != in_flight_.front().sequence)
         throw AnalyzerError("the analyzer answered a frame that it was not sent");
-    const Request& request = in_flight_.front();
+    const FrameResult result = resultOf(in_flight_.front(), reply, bytes);
+    callOutputs([&result](Output& output) { output.frame(result); });
+    ++counts_.answered;
+    if (reply.detection) ++counts_.detected;
+    failures_in_a_row_ = 0;
+    if (spare_rgb_.empty())
+        spare_rgb_ = std::move(in_flight_.front().rgb);
+    else
+        feeder_.recycle(std::move(in_flight_.front().rgb));
+    in_flight_.pop_front();
+    waiting_since_ = Clock::now();
+}
+
+/// What the outputs are told of a frame. Ends what has to end before it.
+FrameResult Camera::resultOf(const Request& request, const Reply& reply, const std::string& bytes) {
+    if (std::exchange(source_lost_, false))
+        callOutputs([&request](Output& output) { output.sourceBack(request.time_ns); });
+    if (tracks_->clockWentBack(request.time_ns)) endTracks(TrackEnd::kClock);
     FrameResult result;
     result.camera = config_.name;
     result.sequence = request.sequence;
@@ -291,16 +358,10 @@ void Camera::handleReply(const std::string& bytes) {
     result.rgb = request.rgb;
     result.request = request.header;
     result.reply = bytes;
-    callOutputs([&result](Output& output) { output.frame(result); });
-    ++counts_.answered;
-    if (reply.detection) ++counts_.detected;
-    failures_in_a_row_ = 0;
-    if (spare_rgb_.empty())
-        spare_rgb_ = std::move(in_flight_.front().rgb);
-    else
-        feeder_.recycle(std::move(in_flight_.front().rgb));
-    in_flight_.pop_front();
-    waiting_since_ = Clock::now();
+    result.tracks =
+        tracks_->frame({request.time_ns, request.width, request.height, request.rgb, reply.detection, reply.objects});
+    counts_.next_track = tracks_->settings().first_number;
+    return result;
 }
 
 /// When the oldest request's time is up. A stop does not wait as long as a running camera.
@@ -413,6 +474,7 @@ void Camera::callOutputs(const std::function<void(Output&)>& call) {
 }
 
 void Camera::finishOutputs() {
+    endTracks(TrackEnd::kSource);
     callOutputs([](Output& output) { output.finish(); });
     for (const Sink& sink : sinks_) {
         const OutputState state = sink.output->state();

@@ -13,6 +13,7 @@
 #include "common/backoff.h"
 #include "outputs/output.h"
 #include "sources/feeder.h"
+#include "tracks/track_maker.h"
 
 namespace fleifeisa::host {
 
@@ -22,6 +23,9 @@ struct CameraConfig {
     SourceOptions source;
     AnalyzerSettings analyzer;
     ControlParameters control;
+    std::string profile;      ///< its name (tracks/profiles.h), for people: what it sets stands in the other fields
+    bool raw_tracks = false;  ///< the analyzer's ids as tracks
+    FilterSettings filter;    ///< `infrared` follows from the analyzer's type
     std::vector<OutputChoice> outputs;
     double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
     bool service = false;        ///< files of an earlier run are kept; an output that cannot be made is tried again
@@ -37,12 +41,13 @@ struct OutputEnd {
 
 /// What a camera has done so far; read from other threads.
 struct CameraCounts {
-    std::atomic<std::int64_t> answered{0};  ///< frames
-    std::atomic<std::int64_t> detected{0};  ///< of them with detection
-    std::atomic<std::int64_t> dropped{0};   ///< live frames replaced by newer ones
-    std::atomic<std::int64_t> lost{0};      ///< frames that went down with an analyzer
-    std::atomic<std::int64_t> restarts{0};  ///< of the analyzer
-    std::atomic<std::int64_t> expected{0};  ///< frames in all, 0 where unknown
+    std::atomic<std::int64_t> answered{0};    ///< frames
+    std::atomic<std::int64_t> detected{0};    ///< of them with detection
+    std::atomic<std::int64_t> dropped{0};     ///< live frames replaced by newer ones
+    std::atomic<std::int64_t> lost{0};        ///< frames that went down with an analyzer
+    std::atomic<std::int64_t> restarts{0};    ///< of the analyzer
+    std::atomic<std::int64_t> next_track{1};  ///< number of the next track to be confirmed
+    std::atomic<std::int64_t> expected{0};    ///< frames in all, 0 where unknown
 };
 
 class Camera {
@@ -56,6 +61,8 @@ class Camera {
     /// Writes the control file. Outputs are opened when the source has delivered its first frame, so that a source that
     /// does not exist costs no file of an earlier run. @throws std::system_error
     void prepare();
+    /// Number of the first track; before start().
+    void numberTracksFrom(std::int64_t first) { counts_.next_track = next_track_ = first; }
     /// `done` is set (among others) when the camera has ended.
     void start(const Event& done);
     /// Ends it in order, in some two seconds at most: the frame in work is answered, outputs are made complete.
@@ -98,6 +105,10 @@ class Camera {
     void analyzerFailed(const std::string& why);
     std::int64_t giveUpFrames();
     void sendRequest(Request& request);
+    void announce();
+    void endTracks(TrackEnd why);
+    void noteSource();
+    FrameResult resultOf(const Request& request, const Reply& reply, const std::string& bytes);
     void callOutputs(const std::function<void(Output&)>& call);
     void finishOutputs();
     void openOutputs();
@@ -140,9 +151,13 @@ class Camera {
     int failures_in_a_row_ = 0;          ///< analyzers that ended without a single answer
     bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
-    std::int64_t lost_untold_ = 0;  ///< frames lost since the last one that the outputs heard of
-    int width_ = 0, height_ = 0;    ///< of this analyzer's frames
-    bool unannounced_ = false;      ///< the outputs have not heard of this analyzer
+    std::int64_t lost_untold_ = 0;      ///< frames lost since the last one that the outputs heard of
+    std::optional<TrackMaker> tracks_;  ///< since the first frame
+    std::int64_t next_track_ = 1;
+    int outages_ = 0;             ///< of a live source, that the outputs have heard of
+    bool source_lost_ = false;    ///< since the latest of them
+    int width_ = 0, height_ = 0;  ///< of this analyzer's frames
+    bool unannounced_ = false;    ///< the outputs have not heard of this analyzer
     std::thread thread_;
 };
 

@@ -6,12 +6,14 @@
 #include <vector>
 
 #include "camera/camera.h"
+#include "cli/profile_choice.h"
 #include "common/leftovers.h"
 
 namespace fleifeisa::host {
 
 struct PlayOptions {
     CameraConfig camera;
+    FilterChoice filter;
     std::string analyzer;              ///< path of the analyzer, "": found
     std::string out = "out";           ///< directory for outputs without a path of their own
     Rotation rotation;                 ///< of outputs that grow
@@ -32,7 +34,9 @@ int runCommand(const RunOptions& options);
 struct ReplayOptions {
     std::string recording;
     bool verify = false;
-    std::string replies;  ///< file for the replies' exact bytes, "": none
+    std::string replies;               ///< file for the replies' exact bytes, "": none
+    std::string out = "out";           ///< directory for outputs without a path of their own
+    std::vector<std::string> outputs;  ///< "type" or "type=path"
     std::string analyzer;
 };
 /// The exact requests of a recording, against the analyzer of today.

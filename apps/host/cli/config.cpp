@@ -12,6 +12,7 @@
 #include "camera/output_types.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
+#include "cli/profile_choice.h"
 #include "cli/values.h"
 #include "common/secrets.h"
 #include "sources/protocols.h"
@@ -38,10 +39,11 @@ class Loader {
             return config;
         }
         Table top(*this, root, "");
-        top.keys({"analyzer", "root", "outputs", "rotate", "camera"});
+        top.keys({"analyzer", "state", "root", "outputs", "rotate", "camera"});
         if (const auto text = top.text("analyzer"))
             config.analyzer = text->find('/') == std::string::npos ? *text : resolved(*text);
         if (const auto text = top.text("root")) root_ = resolved(*text);
+        if (const auto text = top.text("state")) config.state = resolved(*text);
         output_directory_ = resolved(top.text("outputs").value_or("out"));
         readRotation(top, "rotate", rotation_);
         readCameras(root, config);
@@ -160,35 +162,19 @@ class Loader {
         camera.analyzer.root = root_;
         camera.source.decoder_threads = 1;  // many cameras share the processors already
         const Table in(*this, table, "camera[" + std::to_string(index) + "].");
-        in.keys({"name",
-                 "source",
-                 "device",
-                 "analyzer",
-                 "type",
-                 "control",
-                 "outputs",
-                 "rotate",
-                 "size",
-                 "region",
-                 "rate",
-                 "matrix",
-                 "range",
-                 "live",
-                 "loop",
-                 "realtime",
-                 "stall_timeout",
-                 "answer_timeout",
-                 "decoder_threads",
-                 "ffmpeg_options",
-                 "title",
-                 "credentials",
-                 "redirects",
-                 "start_time"});
+        in.keys({"name",           "source",       "device",        "analyzer",       "type",
+                 "control",        "outputs",      "rotate",        "size",           "region",
+                 "rate",           "profile",      "masks",         "tracks",         "least_area",
+                 "shadow_test",    "split_people", "matrix",        "range",          "live",
+                 "loop",           "realtime",     "stall_timeout", "answer_timeout", "decoder_threads",
+                 "ffmpeg_options", "title",        "credentials",   "redirects",      "start_time"});
         readIdentity(in, camera);
         readSource(in, camera.source);
         if (check_ == ConfigCheck::kWorld) checkWorld(in, table, camera);
         if (const toml::table* control = in.table("control"))
             readControl(Table(*this, *control, "camera[" + std::to_string(index) + "].control."), camera.control);
+        readTracks(in, camera);
+        readMasks(table, "camera[" + std::to_string(index) + "].masks", camera.source);
         readOutputs(in, camera, "camera[" + std::to_string(index) + "].");
         return camera;
     }
@@ -238,6 +224,42 @@ class Loader {
         source.decoder_threads =
             static_cast<int>(in.integer("decoder_threads", 0, 64).value_or(source.decoder_threads));
         source.ffmpeg_input_options = in.texts("ffmpeg_options");
+    }
+
+    static void readTracks(const Table& in, CameraConfig& camera) {
+        FilterChoice filter;
+        filter.least_area = in.number("least_area", 0, 1);
+        filter.shadow_test = in.flag("shadow_test");
+        filter.split_people = in.flag("split_people");
+        in.parsed("tracks", parseRawTracks, [&camera](bool raw) { camera.raw_tracks = raw; });
+        in.parsed("profile", parseProfile, [&camera](const std::string& name) { camera.profile = name; });
+        filter.type = in.has("type");
+        applyProfile(camera, filter);
+    }
+
+    /// [[[0, 0], [1, 0], [1, 0.2]], ...]: each polygon is complained of where it stands.
+    void readMasks(const toml::table& table, const std::string& key, SourceOptions& source) {
+        const toml::node* node = table.get("masks");
+        if (!node) return;
+        const auto fault = [&](const toml::node& where, const std::string& message) {
+            complain(where.source().begin.line, key, message);
+        };
+        constexpr const char* kExpected = "expected a list of polygons, such as [[[0, 0], [1, 0], [1, 0.2]]]";
+        if (!node->is_array()) return fault(*node, kExpected);
+        for (const toml::node& item : *node->as_array()) {
+            Mask mask;
+            bool fits = item.is_array();
+            for (std::size_t i = 0; fits && i < item.as_array()->size(); ++i) {
+                const toml::array* pair = item.as_array()->get(i)->as_array();
+                fits = pair && pair->size() == 2 && pair->get(0)->is_number() && pair->get(1)->is_number();
+                if (fits) mask.push_back({*pair->get(0)->value<double>(), *pair->get(1)->value<double>()});
+            }
+            const std::string wrong = fits ? maskFault(mask) : kExpected;
+            if (!wrong.empty())
+                fault(item, wrong);
+            else
+                source.masks.push_back(mask);
+        }
     }
 
     /// What is not in the file, but must be there when the camera starts.

@@ -11,6 +11,7 @@ namespace fleifeisa::host {
 
 struct HostConfig {
     std::string analyzer;  ///< path, "" where the file names none
+    std::string state;     ///< directory of what outlives a run, "" where the file names none
     std::vector<CameraConfig> cameras;
 };
 

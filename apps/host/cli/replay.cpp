@@ -9,6 +9,7 @@
 
 #include "analyzer/reply.h"
 #include "cli/commands.h"
+#include "cli/replayed_tracks.h"
 #include "common/file_writer.h"
 #include "common/log.h"
 #include "outputs/recording.h"
@@ -21,7 +22,8 @@ constexpr double kAnswerSeconds = 60;
 
 class Replay {
  public:
-    explicit Replay(const ReplayOptions& options) : options_(options), reader_(options.recording) {
+    explicit Replay(const ReplayOptions& options)
+        : options_(options), reader_(options.recording), tracks_(options.recording, chosenOutputs(options)) {
         settings_.program = findAnalyzer(options.analyzer);
         if (settings_.program.empty()) throw SourceError(EX_UNAVAILABLE, "the analyzer was not found");
         settings_.root = root_.path();
@@ -47,18 +49,40 @@ class Replay {
                 case RecordedMessage::kReply:
                     compare(message.value);
                     break;
+                case RecordedMessage::kCamera:
+                    tracks_.noteCamera(message.value);
+                    break;
+                case RecordedMessage::kFilter:
+                    tracks_.noteFilter(message.value);
+                    break;
+                case RecordedMessage::kTracks:
+                    tracks_.noteTracks(message.value);
+                    break;
+                case RecordedMessage::kEnded:
+                    tracks_.noteEnded(message.value);
+                    break;
+                case RecordedMessage::kSource:
+                    tracks_.noteSource(message.value);
+                    break;
                 case RecordedMessage::kOther:
                     ended_ = message.header.find("\r\nCommand: SHUTDOWN\r\n") != std::string::npos;
                     break;
             }
         }
         if (analyzer_) analyzer_->shutdown(std::chrono::seconds(2));
+        tracks_.finish();
         if (replies_) replies_->close();
         if (frames_ == 0) throw SourceError(EX_DATAERR, options_.recording + ": no frames in this recording");
         return report();
     }
 
  private:
+    static std::vector<OutputChoice> chosenOutputs(const ReplayOptions& options) {
+        std::vector<OutputChoice> choices;
+        for (const std::string& text : options.outputs) choices.push_back(parseOutputChoice(text, options.out));
+        return choices;
+    }
+
     void start(const std::string& value) {
         if (analyzer_) analyzer_->shutdown(std::chrono::seconds(2));
         analyzer_.reset();
@@ -68,6 +92,11 @@ class Replay {
             throw SourceError(EX_DATAERR, options_.recording + ": malformed Recording-Start");
         settings_.infrared = type == "IR";
         control_.clear();
+        CameraInfo camera;
+        camera.device = settings_.device;
+        camera.analyzer_id = settings_.analyzer_id;
+        camera.infrared = settings_.infrared;
+        tracks_.start(camera);
     }
 
     /// Lines are gathered, an empty one begins a new text; the next frame writes the file.
@@ -80,8 +109,10 @@ class Replay {
     }
 
     void frame(const RecordedMessage& message) {
-        if (std::exchange(control_changed_, false) && !control_.empty())
-            writeControlFile(controlPath(settings_.root, settings_.device), control_);
+        if (std::exchange(control_changed_, false)) {
+            if (!control_.empty()) writeControlFile(controlPath(settings_.root, settings_.device), control_);
+            tracks_.control(control_);
+        }
         if (!analyzer_) analyzer_ = std::make_unique<AnalyzerClient>(settings_);
         analyzer_->send(std::span<const char>(message.header));
         analyzer_->send(std::span<const std::uint8_t>(message.body));
@@ -89,6 +120,7 @@ class Replay {
         await();
         frame_now_ = recordedReply(message.header, message.body, reply_);
         ended_ = false;
+        tracks_.frame(message, reply_);
         if (!replies_) return;
         replies_->write(std::string_view(reply_));
         replies_->endRecord();
@@ -138,10 +170,12 @@ class Replay {
                              " frames are not those that were recorded, the first of them frame " +
                              std::to_string(first_changed_));
         if (different_ + changed_ == 0 && compared_ == frames_) {
-            if (!ended_) return EX_DATAERR;
-            std::printf("%lld frames replayed, every reply is the same.\n", number(frames_));
+            if (!ended_ || tracksDiffer()) return EX_DATAERR;
+            std::printf("%lld frames replayed, every reply is the same%s.\n", number(frames_),
+                        tracks_.compared() > 0 ? ", and every track" : "");
             return 0;
         }
+        tracksDiffer();
         if (different_ > 0)
             logError("", std::to_string(different_) + " of " + std::to_string(compared_) +
                              " replies differ, the first at frame " + std::to_string(first_different_));
@@ -151,8 +185,16 @@ class Replay {
         return EX_DATAERR;
     }
 
+    bool tracksDiffer() const {
+        if (tracks_.different() == 0) return false;
+        logError("", "the tracks of " + std::to_string(tracks_.different()) + " frames differ, the first at frame " +
+                         std::to_string(tracks_.firstDifferent()));
+        return true;
+    }
+
     const ReplayOptions& options_;
     RecordingReader reader_;
+    ReplayedTracks tracks_;
     PrivateRoot root_;
     AnalyzerSettings settings_;
     std::unique_ptr<AnalyzerClient> analyzer_;

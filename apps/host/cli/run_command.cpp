@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <optional>
 #include <system_error>
 
 #include "camera/supervisor.h"
@@ -11,6 +14,7 @@
 #include "cli/config.h"
 #include "cli/paths.h"
 #include "common/log.h"
+#include "store/state_directory.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -27,10 +31,12 @@ class Service {
             return 0;
         }
         if (!setAnalyzer(config)) return EX_UNAVAILABLE;
+        if (!openState(config.state)) return EX_CANTCREAT;
         for (const CameraConfig& camera : config.cameras) add(camera);
         startWaiting();
-        const int code = supervisor_.run(nullptr, [this] { reload(); });
-        for (const auto& camera : supervisor_.cameras()) report(*camera);
+        const int code = supervisor_.run(state_ ? std::function<void()>([this] { reserveNumbers(); }) : nullptr,
+                                         [this] { reload(); });
+        for (const auto& camera : supervisor_.cameras()) end(*camera);
         return code != 0 ? code : failed_;
     }
 
@@ -85,8 +91,58 @@ class Service {
             failed_ = EX_CANTCREAT;
             return;
         }
+        if (state_) {
+            const NextNumbers next = state_->next(config.name);
+            camera->numberTracksFrom(next.track);
+            if (!keepNumbers([&] { state_->reserve({{config.name, next}}); })) {
+                failed_ = EX_CANTCREAT;
+                return;
+            }
+        }
         logInfo(config.name, "starts");
         supervisor_.add(std::move(camera));
+    }
+
+    /// Where numbers are kept that outlive this run. Without one each run begins with track 1.
+    bool openState(std::string path) {
+        const char* from_environment = std::getenv("STATE_DIRECTORY");
+        if (path.empty() && from_environment) path = from_environment;
+        if (path.empty()) return true;
+        try {
+            state_.emplace(path);
+        } catch (const StoreError& error) {
+            logError("", error.what());
+        }
+        return state_.has_value();
+    }
+
+    template <class Action>
+    bool keepNumbers(const Action& action) {
+        try {
+            action();
+        } catch (const StoreError& error) {
+            if (!std::exchange(numbers_failing_, true))
+                logError("", std::string("numbers of tracks cannot be kept: ") + error.what());
+            return false;
+        }
+        numbers_failing_ = false;
+        return true;
+    }
+
+    NextNumbers numbersOf(const Camera& camera) const {
+        return {camera.counts().next_track, state_->next(camera.config().name).event};
+    }
+
+    /// A few times a second: a camera confirms no 500 tracks in between, which is what is reserved ahead.
+    void reserveNumbers() {
+        std::map<std::string, NextNumbers> used;
+        for (const auto& camera : supervisor_.cameras()) used[camera->config().name] = numbersOf(*camera);
+        keepNumbers([&] { state_->reserve(used); });
+    }
+
+    void end(const Camera& camera) {
+        report(camera);
+        if (state_) keepNumbers([&] { state_->release({{camera.config().name, numbersOf(camera)}}); });
     }
 
     Camera* running(const std::string& name) const {
@@ -100,7 +156,7 @@ class Service {
         Camera* camera = running(name);
         if (!camera) return;
         supervisor_.remove(*camera, [this](const Camera& gone) {
-            report(gone);
+            end(gone);
             startWaiting();
         });
     }
@@ -156,6 +212,8 @@ class Service {
     Supervisor supervisor_;
     std::vector<CameraConfig> configured_;
     std::vector<std::string> waiting_;  ///< names of the configured cameras that are still to be started
+    std::optional<StateDirectory> state_;
+    bool numbers_failing_ = false;  ///< and said so
     int failed_ = 0;
 };
 

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <cmath>
 
+#include "events/geometry.h"
+
 namespace fleifeisa::host {
 namespace {
 
@@ -74,6 +76,39 @@ bool parseFullRange(const std::string& text) {
     const std::string value = lower(text);
     if (value != "full" && value != "limited") throw ValueError("expected full or limited");
     return value == "full";
+}
+
+std::string maskFault(const Mask& mask) {
+    std::vector<Point> points;
+    for (const SharePoint& point : mask) points.push_back({point.x, point.y});
+    return polygonFault(points);
+}
+
+Mask parseMask(const std::string& text) {
+    constexpr const char* kExpected = "expected corners in shares of the picture, such as 0,0 1,0 1,0.2 0,0.2";
+    Mask mask;
+    const char* at = text.data();
+    const char* const last = at + text.size();
+    const auto take = [&](double& value, char behind) {
+        const auto [end, error] = std::from_chars(at, last, value);
+        if (error != std::errc() || (end != last && *end != behind) || (end == last && behind == ','))
+            throw ValueError(kExpected);
+        at = end == last ? end : end + 1;
+    };
+    while (at != last) {
+        SharePoint point;
+        take(point.x, ',');
+        take(point.y, ' ');
+        mask.push_back(point);
+        while (at != last && *at == ' ') ++at;
+    }
+    if (const std::string fault = maskFault(mask); !fault.empty()) throw ValueError(fault);
+    return mask;
+}
+
+bool parseRawTracks(const std::string& text) {
+    if (text != "raw" && text != "filtered") throw ValueError("expected filtered or raw");
+    return text == "raw";
 }
 
 std::int64_t parseMoment(const std::string& text) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "sources/mask.h"
 #include "sources/pixels.h"
 
 namespace fleifeisa::host {
@@ -25,6 +26,12 @@ bool parseInfrared(const std::string& text);
 Matrix parseMatrix(const std::string& text);
 /// "full" or "limited"; true for full. @throws ValueError
 bool parseFullRange(const std::string& text);
+/// "0,0 1,0 1,0.2 0,0.2": corners in shares of the picture. @throws ValueError
+Mask parseMask(const std::string& text);
+/// What is wrong with a polygon, "" where nothing is.
+std::string maskFault(const Mask& mask);
+/// "filtered" or "raw"; true for raw. @throws ValueError
+bool parseRawTracks(const std::string& text);
 /// A moment as RFC 3339 has it, "2026-03-01T12:00:00.5+01:00", as nanoseconds since 1970. @throws ValueError
 std::int64_t parseMoment(const std::string& text);
 /// A decimal number the analyzer's control file takes, returned as written. @throws ValueError

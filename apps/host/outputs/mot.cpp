@@ -1,16 +1,17 @@
 #include "outputs/mot.h"
 
+#include "outputs/shown.h"
+
 namespace fleifeisa::host {
 
 void MotOutput::frame(const FrameResult& result) {
-    const FollowedFrame followed = follower_.frame(result);
-    for (std::size_t i = 0; i < result.objects.size(); ++i) {
-        const AnalyzerObject& object = result.objects[i];
+    for (const Track& track : result.tracks.tracks) {
+        if (!isShown(track)) continue;
         std::string line = std::to_string(result.sequence);
-        const std::int64_t values[] = {followed.numbers[i], object.left + 1, object.top + 1, object.width,
-                                       object.height};
+        const std::int64_t values[] = {track.number, track.box.left + 1, track.box.top + 1, track.box.width,
+                                       track.box.height};
         for (const std::int64_t value : values) line += ',' + std::to_string(value);
-        // Confidence 1: the density says how full a box is, not how sure. There are no positions in the world.
+        // Confidence 1: nothing says how sure a track is. There are no positions in the world.
         file_.write(line + ",1,-1,-1,-1\n");
     }
     endRecord(result);

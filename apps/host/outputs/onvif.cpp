@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/text.h"
+#include "outputs/shown.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -21,12 +22,13 @@ std::string attribute(const char* name, std::int64_t micro) {
     return std::string(" ") + name + "=\"" + fixedPoint(micro, 6) + "\"";
 }
 
-void appendObject(std::string& text, const AnalyzerObject& object, std::int64_t number, const FrameResult& frame) {
-    const std::int64_t left = std::clamp(object.left, 0, frame.width);
-    const std::int64_t top = std::clamp(object.top, 0, frame.height);
-    const std::int64_t right = std::clamp<std::int64_t>(std::int64_t{object.left} + object.width, 0, frame.width);
-    const std::int64_t bottom = std::clamp<std::int64_t>(std::int64_t{object.top} + object.height, 0, frame.height);
-    text += "<tt:Object ObjectId=\"" + std::to_string(number) + "\"><tt:Appearance><tt:Shape>\n<tt:BoundingBox";
+void appendObject(std::string& text, const Track& track, const FrameResult& frame) {
+    const std::int64_t left = std::clamp(track.box.left, 0, frame.width);
+    const std::int64_t top = std::clamp(track.box.top, 0, frame.height);
+    const std::int64_t right = std::clamp<std::int64_t>(std::int64_t{track.box.left} + track.box.width, 0, frame.width);
+    const std::int64_t bottom =
+        std::clamp<std::int64_t>(std::int64_t{track.box.top} + track.box.height, 0, frame.height);
+    text += "<tt:Object ObjectId=\"" + std::to_string(track.number) + "\"><tt:Appearance><tt:Shape>\n<tt:BoundingBox";
     text += attribute("left", normalised(2 * left, frame.width));
     text += attribute("top", -normalised(2 * top, frame.height));
     text += attribute("right", normalised(2 * right, frame.width));
@@ -35,6 +37,18 @@ void appendObject(std::string& text, const AnalyzerObject& object, std::int64_t 
     text += attribute("x", normalised(left + right, frame.width));
     text += attribute("y", -normalised(top + bottom, frame.height));
     text += "/>\n</tt:Shape></tt:Appearance></tt:Object>\n";
+}
+
+std::string idElement(const char* name, std::int64_t number) {
+    return std::string("<tt:") + name + " ObjectId=\"" + std::to_string(number) + "\"/>";
+}
+
+std::string parted(std::int64_t from, std::int64_t part) {
+    return "<tt:Split>" + idElement("from", from) + idElement("to", from) + idElement("to", part) + "</tt:Split>\n";
+}
+
+std::string joined(std::int64_t one, std::int64_t owner) {
+    return "<tt:Merge>" + idElement("from", one) + idElement("from", owner) + idElement("to", owner) + "</tt:Merge>\n";
 }
 
 }  // namespace
@@ -47,14 +61,35 @@ OnvifOutput::OnvifOutput(const std::string& path, const FilePolicy& policy)
         "<tt:VideoAnalytics>\n");  // a record with the first frame
 }
 
+/// What parted and what moves as one since the frame before; "" where nothing did. Splits come first.
+std::string OnvifOutput::objectTree(const TrackFrame& frame) {
+    std::string splits, merges;
+    for (const Track& track : frame.tracks) {
+        if (track.state == TrackState::kTentative) continue;
+        if (track.state == TrackState::kEnded) {
+            groups_.erase(track.number);
+            continue;
+        }
+        const auto [entry, fresh] = groups_.try_emplace(track.number, 0);
+        std::int64_t& owner = entry->second;
+        if (fresh && track.split_from != 0) splits += parted(track.split_from, track.number);
+        if (owner == track.merged_with) continue;
+        if (owner != 0) splits += parted(owner, track.number);
+        if (track.merged_with != 0) merges += joined(track.number, track.merged_with);
+        owner = track.merged_with;
+    }
+    return splits.empty() && merges.empty() ? "" : "<tt:ObjectTree>\n" + splits + merges + "</tt:ObjectTree>\n";
+}
+
 void OnvifOutput::frame(const FrameResult& result) {
-    const FollowedFrame followed = follower_.frame(result);
-    if (!result.detection) return;  // nothing was looked for: not the same as nothing found
+    std::string inside;
+    for (const Track& track : result.tracks.tracks)
+        if (isShown(track)) appendObject(inside, track, result);
+    inside += objectTree(result.tracks);
+    // Nothing was looked for: not the same as nothing found. Tracks that live on while an analyzer learns are found.
+    if (!result.detection && inside.empty()) return;
     std::string text = "<tt:Frame UtcTime=\"" + rfc3339(result.time_ns) + "\"";
-    text += result.objects.empty() ? "/>\n" : ">\n";
-    for (std::size_t i = 0; i < result.objects.size(); ++i)
-        appendObject(text, result.objects[i], followed.numbers[i], result);
-    if (!result.objects.empty()) text += "</tt:Frame>\n";
+    text += inside.empty() ? "/>\n" : ">\n" + inside + "</tt:Frame>\n";
     file_.write(text);
     file_.endRecord();
 }

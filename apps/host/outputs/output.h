@@ -5,19 +5,22 @@
 //   started (frame frame ...) [started (frame ...)] ... finish
 //
 // Each `started` announces a fresh analyzer process, when its first frame is known: its background is unlearnt and its
-// object ids begin again, so whatever was followed until then has ended.
+// object ids begin again. Tracks live on. `ended` may come between any two of these calls, and comes before `finish`
+// where tracks live then.
 //
 // An output that fails throws OutputError and tries again by itself with what it is given later: state() says how it
 // stands. The camera goes on, and reports both.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "analyzer/reply.h"
 #include "common/file_writer.h"
+#include "tracks/track_maker.h"
 
 namespace fleifeisa::host {
 
@@ -35,6 +38,7 @@ struct FrameResult {
     bool detection = false;     ///< false: a plain OK, the background was learnt
     std::span<const AnalyzerObject> objects;  ///< in the reply's order; empty while learning
     std::span<const std::uint8_t> rgb;        ///< width * height * 3 bytes, rows from the top, R G B interleaved
+    TrackFrame tracks;                        ///< what the frame came to
     std::string_view request;                 ///< header bytes of the request, empty line included; its body is `rgb`
     std::string_view reply;                   ///< the exact bytes of the answer
 };
@@ -45,11 +49,14 @@ struct CameraInfo {
     std::string source;  ///< as the user wrote it, without passwords
     int device = 1;
     int analyzer_id = 1;
-    bool infrared = false;   ///< IR instead of COLOR
-    bool live = false;       ///< times since 1970; of a live source also: frames may be dropped
-    double rate = 0;         ///< nominal frames a second, 0 where unknown
-    std::string control;     ///< text of the analyzer's control file, "" where none was written
-    std::string title = {};  ///< what people read in place of the name
+    bool infrared = false;           ///< IR instead of COLOR
+    bool live = false;               ///< times since 1970; of a live source also: frames may be dropped
+    double rate = 0;                 ///< nominal frames a second, 0 where unknown
+    std::string control;             ///< text of the analyzer's control file, "" where none was written
+    std::string title = {};          ///< what people read in place of the name
+    std::optional<Box> region = {};  ///< cut out of the source picture, in its pixels
+    TrackSettings tracks = {};       ///< in force, with the number of the next track
+    bool fresh_tracks = true;        ///< the tracks begin anew with this analyzer
 };
 
 /// How an output stands.
@@ -71,6 +78,11 @@ class Output {
     /// The control file changed between two frames: `control` is its new text.
     virtual void controlChanged(std::string_view /*control*/) {}
     virtual void frame(const FrameResult& result) = 0;
+    /// All tracks ended behind the latest frame: the source was lost or came to its end, the clock was set back.
+    virtual void ended(const TrackFrame& /*frame*/, TrackEnd /*why*/) {}
+    /// A live source gives no frames any more, or does so again (before the first of them). Since 1970.
+    virtual void sourceLost(std::int64_t /*time_ns*/) {}
+    virtual void sourceBack(std::int64_t /*time_ns*/) {}
     /// Makes the files complete. Called once more than needed is harmless. Destruction without it leaves what
     /// there is, where that is of use.
     virtual void finish() = 0;

@@ -1,5 +1,9 @@
 #include "outputs/recording.h"
 
+#include <array>
+#include <bit>
+#include <charconv>
+#include <cstdio>
 #include <utility>
 
 #include "outputs/digest.h"
@@ -8,8 +12,92 @@ namespace fleifeisa::host {
 namespace {
 
 constexpr std::string_view kEnd = "ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n";
+constexpr std::size_t kMaxName = 150;  // characters as written: a header line holds 255
+
+std::string written(std::string_view name) {
+    std::string text;
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        std::array<char, 4> code{c, 0};
+        if (byte <= ' ' || byte > '~' || c == '%') std::snprintf(code.data(), code.size(), "%%%02X", unsigned{byte});
+        if (text.size() + 3 > kMaxName) break;
+        text += code.data();
+    }
+    return text;
+}
+
+std::string read(std::string_view text) {
+    std::string name;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned byte = static_cast<unsigned char>(text[i]);
+        if (text[i] == '%' && i + 2 < text.size()) {
+            std::from_chars(text.data() + i + 1, text.data() + i + 3, byte, 16);
+            i += 2;
+        }
+        name += static_cast<char>(byte);
+    }
+    return name;
+}
+
+/// Numbers of any kind as bytes, the least first.
+class Bytes {
+ public:
+    void add(std::int64_t value) {
+        for (int shift = 0; shift < 64; shift += 8) bytes_ += static_cast<char>(value >> shift & 0xFF);
+    }
+    void add(double value) { add(std::bit_cast<std::int64_t>(value)); }
+    std::span<const char> all() const { return bytes_; }
+
+ private:
+    std::string bytes_;
+};
+
+void add(Bytes& bytes, const Track& track) {
+    for (const std::int64_t value :
+         {track.number, static_cast<std::int64_t>(track.state), static_cast<std::int64_t>(track.ended), track.start_ns,
+          track.seen_ns, std::int64_t{track.box.left}, std::int64_t{track.box.top}, std::int64_t{track.box.width},
+          std::int64_t{track.box.height}, std::int64_t{track.area}, std::int64_t{track.frames}, track.split_from,
+          track.merged_with, std::int64_t{track.removed}, track.stopped_ns})
+        bytes.add(value);
+    for (const double value : {track.centre.x, track.centre.y, track.velocity.x, track.velocity.y, track.path_px})
+        bytes.add(value);
+    bytes.add(static_cast<std::int64_t>(track.objects.size()));
+    for (const int object : track.objects) bytes.add(std::int64_t{object});
+}
 
 }  // namespace
+
+std::string recordedCamera(const CameraInfo& camera) {
+    std::array<char, 96> text{};
+    const Box region = camera.region.value_or(Box{});
+    std::snprintf(text.data(), text.size(), "%s %.9g %dx%d+%d+%d ", camera.live ? "live" : "file", camera.rate,
+                  region.width, region.height, region.left, region.top);
+    return text.data() + written(camera.name);
+}
+
+bool parseRecordedCamera(const std::string& value, CameraInfo& camera) {
+    std::array<char, 5> kind{};
+    Box region;
+    int length = 0;
+    if (std::sscanf(value.c_str(), "%4s %lf %dx%d+%d+%d %n", kind.data(), &camera.rate, &region.width, &region.height,
+                    &region.left, &region.top, &length) != 6)
+        return false;
+    camera.live = std::string_view(kind.data()) == "live";
+    camera.region = region == Box{} ? std::nullopt : std::optional(region);
+    camera.name = read(std::string_view(value).substr(static_cast<std::size_t>(length)));
+    return true;
+}
+
+std::string recordedTracks(const TrackFrame& frame) {
+    Bytes bytes;
+    for (const std::int64_t value :
+         {frame.time_ns, std::int64_t{frame.width}, std::int64_t{frame.height}, static_cast<std::int64_t>(frame.scene),
+          static_cast<std::int64_t>(frame.tracks.size())})
+        bytes.add(value);
+    bytes.add(frame.foreground);
+    for (const Track& track : frame.tracks) add(bytes, track);
+    return digestOf({bytes.all()});
+}
 
 std::string recordedReply(std::string_view request, std::span<const std::uint8_t> rgb, std::string_view reply) {
     const std::span<const char> pixels(reinterpret_cast<const char*>(rgb.data()), rgb.size());
@@ -25,16 +113,22 @@ void RecordingOutput::note(std::string_view name, std::string_view value) {
 }
 
 void RecordingOutput::started(const CameraInfo& camera) {
+    whole_ = whole_ && !broken();
     if (std::exchange(begun_, true)) {
         if (file_.newFileDue()) {
             file_.write(kEnd);
             file_.endRecord();
+            whole_ = false;
         }
         file_.beginSession();
     }
     lost_before_ = file_.lost();
     note("Recording-Start", std::string(camera.infrared ? "IR " : "COLOR ") + std::to_string(camera.device) + " " +
                                 std::to_string(camera.analyzer_id));
+    note("Recording-Camera", recordedCamera(camera));
+    // Where frames are missing the tracks cannot be the same; a replay makes some of its own.
+    if (camera.fresh_tracks || !whole_) note("Recording-Filter", settingsText(camera.tracks));
+    whole_ = whole_ || camera.fresh_tracks;
     controlChanged(camera.control);
 }
 
@@ -57,8 +151,27 @@ void RecordingOutput::frame(const FrameResult& result) {
     }
     file_.write(result.request);
     file_.write(result.rgb);
+    if (whole_) note("Recording-Tracks", recordedTracks(result.tracks));
     note("Recording-Reply", recordedReply(result.request, result.rgb, result.reply));
     file_.endRecord();  // a full disk leaves whole frames with their answers
+}
+
+void RecordingOutput::ended(const TrackFrame& frame, TrackEnd why) {
+    if (broken() || !begun_) return;
+    note("Recording-Ended", nameOf(why) + (whole_ ? " " + recordedTracks(frame) : ""));
+    file_.endRecord();
+}
+
+void RecordingOutput::sourceLost(std::int64_t time_ns) {
+    if (broken() || !begun_) return;
+    note("Recording-Source", "lost " + std::to_string(time_ns));
+    file_.endRecord();
+}
+
+void RecordingOutput::sourceBack(std::int64_t time_ns) {
+    if (broken() || !begun_) return;
+    note("Recording-Source", "back " + std::to_string(time_ns));
+    file_.endRecord();
 }
 
 OutputState RecordingOutput::state() const {

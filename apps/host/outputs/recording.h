@@ -6,10 +6,16 @@
 //
 //   Recording-Start     a fresh analyzer process begins here: image type, device, analyzer number
 //   Recording-Control   one line of the control file; the file changed before the next frame
+//   Recording-Camera    what outputs know of the camera: live or file, rate, region, name
+//   Recording-Filter    tracks begin anew here with these settings (track_maker.h)
+//   Recording-Tracks    of the frame before: hash of its tracks
 //   Recording-Reply     of the frame before: length of the answer, hash of the answer, hash of the request
+//   Recording-Ended     why all tracks ended here, hash of these tracks
+//   Recording-Source    the live source was lost, or is back, at a time (nanoseconds since 1970)
 //
 // What an analyzer answers depends on every frame since its start. So a recording that has lost a frame goes on with
-// the next fresh analyzer, and rotation asks for one: every file can be replayed alone.
+// the next fresh analyzer, and rotation asks for one: every file can be replayed alone. Tracks depend on every frame
+// since they began, which is rarer: behind a loss they are recorded without hashes until they begin anew.
 #pragma once
 
 #include "outputs/file_output.h"
@@ -23,6 +29,9 @@ class RecordingOutput : public FileOutput {
     void started(const CameraInfo& camera) override;
     void controlChanged(std::string_view control) override;
     void frame(const FrameResult& result) override;
+    void ended(const TrackFrame& frame, TrackEnd why) override;
+    void sourceLost(std::int64_t time_ns) override;
+    void sourceBack(std::int64_t time_ns) override;
     void finish() override;
     OutputState state() const override;
 
@@ -31,9 +40,18 @@ class RecordingOutput : public FileOutput {
     bool broken() const { return file_.lost() != lost_before_; }
 
     bool finished_ = false, begun_ = false;
+    bool whole_ = false;             ///< every frame since the tracks began is in this file
     std::uint64_t lost_before_ = 0;  ///< records, when this analyzer began
     std::uint64_t left_out_ = 0;     ///< frames that were not written because an earlier one is missing
 };
+
+/// Value of Recording-Camera, and back. A name is written with "%" and two digits for what is no printable character.
+std::string recordedCamera(const CameraInfo& camera);
+/// Sets live, rate, region and name. False where the text is no such value.
+bool parseRecordedCamera(const std::string& value, CameraInfo& camera);
+
+/// Value of Recording-Tracks: every bit of what was told.
+std::string recordedTracks(const TrackFrame& frame);
 
 /// Value of Recording-Reply.
 std::string recordedReply(std::string_view request, std::span<const std::uint8_t> rgb, std::string_view reply);

@@ -2,20 +2,21 @@
 #pragma once
 
 #include "common/palette.h"
-#include "outputs/track_follower.h"
+#include "outputs/shown.h"
 
 namespace fleifeisa::host {
 
 constexpr Rgb kLooseColour = {200, 200, 200};  ///< objects without a track
 
-/// Ids that stand side by side, and ids a multiple of ten apart, rarely share a colour.
+/// Numbers that stand side by side, and numbers a multiple of ten apart, rarely share a colour.
 constexpr std::size_t trackColourIndex(std::int64_t number) {
-    const auto mixed = static_cast<std::uint32_t>(number % kTrackNumberStep) * 2654435769u;
+    constexpr std::int64_t kPeriod = 100'000;  // raw numbers (raw_tracks.h): those of one id share its colour
+    const auto mixed = static_cast<std::uint32_t>(number % kPeriod) * 2654435769u;
     return (mixed >> 16) * kTrackColours.size() >> 16;
 }
 
 constexpr Rgb trackColour(std::int64_t number) {
-    return isTrack(number) ? kTrackColours[trackColourIndex(number)] : kLooseColour;
+    return kTrackColours[trackColourIndex(number)];
 }
 
 }  // namespace fleifeisa::host

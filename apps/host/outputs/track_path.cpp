@@ -4,8 +4,8 @@
 
 namespace fleifeisa::host {
 
-void TrackPath::add(std::int64_t sequence, const AnalyzerObject& object) {
-    const PathPoint point{sequence, 2 * object.left + object.width, 2 * object.top + object.height};
+void TrackPath::add(std::int64_t time_ns, Point centre) {
+    const PathPoint point{time_ns, std::llround(2 * centre.x), std::llround(2 * centre.y)};
     if (!points_.empty()) {
         // Whole numbers until the root, so that the length is the same everywhere.
         const std::int64_t dx = point.x2 - points_.back().x2, dy = point.y2 - points_.back().y2;
@@ -19,7 +19,7 @@ void TrackPath::add(std::int64_t sequence, const AnalyzerObject& object) {
     for (std::size_t i = 0; 2 * i < points_.size(); ++i) points_[i] = points_[2 * i];
     points_.resize((points_.size() + 1) / 2);
     stride_ *= 2;
-    if (points_.back().sequence != sequence) {
+    if (points_.back().time_ns != time_ns) {
         points_.push_back(point);
         last_is_extra_ = true;
     }

@@ -6,14 +6,14 @@
 #include <span>
 #include <vector>
 
-#include "outputs/output.h"
+#include "tracks/track.h"
 
 namespace fleifeisa::host {
 
-/// Centre of an object's box in a frame. Centres fall on half pixels: x2 and y2 are twice the coordinates.
+/// Where the middle of a track was in a frame, to half a pixel: x2 and y2 are twice the coordinates.
 struct PathPoint {
-    std::int64_t sequence;
-    int x2, y2;
+    std::int64_t time_ns;
+    std::int64_t x2, y2;
 };
 
 /// Keeps every sighting up to kMaxPoints of them, then every second, every fourth ... and always the first and the
@@ -22,7 +22,7 @@ class TrackPath {
  public:
     static constexpr std::size_t kMaxPoints = 256;
 
-    void add(std::int64_t sequence, const AnalyzerObject& object);
+    void add(std::int64_t time_ns, Point centre);
 
     std::span<const PathPoint> points() const { return points_; }
     /// Sum of the distances from sighting to sighting, in pixels.

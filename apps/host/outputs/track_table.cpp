@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdio>
+
+#include "outputs/shown.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -30,15 +31,15 @@ void halve(std::vector<std::int16_t>& values) {
 
 }  // namespace
 
-void TrackTable::sample(Track& track, const AnalyzerObject& object) {
-    if (track.frames++ % track.stride != 0) return;
-    track.left.push_back(toShort(object.left));
-    track.top.push_back(toShort(object.top));
-    track.width.push_back(toShort(object.width));
-    track.height.push_back(toShort(object.height));
-    if (track.left.size() < kMaxSamples) return;
-    for (auto* values : {&track.left, &track.top, &track.width, &track.height}) halve(*values);
-    track.stride *= 2;
+void TrackTable::sample(Row& row, const Box& box) {
+    if (row.frames++ % row.stride != 0) return;
+    row.left.push_back(toShort(box.left));
+    row.top.push_back(toShort(box.top));
+    row.width.push_back(toShort(box.width));
+    row.height.push_back(toShort(box.height));
+    if (row.left.size() < kMaxSamples) return;
+    for (auto* values : {&row.left, &row.top, &row.width, &row.height}) halve(*values);
+    row.stride *= 2;
 }
 
 void TrackTable::forgetShort() {
@@ -49,38 +50,34 @@ void TrackTable::forgetShort() {
 }
 
 void TrackTable::frame(const FrameResult& result) {
-    for (const AnalyzerObject& object : result.objects) {
-        Track& track = tracks_[{generation_, object.id}];
-        const double x = object.left + object.width / 2.0;
-        const double y = object.top + object.height / 2.0;
-        if (track.frames == 0)
-            track.first = result.sequence;
-        else
-            track.path += std::hypot(x - track.x, y - track.y);
-        track.x = x;
-        track.y = y;
-        track.last = result.sequence;
-        sample(track, object);
+    for (const Track& track : result.tracks.tracks) {
+        if (!isSeen(track, result.time_ns) || isLoose(track)) continue;
+        Row& row = tracks_[track.number];
+        if (row.frames == 0) row.first = result.sequence;
+        row.path = track.path_px;
+        row.last = result.sequence;
+        sample(row, track.box);
     }
     if (tracks_.size() > kMaxTracks) forgetShort();
 }
 
 std::string TrackTable::text(std::size_t rows) const {
-    if (tracks_.empty()) return "No objects were tracked.\n";
-    std::vector<const std::pair<const std::pair<int, int>, Track>*> chosen;
+    if (tracks_.empty()) return "Nothing was tracked.\n";
+    std::vector<const std::pair<const std::int64_t, Row>*> chosen;
     for (const auto& entry : tracks_) chosen.push_back(&entry);
     std::stable_sort(chosen.begin(), chosen.end(),
                      [](auto* a, auto* b) { return a->second.frames > b->second.frames; });
     const std::size_t shown = std::min(rows, chosen.size());
     chosen.resize(shown);
     std::stable_sort(chosen.begin(), chosen.end(), [](auto* a, auto* b) { return a->second.first < b->second.first; });
-    std::string text = "    id   first frame    last   path/px   median box (left, top, width x height)\n";
+    std::string text = " track   first frame    last   path/px   median box (left, top, width x height)\n";
     for (const auto* entry : chosen) {
-        const Track& t = entry->second;
+        const Row& t = entry->second;
         std::array<char, 160> line{};
-        std::snprintf(line.data(), line.size(), "%6d  %12lld  %6lld  %8.0f   %5d, %5d, %5d x %d\n", entry->first.second,
-                      static_cast<long long>(t.first), static_cast<long long>(t.last), t.path, median(t.left),
-                      median(t.top), median(t.width), median(t.height));
+        std::snprintf(line.data(), line.size(), "%6lld  %12lld  %6lld  %8.0f   %5d, %5d, %5d x %d\n",
+                      static_cast<long long>(entry->first), static_cast<long long>(t.first),
+                      static_cast<long long>(t.last), t.path, median(t.left), median(t.top), median(t.width),
+                      median(t.height));
         text += line.data();
     }
     if (size() > shown)

@@ -1,4 +1,4 @@
-// The table of tracked objects that ends a `play`.
+// The table of tracks that ends a `play`.
 #pragma once
 
 #include <map>
@@ -11,7 +11,6 @@ namespace fleifeisa::host {
 
 class TrackTable : public Output {
  public:
-    void started(const CameraInfo&) override { ++generation_; }
     void frame(const FrameResult& result) override;
     void finish() override {}
 
@@ -20,17 +19,16 @@ class TrackTable : public Output {
     std::size_t size() const { return tracks_.size() + forgotten_; }
 
  private:
-    struct Track {
+    struct Row {
         std::int64_t first = 0, last = 0, frames = 0;
-        double path = 0, x = 0, y = 0;
+        double path = 0;
         std::vector<std::int16_t> left, top, width, height;  ///< samples for the medians
         int stride = 1;                                      ///< every so many frames a sample
     };
-    void sample(Track& track, const AnalyzerObject& object);
+    static void sample(Row& row, const Box& box);
     void forgetShort();
 
-    int generation_ = 0;  ///< of the analyzer: ids begin anew with each
-    std::map<std::pair<int, int>, Track> tracks_;
+    std::map<std::int64_t, Row> tracks_;  ///< by number
     std::size_t forgotten_ = 0;
 };
 

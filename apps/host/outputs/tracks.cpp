@@ -1,24 +1,20 @@
 #include "outputs/tracks.h"
 
-#include <cmath>
 #include <exception>
 
 #include "common/text.h"
+#include "outputs/shown.h"
+#include "outputs/track_json.h"
 
 namespace fleifeisa::host {
 namespace {
-
-std::string momentText(std::int64_t sequence, std::int64_t time_ns) {
-    return "{\"sequence\":" + std::to_string(sequence) + ",\"timestamp\":\"" + rfc3339(time_ns) +
-           "\",\"time_ns\":" + std::to_string(time_ns) + "}";
-}
 
 std::string pathText(const TrackPath& path) {
     std::string text = "[";
     for (const PathPoint& point : path.points()) {
         if (text.size() > 1) text += ',';
-        text += '[' + std::to_string(point.sequence) + ',' + fixedPoint(std::int64_t{point.x2} * 5, 1) + ',' +
-                fixedPoint(std::int64_t{point.y2} * 5, 1) + ']';
+        text += '[' + std::to_string(point.time_ns) + ',' + fixedPoint(point.x2 * 5, 1) + ',' +
+                fixedPoint(point.y2 * 5, 1) + ']';
     }
     return text + "]";
 }
@@ -27,40 +23,27 @@ std::string pathText(const TrackPath& path) {
 
 void TracksOutput::started(const CameraInfo& camera) {
     camera_ = camera.name;
-    write(follower_.endAll(), "restart");
+    region_ = camera.region;
 }
 
 void TracksOutput::frame(const FrameResult& result) {
-    const FollowedFrame followed = follower_.frame(result);
-    for (std::size_t i = 0; i < result.objects.size(); ++i) {
-        if (!isTrack(followed.numbers[i])) continue;
-        Track& track = tracks_[followed.numbers[i]];
-        const Moment now{result.sequence, result.time_ns};
-        if (track.path.sightings() == 0) track.start = now;
-        track.end = now;
-        track.path.add(result.sequence, result.objects[i]);
+    for (const Track& track : result.tracks.tracks) {
+        if (!isSeen(track, result.time_ns) || isLoose(track)) continue;
+        Open& open = open_[track.number];
+        open.latest = track;
+        open.width = result.width;
+        open.height = result.height;
+        open.path.add(result.time_ns, track.centre);
     }
-    // Last, because it may throw. Tracks that ended are never among those of this frame's objects.
-    write(followed.ended, "unseen");
+    writeEnded(result.tracks);  // last, because it may throw
 }
 
-void TracksOutput::write(std::span<const std::int64_t> ended, std::string_view reason) {
+void TracksOutput::writeEnded(const TrackFrame& frame) {
     std::exception_ptr failure;
-    for (const std::int64_t number : ended) {
-        const Track& track = tracks_.at(number);
-        std::string line = "{\"camera\":" + jsonString(camera_) + ",\"track\":" + std::to_string(number) +
-                           ",\"id\":" + std::to_string(number % kTrackNumberStep) + ",\"ended\":\"";
-        line += reason;
-        line += "\",\"start\":" + momentText(track.start.sequence, track.start.time_ns);
-        line += ",\"end\":" + momentText(track.end.sequence, track.end.time_ns);
-        line += ",\"frames\":" + std::to_string(track.path.sightings());
-        line += ",\"length\":" + fixedPoint(std::llround(track.path.length() * 10), 1);
-        line += ",\"path\":" + pathText(track.path) + "}\n";
-        tracks_.erase(number);
-        file_.write(line);
+    for (const Track& track : frame.tracks) {
+        if (track.state != TrackState::kEnded || !open_.contains(track.number)) continue;
         try {
-            file_.endRecord();
-            file_.flush();
+            write(track);
         } catch (const OutputError&) {
             failure = std::current_exception();  // the other tracks have ended, too
         }
@@ -68,9 +51,20 @@ void TracksOutput::write(std::span<const std::int64_t> ended, std::string_view r
     if (failure) std::rethrow_exception(failure);
 }
 
-void TracksOutput::finish() {
-    write(follower_.endAll(), "finish");
-    file_.close();
+void TracksOutput::write(const Track& track) {
+    const auto entry = open_.find(track.number);
+    Open& open = entry->second;
+    open.latest.state = TrackState::kEnded;
+    open.latest.path_px = track.path_px;
+    open.latest.frames = track.frames;
+    std::string line =
+        trackJson(camera_, open.latest, open.latest.seen_ns, open.width, open.height, region_) + ",\"ended\":\"";
+    line += nameOf(track.ended);
+    line += "\",\"path\":" + pathText(open.path) + "}\n";
+    open_.erase(entry);
+    file_.write(line);
+    file_.endRecord();
+    file_.flush();
 }
 
 }  // namespace fleifeisa::host

@@ -2,35 +2,35 @@
 #pragma once
 
 #include <map>
+#include <optional>
+#include <string>
 
 #include "outputs/file_output.h"
-#include "outputs/track_follower.h"
 #include "outputs/track_path.h"
 
 namespace fleifeisa::host {
 
-/// Written in place, each line when its track ends. Objects without a track (id 0) are not in it.
+/// Written in place, each line when its track ends.
 class TracksOutput : public FileOutput {
  public:
     explicit TracksOutput(const std::string& path, const FilePolicy& policy = {})
         : FileOutput(path, WriteMode::kInPlace, policy) {}
     void started(const CameraInfo& camera) override;
     void frame(const FrameResult& result) override;
-    void finish() override;
+    void ended(const TrackFrame& frame, TrackEnd) override { writeEnded(frame); }
 
  private:
-    struct Moment {
-        std::int64_t sequence = 0, time_ns = 0;
-    };
-    struct Track {
-        Moment start, end;
+    struct Open {
+        Track latest;  ///< as it was seen last
+        int width = 0, height = 0;
         TrackPath path;
     };
-    void write(std::span<const std::int64_t> ended, std::string_view reason);
+    void writeEnded(const TrackFrame& frame);
+    void write(const Track& track);
 
-    TrackFollower follower_;
-    std::map<std::int64_t, Track> tracks_;  ///< the open ones, by track number
+    std::map<std::int64_t, Open> open_;  ///< by track number
     std::string camera_;
+    std::optional<Box> region_;
 };
 
 }  // namespace fleifeisa::host

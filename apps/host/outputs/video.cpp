@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "common/canvas.h"
 #include "common/text.h"
 #include "outputs/track_colours.h"
 
@@ -22,7 +21,8 @@ int textScale(int height) {
 std::string caption(const FrameResult& result) {
     const std::string time = result.live ? rfc3339(result.time_ns).substr(11, 8) + " UTC" : clockTime(result.time_ns);
     std::string text = std::string(result.camera) + "  " + time + "  frame " + std::to_string(result.sequence);
-    return result.detection ? text : text + "  learning";
+    const SceneState scene = result.detection ? result.tracks.scene : SceneState::kLearning;
+    return scene == SceneState::kWatching ? text : text + "  " + nameOf(scene);
 }
 
 }  // namespace
@@ -62,11 +62,15 @@ void VideoOutput::encode() {
 
 void VideoOutput::started(const CameraInfo& camera) {
     if (rate_ <= 0) rate_ = camera.rate;  // known by now, perhaps
-    follower_.endAll();
-    trails_.clear();
+    raw_ = camera.tracks.raw;
 }
 
-VideoOutput::Point VideoOutput::toPicture(const FrameResult& result, int x, int y) const {
+void VideoOutput::dropTrails(const TrackFrame& frame) {
+    for (const Track& track : frame.tracks)
+        if (track.state == TrackState::kEnded) trails_.erase(track.number);
+}
+
+VideoOutput::Pixel VideoOutput::toPicture(const FrameResult& result, int x, int y) const {
     if (shown_width_ == result.width && shown_height_ == result.height) return {left_ + x, top_ + y};
     return {left_ + static_cast<int>(std::int64_t{x} * shown_width_ / result.width),
             top_ + static_cast<int>(std::int64_t{y} * shown_height_ / result.height)};
@@ -103,7 +107,17 @@ void VideoOutput::paint(const FrameResult& result) {
     }
 }
 
-void VideoOutput::annotate(const FrameResult& result, const FollowedFrame& followed) {
+void VideoOutput::label(Canvas& canvas, const Track& track, Pixel corner, int scale) const {
+    // The last five digits of a raw number are the analyzer's id.
+    const std::string text = std::to_string(raw_ ? track.number % kRawNumberStep : track.number);
+    const int width = Canvas::textWidth(text, scale) + 4 * scale, height = Canvas::textHeight(scale) + 4 * scale;
+    const int top = std::max(0, corner.y - height);
+    const int left = std::clamp(corner.x, 0, std::max(0, width_ - width));
+    canvas.fill(left, top, width, height, trackColour(track.number));
+    canvas.text(left + 2 * scale, top + 2 * scale, text, kBlack, scale);
+}
+
+void VideoOutput::annotate(const FrameResult& result) {
     Canvas canvas(picture_, width_, height_);
     const int scale = textScale(height_), thick = scale;
     for (const auto& [number, trail] : trails_)
@@ -111,27 +125,28 @@ void VideoOutput::annotate(const FrameResult& result, const FollowedFrame& follo
             canvas.line(trail[i - 1].x, trail[i - 1].y, trail[i].x, trail[i].y, trackColour(number), thick + 1,
                         // older points fade
                         static_cast<int>(64 + 192 * (kTrailPoints - (trail.size() - i)) / kTrailPoints));
-    for (std::size_t i = 0; i < result.objects.size(); ++i) {
-        const AnalyzerObject& object = result.objects[i];
-        const std::int64_t number = followed.numbers[i];
-        const Point corner = toPicture(result, object.left, object.top);
-        const Point end = toPicture(result, object.left + object.width, object.top + object.height);
+    for (const Track& track : result.tracks.tracks) {
+        if (!isShown(track)) continue;
+        const Pixel corner = toPicture(result, track.box.left, track.box.top);
+        const Pixel end = toPicture(result, track.box.right(), track.box.bottom());
         const int width = std::max(1, end.x - corner.x), height = std::max(1, end.y - corner.y);
         canvas.box(corner.x - 1, corner.y - 1, width + 2, height + 2, kBlack, 1);
-        canvas.box(corner.x, corner.y, width, height, trackColour(number), thick);
-        if (!isTrack(number)) continue;
-        const std::string label = std::to_string(object.id);
-        const int label_width = Canvas::textWidth(label, scale) + 4 * scale;
-        const int label_height = Canvas::textHeight(scale) + 4 * scale;
-        const int top = std::max(0, corner.y - label_height);
-        const int left = std::clamp(corner.x, 0, std::max(0, width_ - label_width));
-        canvas.fill(left, top, label_width, label_height, trackColour(number));
-        canvas.text(left + 2 * scale, top + 2 * scale, label, kBlack, scale);
+        canvas.box(corner.x, corner.y, width, height, isLoose(track) ? kLooseColour : trackColour(track.number), thick);
+        if (!isLoose(track)) label(canvas, track, corner, scale);
     }
     const std::string line = caption(result);
     const int height = Canvas::textHeight(scale) + 6 * scale;
     canvas.fill(0, height_ - height, Canvas::textWidth(line, scale) + 8 * scale, height, kBlack, 150);
     canvas.text(4 * scale, height_ - height + 3 * scale, line, kWhite, scale);
+}
+
+void VideoOutput::extendTrails(const FrameResult& result) {
+    for (const Track& track : result.tracks.tracks) {
+        if (!isSeen(track, result.time_ns) || isLoose(track)) continue;
+        std::deque<Pixel>& trail = trails_[track.number];
+        trail.push_back(toPicture(result, track.box.left + track.box.width / 2, track.box.bottom()));
+        if (trail.size() > kTrailPoints) trail.pop_front();
+    }
 }
 
 void VideoOutput::sendWaiting(std::int64_t now_ns) {
@@ -145,16 +160,9 @@ void VideoOutput::sendWaiting(std::int64_t now_ns) {
 void VideoOutput::frame(const FrameResult& result) {
     sendWaiting(result.time_ns);
     paint(result);
-    const FollowedFrame followed = follower_.frame(result);
-    for (const std::int64_t number : followed.ended) trails_.erase(number);
-    for (std::size_t i = 0; i < result.objects.size(); ++i) {
-        if (!isTrack(followed.numbers[i])) continue;
-        const AnalyzerObject& object = result.objects[i];
-        std::deque<Point>& trail = trails_[followed.numbers[i]];
-        trail.push_back(toPicture(result, object.left + object.width / 2, object.top + object.height));
-        if (trail.size() > kTrailPoints) trail.pop_front();
-    }
-    annotate(result, followed);
+    dropTrails(result.tracks);
+    extendTrails(result);
+    annotate(result);
     openEncoder();
     if (!encoder_) {
         ++lost_;

@@ -1,4 +1,4 @@
-// Annotated video: boxes, ids and trails burnt into the pictures, encoded to MP4 by ffmpeg.
+// Annotated video: boxes, numbers and trails of tracks burnt into the pictures, encoded to MP4 by ffmpeg.
 #pragma once
 
 #include <deque>
@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "common/canvas.h"
 #include "outputs/encoder.h"
 #include "outputs/output.h"
-#include "outputs/track_follower.h"
 
 namespace fleifeisa::host {
 
@@ -21,11 +21,12 @@ class VideoOutput : public Output {
     VideoOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy = {});
     void started(const CameraInfo& camera) override;
     void frame(const FrameResult& result) override;
+    void ended(const TrackFrame& frame, TrackEnd) override { dropTrails(frame); }
     void finish() override;
     OutputState state() const override { return {!encoder_ && lost_ > 0, lost_}; }
 
  private:
-    struct Point {
+    struct Pixel {
         int x, y;
     };
     void openEncoder();
@@ -33,8 +34,11 @@ class VideoOutput : public Output {
     void fail();
     void sendWaiting(std::int64_t now_ns);
     void paint(const FrameResult& result);
-    void annotate(const FrameResult& result, const FollowedFrame& followed);
-    Point toPicture(const FrameResult& result, int x, int y) const;
+    void annotate(const FrameResult& result);
+    void dropTrails(const TrackFrame& frame);
+    void extendTrails(const FrameResult& result);
+    void label(Canvas& canvas, const Track& track, Pixel corner, int scale) const;
+    Pixel toPicture(const FrameResult& result, int x, int y) const;
 
     const std::string path_;
     FilePolicy policy_;
@@ -42,8 +46,8 @@ class VideoOutput : public Output {
     double delay_ = 0;                ///< seconds until then
     Clock::time_point retry_at_{};
     std::uint64_t lost_ = 0;  ///< pictures
-    TrackFollower follower_;
-    std::map<std::int64_t, std::deque<Point>> trails_;  ///< feet of the boxes in the picture, by track number
+    bool raw_ = false;
+    std::map<std::int64_t, std::deque<Pixel>> trails_;  ///< feet of the boxes in the picture, by track number
     std::vector<std::uint8_t> picture_;
     double rate_;                                                  ///< 0: still unknown
     std::int64_t waiting_since_ns_ = 0;                            ///< time of the picture that waits for it

@@ -3,20 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "outputs/shown.h"
+
 namespace fleifeisa::host {
 namespace {
 
 constexpr std::size_t kMaxTracks = 1000, kKeptTracks = 800, kMaxSpans = 480, kMaxRestarts = 100;
 constexpr int kThumbnailPixels = 96, kThumbnailQuality = 80, kBackgroundQuality = 82;
-
-/// Part of the picture that the objects' foreground covers, in millionths.
-std::int64_t foregroundShare(const FrameResult& result) {
-    std::int64_t percents = 0;
-    for (const AnalyzerObject& object : result.objects)
-        percents += std::int64_t{object.width} * object.height * std::clamp(object.density, 0, 100);
-    const std::int64_t whole = std::int64_t{result.width} * result.height;
-    return whole > 0 ? std::min<std::int64_t>(1'000'000, percents * 10'000 / whole) : 0;
-}
 
 /// Half as many spans of twice the length.
 void mergePairs(std::vector<ReportSpan>& spans) {
@@ -29,7 +22,7 @@ void mergePairs(std::vector<ReportSpan>& spans) {
             merged.learning += next.learning;
             merged.share_sum += next.share_sum;
             merged.share_max = std::max(merged.share_max, next.share_max);
-            merged.objects_max = std::max(merged.objects_max, next.objects_max);
+            merged.tracks_max = std::max(merged.tracks_max, next.tracks_max);
         }
         spans[i] = merged;
     }
@@ -37,14 +30,13 @@ void mergePairs(std::vector<ReportSpan>& spans) {
 }
 
 /// Box with a margin, for the thumbnail.
-Cut withMargin(const AnalyzerObject& object) {
-    const int across = object.width / 8 + 3, down = object.height / 8 + 3;
-    return {object.left - across, object.top - down, object.width + 2 * across, object.height + 2 * down};
+Cut withMargin(const Box& box) {
+    const int across = box.width / 8 + 3, down = box.height / 8 + 3;
+    return {box.left - across, box.top - down, box.width + 2 * across, box.height + 2 * down};
 }
 
-bool touchesEdge(const FrameResult& result, const AnalyzerObject& object) {
-    return object.left <= 0 || object.top <= 0 || object.left + object.width >= result.width ||
-           object.top + object.height >= result.height;
+bool touchesEdge(const FrameResult& result, const Box& box) {
+    return box.left <= 0 || box.top <= 0 || box.right() >= result.width || box.bottom() >= result.height;
 }
 
 }  // namespace
@@ -59,7 +51,7 @@ ReportOutput::ReportOutput(const std::string& path, const CameraInfo& camera, co
 }
 
 void ReportOutput::started(const CameraInfo& camera) {
-    close(follower_.endAll());
+    data_.raw = camera.tracks.raw;
     data_.rate = camera.rate;  // known by now
     restarted_ = data_.frames > 0;
 }
@@ -94,41 +86,35 @@ void ReportOutput::addSpan(const FrameResult& result, std::int64_t now) {
         ++span.learning;
         return;
     }
-    const std::int64_t share = foregroundShare(result);
+    const std::int64_t share = std::llround(result.tracks.foreground * 1e6);  // millionths
     ++span.frames;
     span.share_sum += share;
     span.share_max = std::max(span.share_max, share);
-    span.objects_max = std::max(span.objects_max, static_cast<std::int64_t>(result.objects.size()));
+    span.tracks_max = std::max<std::int64_t>(span.tracks_max, std::ranges::count_if(result.tracks.tracks, isShown));
 }
 
-AnalyzerObject ReportOutput::inFirstSize(const FrameResult& result, AnalyzerObject object) const {
-    if (result.width == data_.width && result.height == data_.height) return object;
-    const auto scale = [](int value, int to, int from) {
-        return static_cast<int>(std::int64_t{value} * to / std::max(1, from));
-    };
-    object.left = scale(object.left, data_.width, result.width);
-    object.width = std::max(1, scale(object.width, data_.width, result.width));
-    object.top = scale(object.top, data_.height, result.height);
-    object.height = std::max(1, scale(object.height, data_.height, result.height));
-    return object;
+Point ReportOutput::inFirstSize(const FrameResult& result, Point point) const {
+    if (result.width == data_.width && result.height == data_.height) return point;
+    return {point.x * data_.width / std::max(1, result.width), point.y * data_.height / std::max(1, result.height)};
 }
 
-void ReportOutput::addSighting(const FrameResult& result, const AnalyzerObject& object, std::int64_t number,
-                               std::int64_t now) {
-    Open& open = open_[number];
-    if (open.track.path.sightings() == 0) open.track.start_ns = now;
-    open.track.number = number;
+void ReportOutput::addSighting(const FrameResult& result, const Track& track, std::int64_t now) {
+    Open& open = open_[track.number];
+    // It was seen for a moment before it was confirmed.
+    if (open.track.path.sightings() == 0)
+        open.track.start_ns = std::max<std::int64_t>(0, now - (result.time_ns - track.start_ns));
+    open.track.number = track.number;
     open.track.end_ns = now;
-    open.track.path.add(result.sequence, inFirstSize(result, object));
-    std::int64_t score = 1 + std::int64_t{object.width} * object.height * std::max(0, object.density);
-    if (touchesEdge(result, object)) score = (score + 1) / 2;
+    open.track.path.add(result.time_ns, inFirstSize(result, track.centre));
+    std::int64_t score = 1 + std::int64_t{100} * track.area;
+    if (touchesEdge(result, track.box)) score = (score + 1) / 2;
     // A little larger is not worth another picture.
     if (score * 8 < open.score * 9 || score == open.score) return;
     open.score = score;
-    open.track.box_width = object.width;
-    open.track.box_height = object.height;
+    open.track.box_width = track.box.width;
+    open.track.box_height = track.box.height;
     open.thumbnail =
-        reduced({result.width, result.height, result.rgb}, withMargin(object), kThumbnailPixels, kThumbnailPixels);
+        reduced({result.width, result.height, result.rgb}, withMargin(track.box), kThumbnailPixels, kThumbnailPixels);
 }
 
 void ReportOutput::frame(const FrameResult& result) {
@@ -146,23 +132,26 @@ void ReportOutput::frame(const FrameResult& result) {
         background_.add({result.width, result.height, result.rgb});
     else
         data_.size_changed = true;
-    const FollowedFrame followed = follower_.frame(result);
-    close(followed.ended);
-    for (std::size_t i = 0; i < result.objects.size(); ++i) {
-        if (isTrack(followed.numbers[i]))
-            addSighting(result, result.objects[i], followed.numbers[i], now);
-        else
+    for (const Track& track : result.tracks.tracks) {
+        if (isLoose(track))
             ++data_.loose_objects;
+        else if (isSeen(track, result.time_ns))
+            addSighting(result, track, now);
     }
+    closeEnded(result.tracks);
 }
 
-void ReportOutput::close(std::span<const std::int64_t> ended) {
-    for (const std::int64_t number : ended) {
-        Open& open = open_.at(number);
-        open.track.thumbnail = jpegOf(open.thumbnail, kThumbnailQuality);
-        data_.tracks.push_back(std::move(open.track));
-        open_.erase(number);
-    }
+void ReportOutput::closeEnded(const TrackFrame& frame) {
+    for (const Track& track : frame.tracks)
+        if (track.state == TrackState::kEnded) close(track.number);
+}
+
+void ReportOutput::close(std::int64_t number) {
+    const auto found = open_.find(number);
+    if (found == open_.end()) return;
+    found->second.track.thumbnail = jpegOf(found->second.thumbnail, kThumbnailQuality);
+    data_.tracks.push_back(std::move(found->second.track));
+    open_.erase(found);
     if (data_.tracks.size() > kMaxTracks) leaveOutBriefest();
 }
 
@@ -177,7 +166,7 @@ void ReportOutput::leaveOutBriefest() {
 void ReportOutput::finish() {
     if (finished_) return;
     finished_ = true;
-    close(follower_.endAll());
+    while (!open_.empty()) close(open_.begin()->first);
     // The last frame is shown as long as the one before it.
     const std::int64_t step = last_step_ns_ > 0 ? last_step_ns_ : data_.rate > 0 ? std::llround(1e9 / data_.rate) : 0;
     data_.duration_ns = data_.frames > 0 ? now_ns_ + step : 0;

@@ -5,7 +5,6 @@
 
 #include "common/file_writer.h"
 #include "outputs/output.h"
-#include "outputs/track_follower.h"
 #include "report/median_background.h"
 #include "report/report_data.h"
 
@@ -19,6 +18,7 @@ class ReportOutput : public Output {
     ReportOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy = {});
     void started(const CameraInfo& camera) override;
     void frame(const FrameResult& result) override;
+    void ended(const TrackFrame& frame, TrackEnd) override { closeEnded(frame); }
     void finish() override;
     OutputState state() const override { return {file_.failing(), file_.lost()}; }
 
@@ -30,14 +30,14 @@ class ReportOutput : public Output {
     };
     std::int64_t elapsed(const FrameResult& result);
     void addSpan(const FrameResult& result, std::int64_t now);
-    void addSighting(const FrameResult& result, const AnalyzerObject& object, std::int64_t number, std::int64_t now);
-    AnalyzerObject inFirstSize(const FrameResult& result, AnalyzerObject object) const;
-    void close(std::span<const std::int64_t> ended);
+    void addSighting(const FrameResult& result, const Track& track, std::int64_t now);
+    Point inFirstSize(const FrameResult& result, Point point) const;
+    void closeEnded(const TrackFrame& frame);
+    void close(std::int64_t number);
     void leaveOutBriefest();
 
     FileWriter file_;
     ReportData data_;
-    TrackFollower follower_;
     MedianBackground background_;
     std::map<std::int64_t, Open> open_;  ///< by track number
     std::int64_t span_frames_ = 1;       ///< frames in a full span

@@ -13,7 +13,7 @@ namespace fleifeisa::host {
 constexpr std::int64_t kBriefFrames = 10;
 
 struct ReportTrack {
-    std::int64_t number = 0;                ///< track_follower.h
+    std::int64_t number = 0;
     std::int64_t start_ns = 0, end_ns = 0;  ///< since the first frame
     int box_width = 0, box_height = 0;      ///< pixels, of the box with the most foreground
     TrackPath path;
@@ -29,12 +29,13 @@ struct ReportSpan {
     std::int64_t learning = 0;              ///< without
     std::int64_t share_sum = 0;             ///< foreground share of the picture in millionths, summed over `frames`
     std::int64_t share_max = 0;
-    std::int64_t objects_max = 0;
+    std::int64_t tracks_max = 0;  ///< at once
 };
 
 struct ReportData {
     std::string camera, source;
     bool infrared = false, live = false;
+    bool raw = false;           ///< the analyzer's ids instead of the track filter
     double rate = 0;            ///< nominal frames a second, 0: unknown
     int width = 0, height = 0;  ///< of the first frame; positions are in its pixels
     bool size_changed = false;

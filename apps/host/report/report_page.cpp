@@ -24,7 +24,7 @@ std::string figure(const std::string& value, const std::string& name, const std:
 std::string figures(const ReportData& data) {
     std::int64_t most = 0, highest = 0, sum = 0;
     for (const ReportSpan& span : data.spans) {
-        most = std::max(most, span.objects_max);
+        most = std::max(most, span.tracks_max);
         highest = std::max(highest, span.share_max);
         sum += span.share_sum;
     }
@@ -41,7 +41,7 @@ std::string figures(const ReportData& data) {
     text += figure(clockTime(data.duration_ns), "Length", counted(data.frames, "frame") + ", " + rate);
     text += figure(std::to_string(all - brief), "Tracks",
                    "and " + std::to_string(brief + data.tracks_left_out) + " brief ones");
-    text += figure(std::to_string(most), "Most objects at once", "in one frame, brief ones included");
+    text += figure(std::to_string(most), "Most at once", "in one frame, brief ones included");
     text += figure(percent(data.detected > 0 ? sum / data.detected : 0), "Foreground on average",
                    "of the picture; " + percent(highest) + " at most");
     if (data.dropped > 0) text += figure(std::to_string(data.dropped), "Frames dropped", "the newest one went first");
@@ -94,8 +94,11 @@ std::string table(const ReportData& data) {
 std::string notes(const ReportData& data) {
     std::string text = "<footer>\n<h2>How to read this page</h2>\n<ul>\n";
     text +=
-        "<li>A track is what the analyzer followed under one number. Where people or cars overlap in the picture, "
-        "one track may stand for several of them, and one of them may have several tracks.</li>\n";
+        data.raw
+            ? "<li>A track is what the analyzer followed under one number, as it came. Where people or cars overlap in "
+              "the picture, one track may stand for several of them, and one of them may have several tracks.</li>\n"
+            : "<li>A track is one thing over time, from its confirmation (it was seen for 0.3 seconds) to its end; one "
+              "that stands still goes on. Where people or cars overlap for long, numbers may be exchanged.</li>\n";
     text +=
         "<li>A ring marks where a track begins, an arrow where it ends; both are the middle of its box. Brief "
         "tracks were seen in fewer than " +
@@ -104,7 +107,9 @@ std::string notes(const ReportData& data) {
             counted(static_cast<std::int64_t>(data.background_samples), "frame") +
             " spread over the run, not the analyzer's own model. Thumbnails show the moment with the most foreground "
             "in the box.</li>\n";
-    text += "<li>Foreground is counted inside of the reported boxes: their size times their density.</li>\n";
+    text += data.raw
+                ? "<li>Foreground is counted inside of the reported boxes: their size times their density.</li>\n"
+                : "<li>Foreground is what differs from the empty scene after shadow and noise were left out.</li>\n";
     if (data.loose_objects > 0)
         text += "<li>" + counted(data.loose_objects, "sighting") +
                 " carried no track number and appear in the foreground share only.</li>\n";

@@ -49,7 +49,10 @@ void Feeder::stop() {
 
 bool Feeder::take(RawFrame& frame, std::int64_t& dropped) {
     const std::lock_guard lock(mutex_);
-    if (frames_.empty()) return false;
+    if (frames_.empty()) {
+        if (!ended_) ready_.clear();  // it told of an outage
+        return false;
+    }
     frame = std::move(frames_.front());
     frames_.pop_front();
     dropped = std::exchange(dropped_, 0);
@@ -81,6 +84,22 @@ std::int64_t Feeder::expectedFrames() const {
 double Feeder::rate() const {
     const std::lock_guard lock(mutex_);
     return rate_;
+}
+
+int Feeder::outages() const {
+    const std::lock_guard lock(mutex_);
+    return outages_;
+}
+
+bool Feeder::holds() const {
+    const std::lock_guard lock(mutex_);
+    return !frames_.empty();
+}
+
+void Feeder::noteOutage() {
+    const std::lock_guard lock(mutex_);
+    ++outages_;
+    ready_.set();
 }
 
 std::string Feeder::trouble() const {
@@ -250,6 +269,7 @@ void Feeder::run() {
         }
         if (live_ && outcome != Outcome::kEnough) {
             const std::string why = outcome == Outcome::kEnded ? "the source ended" : failure_.what();
+            noteOutage();
             if (!waitAfterFailure(why, delivered_ > before)) return finish(0);
         } else if (outcome == Outcome::kFailed) {
             if (!readFileAgain()) {

@@ -39,6 +39,10 @@ class Feeder {
     std::int64_t expectedFrames() const;
     double rate() const;
     bool live() const { return live_; }
+    /// How often a live source was lost, that is has to be opened again; ready() tells of it.
+    int outages() const;
+    /// A frame waits to be taken.
+    bool holds() const;
     /// The frames' times are moments since 1970.
     bool dates() const { return hasDates(options_); }
     /// "" while frames come; else "failing since 2026-03-01T12:00:00Z, retried every 30 s: no such file".
@@ -60,6 +64,7 @@ class Feeder {
     void deliver(RawFrame&& frame);
     bool wanted(std::int64_t time_ns);
     bool waitUntil(Clock::time_point when) const;
+    void noteOutage();
     void finish(int code);
 
     const std::string camera_;
@@ -73,6 +78,7 @@ class Feeder {
     std::deque<std::vector<std::uint8_t>> spare_;
     std::int64_t dropped_ = 0, expected_ = 0;
     double rate_ = 0;
+    int outages_ = 0;
     bool ended_ = false, stopping_ = false;
     int code_ = 0;
     std::string trouble_;

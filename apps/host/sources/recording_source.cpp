@@ -13,6 +13,12 @@ namespace {
 constexpr std::string_view kFirstLine = "ANALYTICS.CARTRIDGE";
 constexpr std::int64_t kMaxBody = 268'435'456;
 
+constexpr std::pair<std::string_view, RecordedMessage::Kind> kNotes[] = {
+    {"Recording-Start", RecordedMessage::kStart},   {"Recording-Camera", RecordedMessage::kCamera},
+    {"Recording-Filter", RecordedMessage::kFilter}, {"Recording-Control", RecordedMessage::kControl},
+    {"Recording-Tracks", RecordedMessage::kTracks}, {"Recording-Reply", RecordedMessage::kReply},
+    {"Recording-Ended", RecordedMessage::kEnded},   {"Recording-Source", RecordedMessage::kSource}};
+
 std::int64_t toNumber(std::string_view text) {
     std::int64_t value = -1;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -92,10 +98,12 @@ bool RecordingReader::next(RecordedMessage& message) {
         if (name == "Image-width") message.width = static_cast<int>(toNumber(value));
         if (name == "Image-height") message.height = static_cast<int>(toNumber(value));
         if (name == "Timestamp") message.time_ns = toNanoseconds(value);
-        if (name == "Recording-Start") message.kind = RecordedMessage::kStart;
-        if (name == "Recording-Control") message.kind = RecordedMessage::kControl;
-        if (name == "Recording-Reply") message.kind = RecordedMessage::kReply;
-        if (name.starts_with("Recording-")) message.value = value;
+        if (name == "Sequence-Number") message.sequence = toNumber(value);
+        for (const auto& [known, kind] : kNotes) {
+            if (name != known) continue;
+            message.kind = kind;
+            message.value = value;
+        }
         if (!readLine(line)) damaged("it ends within the headers");
     } while (!line.empty());
     message.header += "\r\n";

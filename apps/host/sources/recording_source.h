@@ -11,13 +11,13 @@ namespace fleifeisa::host {
 
 /// One message of a recorded request stream.
 struct RecordedMessage {
-    enum Kind { kFrame, kStart, kControl, kReply, kOther };
+    enum Kind { kFrame, kStart, kCamera, kFilter, kControl, kTracks, kReply, kEnded, kSource, kOther };
     Kind kind = kOther;
     std::string header;              ///< exact bytes, empty line included
     std::vector<std::uint8_t> body;  ///< of a frame
     int width = 0, height = 0;
-    std::int64_t time_ns = 0;
-    std::string value;  ///< of kStart, kControl and kReply: what stands behind the name
+    std::int64_t time_ns = 0, sequence = 0;
+    std::string value;  ///< of all but kFrame and kOther: what stands behind the name
 };
 
 class RecordingReader {

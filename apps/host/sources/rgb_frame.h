@@ -1,6 +1,8 @@
 // What an analyzer is given of a source's frame.
 #pragma once
 
+#include <utility>
+
 #include "sources/source.h"
 
 namespace fleifeisa::host {
@@ -11,8 +13,12 @@ struct RgbFrame {
     std::vector<std::uint8_t> rgb;  ///< width * height * 3 bytes, rows from the top, R G B interleaved
 };
 
-/// Converts a frame to RGB, cuts the region out and scales, as the options say. A region lies inside the
-/// frame: openSource() lets no other pass.
+/// Size to which a picture of this size is scaled: its proportions, no side above `longest`, both even. Smaller ones
+/// stay as they are.
+std::pair<int, int> fittedSize(int width, int height, int longest);
+
+/// Converts a frame to RGB, cuts the region out, scales and paints the masks, as the options say. A region lies inside
+/// the frame: openSource() lets no other pass.
 /// The frame's bytes are moved on where they are RGB already, and left for another frame where not; then `spare`
 /// gives its memory to the picture.
 RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<std::uint8_t>& spare);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/fd.h"
+#include "sources/mask.h"
 #include "sources/pixels.h"
 
 namespace fleifeisa::host {
@@ -30,6 +31,8 @@ struct SourceOptions {
     double rate = 0;                 ///< at most so many frames a second, 0: all; images: their rate (10)
     std::optional<Region> region;    ///< cut out before scaling
     int width = 0, height = 0;       ///< scaled to this size; 0: as they come
+    int longest_side = 0;            ///< without a size: larger pictures are scaled down to it, 0: as they come
+    std::vector<Mask> masks;         ///< painted over
     std::optional<Matrix> matrix;    ///< unset: as the stream says, else by its height
     std::optional<bool> full_range;  ///< unset: as the stream says
     double stall_seconds = 20;       ///< without a frame for so long, the source counts as stalled

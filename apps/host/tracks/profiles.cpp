@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 
 namespace fleifeisa::host {
 namespace {
@@ -30,16 +29,6 @@ const Profile* findProfile(std::string_view name) {
     const auto found =
         std::find_if(kProfiles.begin(), kProfiles.end(), [&](const Profile& one) { return one.name == name; });
     return found == kProfiles.end() ? nullptr : &*found;
-}
-
-FrameSize analyzedSize(const Profile& profile, int width, int height) {
-    const int longest = std::max(width, height);
-    if (longest <= profile.longest_side) return {width, height};
-    const auto scaled = [&](int side) {
-        const std::int64_t twice = std::int64_t{side} * profile.longest_side / longest;
-        return static_cast<int>(std::max<std::int64_t>(2, (twice + 1) / 2 * 2));
-    };
-    return {scaled(width), scaled(height)};
 }
 
 }  // namespace fleifeisa::host

@@ -18,16 +18,9 @@ struct Profile {
     FilterSettings filter;
 };
 
-struct FrameSize {
-    int width, height;
-    bool operator==(const FrameSize&) const = default;
-};
-
 /// All of them, in the order in which they are listed to users.
 std::span<const Profile> profiles();
 /// nullptr where there is none of this name.
 const Profile* findProfile(std::string_view name);
-/// Size to analyze a source of this size at: its proportions, no side above the profile's, both even.
-FrameSize analyzedSize(const Profile& profile, int width, int height);
 
 }  // namespace fleifeisa::host

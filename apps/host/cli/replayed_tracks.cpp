@@ -1,0 +1,136 @@
+#include "cli/replayed_tracks.h"
+
+#include <sysexits.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "analyzer/reply.h"
+#include "camera/output_types.h"
+#include "outputs/recording.h"
+
+namespace fleifeisa::host {
+namespace {
+
+std::optional<TrackEnd> endNamed(std::string_view name) {
+    for (const TrackEnd end : {TrackEnd::kLost, TrackEnd::kSource, TrackEnd::kClock})
+        if (name == nameOf(end)) return end;
+    return std::nullopt;
+}
+
+}  // namespace
+
+ReplayedTracks::ReplayedTracks(std::string recording, const std::vector<OutputChoice>& outputs)
+    : recording_(std::move(recording)), choices_(outputs) {}
+
+void ReplayedTracks::start(const CameraInfo& camera) {
+    const CameraInfo before = std::exchange(camera_, camera);
+    camera_.source = recording_;
+    camera_.name = before.name.empty() ? baseName(recording_) : before.name;
+    camera_.live = before.live;
+    camera_.rate = before.rate;
+    camera_.region = before.region;
+    pending_ = true;
+    settings_.reset();
+}
+
+void ReplayedTracks::noteCamera(const std::string& value) {
+    if (!parseRecordedCamera(value, camera_))
+        throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Camera");
+}
+
+void ReplayedTracks::noteFilter(const std::string& value) {
+    settings_ = parseSettings(value);
+    if (!settings_)
+        throw SourceError(EX_DATAERR, recording_ + ": its track settings are not those of this version: " + value);
+}
+
+void ReplayedTracks::control(const std::string& text) {
+    camera_.control = text;
+    if (!pending_) tell([&text](Output& output) { output.controlChanged(text); });
+}
+
+/// With the first thing that happens behind Recording-Start: all that is noted of it is known then.
+void ReplayedTracks::begin() {
+    if (!std::exchange(pending_, false)) return;
+    if (outputs_.empty())
+        for (const OutputChoice& choice : choices_) outputs_.push_back(makeOutput(choice, camera_));
+    if (settings_ && tracks_) end(TrackEnd::kSource);  // frames of before are missing
+    if (!settings_ && !tracks_) {                      // a recording that knows no tracks
+        settings_.emplace();
+        settings_->filter.infrared = camera_.infrared;
+    }
+    camera_.fresh_tracks = settings_.has_value();
+    camera_.tracks = settings_ ? *settings_ : tracks_->settings();
+    tell([this](Output& output) { output.started(camera_); });
+    if (settings_)
+        tracks_.emplace(*settings_);
+    else
+        tracks_->analyzerRestarted();
+}
+
+void ReplayedTracks::frame(const RecordedMessage& message, const std::string& reply) {
+    begin();
+    const Reply parsed = parseReply(reply);
+    FrameResult result;
+    result.camera = camera_.name;
+    result.sequence = sequence_ = message.sequence;
+    result.time_ns = message.time_ns;
+    result.live = camera_.live;
+    result.width = message.width;
+    result.height = message.height;
+    result.detection = parsed.detection;
+    result.objects = parsed.objects;
+    result.rgb = message.body;
+    result.request = message.header;
+    result.reply = reply;
+    result.tracks = tracks_->frame(
+        {message.time_ns, message.width, message.height, message.body, parsed.detection, parsed.objects});
+    latest_ = recordedTracks(result.tracks);
+    ended_ = false;
+    tell([&result](Output& output) { output.frame(result); });
+}
+
+void ReplayedTracks::compare(const std::string& value) {
+    ++compared_;
+    if (value == latest_) return;
+    if (different_++ == 0) first_different_ = sequence_;
+}
+
+void ReplayedTracks::noteTracks(const std::string& value) {
+    compare(value);
+}
+
+void ReplayedTracks::end(TrackEnd why) {
+    const TrackFrame frame = tracks_->end(why);
+    latest_ = recordedTracks(frame);
+    ended_ = true;
+    tell([&frame, why](Output& output) { output.ended(frame, why); });
+}
+
+void ReplayedTracks::noteEnded(const std::string& value) {
+    const std::size_t blank = value.find(' ');
+    const std::optional<TrackEnd> why = endNamed(std::string_view(value).substr(0, blank));
+    if (!why) throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Ended");
+    begin();
+    if (!tracks_) return;
+    end(*why);
+    if (blank != std::string::npos) compare(value.substr(blank + 1));
+}
+
+void ReplayedTracks::noteSource(const std::string& value) {
+    const bool back = value.starts_with("back ");
+    if (!back && !value.starts_with("lost "))
+        throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Source");
+    begin();
+    const std::int64_t time_ns = std::strtoll(value.c_str() + 5, nullptr, 10);
+    tell([&](Output& output) { back ? output.sourceBack(time_ns) : output.sourceLost(time_ns); });
+}
+
+void ReplayedTracks::finish() {
+    if (std::exchange(finished_, true)) return;
+    if (tracks_ && !ended_) end(TrackEnd::kSource);  // a recording that was cut off
+    tell([](Output& output) { output.finish(); });
+}
+
+}  // namespace fleifeisa::host
