@@ -150,7 +150,7 @@ def main():
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("clips", nargs="*", metavar="CLIP", help=f"only these, of {', '.join(c.label for c in CLIPS)}")
     parser.add_argument("--footage", metavar="DIR", default=os.environ.get("FLEIFEISA_FOOTAGE"), help="where the clips are")
-    parser.add_argument("--build", metavar="DIR", required=True,
+    parser.add_argument("--build", metavar="DIR", default="build/bench",
                         help="with fleifeisa-host and track_recording (else they are built)")
     parser.add_argument("--variants", action="store_true", help="also at half rate, third rate and half size")
     parser.add_argument("--keep", metavar="DIR", help="leave recordings and CSV files there, and use them the next time")
