@@ -8,12 +8,14 @@
 namespace fleifeisa::scenes {
 namespace {
 
-constexpr std::array<SceneKind, 6> kKinds = {{
+constexpr std::array<SceneKind, 8> kKinds = {{
     {"street", "a road with two lanes of cars, people on both pavements, some of whom cross"},
     {"walkers", "people alone: they pass, meet, wait and go on"},
     {"crowd", "many people at once, most of them touching others"},
     {"static", "nobody comes: noise and a slow drift of the light"},
     {"lights", "the street under clouds: the light changes quickly and by a quarter"},
+    {"lamp", "the street at dusk: a lamp goes on and off every 20 s"},
+    {"covered", "the street: a cap before the lens for 10 s, later the picture freezes for 90 s"},
     {"night-ir", "a grey infrared picture at night: warm people and engines, strong noise"},
 }};
 

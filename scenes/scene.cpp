@@ -118,8 +118,18 @@ void drawCar(Canvas& canvas, const Actor& a, const Pose& p, bool shadow) {
         canvas.oval(left + at, p.y - wheel + 1, wheel, wheel, Colour{25, 25, 27});
 }
 
-/// Brightness of the light in frame `number`, in 1/1024: a triangle wave.
+/// The frame that frame `number` repeats: its own, but where the picture is frozen.
+std::int64_t shownIn(const SceneDescription& description, std::int64_t number) {
+    const std::int64_t freezes = description.quiet + std::int64_t{30} * description.rate;
+    const std::int64_t goes_on = freezes + std::int64_t{90} * description.rate;
+    return description.name == "covered" && number > freezes && number < goes_on ? freezes : number;
+}
+
+/// Brightness of the light in frame `number`, in 1/1024: a triangle wave, but for lamp and cap.
 int lightIn(const SceneDescription& description, std::int64_t number) {
+    const std::int64_t since = number - description.quiet;
+    if (description.name == "lamp") return since >= 0 && since / (20 * description.rate) % 2 == 1 ? 1024 : 640;
+    if (description.name == "covered" && since >= 10 * description.rate && since < 20 * description.rate) return 40;
     const bool clouds = description.name == "lights";
     const int half = clouds ? 45 : 400;   // frames
     const int depth = clouds ? 256 : 24;  // peak to peak
@@ -204,6 +214,7 @@ const SceneDescription& Scene::description() const {
 void Scene::render(std::int64_t number, std::span<std::uint8_t> rgb) {
     const SceneDescription& description = state_->description;
     if (rgb.size() != state_->ground.size()) throw std::invalid_argument("scene: buffer of another size");
+    number = shownIn(description, number);
     std::copy(state_->ground.begin(), state_->ground.end(), rgb.begin());
     Canvas canvas{description.width, description.height, rgb};
     const bool shadow = description.name != "night-ir";
@@ -218,6 +229,7 @@ void Scene::render(std::int64_t number, std::span<std::uint8_t> rgb) {
 
 std::vector<TruthBox> Scene::truth(std::int64_t number) const {
     const SceneDescription& description = state_->description;
+    number = shownIn(description, number);
     std::vector<TruthBox> boxes;
     for (const Present& one : presentIn(description, number)) {
         const int left = std::max(0, one.pose.x - one.actor.width / 2);

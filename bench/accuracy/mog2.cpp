@@ -15,8 +15,8 @@ struct Mog2::State {
     std::vector<Blob> blobs;
 };
 
-Mog2::Mog2(int history, bool split_people) : state_(std::make_unique<State>()) {
-    state_->model = cv::createBackgroundSubtractorMOG2(std::max(1, history), 16, true);
+Mog2::Mog2(bool split_people) : state_(std::make_unique<State>()) {
+    state_->model = cv::createBackgroundSubtractorMOG2(500, 16, true);
     state_->split = split_people;
 }
 

@@ -11,7 +11,7 @@
 class Mog2 {
  public:
     /// @throws std::runtime_error where this was built without OpenCV
-    Mog2(int history, bool split_people);
+    explicit Mog2(bool split_people);
     ~Mog2();
     std::span<const fleifeisa::host::Blob> frame(std::span<const std::uint8_t> rgb, int width, int height);
 

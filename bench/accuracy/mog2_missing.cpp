@@ -4,7 +4,7 @@
 
 struct Mog2::State {};
 
-Mog2::Mog2(int, bool) {
+Mog2::Mog2(bool) {
     throw std::runtime_error("built without OpenCV (packaging/setup.sh bench)");
 }
 

@@ -3,17 +3,32 @@ import collections
 import subprocess
 
 
-def read_tracks(path, scale=1.0):
-    """{frame: [(id, left, top, width, height, confidence)]}, lengths multiplied by `scale`."""
+def read_tracks(path, scale=(1.0, 1.0), every=1):
+    """{frame: [(id, left, top, width, height, confidence)]}, scaled in x and y, frame n being 1 + (n - 1) * every."""
     frames = collections.defaultdict(list)
+    across, down = scale
     with open(path, encoding="ascii") as lines:
         for line in lines:
             values = [float(v) for v in line.split(",")[:7]]
             if len(values) < 6:
                 continue
             confidence = values[6] if len(values) > 6 else 1.0
-            frames[int(values[0])].append((int(values[1]), *(scale * v for v in values[2:6]), confidence))
+            frame, number, left, top, width, height = values[:6]
+            frames[1 + (int(frame) - 1) * every].append(
+                (int(number), 1 + across * (left - 1), 1 + down * (top - 1), across * width, down * height, confidence))
     return frames
+
+
+def read_truth(path):
+    """As read_tracks; derived boxes of infrared clips are `frame,left,top,width,height,pixels` of one animal, from 0."""
+    if not path.endswith("_derived_boxes.txt"):
+        return read_tracks(path)
+    rows = {}
+    with open(path, encoding="ascii") as lines:
+        for line in lines:
+            frame, left, top, width, height = map(int, line.split(",")[:5])
+            rows[frame] = [(1, left + 1, top + 1, width, height, 1.0)]
+    return rows
 
 
 def overlap(a, b):
@@ -49,7 +64,7 @@ def against_boxes(tracks, truth, first, last, least):
     return 1 - (errors + switches) / max(1, total), switches
 
 
-def against_masks(tracks, path, first, last):
+def against_masks(tracks, path, first, last, every=1):
     """(share of moving pixels in boxes, share of boxes of which less than 8 % moves, ids) of a grey video of masks."""
     probe = ["ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries", "stream=width,height", "-of", "csv=p=0", path]
     columns, rows = map(int, subprocess.run(probe, capture_output=True, text=True, check=True).stdout.split(",")[:2])
@@ -59,7 +74,7 @@ def against_masks(tracks, path, first, last):
     ids = set()
     while len(mask := video.stdout.read(columns * rows)) == columns * rows:
         frame += 1
-        if not first <= frame <= last or mask.count(b"\x55") == len(mask):
+        if not first <= frame <= last or (frame - 1) % every or mask.count(b"\x55") == len(mask):
             continue
         rest = bytearray(mask)
         for number, left, top, width, height, _ in tracks.get(frame, []):

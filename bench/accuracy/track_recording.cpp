@@ -12,6 +12,7 @@
 #include "accuracy/mog2.h"
 #include "analyzer/reply.h"
 #include "sources/recording_source.h"
+#include "sources/rgb_frame.h"
 #include "tracks/profiles.h"
 #include "tracks/tracker.h"
 
@@ -20,36 +21,46 @@ using namespace fleifeisa::host;
 namespace {
 
 constexpr const char* kUsage =
-    "usage: track_recording RECORDING REPLIES PROFILE LEARNING [--every N] [--mog2]\n"
-    "  LEARNING  frames that the analyzer learned\n"
-    "  --every   only every N-th frame, as if the camera were slower\n"
-    "  --mog2    blobs of OpenCV's MOG2 with shadow removal instead of the refiner's\n";
+    "usage: track_recording RECORDING REPLIES PROFILE LEARNING [tracks|mog2|objects]\n"
+    "       track_recording --profile NAME WIDTH HEIGHT\n"
+    "  LEARNING   frames that the analyzer learned\n"
+    "  mog2       blobs of OpenCV's MOG2 with shadow removal instead of the refiner's, through the same tracker\n"
+    "  objects    what the analyzer answered, as it is\n"
+    "  --profile  the size at which a source of this size is analyzed\n";
+
+enum class What { kTracks, kMog2, kObjects };
 
 struct Options {
     std::string recording, replies;
     const Profile* profile = nullptr;
-    int learning = 0, every = 1;
-    bool mog2 = false;
+    int learning = 0;
+    What what = What::kTracks;
 };
 
 Options parse(int argc, char** argv) {
     Options options;
-    if (argc < 5) throw std::invalid_argument(kUsage);
+    if (argc < 5 || argc > 6) throw std::invalid_argument(kUsage);
     options.recording = argv[1];
     options.replies = argv[2];
     options.profile = findProfile(argv[3]);
     options.learning = std::atoi(argv[4]);
-    for (int i = 5; i < argc; ++i) {
-        const std::string option = argv[i];
-        if (option == "--mog2")
-            options.mog2 = true;
-        else if (option == "--every" && i + 1 < argc)
-            options.every = std::atoi(argv[++i]);
-        else
-            throw std::invalid_argument(kUsage);
-    }
-    if (!options.profile || options.learning < 0 || options.every < 1) throw std::invalid_argument(kUsage);
+    const std::string what = argc > 5 ? argv[5] : "tracks";
+    if (what == "mog2")
+        options.what = What::kMog2;
+    else if (what == "objects")
+        options.what = What::kObjects;
+    else if (what != "tracks")
+        throw std::invalid_argument(kUsage);
+    if (!options.profile || options.learning < 0) throw std::invalid_argument(kUsage);
     return options;
+}
+
+void printSize(char** argv) {
+    const Profile* profile = findProfile(argv[2]);
+    const int width = std::atoi(argv[3]), height = std::atoi(argv[4]);
+    if (!profile || width < 1 || height < 1) throw std::invalid_argument(kUsage);
+    const auto [across, down] = fittedSize(width, height, profile->longest_side);
+    std::printf("%dx%d\n", across, down);
 }
 
 /// Answers to frames, one after the other; start-up replies are passed over.
@@ -79,9 +90,8 @@ class Replies {
 /// MOG2 through the tracker of the filter.
 class Comparison {
  public:
-    Comparison(const Options& options)
-        : mog2_(options.learning / options.every, options.profile->filter.split_people),
-          least_area_(options.profile->filter.least_area) {}
+    explicit Comparison(const Options& options)
+        : mog2_(options.profile->filter.split_people), least_area_(options.profile->filter.least_area) {}
 
     TrackFrame frame(const FilterInput& input) {
         const std::span<const Blob> blobs = mog2_.frame(input.rgb, input.width, input.height);
@@ -115,6 +125,10 @@ double cpuSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
+void row(long frame, long number, const Box& box) {
+    std::printf("%ld,%ld,%d,%d,%d,%d,1,-1,-1,-1\n", frame, number, box.left + 1, box.top + 1, box.width, box.height);
+}
+
 void write(long frame, const TrackFrame& result) {
     for (const Track& track : result.tracks) {
         const auto number = static_cast<long>(track.number);
@@ -123,27 +137,29 @@ void write(long frame, const TrackFrame& result) {
             std::fprintf(stderr, "frame %ld: track %ld ended (%s%s), %d sightings, way %.0f, at %d,%d %dx%d\n", frame,
                          number, nameOf(track.ended), track.removed ? ", removed" : "", track.frames, track.path_px,
                          box.left, box.top, box.width, box.height);
-        if (track.state == TrackState::kConfirmed || track.state == TrackState::kStopped)
-            std::printf("%ld,%ld,%d,%d,%d,%d,1,-1,-1,-1\n", frame, number, box.left + 1, box.top + 1, box.width,
-                        box.height);
+        if (track.state == TrackState::kConfirmed || track.state == TrackState::kStopped) row(frame, number, box);
     }
 }
 
 void run(const Options& options) {
     RecordingReader reader(options.recording);
     Replies replies(options.replies);
-    TrackFilter filter(options.profile->filter, options.learning / options.every);
+    TrackFilter filter(options.profile->filter, options.learning);
     std::optional<Comparison> comparison;
-    if (options.mog2) comparison.emplace(options);
+    if (options.what == What::kMog2) comparison.emplace(options);
     RecordedMessage message;
-    long frame = 0, used = 0;
+    long frame = 0;
     double spent = 0;
     SceneState scene = SceneState::kLearning;
     while (reader.next(message)) {
         if (message.kind != RecordedMessage::kFrame) continue;
         const Reply reply = replies.next();
-        if (frame++ % options.every != 0) continue;
-        ++used;
+        ++frame;
+        if (options.what == What::kObjects) {
+            for (const AnalyzerObject& object : reply.objects)
+                row(frame, object.id, {object.left, object.top, object.width, object.height});
+            continue;
+        }
         const FilterInput input{message.time_ns, message.width,   message.height,
                                 message.body,    reply.detection, reply.objects};
         const double begin = cpuSeconds();
@@ -152,14 +168,18 @@ void run(const Options& options) {
         if (result.scene != scene) std::fprintf(stderr, "frame %ld: %s\n", frame, nameOf(scene = result.scene));
         write(frame, result);
     }
-    std::fprintf(stderr, "%ld frames, %.3f ms a frame\n", used, 1e3 * spent / static_cast<double>(std::max(1L, used)));
+    std::fprintf(stderr, "%ld frames, %.3f ms a frame\n", frame,
+                 1e3 * spent / static_cast<double>(std::max(1L, frame)));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
-        run(parse(argc, argv));
+        if (argc == 5 && std::string(argv[1]) == "--profile")
+            printSize(argv);
+        else
+            run(parse(argc, argv));
     } catch (const std::invalid_argument& wrong) {
         std::fputs(wrong.what(), stderr);
         return 64;

@@ -44,13 +44,13 @@ _fleifeisa_host() {
                 words=''
                 if [[ $verb == play || $verb == report ]] && [[ $current == scene* ]]; then
                     # A colon begins a new word in bash: only what follows it is completed.
-                    words="scene:street scene:walkers scene:crowd scene:static scene:lights scene:night-ir"
+                    words="scene:street scene:walkers scene:crowd scene:static scene:lights scene:lamp scene:covered scene:night-ir"
                 fi
             fi
             ;;
     esac
     if [ "$current" = : ] || [ "$previous" = : ]; then
-        words="street walkers crowd static lights night-ir"
+        words="street walkers crowd static lights lamp covered night-ir"
         current=${current#:}
     fi
     if [ -n "$words" ]; then

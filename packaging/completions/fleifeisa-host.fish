@@ -11,7 +11,7 @@ complete -c fleifeisa-host -s v -l verbose -d "report more"
 complete -c fleifeisa-host -l log-format -x -a "text json" -d "form of the log"
 complete -c fleifeisa-host -l help -d "help"
 
-complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd scene:static scene:lights scene:night-ir"
+complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd scene:static scene:lights scene:lamp scene:covered scene:night-ir"
 for option in rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout
     complete -c fleifeisa-host -n $feeds -l $option -x
 end

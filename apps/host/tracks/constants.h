@@ -34,9 +34,13 @@ constexpr int kMostBlobs = 256;             ///< the largest are kept
 
 // Ghosts and light.
 constexpr double kGhostRatio = 2, kGhostOffset = 4;  ///< edges in the background against edges in the frame
-constexpr int kLightPixels = 30;                     ///< of a component's inside, at 384x288, to compare texture at all
-constexpr double kLightStructure = 144;              ///< least mean squared Sobel of the background
-constexpr double kLightCorrelation = 0.7;            ///< the same texture, brighter or darker: light
+constexpr double kKnownOverlap = 0.4;                ///< with a track that came from elsewhere: neither ghost nor light
+constexpr double kHealingSure = 0.25;      ///< seconds of ghost or light without a pause: it is believed, and ...
+constexpr double kHealingKept = 1.0;       ///< ... its place heals on for so long; longer hides who walks in
+constexpr int kMostHealing = 64;           ///< such places a camera
+constexpr int kLightPixels = 30;           ///< of a component's inside, at 384x288, to compare texture at all
+constexpr double kLightStructure = 144;    ///< least mean squared Sobel of the background
+constexpr double kLightCorrelation = 0.7;  ///< the same texture, brighter or darker: light
 
 // Pieces.
 constexpr double kJoinOverlap = 0.5;  ///< of the narrower one, in x
@@ -53,12 +57,12 @@ constexpr double kReach = 0.6;             ///< of the track's size: distance of
 constexpr double kReachGrowth = 0.8;       ///< of its size, for each second missed
 constexpr double kSizeRatio = 3;           ///< of areas, at most, in the second pass
 constexpr double kPositionSeconds = 0.05;  ///< time constants of position and size: longer is calmer and later
-constexpr double kSizeSeconds = 0.07;
-constexpr double kOddSizeSeconds = 0.35;  ///< of size, where a sighting's differs by more than
-constexpr double kUsualSize = 0.25;       ///< of the track's
-constexpr double kOddSeconds = 0.4;       ///< for so long at most; then that is its size
-constexpr double kGrownUp = 1.0;          ///< a younger track's size follows at once: it may be coming in
-constexpr double kBirthSeconds = 0.3;     ///< later is surer; what is seen shorter is no track
+constexpr double kSizeSeconds = 0.05;
+constexpr double kOddSizeSeconds = 0.3;  ///< of size, where a sighting's differs by more than
+constexpr double kUsualSize = 0.25;      ///< of the track's
+constexpr double kOddSeconds = 0.4;      ///< for so long at most; then that is its size
+constexpr double kGrownUp = 1.0;         ///< a younger track's size follows at once: it may be coming in
+constexpr double kBirthSeconds = 0.3;    ///< later is surer; what is seen shorter is no track
 constexpr int kBirthSightings = 3;
 constexpr double kYoungMiss = 0.12;
 constexpr double kShown = 0.2;      ///< a prediction is shown for so long
@@ -72,19 +76,23 @@ constexpr double kGroupLarger = 1.3;      ///< times the owner's area, at least
 constexpr double kHiddenSeconds = 2;      ///< a member is kept for so long in a blob that is no larger than another
 constexpr double kPieceInside = 0.6;      ///< of a leftover piece lies in a track's prediction: it is a part of it
 constexpr double kPieceArea = 1.0;        ///< times the track's area at most, with the piece
-constexpr double kSparse = 0.5;           ///< members cover less of their blob ...
-constexpr double kSparseSeconds = 0.5;    ///< ... for so long: they are parts of one
 constexpr double kInside = 0.7;           ///< of a track lies in a larger one's place ...
 constexpr double kInsideArea = 0.5;       ///< ... of which it is no more than this share ...
 constexpr double kInsideSeconds = 0.5;    ///< ... for so long: it was always a part of it
+constexpr double kPieceWidth = 1.2;       ///< times the wider part's width at most: legs and body, no two people
+constexpr double kPieceAge = 0.6;         ///< seconds since the younger one was born, at most
 constexpr double kStackedOverlapY = 0.3;  ///< of the lower one, at most: legs and upper body, no two people
 
 // Standing still.
 constexpr double kRestSeconds = 3;      ///< at rest for so long: stopped
+constexpr double kEdgeBirth = 0.2;      ///< overlap with its place of birth at the edge, at most: it came in
 constexpr double kRestDistance = 0.15;  ///< of its size, that is no movement
 constexpr double kMovedDistance = 0.4;  ///< of its size: it goes on
-constexpr double kPlaceSeconds = 1;     ///< between two looks at its place
-constexpr int kMostPlaces = 32;         ///< watched a camera; the oldest goes first
+constexpr double kMeltsAfter = 25;    ///< seconds of standing: least threshold over kFollowInside; then a sighting ...
+constexpr double kMeltsInside = 0.9;  ///< ... of which this share lies in a stopped track's place ...
+constexpr double kMeltsArea = 0.8;    ///< ... and which is smaller than this share of it is what is left in sight
+constexpr double kPlaceSeconds = 1;   ///< between two looks at its place
+constexpr int kMostPlaces = 32;       ///< watched a camera; the oldest goes first
 constexpr double kLongestStop = 24 * 3600.0;
 constexpr double kUnknownPlace = 300;  ///< seconds of looking like neither: lost
 constexpr int kLeastContrast = 8;      ///< between place before and with the thing, for the patches to decide

@@ -13,6 +13,7 @@ void Refiner::reset(int width, int height) {
     height_ = height;
     foreground_mask_.reset(width, height);
     blobs_.clear();
+    healing_.clear();
     foreground_ = 0;
 }
 
@@ -37,6 +38,24 @@ void Refiner::paint(std::span<const AnalyzerObject> objects, std::span<const Mov
     where_.finish();
 }
 
+bool Refiner::healsAlready(const Box& box) const {
+    return std::any_of(healing_.begin(), healing_.end(), [&](const Healing& one) {
+        return one.found >= kHealingSure && commonArea(one.box, box) == areaOf(box);
+    });
+}
+
+void Refiner::found(const Box& box, double seconds) {
+    for (Healing& one : healing_) {
+        if (2 * commonArea(one.box, box) < std::min(areaOf(one.box), areaOf(box))) continue;
+        if (one.found < kHealingSure) one.box = unionOf(one.box, box);
+        one.found += seconds;
+        one.left = kHealingKept;
+        return;
+    }
+    if (healing_.size() < static_cast<std::size_t>(kMostHealing))
+        healing_.push_back({grown(box, 2, 2), seconds, kHealingKept});
+}
+
 std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, std::span<const AnalyzerObject> objects,
                                     std::span<const Mover> movers, const FilterSettings& settings, double seconds) {
     paint(objects, movers);
@@ -44,15 +63,24 @@ std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, 
     const int least = std::max(4, static_cast<int>(kLeastComponent * pixels + 0.5));
     const int least_light = std::max(9, static_cast<int>(kLightPixels / (384.0 * 288) * pixels + 0.5));
     const bool shadow_test = settings.shadow_test && frame.channels() == kChannels;
+    for (Healing& one : healing_) one.left -= seconds;
+    std::erase_if(healing_, [](const Healing& one) { return one.left <= 0; });
     blobs_.clear();
     parts_.clear();
     for (const Component& one : foreground_mask_.find(frame, background, where_, support_, shadow_test, least)) {
         if (one.supported < kLeastSupport * one.pixels) continue;
-        const bool rests = std::any_of(movers.begin(), movers.end(), [&](const Mover& mover) {
-            return mover.stopped && 2 * commonArea(mover.box(), one.box) > areaOf(one.box);
+        const bool known = std::any_of(movers.begin(), movers.end(), [&](const Mover& mover) {
+            const Box box = mover.box();
+            const std::int64_t common = commonArea(box, one.box);
+            if (mover.stopped) return 2 * common > areaOf(one.box);
+            return mover.confirmed && mover.arrived &&
+                   static_cast<double>(common) >
+                       kKnownOverlap * static_cast<double>(areaOf(box) + areaOf(one.box) - common);
         });
-        if (!rests && (isGhost(frame, background, foreground_mask_, one) ||
-                       isLight(frame, background, foreground_mask_, one, least_light))) {
+        const bool none = !known && (isGhost(frame, background, foreground_mask_, one) ||
+                                     isLight(frame, background, foreground_mask_, one, least_light));
+        if (none) found(one.box, seconds);
+        if (none || (!known && healsAlready(one.box))) {
             background.heal(frame, one.box, kHealRate * seconds);
             continue;
         }

@@ -27,6 +27,14 @@ class Refiner {
     double foreground() const { return foreground_; }
 
  private:
+    /// A place where ghost or light was found: it heals on when its traces are too faint to be told from a thing.
+    struct Healing {
+        Box box;
+        double found = 0;  // for how long it has been found without a pause, seconds
+        double left = 0;   // of healing after it was found last
+    };
+    bool healsAlready(const Box& box) const;
+    void found(const Box& box, double seconds);
     void paint(std::span<const AnalyzerObject> objects, std::span<const Mover> movers);
 
     int width_ = 0, height_ = 0;
@@ -34,6 +42,7 @@ class Refiner {
     Foreground foreground_mask_;
     std::vector<Blob> blobs_, parts_;
     std::vector<Box> boxes_;
+    std::vector<Healing> healing_;  // kMostHealing at most: beyond it a place is judged by each frame alone
     double foreground_ = 0;
 };
 

@@ -41,6 +41,18 @@ bool inRing(int i, int j) {
     return i < kLow || j < kLow || i >= kHigh || j >= kHigh;
 }
 
+/// What never left the place where it appeared may be a ghost or light. Who comes in over the edge appears as a head or
+/// an arm, and may stand there when the rest of him is in the picture.
+bool cameFromElsewhere(const Mover& mover, int width, int height) {
+    const Box box = mover.box(), birth = mover.birth;
+    const std::int64_t common = commonArea(box, birth);
+    if (common == 0) return true;
+    const bool at_edge =
+        birth.left <= 1 || birth.top <= 1 || birth.right() >= width - 1 || birth.bottom() >= height - 1;
+    return at_edge &&
+           static_cast<double>(common) < kEdgeBirth * static_cast<double>(areaOf(box) + areaOf(birth) - common);
+}
+
 double distance(double ax, double ay, double bx, double by) {
     return std::sqrt((ax - bx) * (ax - bx) + (ay - by) * (ay - by));
 }
@@ -97,7 +109,7 @@ void StoppedPlaces::rest(std::vector<Mover>& movers, SmoothFrame& frame, Backgro
         if (!mover.confirmed || mover.dead || mover.blob < 0) continue;
         const double size = std::sqrt(mover.width * mover.height);
         const double moved = distance(mover.x, mover.y, mover.rest_x, mover.rest_y);
-        if (commonArea(mover.box(), mover.birth) == 0) mover.arrived = true;
+        if (cameFromElsewhere(mover, frame.width(), frame.height())) mover.arrived = true;
         if (mover.stopped) {
             if (moved <= kMovedDistance * size) continue;
             mover.stopped = false;
@@ -115,8 +127,11 @@ void StoppedPlaces::rest(std::vector<Mover>& movers, SmoothFrame& frame, Backgro
         mover.track.stopped_ns = mover.track.seen_ns;
         // The oldest goes first: its track lives on as long as it is seen.
         if (places_.size() >= static_cast<std::size_t>(kMostPlaces)) {
-            for (Mover& other : movers)
-                if (other.confirmed && other.track.number == places_.front().number) other.stopped = false;
+            for (Mover& other : movers) {
+                if (!other.confirmed || other.track.number != places_.front().number) continue;
+                other.stopped = false;
+                other.rest = -kLongestStop;  // not again before it moved
+            }
             places_.erase(places_.begin());
         }
         Place place;

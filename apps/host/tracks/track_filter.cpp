@@ -103,7 +103,7 @@ SceneState TrackFilter::State::step(const FilterInput& input) {
 void TrackFilter::State::support(const FilterInput& input, double seconds) {
     for (Mover& mover : tracker.movers()) {
         mover.track.objects.clear();
-        mover.unsupported += seconds;
+        if (input.detection) mover.unsupported += seconds;  // an analyzer that learns anew supports nobody
         const Box box = mover.box();
         for (const AnalyzerObject& object : input.objects) {
             const Box other = clipped({object.left, object.top, object.width, object.height}, width, height);

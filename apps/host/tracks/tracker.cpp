@@ -21,6 +21,15 @@ double overlapOf(const Box& a, const Box& b) {
     return static_cast<double>(common) / static_cast<double>(areaOf(a) + areaOf(b) - common);
 }
 
+/// Things that stand melt into the background piece by piece: what is left to be seen tells nothing of their place.
+bool meltsIn(const Mover& mover, const Box& seen) {
+    if (!mover.stopped || static_cast<double>(mover.track.seen_ns - mover.track.stopped_ns) < kMeltsAfter * 1e9)
+        return false;
+    const Box place = mover.box();
+    const auto inside = static_cast<double>(commonArea(place, seen)), area = static_cast<double>(areaOf(seen));
+    return inside >= kMeltsInside * area && area < kMeltsArea * static_cast<double>(areaOf(place));
+}
+
 }  // namespace
 
 Box Mover::boxAt(double cx, double cy) const {
@@ -102,10 +111,11 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
     for (std::size_t b = 0; b < blobs.size(); ++b) {
         if (owner_[b] < 0) continue;
         const std::vector<int>& members = members_[b];
+        Mover& owner = movers_[static_cast<std::size_t>(owner_[b])];
         if (members.size() > 1)
             moveGroup(seen_[b], members, seconds);
-        else
-            see(movers_[static_cast<std::size_t>(owner_[b])], seen_[b], seconds);
+        else if (!meltsIn(owner, seen_[b]))
+            see(owner, seen_[b], seconds);
     }
     for (Mover& mover : movers_) {
         if (mover.blob < 0) {
@@ -169,47 +179,21 @@ void Tracker::joinGroups(std::span<const Blob> blobs, double seconds) {
         mover.blob = static_cast<int>(best);
         members_[best].push_back(static_cast<int>(m));
     }
-    mendSparse(blobs, seconds);
     for (Mover& mover : movers_)
         if (mover.blob >= 0) mover.grouped = members_[static_cast<std::size_t>(mover.blob)].size() > 1;
 }
 
-/// Two ends of a van: members that leave most of their blob uncovered. The oldest goes on with the whole.
-void Tracker::mendSparse(std::span<const Blob> blobs, double seconds) {
-    for (std::size_t b = 0; b < blobs.size(); ++b) {
-        std::vector<int>& members = members_[b];
-        if (members.empty()) continue;
-        const auto at = [&](int index) -> Mover& { return movers_[static_cast<std::size_t>(index)]; };
-        double covered = 0;
-        int oldest = members[0];
-        for (const int index : members) {
-            covered += at(index).width * at(index).height;
-            if (at(index).track.number < at(oldest).track.number) oldest = index;
-        }
-        double& sparse = at(oldest).sparse;
-        const bool few = members.size() > 1 && covered < kSparse * static_cast<double>(areaOf(blobs[b].box));
-        sparse = few ? sparse + seconds : 0;
-        if (sparse <= kSparseSeconds) continue;
-        for (const int index : members) {
-            if (index == oldest) continue;
-            at(index).blob = -1;
-            at(index).dead = true;
-            at(index).track.ended = TrackEnd::kLost;
-        }
-        members = {oldest};
-        owner_[b] = oldest;
-        at(oldest).odd_width = at(oldest).odd_height = kOddSeconds;  // its size follows at once
-    }
-}
-
 /// Legs and upper body that were born apart: one above the other, of one width, and together they are the blob.
 bool Tracker::isPieceOf(const Mover& piece, const Mover& owner, const Box& blob) const {
+    const std::int64_t now = std::max(piece.track.seen_ns, owner.track.seen_ns);
+    const std::int64_t born = std::max(piece.track.start_ns, owner.track.start_ns);
+    if (static_cast<double>(now - born) / 1e9 > kPieceAge) return false;
     const Box a = piece.box(), b = owner.box();
     const int across = std::min(a.right(), b.right()) - std::max(a.left, b.left);
     const int along = std::min(a.bottom(), b.bottom()) - std::max(a.top, b.top);
     if (across < kJoinOverlap * std::min(a.width, b.width)) return false;
     if (along > kStackedOverlapY * std::min(a.height, b.height)) return false;
-    return blob.width < kPieceArea * std::max(a.width, b.width) && blob.height > blob.width;
+    return blob.width < kPieceWidth * std::max(a.width, b.width) && blob.height > blob.width;
 }
 
 /// Parts of a broken thing: an unowned blob inside of a track's prediction is seen with the track's own.

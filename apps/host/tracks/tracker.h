@@ -27,7 +27,6 @@ struct Mover {
     bool stopped = false;
     bool dead = false;
     double inside = 0;     // for how long it has lain in a larger one
-    double sparse = 0;     // for how long its group has covered little of its blob
     double hidden = 0;     // for how long its group's blob has been no larger than the owner
     bool grouped = false;  // in this frame or the one before its latest
     int blob = -1;         // of this frame
@@ -67,7 +66,6 @@ class Tracker {
     bool isPieceOf(const Mover& piece, const Mover& owner, const Box& blob) const;
     void moveGroup(const Box& blob, std::span<const int> members, double seconds);
     void mendPieces(double seconds);
-    void mendSparse(std::span<const Blob> blobs, double seconds);
     void see(Mover& mover, const Box& box, double seconds);
     void moveTo(Mover& mover, double x, double y, double seconds);
     void bear(std::span<const Blob> blobs, std::int64_t time_ns, double seconds);
