@@ -5,11 +5,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 
 #include "camera/supervisor.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
+#include "cli/store_commands.h"
 #include "cli/values.h"
 #include "common/log.h"
 #include "common/secrets.h"
@@ -220,6 +222,62 @@ void addReport(CLI::App& app, int& code) {
     });
 }
 
+void addEvents(CLI::App& app, int& code) {
+    auto options = std::make_shared<EventsOptions>();
+    EventFilter& filter = options->filter;
+    const std::int64_t now_ns = std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+    const auto time = [now_ns](std::int64_t& field) {
+        return valueOption([now_ns](const std::string& text) { return parseTime(text, now_ns); },
+                           [&field](std::int64_t value) { field = value; });
+    };
+    CLI::App* events = app.add_subcommand("events", "What happened, from the store; or what a rule would have told.");
+    events->add_option("--state", options->state, "state directory of the host (else $STATE_DIRECTORY)");
+    events->add_option("--camera", filter.camera, "only of this camera");
+    events->add_option("--rule", filter.rule, "only of this zone or line");
+    events
+        ->add_option_function<std::string>(
+            "--kind", [&filter](const std::string& kind) { filter.kind = eventKindOf(kind); },
+            "only of this kind: motion, zone, line, stopped, removed, scene, analyzer, gap, clock, external")
+        ->check([](const std::string& kind) { return eventKindOf(kind) ? "" : "there is no kind '" + kind + "'"; });
+    events->add_option_function<std::string>("--since", time(filter.since_ns),
+                                             "start at 2026-11-21, 2026-11-21T08:15 (UTC), or before now: 36h, 7d");
+    events->add_option_function<std::string>("--until", time(filter.until_ns), "end before that time");
+    events->add_option("--last", filter.most, "only the latest so many")->check(CLI::PositiveNumber);
+    events->add_flag_callback(
+        "--json", [options] { options->format = EventsOptions::Format::kJson; }, "one JSON object a line");
+    events->add_flag_callback(
+        "--csv", [options] { options->format = EventsOptions::Format::kCsv; }, "a table with commas");
+    events->add_option("--what-if", options->what_if,
+                       "a zone or line that was not there: which events would the stored tracks have raised?");
+    events
+        ->add_option_function<int>(
+            "--days",
+            [&filter, now_ns](int days) { filter.since_ns = now_ns - days * std::int64_t{86'400'000'000'000}; },
+            "the same as --since with so many days")
+        ->check(CLI::Range(1, 36500));
+    events->add_option("--timezone", options->timezone, "of the times that are shown (UTC)");
+    events->footer(
+        "Examples:\n"
+        "  fleifeisa-host events --state /var/lib/fleifeisa --since 24h --kind zone\n"
+        "  fleifeisa-host events --camera gate --json --last 100\n"
+        "  fleifeisa-host events --camera gate --what-if 'yard=0.1,0.5 0.9,0.5 0.9,1 0.1,1' --days 7\n");
+    events->callback([options, &code] { code = eventsCommand(*options); });
+}
+
+void addDb(CLI::App& app, int& code) {
+    auto state = std::make_shared<std::string>(), path = std::make_shared<std::string>();
+    CLI::App* db = app.add_subcommand("db", "Looks after the store.");
+    db->require_subcommand(1);
+    db->add_option("--state", *state, "state directory of the host (else $STATE_DIRECTORY)");
+    CLI::App* check = db->add_subcommand("check", "Is it whole? Beside a running host or without one.");
+    check->fallthrough();
+    check->callback([state, &code] { code = dbCheckCommand(*state); });
+    CLI::App* backup = db->add_subcommand("backup", "A copy of the database; the host goes on.");
+    backup->add_option("FILE", *path, "the copy, which must not exist")->required();
+    backup->fallthrough();
+    backup->callback([state, path, &code] { code = dbBackupCommand(*state, *path); });
+}
+
 /// Descriptors 0 to 2 must exist, or a pipe would get their numbers.
 void openStandardDescriptors() {
     for (int fd = ::open("/dev/null", O_RDWR); fd >= 0 && fd <= STDERR_FILENO;) fd = ::open("/dev/null", O_RDWR);
@@ -270,6 +328,8 @@ int run(int argc, char** argv) {
     addRun(app, code);
     addReplay(app, code);
     addReport(app, code);
+    addEvents(app, code);
+    addDb(app, code);
     app.add_subcommand("scenes", "Lists the built-in synthetic scenes.")->callback([&code] { code = scenesCommand(); });
     app.require_subcommand(0, 1);
     for (CLI::App* verb : app.get_subcommands({})) verb->fallthrough();  // -v may stand behind the verb

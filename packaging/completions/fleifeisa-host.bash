@@ -3,7 +3,7 @@
 _fleifeisa_host() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb='' word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        case $word in play | run | replay | report | scenes) verb=$word && break ;; esac
+        case $word in play | run | replay | report | events | db | scenes) verb=$word && break ;; esac
     done
     local source="--rate --frames --region --size --matrix --range --live --no-live --loop --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option"
     local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
@@ -20,6 +20,7 @@ _fleifeisa_host() {
     done
     case $previous in
         --type) words="color ir" ;;
+        --kind) words="motion zone line stopped removed scene analyzer gap clock external" ;;
         --log-format) words="text json" ;;
         --matrix) words="bt601 bt709 bt2020" ;;
         --range) words="full limited" ;;
@@ -27,14 +28,16 @@ _fleifeisa_host() {
         --analyzer | --out | --replies | -o) ;;
         *)
             case $verb in
-                '') words="play run replay report scenes --verbose --log-format --version --help" ;;
                 play) words="$source $analyzer --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
+                '') words="play run replay report events db scenes --verbose --log-format --version --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --analyzer --help" ;;
                 replay) words="--verify --replies --analyzer --help" ;;
+                events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --help" ;;
+                db) words="check backup --state --help" ;;
                 scenes) words="--help" ;;
             esac
-            if [[ $current != -* && -n $verb && $verb != scenes ]]; then
+            if [[ $current != -* && -n $verb && $verb != scenes && $verb != db ]]; then
                 words=''
                 if [[ $verb == play || $verb == report ]] && [[ $current == scene* ]]; then
                     # A colon begins a new word in bash: only what follows it is completed.
