@@ -205,7 +205,7 @@ TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
 
 /// A recording without what it holds of tracks.
 std::string withoutTracks(std::string text) {
-    for (const char* name : {"Tracks", "Filter", "Ended"}) {
+    for (const char* name : {"Tracks", "Filter", "Rules", "Ended"}) {
         const std::string note = std::string("ANALYTICS.CARTRIDGE\r\nRecording-") + name;
         for (std::size_t at = text.find(note); at != std::string::npos; at = text.find(note, at))
             text.erase(at, text.find("\r\n\r\n", at) + 4 - at);

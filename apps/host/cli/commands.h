@@ -18,6 +18,7 @@ struct PlayOptions {
     std::string out = "out";           ///< directory for outputs without a path of their own
     Rotation rotation;                 ///< of outputs that grow
     std::vector<std::string> outputs;  ///< "type" or "type=path"; empty: the usual ones
+    std::string state;                 ///< state directory of the store, "": no store
     bool quiet = false;                ///< no table, no progress
 };
 /// One source through one analyzer.
@@ -34,13 +35,16 @@ int runCommand(const RunOptions& options);
 struct ReplayOptions {
     std::string recording;
     bool verify = false;
-    std::string replies;  ///< file for the replies' exact bytes, "": none
+    std::string replies;               ///< file for the replies' exact bytes, "": none
     std::string out = "out";           ///< directory for outputs without a path of their own
     std::vector<std::string> outputs;  ///< "type" or "type=path"
     std::string analyzer;
 };
 /// The exact requests of a recording, against the analyzer of today.
 int replayCommand(const ReplayOptions& options);
+
+/// Tells the running host of that state directory what happened at a camera ("": $STATE_DIRECTORY).
+int tellCommand(const std::string& state, const std::string& camera, const std::string& text);
 
 int scenesCommand();
 

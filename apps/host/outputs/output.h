@@ -20,6 +20,7 @@
 
 #include "analyzer/reply.h"
 #include "common/file_writer.h"
+#include "events/rule_steps.h"
 #include "tracks/track_maker.h"
 
 namespace fleifeisa::host {
@@ -37,10 +38,10 @@ struct FrameResult {
     int height = 0;             ///< pixels
     bool detection = false;     ///< false: a plain OK, the background was learnt
     std::span<const AnalyzerObject> objects;  ///< in the reply's order; empty while learning
-    std::span<const std::uint8_t> rgb;       ///< width * height * 3 bytes, rows from the top, R G B interleaved
-    TrackFrame tracks;                       ///< what the frame came to
-    std::string_view request;                ///< header bytes of the request, empty line included; its body is `rgb`
-    std::string_view reply;                  ///< the exact bytes of the answer
+    std::span<const std::uint8_t> rgb;        ///< width * height * 3 bytes, rows from the top, R G B interleaved
+    TrackFrame tracks;                        ///< what the frame came to
+    std::string_view request;                 ///< header bytes of the request, empty line included; its body is `rgb`
+    std::string_view reply;                   ///< the exact bytes of the answer
 };
 
 /// What is known of a camera when its outputs are made (nothing was read then: no rate), and at each `started`.
@@ -49,14 +50,15 @@ struct CameraInfo {
     std::string source;  ///< as the user wrote it, without passwords
     int device = 1;
     int analyzer_id = 1;
-    bool infrared = false;   ///< IR instead of COLOR
-    bool live = false;       ///< times since 1970; of a live source also: frames may be dropped
-    double rate = 0;         ///< nominal frames a second, 0 where unknown
-    std::string control;     ///< text of the analyzer's control file, "" where none was written
-    std::string title = {};  ///< what people read in place of the name
+    bool infrared = false;           ///< IR instead of COLOR
+    bool live = false;               ///< times since 1970; of a live source also: frames may be dropped
+    double rate = 0;                 ///< nominal frames a second, 0 where unknown
+    std::string control;             ///< text of the analyzer's control file, "" where none was written
+    std::string title = {};          ///< what people read in place of the name
     std::optional<Box> region = {};  ///< cut out of the source picture, in its pixels
     TrackSettings tracks = {};       ///< in force, with the number of the next track
-    bool fresh_tracks = true;        ///< the tracks begin anew with this analyzer
+    bool fresh_tracks = true;        ///< tracks and rules begin anew with this analyzer
+    RuleSetup rules = {};            ///< in force, with the number of the next event
 };
 
 /// How an output stands.
@@ -80,9 +82,12 @@ class Output {
     virtual void frame(const FrameResult& result) = 0;
     /// All tracks ended behind the latest frame: the source was lost or came to its end, the clock was set back.
     virtual void ended(const TrackFrame& /*frame*/, TrackEnd /*why*/) {}
-    /// A live source gives no frames any more, or does so again (before the first of them). Since 1970.
-    virtual void sourceLost(std::int64_t /*time_ns*/) {}
-    virtual void sourceBack(std::int64_t /*time_ns*/) {}
+    /// What the rules are told between frames: the source is lost, the analyzer was restarted, the clock stepped ...
+    virtual void stepped(const RuleStep&) {}
+    /// What the rules made of the latest frame, end of tracks, or step; not called where that is nothing.
+    virtual void ruled(const RuleResults&) {}
+    /// One message of an event. Where there is a store: later, when it is safe on disk.
+    virtual void told(const CameraEvent&) {}
     /// Makes the files complete. Called once more than needed is harmless. Destruction without it leaves what
     /// there is, where that is of use.
     virtual void finish() = 0;

@@ -93,10 +93,12 @@ std::string table(const ReportData& data) {
 
 std::string notes(const ReportData& data) {
     std::string text = "<footer>\n<h2>How to read this page</h2>\n<ul>\n";
-    text += data.raw ? "<li>A track is what the analyzer followed under one number, as it came. Where people or cars overlap in "
-                       "the picture, one track may stand for several of them, and one of them may have several tracks.</li>\n"
-                     : "<li>A track is one thing over time, from its confirmation (it was seen for 0.3 seconds) to its end; one "
-                       "that stands still goes on. Where people or cars overlap for long, numbers may be exchanged.</li>\n";
+    text +=
+        data.raw
+            ? "<li>A track is what the analyzer followed under one number, as it came. Where people or cars overlap in "
+              "the picture, one track may stand for several of them, and one of them may have several tracks.</li>\n"
+            : "<li>A track is one thing over time, from its confirmation (it was seen for 0.3 seconds) to its end; one "
+              "that stands still goes on. Where people or cars overlap for long, numbers may be exchanged.</li>\n";
     text +=
         "<li>A ring marks where a track begins, an arrow where it ends; both are the middle of its box. Brief "
         "tracks were seen in fewer than " +
@@ -105,8 +107,9 @@ std::string notes(const ReportData& data) {
             counted(static_cast<std::int64_t>(data.background_samples), "frame") +
             " spread over the run, not the analyzer's own model. Thumbnails show the moment with the most foreground "
             "in the box.</li>\n";
-    text += data.raw ? "<li>Foreground is counted inside of the reported boxes: their size times their density.</li>\n"
-                     : "<li>Foreground is what differs from the empty scene after shadow and noise were left out.</li>\n";
+    text += data.raw
+                ? "<li>Foreground is counted inside of the reported boxes: their size times their density.</li>\n"
+                : "<li>Foreground is what differs from the empty scene after shadow and noise were left out.</li>\n";
     if (data.loose_objects > 0)
         text += "<li>" + counted(data.loose_objects, "sighting") +
                 " carried no track number and appear in the foreground share only.</li>\n";
@@ -161,6 +164,7 @@ std::string reportPage(const ReportData& data) {
                 (brief == static_cast<std::int64_t>(data.tracks.size()) ? " checked" : "") + "> Show " +
                 counted(brief, "brief track") + "</label>\n";
     text += drawings(data);
+    text += eventsSection(data);
     if (!data.tracks.empty()) text += "<section>\n<h2>Tracks</h2>\n" + table(data) + "</section>\n";
     text += "</main>\n" + notes(data) + "<script>\n" + kReportScript + "</script>\n</body>\n</html>\n";
     return text;
