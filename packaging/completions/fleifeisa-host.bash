@@ -5,7 +5,8 @@ _fleifeisa_host() {
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in play | run | replay | report | events | tell | db | scenes) verb=$word && break ;; esac
     done
-    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option --zone --line"
+    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --tracks --least-area --shadow-test
+        --no-shadow-test --split-people --no-split-people --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option --zone --line"
     local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
         --answer-timeout"
     local outputs="replies recording jsonl mot onvif tracks events video report"
@@ -22,6 +23,8 @@ _fleifeisa_host() {
         --type) words="color ir" ;;
         --kind) words="motion zone line stopped removed scene analyzer gap clock external" ;;
         --log-format) words="text json" ;;
+        --profile) words="people-outdoor traffic indoor thermal" ;;
+        --tracks) words="filtered raw" ;;
         --matrix) words="bt601 bt709 bt2020" ;;
         --range) words="full limited" ;;
         --output) [ "$verb" = play ] && words=$outputs ;;
@@ -32,7 +35,7 @@ _fleifeisa_host() {
                 '') words="play run replay report events tell db scenes --verbose --log-format --version --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --analyzer --help" ;;
-                replay) words="--verify --replies --analyzer --help" ;;
+                replay) words="--verify --out --output --replies --analyzer --help" ;;
                 events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --help" ;;
                 tell) words="--state --help" ;;
                 db) words="check backup --state --help" ;;

@@ -15,7 +15,12 @@ complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd 
 for option in rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout zone line
     complete -c fleifeisa-host -n $feeds -l $option -x
 end
-for flag in live no-live loop realtime
+for option in mask least-area
+    complete -c fleifeisa-host -n $feeds -l $option -x
+end
+complete -c fleifeisa-host -n $feeds -l profile -x -a "people-outdoor traffic indoor thermal"
+complete -c fleifeisa-host -n $feeds -l tracks -x -a "filtered raw"
+for flag in live no-live loop realtime shadow-test no-shadow-test split-people no-split-people
     complete -c fleifeisa-host -n $feeds -l $flag
 end
 complete -c fleifeisa-host -n $feeds -l matrix -x -a "bt601 bt709 bt2020"
@@ -23,9 +28,9 @@ complete -c fleifeisa-host -n $feeds -l range -x -a "full limited"
 complete -c fleifeisa-host -n $feeds -l type -x -a "color ir"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run replay" -l analyzer -r
 
-complete -c fleifeisa-host -n $play -l output -r -a "replies recording jsonl mot onvif tracks events video report" -d "an output"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l output -r -a "replies recording jsonl mot onvif tracks events video report" -d "an output"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l out -r -d "directory of the outputs"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell" -l state -r -d "state directory"
-complete -c fleifeisa-host -n $play -l out -r -d "directory of the outputs"
 for option in rotate-size rotate-hours rotate-keep
     complete -c fleifeisa-host -n $play -l $option -x
 end

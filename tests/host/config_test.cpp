@@ -65,6 +65,36 @@ TEST(Config, EveryKeyOfACamera) {
          [](auto& c) {
              c.control = {"9", "0.25", "1", "0.01", "2.5"};
          }},
+        {"tracks = 'raw'", [](auto& c) { c.raw_tracks = true; }},
+        {"least_area = 0.25\nshadow_test = false\nsplit_people = true",
+         [](auto& c) { c.filter = {.least_area = 0.25, .shadow_test = false, .split_people = true}; }},
+        {"masks = [[[0, 0.5], [1, 0], [1, 1.0]], [[0,0],[0,1],[1,0]]]",
+         [](auto& c) {
+             c.source.masks = {{{0, 0.5}, {1, 0}, {1, 1}}, {{0, 0}, {0, 1}, {1, 0}}};
+         }},
+        {"profile = 'people-outdoor'",
+         [](auto& c) {
+             c.profile = "people-outdoor";
+             c.source.longest_side = 384;
+             c.control = {"300", "1.0", "2.0", {}, {}};
+             c.filter = {.least_area = 5e-4, .shadow_test = true, .split_people = true};
+         }},
+        {"profile = 'thermal'",
+         [](auto& c) {
+             c.profile = "thermal";
+             c.source.longest_side = 384;
+             c.analyzer.infrared = true;
+             c.control = {"100", {}, {}, "1.0", "2.0"};
+             c.filter.shadow_test = false;
+         }},
+        // What is said comes first, wherever it stands.
+        {"split_people = false\nprofile = 'people-outdoor'\nsize = '640x360'\ntype = 'ir'\ncontrol = { ir_low = 0.5 }",
+         [](auto& c) {
+             c.profile = "people-outdoor";
+             c.source.width = 640, c.source.height = 360;
+             c.analyzer.infrared = true;
+             c.control = {"300", {}, {}, "0.5", "2.0"};
+         }},
         {"outputs = ['jsonl', 'mot=m.csv', 'replies=/r.txt']",
          [](auto& c) {
              c.outputs = {{"jsonl", "/nowhere/conf/out/gate/frames.jsonl"},
@@ -154,6 +184,14 @@ TEST(Config, FaultsNameLineAndKey) {
         {"[[camera]]\nname = 'a'\nsource = 'scene:street?size=96x64'\ndevice = 1\nregion = '96x64+0+1'\n",
          ":3: camera[1].source: the region 96x64+0+1 leaves the picture of 96x64"},
         {kPlain + "type = 'infra'", ":5: camera[1].type: expected color or ir"},
+        {kPlain + "profile = 'people'", ":5: camera[1].profile: expected one of people-outdoor, traffic"},
+        {kPlain + "tracks = 'wild'", ":5: camera[1].tracks: expected filtered or raw"},
+        {kPlain + "least_area = 1.5", ":5: camera[1].least_area: expected a number from 0 to 1"},
+        {kPlain + "masks = [[0, 0]]", ":5: camera[1].masks: expected a list of polygons"},
+        {kPlain + "masks = [[[0,0],[1,0],[1,1]],\n [[0,0],[1,0]]]", ":6: camera[1].masks: expected at least 3"},
+        {kPlain + "masks = [[[0,0],[1,1],[1,0],[0,1]]]", ":5: camera[1].masks: its edges cross"},
+        {kPlain + "masks = [[[0,0],[1.01,0],[1,1]]]", ":5: camera[1].masks: expected points within"},
+        {kPlain + "masks = [[[0,0],[nan,0],[1,1]]]", ":5: camera[1].masks: expected points within"},
         {kPlain + "size = '320'", ":5: camera[1].size: expected WIDTHxHEIGHT"},
         {kPlain + "region = '320x240'", ":5: camera[1].region: expected"},
         {kPlain + "rate = 'x'", ":5: camera[1].rate: expected a number from 0.001 to 1000"},

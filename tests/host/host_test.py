@@ -415,6 +415,7 @@ class Service(HostTest):
         def told():
             return [json.loads(line) for line in events.read_text().splitlines()] if events.exists() else []
         for run in range(2):
+            events.unlink(missing_ok=True)
             process = self.start("run", "c.toml")
             self.until(lambda: any(e["change"] == "lost" and e["state"] == "end" for e in told()), "a source that is back")
             self.host("tell", "nobody", "x", "--state", "state", expect=65)
@@ -438,6 +439,24 @@ class Service(HostTest):
                 self.assertFalse(first & {e["event"] for e in told()}, "numbers were used again")
             self.assertIn("the store is whole", self.host("db", "check", "--state", "state").stdout)
             hooked.unlink()
+
+    def test_track_numbers_go_on_after_a_restart(self):
+        crowd = scene_camera("gate", 1, source='"scene:crowd?size=160x120&rate=50&quiet=10"', outputs='["mot=gate.csv"]')
+        self.write("c.toml", 'state = "state"\n' + config(crowd))
+        runs = []
+        for number in (signal.SIGTERM, signal.SIGKILL, signal.SIGTERM):
+            process = self.start("run", "c.toml")
+            csv = self.dir / "gate.csv"
+            self.until(lambda: csv.exists() and csv.stat().st_size > 0, "a track")
+            if number == signal.SIGKILL:  # the lock: one host a state directory
+                self.assertIn("state", self.host("run", "c.toml", expect=73).stderr)
+            self.end(process, number)
+            runs.append({int(line.split(",")[1]) for line in csv.read_text().splitlines()})
+            csv.unlink()
+        first, killed, last = runs
+        self.assertEqual(min(first), 1)
+        self.assertEqual(min(killed), max(first) + 1)
+        self.assertGreater(min(last), max(killed))
 
     def test_a_live_camera_loses_less_than_a_second(self):
         self.write("c.toml", config(scene_camera("gate", 1, live="true")))

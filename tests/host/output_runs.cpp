@@ -52,8 +52,12 @@ Scenario followed(Scenario run) {
     for (std::size_t i = 0; i < run.frames.size(); ++i) {
         Frame& frame = run.frames[i];
         if (frame.restart) raw.analyzerRestarted();
-        const TrackFrame found = raw.frame({run.first_ns + static_cast<std::int64_t>(i) * run.step_ns, frame.width,
-                                            frame.height, {}, frame.detection, frame.objects});
+        const TrackFrame found = raw.frame({run.first_ns + static_cast<std::int64_t>(i) * run.step_ns,
+                                            frame.width,
+                                            frame.height,
+                                            {},
+                                            frame.detection,
+                                            frame.objects});
         frame.tracks.assign(found.tracks.begin(), found.tracks.end());
         frame.foreground = found.foreground;
     }
@@ -165,7 +169,10 @@ Scenario documentedRun() {
          .height = 240,
          .tracks = {grown(at(one, 4, {45, 21, 28, 53}, {35, 35}, {}, 731), 9.7, 3), joined},
          .foreground = 0.0095},
-        {.width = 320, .height = 240, .objects = {object(12, 200, 101, 10, 11, 50)}, .tracks = {last, gone},
+        {.width = 320,
+         .height = 240,
+         .objects = {object(12, 200, 101, 10, 11, 50)},
+         .tracks = {last, gone},
          .foreground = 0.0027},
     };
     run.ended = {ended};

@@ -162,7 +162,8 @@ Scenario largeFrames() {
     Scenario run = documentedRun();
     run.frames.clear();
     for (int i = 0; i < 18; ++i)
-        run.frames.push_back({.restart = i % 6 == 5, .width = 200, .height = 120, .objects = {object(3, i, 4, 9, 9, 5)}});
+        run.frames.push_back(
+            {.restart = i % 6 == 5, .width = 200, .height = 120, .objects = {object(3, i, 4, 9, 9, 5)}});
     return followed(run);
 }
 
@@ -189,7 +190,8 @@ TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
                 EXPECT_GT(cut.size(), limit / 2) << type << ": more than a record is gone";
                 const std::size_t last = cut.rfind("ANALYTICS.CARTRIDGE");
                 const std::string_view begin = std::string_view(cut).substr(std::min(last + 21, cut.size()));
-                EXPECT_EQ(begin.starts_with("Recording-Reply") || begin.starts_with("Recording-Ended"), type == "recording");
+                EXPECT_EQ(begin.starts_with("Recording-Reply") || begin.starts_with("Recording-Ended"),
+                          type == "recording");
             }
         }
     for (const std::string type : {"onvif", "report"}) {
@@ -259,7 +261,8 @@ TEST(OutputFiles, AreWrittenAgainOnceThereIsSpace) {
     EXPECT_GE(playThroughFullDisk(*output, large, 2, 9, 200'000), 1);
     // Frames 3 and 4 are lost with all that follow until a fresh analyzer begins while there is space: the 12th.
     std::size_t second = 0;
-    for (int starts = 0; starts < 3; ++starts) second = whole.find("ANALYTICS.CARTRIDGE\r\nRecording-Start", second + 1);
+    for (int starts = 0; starts < 3; ++starts)
+        second = whole.find("ANALYTICS.CARTRIDGE\r\nRecording-Start", second + 1);
     const std::string kept = readFile(path), rest = withoutTracks(whole.substr(second));
     ASSERT_TRUE(withoutTracks(kept).ends_with(rest));
     // Tracks need all frames: from there on a replay makes some of its own, which nothing is said of.
@@ -395,7 +398,8 @@ TEST(RawTracks, HaveUniqueNumbersAndEndAfterAGap) {
 TEST(TrackSettings, ComeBackFromTheirText) {
     TrackSettings settings;
     EXPECT_EQ(parseSettings(settingsText(settings)), settings);
-    settings = {true, {.least_area = 1.0 / 3, .shadow_test = false, .split_people = true, .infrared = true}, 7, 1'234'567};
+    settings = {
+        true, {.least_area = 1.0 / 3, .shadow_test = false, .split_people = true, .infrared = true}, 7, 1'234'567};
     const std::string text = settingsText(settings);
     EXPECT_EQ(parseSettings(text), settings);
     for (std::size_t i = 0; i < text.size(); ++i) EXPECT_NE(parseSettings(text.substr(0, i)), settings) << i;

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <random>
 
+#include "sources/rgb_frame.h"
+
 namespace fleifeisa::host {
 namespace {
 
@@ -165,6 +167,65 @@ TEST(Pixels, ResizeIsTheMeanOfTheCoveredAreaRounded) {
         for (std::size_t i = 0; i < scaled.size(); i += 3) found.push_back(scaled[i]);
         EXPECT_EQ(found, row.expected);
     }
+}
+
+TEST(Masks, CoverThePixelsWhoseMiddlesLieInside) {
+    const struct {
+        const char* name;
+        std::vector<Mask> masks;
+        ShownPart part;
+        std::string painted;  ///< of 4 x 3 pixels
+    } rows[] = {
+        {"none", {}, {}, "....|....|...."},
+        {"all", {{{0, 0}, {1, 0}, {1, 1}, {0, 1}}}, {}, "####|####|####"},
+        {"upper third", {{{0, 0}, {1, 0}, {1, 1.0 / 3}, {0, 1.0 / 3}}}, {}, "####|....|...."},
+        {"middles at 0.125 and 0.375", {{{0.12, 0}, {0.37, 0}, {0.37, 1}, {0.12, 1}}}, {}, "#...|#...|#..."},
+        {"two",
+         {{{0, 0}, {0.25, 0}, {0.25, 1}, {0, 1}}, {{0.75, 0.5}, {1, 0.5}, {1, 1}, {0.75, 1}}},
+         {},
+         "#...|#..#|#..#"},
+        {"triangle", {{{0, 0}, {1, 1}, {0, 1}}}, {}, "#...|##..|###."},
+        {"hollow",
+         {{{0, 0}, {1, 0}, {1, 1}, {0.75, 1}, {0.75, 0.5}, {0.25, 0.5}, {0.25, 1}, {0, 1}}},
+         {},
+         "####|#..#|#..#"},
+        {"lower right quarter shown",
+         {{{0.5, 0.5}, {0.75, 0.5}, {0.75, 1}, {0.5, 1}}},
+         {0.5, 0.5, 0.5, 0.5},
+         "##..|##..|##.."},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::uint8_t> rgb(4 * 3 * 3, 7);
+        paintMasks(row.masks, row.part, 4, 3, rgb);
+        std::string painted;
+        for (std::size_t i = 0; i < 12; ++i) {
+            if (i != 0 && i % 4 == 0) painted += '|';
+            const bool all = rgb[3 * i] == kMaskGrey && rgb[3 * i + 1] == kMaskGrey && rgb[3 * i + 2] == kMaskGrey;
+            painted += all ? '#' : rgb[3 * i] == 7 && rgb[3 * i + 2] == 7 ? '.' : '?';
+        }
+        EXPECT_EQ(painted, row.painted) << row.name;
+    }
+}
+
+TEST(Frames, AreFittedAndMaskedBehindRegionAndSize) {
+    const std::pair<std::pair<int, int>, std::pair<int, int>> sizes[] = {{{320, 240}, {320, 240}},
+                                                                         {{768, 576}, {384, 288}},
+                                                                         {{1920, 1080}, {384, 216}},
+                                                                         {{576, 768}, {288, 384}},
+                                                                         {{385, 2}, {384, 2}}};
+    for (const auto& [source, fitted] : sizes) EXPECT_EQ(fittedSize(source.first, source.second, 384), fitted);
+    SourceOptions options;
+    options.region = Region{40, 0, 40, 60};  // the right half
+    options.longest_side = 30;
+    options.masks = {{{0.5, 0}, {1, 0}, {1, 0.5}, {0.5, 0.5}}};
+    RawFrame frame;
+    frame.layout = {*findFormat("rgb24"), 80, 60};
+    frame.bytes.assign(80 * 60 * 3, 9);
+    std::vector<std::uint8_t> spare;
+    const RgbFrame picture = toRgbFrame(frame, options, spare);
+    ASSERT_EQ(std::pair(picture.width, picture.height), std::pair(20, 30));
+    for (std::size_t i = 0; i < picture.rgb.size(); ++i)
+        ASSERT_EQ(picture.rgb[i], i < picture.rgb.size() / 2 ? kMaskGrey : 9) << i;
 }
 
 }  // namespace

@@ -91,12 +91,12 @@ void Camera::prepare() {
     if (!feeder_.dates() && hasActiveTimes(config_.rules))
         logWarning(config_.name, "'when' is not applied: the file has no start time");
     if (!desk_) return;
+    const CameraInfo camera = info();
+    first_ = next_ = desk_->add(camera.name, camera.title, camera.source, config_.notify, post_);
     if (!feeder_.dates()) {
         logWarning(config_.name, "nothing of it is stored: its times are no moments (a file needs a start time)");
         return;
     }
-    const CameraInfo camera = info();
-    first_ = next_ = desk_->add(camera.name, camera.title, camera.source, config_.notify, post_);
     keeper_.emplace(desk_->store(), camera.name);
 }
 
@@ -559,15 +559,15 @@ void Camera::finishRules(const std::string& reason) {
 
 /// With a store outputs hear of events when they are safe on disk.
 void Camera::ruled(const RuleResults& results) {
+    next_.event = rules_->nextNumber();
+    if (desk_) desk_->store().numbers(config_.name, next_);
     if (!keeper_) {
         for (const CameraEvent& event : results.events) callOutputs([&event](Output& output) { output.told(event); });
         return;
     }
-    Store& store = desk_->store();
+
     if (!results.events.empty() || !results.crossings.empty() || !results.near_misses.empty())
-        store.results(config_.name, results);
-    next_.event = rules_->nextNumber();
-    store.numbers(config_.name, next_);
+        desk_->store().results(config_.name, results);
 }
 
 /// The analyzer's own ids begin again with each analyzer: nothing to keep.

@@ -31,11 +31,11 @@ void applyProfile(CameraConfig& camera, const FilterChoice& said) {
         complete(camera.analyzer.infrared ? control.ir_low : control.color_low, profile->low);
         complete(camera.analyzer.infrared ? control.ir_high : control.color_high, profile->high);
         camera.filter = profile->filter;
+        camera.filter.infrared = false;  // the analyzer's type decides
     }
     set(camera.filter.least_area, said.least_area);
     set(camera.filter.shadow_test, said.shadow_test);
     set(camera.filter.split_people, said.split_people);
-    camera.filter.infrared = camera.analyzer.infrared;
 }
 
 }  // namespace fleifeisa::host

@@ -91,7 +91,8 @@ Mask parseMask(const std::string& text) {
     const char* const last = at + text.size();
     const auto take = [&](double& value, char behind) {
         const auto [end, error] = std::from_chars(at, last, value);
-        if (error != std::errc() || (end != last && *end != behind) || (end == last && behind == ',')) throw ValueError(kExpected);
+        if (error != std::errc() || (end != last && *end != behind) || (end == last && behind == ','))
+            throw ValueError(kExpected);
         at = end == last ? end : end + 1;
     };
     while (at != last) {

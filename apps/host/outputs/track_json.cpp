@@ -34,7 +34,8 @@ std::string trackJson(std::string_view camera, const Track& track, std::int64_t 
     text += "," + moment("time", time_ns);
     text += ",\"size\":[" + std::to_string(width) + "," + std::to_string(height) + "]";
     text += ",\"region\":" + (region ? list(*region) : "null");
-    text += ",\"box\":" + list(track.box) + ",\"centre\":" + pair(track.centre) + ",\"velocity\":" + pair(track.velocity);
+    text +=
+        ",\"box\":" + list(track.box) + ",\"centre\":" + pair(track.centre) + ",\"velocity\":" + pair(track.velocity);
     text += ",\"objects\":[";
     for (std::size_t i = 0; i < track.objects.size(); ++i)
         text += (i == 0 ? "" : ",") + std::to_string(track.objects[i]);

@@ -75,8 +75,9 @@ std::string TrackTable::text(std::size_t rows) const {
         const Row& t = entry->second;
         std::array<char, 160> line{};
         std::snprintf(line.data(), line.size(), "%6lld  %12lld  %6lld  %8.0f   %5d, %5d, %5d x %d\n",
-                      static_cast<long long>(entry->first),                      static_cast<long long>(t.first), static_cast<long long>(t.last), t.path, median(t.left),
-                      median(t.top), median(t.width), median(t.height));
+                      static_cast<long long>(entry->first), static_cast<long long>(t.first),
+                      static_cast<long long>(t.last), t.path, median(t.left), median(t.top), median(t.width),
+                      median(t.height));
         text += line.data();
     }
     if (size() > shown)

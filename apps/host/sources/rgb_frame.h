@@ -13,8 +13,8 @@ struct RgbFrame {
     std::vector<std::uint8_t> rgb;  ///< width * height * 3 bytes, rows from the top, R G B interleaved
 };
 
-/// Size to which a picture of this size is scaled: its proportions, no side above `longest`, both even. Smaller ones stay
-/// as they are.
+/// Size to which a picture of this size is scaled: its proportions, no side above `longest`, both even. Smaller ones
+/// stay as they are.
 std::pair<int, int> fittedSize(int width, int height, int longest);
 
 /// Converts a frame to RGB, cuts the region out, scales and paints the masks, as the options say. A region lies inside

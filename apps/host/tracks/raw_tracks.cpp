@@ -12,7 +12,8 @@ void place(Track& track, const AnalyzerObject& object, std::int64_t time_ns) {
     track.box = {object.left, object.top, object.width, object.height};
     track.centre = {object.left + object.width / 2.0, object.top + object.height / 2.0};
     track.objects = {object.id};
-    track.area = static_cast<int>(std::int64_t{object.width} * object.height * std::clamp(object.density, 0, 100) / 100);
+    track.area =
+        static_cast<int>(std::int64_t{object.width} * object.height * std::clamp(object.density, 0, 100) / 100);
     track.seen_ns = time_ns;
     ++track.frames;
 }
@@ -37,7 +38,8 @@ void RawTracks::see(const AnalyzerObject& object, std::int64_t time_ns) {
     } else {
         const double dx = track.centre.x - before.x, dy = track.centre.y - before.y;
         track.path_px += std::sqrt(dx * dx + dy * dy);
-        if (passed > 0) track.velocity = {dx * 1e9 / static_cast<double>(passed), dy * 1e9 / static_cast<double>(passed)};
+        if (passed > 0)
+            track.velocity = {dx * 1e9 / static_cast<double>(passed), dy * 1e9 / static_cast<double>(passed)};
     }
     told_.push_back(track);
 }
