@@ -97,6 +97,7 @@ TEST(OutputFiles, AreThereOnceComplete) {
     for (const Case& c : {Case{"jsonl", true, true, false},
                           {"mot", true, true, false},
                           {"tracks", true, true, false},
+                          {"events", true, true, false},
                           {"replies", true, true, false},
                           {"recording", true, true, false},
                           {"onvif", false, true, true},
@@ -172,7 +173,7 @@ TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
     const Scenario large = largeFrames(), small = awkwardRun(4);
     Scenario buffered = small;  // of a file: what is written leaves in lumps
     buffered.camera.live = false;
-    for (const std::string type : {"jsonl", "mot", "tracks", "replies", "recording"})
+    for (const std::string type : {"jsonl", "mot", "tracks", "events", "replies", "recording"})
         for (const Scenario* run : {&small, &std::as_const(buffered), &large}) {
             const std::string path = directory.path + "/" + type;
             play(*run, type, path);
