@@ -167,7 +167,7 @@ TEST(InspectRun, WritesDumpsOfASingleBackgroundAndATrace) {
     EXPECT_TRUE(slurp(dir.path + "/a/b/frame-000012-background.pgm").starts_with("P2\n32 24\n255\n"));
 }
 
-// One bright box before a dark ground, 8 to 15 in both directions.
+// One bright box before a dark ground: rows 8 to 11, columns 16 to 27.
 TEST(InspectPictures, AreInTheRightPlaces) {
     fi::Settings settings;
     settings.background = SINGLE;
@@ -175,7 +175,7 @@ TEST(InspectPictures, AreInTheRightPlaces) {
     fi::Session session(settings);
     const auto feed = [&](bool box) {
         TestImage image(24, 32, [box](int r, int c) {
-            return box && r >= 8 && r <= 15 && c >= 8 && c <= 15 ? ColorValue{250, 240, 230} : ColorValue{10, 20, 30};
+            return box && r >= 8 && r <= 11 && c >= 16 && c <= 27 ? ColorValue{250, 240, 230} : ColorValue{10, 20, 30};
         });
         const Phase phase = session.begin(image.image);
         image.image.Detach();
@@ -187,27 +187,35 @@ TEST(InspectPictures, AreInTheRightPlaces) {
     ASSERT_EQ(phase, Phase::kDetection);
     const fi::FrameFacts facts = fi::gatherFacts(session, phase, {});
     ASSERT_EQ(facts.objects.size(), 1u);
-    EXPECT_EQ(facts.objects[0].x, 4);
-    EXPECT_EQ(facts.objects[0].width, 16);
+    fi::Page page("in", settings);
+    page.add(facts, {}, {});
+    TempDir dir;
+    page.write(dir.path + "/page");
+    const std::string html = slurp(dir.path + "/page");
+    // Cells of four pixels, 6 x 8 and between them 5 x 7. The record is a cell wider at either side, half of one right.
+    for (const char* shown :
+         {"</span>1</td><td>1</td><td>12</td><td>4</td><td>18</td><td>12</td><td>208</td><td>96 %</td>"
+          "<td>20, 10</td><td>20</td><td>1</td><td>11</td><td>6</td><td>new</td></tr>",
+          "Foreground cells</dt><dd>20<", "Cells</dt><dd>83 (48 + 35)<", "Frame size</dt><dd>32 x 24<"})
+        EXPECT_NE(html.find(shown), std::string::npos) << shown;
     EXPECT_EQ(facts.components, 1);
     EXPECT_GE(facts.objects[0].corners(), 4);
 
     std::map<std::string, fi::Raster> pictures;
     for (fi::Picture& p : fi::drawPictures(session, facts, 4)) pictures.emplace(p.name, std::move(p.image));
     const auto at = [&](const char* name, int r, int c) { return pictures.at(name).at(c * 4 + 2, r * 4 + 2); };
-    EXPECT_EQ(at("objects", 12, 12), (fleifeisa::Rgb{250, 240, 230}));
+    EXPECT_EQ(at("objects", 10, 20), (fleifeisa::Rgb{250, 240, 230}));
     EXPECT_EQ(at("objects", 2, 30), (fleifeisa::Rgb{10, 20, 30}));
-    EXPECT_EQ(pictures.at("objects").at(4 * 4, 20 * 4 - 1), fi::distinct(1));  // a corner of the box
-    EXPECT_EQ(at("background", 12, 12), (fleifeisa::Rgb{10, 20, 30}));
-    EXPECT_EQ(at("difference", 12, 12), fi::heatMap().back());
+    EXPECT_EQ(pictures.at("objects").at(12 * 4, 16 * 4 - 1), fi::distinct(1));  // a corner of the box
+    EXPECT_EQ(at("background", 10, 20), (fleifeisa::Rgb{10, 20, 30}));
+    EXPECT_EQ(at("difference", 10, 20), fi::heatMap().back());
     EXPECT_EQ(at("difference", 22, 30), fi::heatMap().front());
-    EXPECT_EQ(at("confidence", 9, 9), fi::heatMap().back());
+    EXPECT_EQ(at("confidence", 9, 17), fi::heatMap().back());
     EXPECT_EQ(at("derivative", 22, 30), fi::heatMap().front());
-    EXPECT_EQ(at("labels", 9, 9), fi::distinct(1));
+    EXPECT_EQ(at("labels", 9, 17), fi::distinct(1));
     EXPECT_EQ(pictures.count("clusters"), 0u);
 
     // The file holds the same pixels.
-    TempDir dir;
     const fi::Raster& written = pictures.at("labels");
     written.writePng(dir.path + "/labels.png");
     png_image image{};
@@ -217,7 +225,7 @@ TEST(InspectPictures, AreInTheRightPlaces) {
     std::vector<fleifeisa::Rgb> pixels(PNG_IMAGE_SIZE(image) / 3);
     ASSERT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
     ASSERT_EQ(image.width, 128u);
-    EXPECT_EQ(pixels[static_cast<std::size_t>(9 * 4 * 128 + 9 * 4)], fi::distinct(1));
+    EXPECT_EQ(pixels[static_cast<std::size_t>(9 * 4 * 128 + 17 * 4)], fi::distinct(1));
     EXPECT_THROW(written.writePng(dir.path + "/missing/labels.png"), std::runtime_error);
 }
 

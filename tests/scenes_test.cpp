@@ -79,6 +79,40 @@ TEST(Scenes, TruthShowsInThePicture) {
     EXPECT_GE(ids.size(), 12u);
 }
 
+// At night nothing casts a shadow, and every 800th frame has the light of the empty first one. Legs swing out sideways.
+TEST(Scenes, TruthFitsToThePixel) {
+    Scene scene(parseScene("night-ir?size=320x240&noise=0"));
+    const auto ground = frameOf(scene, 0);
+    int seen = 0, exact_left = 0, exact_right = 0;
+    for (std::int64_t number = 800; number < 80000; number += 800) {
+        const auto boxes = scene.truth(number);
+        const auto rgb = frameOf(scene, number);
+        for (const TruthBox& box : boxes) {
+            const int right = box.left + box.width, bottom = box.top + box.height, margin = box.width / 6 + 2;
+            const int x0 = box.left - margin, x1 = right + margin, y0 = box.top - 2, y1 = bottom + 2;
+            const auto near = [&](const TruthBox& other) {
+                return other.left - margin < x1 && other.left + other.width + margin > x0 && other.top < y1 &&
+                       other.top + other.height > y0;
+            };
+            if (x0 < 0 || y0 < 0 || x1 > 320 || y1 > 240 || std::ranges::count_if(boxes, near) > 1) continue;
+            int first_x = x1, last_x = x0, first_y = y1, last_y = y0;
+            for (int y = y0; y < y1; ++y)
+                for (int x = x0; x < x1; ++x) {
+                    const auto at = static_cast<std::size_t>(y * 320 + x) * 3;
+                    if (rgb[at] == ground[at]) continue;
+                    first_x = std::min(first_x, x), last_x = std::max(last_x, x);
+                    first_y = std::min(first_y, y), last_y = std::max(last_y, y);
+                }
+            EXPECT_EQ(std::pair(first_y, last_y), std::pair(box.top, bottom - 1)) << number;
+            EXPECT_TRUE(first_x <= box.left && last_x >= right - 1) << number;
+            exact_left += first_x == box.left;
+            exact_right += last_x == right - 1;
+            ++seen;
+        }
+    }
+    EXPECT_TRUE(seen > 5 && exact_left > 0 && exact_right > 0) << seen << " " << exact_left << " " << exact_right;
+}
+
 TEST(Scenes, BadDescriptionsAreRefusedByName) {
     const struct {
         const char* description;
@@ -98,8 +132,7 @@ TEST(Scenes, BadDescriptionsAreRefusedByName) {
                 << row.description << ": " << error.what();
         }
     }
-    const SceneDescription description =
-        parseScene("scene:crowd?seed=7&size=12x8&frames=0&rate=25&noise=0&quiet=3");
+    const SceneDescription description = parseScene("scene:crowd?seed=7&size=12x8&frames=0&rate=25&noise=0&quiet=3");
     EXPECT_EQ(description.name, "crowd");
     EXPECT_EQ(description.seed, 7u);
     EXPECT_EQ(description.width * 100 + description.height, 1208);

@@ -30,8 +30,12 @@ bool isRegularOrNew(const std::string& path) {
 }  // namespace
 
 FileWriter::FileWriter(std::string path, WriteMode mode, const FilePolicy& policy)
-    : path_(std::move(path)), work_path_(path_), mode_(mode), policy_(policy) {
-    regular_ = path_ != "-" && isRegularOrNew(path_);
+    : path_(std::move(path)),
+      work_path_(path_),
+      mode_(mode),
+      policy_(policy),
+      regular_(path_ != "-" && isRegularOrNew(path_)),
+      retries_({policy.retry_seconds, regular_ ? kLongestDelay : kPipeDelay, Clock::duration::zero()}) {
     if (!regular_) mode_ = WriteMode::kInPlace;
     if (mode_ == WriteMode::kAtClose || mode_ == WriteMode::kWhole) work_path_ += ".part";
     int error = 0;
@@ -115,12 +119,12 @@ void FileWriter::write(std::string_view text) {
         buffer_ += text;
         return;
     }
-    if (failing_ && told_ && Clock::now() >= retry_at_) attempt();
+    if (failing_ && told_ && Clock::now() >= retries_.nextTry()) attempt();
     if (!failing_) putBuffer();
     if (failing_) return cutRecord();
     try {
         writeThrough(text.data(), text.size());  // a frame: not worth a copy
-        delay_ = 0;
+        worked_ = true;
     } catch (const std::system_error& error) {
         undo(0, error.code().value());
         skipping_ = true;
@@ -146,7 +150,7 @@ void FileWriter::endRecord() {
     } else if (buffer_.empty()) {
         cut_ = 0;
     }
-    if (failing_ && told_ && !buffer_.empty() && Clock::now() >= retry_at_) attempt();
+    if (failing_ && told_ && !buffer_.empty() && Clock::now() >= retries_.nextTry()) attempt();
     if (!failing_ && buffer_.size() >= kBufferBytes) putBuffer();
     raise();
 }
@@ -173,7 +177,7 @@ void FileWriter::putBuffer() {
         undo(static_cast<std::size_t>(cut_ - before), error.code().value());
         return;
     }
-    if (!buffer_.empty()) delay_ = 0;
+    if (!buffer_.empty()) worked_ = true;
     if (!ends_.empty()) cut_ = buffer_.size() - ends_.back();
     buffer_.clear();
     ends_.clear();
@@ -259,8 +263,7 @@ void FileWriter::noteFailure(int error) {
         if (isRegularOrNew(work_path_)) ::unlink(work_path_.c_str());
     }
     if (!regular_) file_.reset();  // so that a reader sees an end, and the next one a begin
-    delay_ = delay_ == 0 ? policy_.retry_seconds : std::min(2 * delay_, regular_ ? kLongestDelay : kPipeDelay);
-    retry_at_ = Clock::now() + seconds(delay_);
+    retries_.failed(Clock::now(), std::exchange(worked_, false));
 }
 
 /// Each failure once.

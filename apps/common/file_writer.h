@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/backoff.h"
 #include "common/fd.h"
 #include "common/leftovers.h"
 
@@ -120,8 +121,9 @@ class FileWriter {
     bool failing_ = false;
     int error_ = 0;  ///< why
     bool told_ = true;
-    double delay_ = 0;  ///< seconds until the next attempt
-    Clock::time_point retry_at_{}, begun_at_{};
+    bool worked_ = false;  ///< bytes were written since the last failure
+    Backoff retries_;
+    Clock::time_point begun_at_{};
     std::uint64_t lost_ = 0;
 };
 

@@ -43,9 +43,9 @@ FrameInput::Result FileFrames::Next(KsColorImage& img, streamin& message, const 
         const bool found = NextName(name);
         if (fnames.bad()) {
             std::cerr << "The list of images cannot be read to its end." << std::endl;
-            return kFailed;
+            return Result::kFailed;
         }
-        if (!found) return kEnd;
+        if (!found) return Result::kEnd;
         img.KsReadImageFile((path + name).c_str());
     }
     const int number = cycle.Number() + 1;
@@ -55,7 +55,7 @@ FrameInput::Result FileFrames::Next(KsColorImage& img, streamin& message, const 
     std::snprintf(text, sizeof text, "%d", static_cast<int>(std::time(nullptr)));
     message.timestamp = strdup(text);
     message.sequence_num = number;
-    return FrameInput::kFrame;
+    return Result::kFrame;
 }
 
 void FileFrames::CheckSize(KsColorImage& img, int number, int rows, int cols) {

@@ -27,9 +27,9 @@ bool FrameLoop::Step() {
 bool FrameLoop::TakeFrame() {
     Release(Img, streamdata);
     replies.flush();  // before the input waits
-    const FrameInput::Result next = replies ? input.Next(Img, streamdata, cycle) : FrameInput::kFailed;
-    status = next == FrameInput::kFailed ? 1 : 0;
-    if (next != FrameInput::kFrame) return false;
+    const FrameInput::Result next = replies ? input.Next(Img, streamdata, cycle) : FrameInput::Result::kFailed;
+    status = next == FrameInput::Result::kFailed ? 1 : 0;
+    if (next != FrameInput::Result::kFrame) return false;
     if (HasPixels(Img)) Img.Share();  // the model keeps the latest frames
     return true;
 }

@@ -10,7 +10,7 @@
 // Where frames come from.
 class FrameInput {
  public:
-    enum Result { kFrame, kEnd, kFailed };  // kFailed: what went wrong has been written to standard error
+    enum class Result { kFrame, kEnd, kFailed };  // kFailed: what went wrong has been written to standard error
 
     FrameInput() = default;
     FrameInput(const FrameInput&) = delete;

@@ -151,8 +151,9 @@ int Analyzer::Run() {
         ConfineProcess(ControlPath(devid).c_str());
     }
     RequestFrames requests(in, out);
-    FrameInput& frames = mode == kStreaming ? static_cast<FrameInput&>(requests) : files;
-    FrameLoop loop({CIr, devid, analyzerid, c}, frames, *control_file, out);
+    FrameInput* frames = &files;
+    if (mode == kStreaming) frames = &requests;
+    FrameLoop loop({CIr, devid, analyzerid, c}, *frames, *control_file, out);
     return Finish(out, loop.Run());
 }
 

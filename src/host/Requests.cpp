@@ -32,24 +32,24 @@ FrameInput::Result RequestFrames::Next(KsColorImage& Img, streamin& message, con
             case RequestReader::kTooLong:
                 continue;
             case RequestReader::kEnd:
-                return kEnd;
+                return Result::kEnd;
             case RequestReader::kCutOff:
                 std::cerr << "The input ended inside a message body." << std::endl;
-                return kFailed;
+                return Result::kFailed;
             case RequestReader::kUnreadable:
                 std::cerr << "Cannot read standard input." << std::endl;
-                return kFailed;
+                return Result::kFailed;
             case RequestReader::kUnwritable:
-                return kFailed;
+                return Result::kFailed;
         }
-        if (message.ret_status == kShutdown) return kEnd;
-        if (message.ret_status != StreamCode::kFrame) continue;
+        if (message.ret_status == kShutdown) return Result::kEnd;
+        if (message.ret_status != kFrame) continue;
         if (!cycle.Fits(Img)) {
             AckError("Image size differs from the first frame.", out);
             continue;
         }
         if (message.timestamp == nullptr) message.timestamp = strdup("");
         if (message.timestamp == nullptr) throw std::bad_alloc();
-        return FrameInput::kFrame;
+        return Result::kFrame;
     }
 }

@@ -95,6 +95,10 @@ TEST(Config, EveryKeyOfACamera) {
              c.analyzer.infrared = true;
              c.control = {"300", {}, {}, "0.5", "2.0"};
          }},
+        {"rotate = { size = '3 kB', hours = 0.5, keep = 7 }\noutputs = ['replies=/r.txt']",
+         [](auto& c) {
+             c.outputs = {{"replies", "/r.txt", {.rotation = {3000, 1800, 7}}}};
+         }},
         {"outputs = ['jsonl', 'mot=m.csv', 'replies=/r.txt']",
          [](auto& c) {
              c.outputs = {{"jsonl", "/nowhere/conf/out/gate/frames.jsonl"},
@@ -170,6 +174,8 @@ TEST(Config, FaultsNameLineAndKey) {
         {"zzzzzzz = 1\n" + kPlain, ":1: zzzzzzz: unknown key"},
         {"analyzer = 1\n" + kPlain, ":1: analyzer: expected a text"},
         {"[[camera]]\nname = 'a\n", ":2: "},
+        {"# \xC3\xA4 ' \n" + kPlain + "title = \"\xC3\xA4\\\"\"\nname \xC7\xBD = '\xC3\xA4'\n",
+         ":7: a character beyond ASCII stands outside"},
         {kPlain + "[[camera]]\nname = 'gate'\nsource = 'b'\ndevice = 8\n",
          ":6: camera[2].name: another camera has the name 'gate'"},
         {kPlain + "[[camera]]\nname = 'b'\nsource = 'b'\ndevice = 7\n",

@@ -14,6 +14,7 @@
 #include "common/process.h"
 #include "common/text.h"
 #include "host/output_runs.h"
+#include "image/ImageFiles.h"
 #include "outputs/track_path.h"
 #include "outputs/track_table.h"
 #include "report/median_background.h"
@@ -457,6 +458,17 @@ std::vector<std::string> between(const std::string& page, const std::string& bef
     return found;
 }
 
+std::string fromBase64(std::string_view text) {
+    constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string bytes;
+    std::uint32_t bits = 0;
+    for (std::size_t i = 0; i < text.size() && text[i] != '='; ++i) {
+        bits = bits << 6 | static_cast<std::uint32_t>(kDigits.find(text[i]));
+        if (i % 4 > 0) bytes += static_cast<char>(bits >> (6 - i % 4 * 2));
+    }
+    return bytes;
+}
+
 TEST(Report, ShowsTheValuesOfTheRun) {
     Scenario run = documentedRun();
     run.frames.assign(40, {.width = 64, .height = 48, .objects = {}});
@@ -487,6 +499,24 @@ TEST(Report, ShowsTheValuesOfTheRun) {
     EXPECT_EQ(between(page, "of the picture; ", " at most"), Values{"3.1 %"});
     EXPECT_EQ(between(page, "Most at once</dt><dd>", "<small>"), Values{"2"});
     EXPECT_EQ(between(page, "Length</dt><dd>", "<small>"), Values{"0:04.0"});
+    // Thumbnails as they stand in the page: the box of 8 x 6 with 4 and 3 pixels around, that of 16 x 6 with 5 and 3.
+    const auto thumbs = between(page, "<td class=\"thumb\"><img alt=\"\" src=\"data:image/jpeg;base64,", "\"");
+    ASSERT_EQ(thumbs.size(), 2u);
+    for (const std::size_t i : {0u, 1u}) {
+        const std::string bytes = fromBase64(thumbs[i]);
+        const LoadedImage image = LoadImageBytes({reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()});
+        ASSERT_NE(image.pixels, nullptr) << image.error;
+        const int margin = i == 0 ? 4 : 5, width = i == 0 ? 8 : 16;
+        ASSERT_EQ(std::pair(image.width, image.height), std::pair(width + 2 * margin, 6 + 2 * 3));
+        const auto at = [&](int x, int y, std::size_t c) {
+            return image.pixels[static_cast<std::size_t>(y * image.width + x) * 3 + c];
+        };
+        const std::size_t colour = i == 0 ? 1 : 2;
+        for (const int x : {margin + 1, margin + width - 2}) EXPECT_NEAR(at(x, 6, colour), 230, 40) << i << x;
+        for (const int x : {1, image.width - 2}) EXPECT_NEAR(at(x, 6, colour), 90, 40) << i << x;
+        EXPECT_NEAR(at(margin + width / 2, 0, colour), 90, 40) << i;
+        std::free(image.pixels);
+    }
 }
 
 TEST(Report, BackgroundIsTheMedianAndThumbnailsTheLargestMoment) {

@@ -309,6 +309,41 @@ class Sources(HostTest):
         self.assertIn("the decoder died: signal 9", done.stderr)
         self.assertEqual((self.dir / "count").read_text(), "4")
 
+    def test_hostile_decoders_cost_their_own_camera_only(self):
+        """Stand-ins for ffmpeg that write what no decoder does; a camera of pictures beside them is answered in full."""
+        seed = random.randrange(1 << 30)
+        print("seed", seed)
+        magic = b"nut/multimedia container\0"
+        main = b"N\x4d\x7a\x56\x1f\x5f\x04\xad"
+        kinds = {"garbage": random.Random(seed).randbytes(100000), "header": magic + random.Random(seed).randbytes(100000),
+                 "size": magic + main + b"\xff\xff\xff\xff\xff\xff\xff\xff\x7f" * 100, "zeros": magic + bytes(1 << 20),
+                 "chatter": magic, "closes": magic, "stalls": magic, "signal": magic + main}
+        for name, data in kinds.items():
+            (self.dir / f"{name}.avi").write_bytes(data)
+        self.stand_in("""
+import os, sys, time
+name = next(a for a in sys.argv if a.endswith(".avi"))[5:]
+kind = os.path.basename(name)[:-4]
+sys.stdout.buffer.write(open(name, "rb").read())
+sys.stdout.buffer.flush()
+end = time.monotonic() + 60
+while kind == "chatter" and time.monotonic() < end: os.write(2, b"[error] \\xff" + b"x" * 60000 + b"\\n" * 5)
+if kind == "closes": os.close(1)
+if kind in ("stalls", "closes"): time.sleep(60)
+if kind == "signal": os.kill(os.getpid(), 11)
+""")
+        self.cameras(*({"name": f'"{name}"', "source": f'"{name}.avi"', "stall_timeout": 1.5, "outputs": '["replies"]'}
+                       for name in kinds),
+                     {"name": '"good"', "source": '"scene:street?size=96x64&rate=50&frames=200"', "realtime": "true",
+                      "outputs": '["replies"]'})
+        done = self.host("run", "c.toml", timeout=100, expect=None)
+        self.assertIn(done.returncode, range(64, 79), done.stderr)  # no crash
+        self.assertIn("no frame for 1.5 s", done.stderr)
+        self.assertEqual(sequences(self.dir / "out/good/replies.txt"), list(range(1, 201)))
+        for name in kinds:
+            self.assertIn(f" {name}: ", done.stderr)
+        self.assertLess(len(done.stderr), 50000)
+
     def test_a_source_that_keeps_failing_says_since_when(self):
         """And a camera that had given up gets another chance with SIGHUP; one that has ended does not."""
         scene = '"scene:street?size=96x64&rate=20&frames='

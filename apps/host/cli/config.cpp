@@ -24,6 +24,33 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// The line of the first character beyond ASCII that stands in neither quotes nor a comment; 0 for none. TOML allows no
+/// such character, and the parser's own check for one is undefined for those below U+049A.
+std::size_t lineOfStrayCharacter(std::string_view text) {
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);  // byte order mark
+    std::string_view end;                                         // of the quotes or comment that text is in
+    std::size_t line = 1;
+    for (; !text.empty(); text.remove_prefix(1)) {
+        if (text[0] == '\n') ++line;
+        if (!end.empty() && (text.starts_with(end) || (end.size() == 1 && text[0] == '\n'))) {
+            text.remove_prefix(end.size() - 1);
+            end = {};
+        } else if (!end.empty()) {
+            if (end[0] == '"' && text[0] == '\\' && text.size() > 1 && text[1] != '\n') text.remove_prefix(1);
+        } else if (text.starts_with("\"\"\"") || text.starts_with("'''")) {
+            end = text.substr(0, 3);
+            text.remove_prefix(2);
+        } else if (text[0] == '"' || text[0] == '\'') {
+            end = text.substr(0, 1);
+        } else if (text[0] == '#') {
+            end = "\n";
+        } else if (static_cast<unsigned char>(text[0]) >= 0x80) {
+            return line;
+        }
+    }
+    return 0;
+}
+
 class Loader {
  public:
     Loader(const std::string& path, std::vector<std::string>& errors, ConfigCheck check)
@@ -31,6 +58,11 @@ class Loader {
 
     HostConfig load(std::string_view document) {
         HostConfig config;
+        if (const std::size_t line = lineOfStrayCharacter(document); line > 0) {
+            errors_.push_back(path_ + ":" + std::to_string(line) +
+                              ": a character beyond ASCII stands outside of quotes");
+            return config;
+        }
         toml::table root;
         try {
             root = toml::parse(document);

@@ -100,11 +100,11 @@ int play(PlayOptions& options) {
         throw SourceError(EX_UNAVAILABLE,
                           "the analyzer " + (options.analyzer.empty() ? "fleifeisa" : options.analyzer) +
                               " was not found (it is looked for beside this program and in PATH; --analyzer names it)");
-    const auto toStandardOutput = [](const OutputChoice& choice) { return choice.path == "-"; };
+    const auto to_standard_output = [](const OutputChoice& choice) { return choice.path == "-"; };
     const PrivateRoot root;
     config.analyzer.root = root.path();
     config.outputs = chosenOutputs(options);
-    if (std::ranges::any_of(config.outputs, toStandardOutput)) options.quiet = true;  // the table would stand in it
+    if (std::ranges::any_of(config.outputs, to_standard_output)) options.quiet = true;  // the table would stand in it
     for (const std::string& fault : pathFaults({&config, 1})) throw SourceError(EX_USAGE, fault);
     std::optional<EventDesk> desk;
     if (!options.state.empty()) {

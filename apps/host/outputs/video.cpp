@@ -28,13 +28,15 @@ std::string caption(const FrameResult& result) {
 }  // namespace
 
 VideoOutput::VideoOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy)
-    : path_(path), policy_(policy), rate_(camera.rate) {
+    : path_(path), policy_(policy), retries_({policy.retry_seconds, 30, std::chrono::seconds(10)}), rate_(camera.rate) {
     if (!policy_.service) openEncoder();
 }
 
 /// Before the first picture and some time after a failure. @throws OutputError
 void VideoOutput::openEncoder() {
-    if (encoder_ || Clock::now() < retry_at_) return;
+    const Clock::time_point now = Clock::now();
+    if (encoder_ || now < retries_.nextTry()) return;
+    retries_.began(now);
     try {
         encoder_.emplace(path_, policy_);
     } catch (const OutputError&) {
@@ -44,10 +46,8 @@ void VideoOutput::openEncoder() {
 }
 
 void VideoOutput::fail() {
-    constexpr double kLongestDelay = 30;
     encoder_.reset();
-    delay_ = delay_ == 0 ? policy_.retry_seconds : std::min(2 * delay_, kLongestDelay);
-    retry_at_ = Clock::now() + seconds(delay_);
+    retries_.failed(Clock::now());
     ++lost_;
 }
 

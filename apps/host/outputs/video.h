@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/backoff.h"
 #include "common/canvas.h"
 #include "outputs/encoder.h"
 #include "outputs/output.h"
@@ -43,8 +44,7 @@ class VideoOutput : public Output {
     const std::string path_;
     FilePolicy policy_;
     std::optional<Encoder> encoder_;  ///< none after a failure, until its next attempt
-    double delay_ = 0;                ///< seconds until then
-    Clock::time_point retry_at_{};
+    Backoff retries_;
     std::uint64_t lost_ = 0;  ///< pictures
     bool raw_ = false;
     std::map<std::int64_t, std::deque<Pixel>> trails_;  ///< feet of the boxes in the picture, by track number

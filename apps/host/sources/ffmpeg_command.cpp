@@ -23,12 +23,12 @@ struct Option {
 
 /// A list as users write it: what does not begin with a dash and a letter is the value of the option before.
 std::vector<Option> parsedOptions(const std::vector<std::string>& words) {
-    const auto isName = [](const std::string& word) {
+    const auto is_name = [](const std::string& word) {
         return word.size() > 1 && word[0] == '-' && std::isalpha(static_cast<unsigned char>(word[1])) != 0;
     };
     std::vector<Option> result;
     for (const std::string& word : words) {
-        if (isName(word) || result.empty() || !result.back().alone)
+        if (is_name(word) || result.empty() || !result.back().alone)
             result.push_back({word, "", true});
         else
             result.back() = {result.back().name, word, false};

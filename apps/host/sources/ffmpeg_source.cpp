@@ -7,6 +7,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <system_error>
 
 #include "common/secrets.h"
@@ -161,9 +162,11 @@ bool FfmpegSource::next(RawFrame& frame) {
         }
     } catch (const ReadEnd& end) {
         if (end.reason == ReadEnd::kStopped) return false;
-        if (end.reason == ReadEnd::kStalled)
-            throw SourceError(EX_IOERR,
-                              "no frame for " + std::to_string(static_cast<int>(options_.stall_seconds)) + " s", true);
+        if (end.reason == ReadEnd::kStalled) {
+            char text[64];
+            std::snprintf(text, sizeof text, "no frame for %g s", options_.stall_seconds);
+            throw SourceError(EX_IOERR, text, true);
+        }
         checkEnd();
         return false;
     } catch (const SourceError&) {

@@ -82,7 +82,7 @@ bool isImageName(std::string_view path) {
 }
 
 bool naturalLess(std::string_view a, std::string_view b) {
-    const auto takeNumber = [](std::string_view& text) {
+    const auto take_number = [](std::string_view& text) {
         const auto length = static_cast<std::size_t>(std::ranges::find_if_not(text, isDigit) - text.begin());
         std::string_view number = text.substr(0, length);
         text.remove_prefix(length);
@@ -91,7 +91,7 @@ bool naturalLess(std::string_view a, std::string_view b) {
     };
     for (std::string_view x = a, y = b; !x.empty() && !y.empty();) {
         if (isDigit(x.front()) && isDigit(y.front())) {
-            const std::string_view m = takeNumber(x), n = takeNumber(y);
+            const std::string_view m = take_number(x), n = take_number(y);
             if (m.size() != n.size()) return m.size() < n.size();
             if (m != n) return m < n;
         } else {

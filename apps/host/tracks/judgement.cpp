@@ -84,7 +84,8 @@ bool isLight(SmoothFrame& frame, const Background& background, const Foreground&
         }
     }
     if (count < least_pixels || both <= 0) return false;
-    const double samples = static_cast<double>(count / step);
+    const auto rows_taken = count / step;
+    const auto samples = static_cast<double>(rows_taken);
     if (samples < 1 || static_cast<double>(in_usual) < kLightStructure * samples) return false;
     const double product = static_cast<double>(in_usual) * static_cast<double>(in_now);
     return static_cast<double>(both) * static_cast<double>(both) > kLightCorrelation * kLightCorrelation * product;
