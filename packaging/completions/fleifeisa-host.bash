@@ -3,13 +3,13 @@
 _fleifeisa_host() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb='' word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        case $word in play | run | replay | report | events | db | scenes) verb=$word && break ;; esac
+        case $word in play | run | replay | report | events | tell | db | scenes) verb=$word && break ;; esac
     done
     local source="--rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --tracks --least-area --shadow-test
-        --no-shadow-test --split-people --no-split-people --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option"
+        --no-shadow-test --split-people --no-split-people --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option --zone --line"
     local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
         --answer-timeout"
-    local outputs="replies recording jsonl mot onvif tracks video report"
+    local outputs="replies recording jsonl mot onvif tracks events video report"
     local words='' name
     COMPREPLY=()
     # bash makes words of their own of "=" and ":": what stands before an equals sign is what counts.
@@ -31,12 +31,13 @@ _fleifeisa_host() {
         --analyzer | --out | --replies | -o) ;;
         *)
             case $verb in
-                play) words="$source $analyzer --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
-                '') words="play run replay report events db scenes --verbose --log-format --version --help" ;;
+                play) words="$source $analyzer --state --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
+                '') words="play run replay report events tell db scenes --verbose --log-format --version --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --analyzer --help" ;;
                 replay) words="--verify --out --output --replies --analyzer --help" ;;
                 events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --help" ;;
+                tell) words="--state --help" ;;
                 db) words="check backup --state --help" ;;
                 scenes) words="--help" ;;
             esac

@@ -1,6 +1,6 @@
 # fish completion for fleifeisa-host
 
-set -l verbs play run replay report scenes
+set -l verbs play run replay report events tell db scenes
 set -l none "not __fish_seen_subcommand_from $verbs"
 set -l feeds "__fish_seen_subcommand_from play report"
 set -l play "__fish_seen_subcommand_from play"
@@ -12,7 +12,7 @@ complete -c fleifeisa-host -l log-format -x -a "text json" -d "form of the log"
 complete -c fleifeisa-host -l help -d "help"
 
 complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd scene:static scene:lights scene:lamp scene:covered scene:night-ir"
-for option in rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout
+for option in rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout zone line
     complete -c fleifeisa-host -n $feeds -l $option -x
 end
 for option in mask least-area
@@ -28,8 +28,9 @@ complete -c fleifeisa-host -n $feeds -l range -x -a "full limited"
 complete -c fleifeisa-host -n $feeds -l type -x -a "color ir"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run replay" -l analyzer -r
 
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l output -r -a "replies recording jsonl mot onvif tracks video report" -d "an output"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l output -r -a "replies recording jsonl mot onvif tracks events video report" -d "an output"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l out -r -d "directory of the outputs"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell" -l state -r -d "state directory"
 for option in rotate-size rotate-hours rotate-keep
     complete -c fleifeisa-host -n $play -l $option -x
 end

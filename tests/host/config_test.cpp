@@ -105,6 +105,13 @@ TEST(Config, EveryKeyOfACamera) {
                           {"mot", "/nowhere/conf/m.csv"},
                           {"replies", "/r.txt"}};
          }},
+        {"notify = false", [](auto& c) { c.notify = false; }},
+        {"stopped = 7\n[camera.motion]\noff_delay = 9\n[[camera.line]]\nname = 'x'\npoints = [[0,0],[1,1]]",
+         [](auto& c) {
+             c.rules.stopped = 7;
+             c.rules.off_delay = 9;
+             c.rules.lines.push_back({"x", "", {0, 0}, {1, 1}, {}});
+         }},
     };
     for (const auto& row : rows) {
         std::vector<std::string> errors;
@@ -140,6 +147,23 @@ TEST(Config, PathsAndTopLevelKeys) {
         EXPECT_EQ(config.cameras.at(0).source.source, row.resolved);
         EXPECT_EQ(config.cameras.at(0).outputs.at(0).path, row.output);
     }
+}
+
+TEST(Config, WhatConcernsEventsOfAllCameras) {
+    std::vector<std::string> errors;
+    const HostConfig config = parseConfig(
+        "state = 's'\ntimezone = 'Europe/Berlin'\nnotify = false\non_event = ['sh', '{kind}']\n"
+        "[keep]\nevent_days = 3\nminute_days = 4\nnear_miss_days = 5\ndatabase = '2 GB'\nmin_free = '1 MB'\n" +
+            kPlain + "[[camera.zone]]\nname = 'z'\nwhen = '08:00-09:00'\npoints = [[0,0],[1,0],[1,1]]\n",
+        kPath, errors);
+    ASSERT_TRUE(errors.empty()) << errors.front();
+    EXPECT_TRUE((config.desk ==
+                 DeskSettings{"/nowhere/conf/s", {3, 4, 5, 2'000'000'000, 1'000'000}, {"sh", "{kind}"}}));
+    EXPECT_FALSE(config.cameras.at(0).notify);
+    const Rules& rules = config.cameras.at(0).rules;
+    EXPECT_EQ(rules.timezone, "Europe/Berlin");
+    constexpr std::int64_t kHalfPastSevenUtc = 1'767'252'600'000'000'000;  // 1 January 2026, half past eight in Berlin
+    EXPECT_TRUE(rules.zones.at(0).limits.when.active(kHalfPastSevenUtc));
 }
 
 TEST(Config, FaultsNameLineAndKey) {
@@ -192,6 +216,13 @@ TEST(Config, FaultsNameLineAndKey) {
         {kPlain + "control = 3", ":5: camera[1].control: expected a table"},
         {kPlain + "[camera.control]\nbgframes = 0", ":6: camera[1].control.bgframes: expected a whole number"},
         {kPlain + "control = { ir_low = -1 }", ":5: camera[1].control.ir_low: expected a number"},
+        {"timezone = 'Mars'\n" + kPlain, ":1: timezone: "},
+        {"on_event = ['/nowhere/x']\n" + kPlain, ":1: on_event: there is no program '/nowhere/x'"},
+        {"[keep]\nevent_day = 3\n" + kPlain, ":2: keep.event_day: unknown key (did you mean event_days?)"},
+        {"[keep]\nmin_free = 'x'\n" + kPlain, ":2: keep.min_free: expected a size"},
+        {kPlain + "[[camera.zone]]\nname = 'z'\npoints = [[0,0],[1,1]]",
+         ":7: camera[1].zone[1].points: expected at least 3 points"},
+        {kPlain + "[[camera.line]]\nname = 'z'\nwhen = 'noon'\npoints = [[0,0],[1,1]]", ":7: camera[1].line[1].when: "},
         {kPlain + "control = { ir_lo = 1 }", ":5: camera[1].control.ir_lo: unknown key (did you mean ir_low?)"},
     };
     for (const auto& [text, words] : rows) {

@@ -11,6 +11,7 @@
 #include "cli/rules_config.h"
 #include "cli/values.h"
 #include "events/rule_engine.h"
+#include "events/rule_steps.h"
 #include "events/what_if.h"
 
 namespace fleifeisa::host {
@@ -607,6 +608,54 @@ least_size = {near = 2}
     for (const char* text : {"a=0,0 0,1", "line:c=0,0 1,0 1,1", "zone:c=0,0 1,0", "c", "=0,0 1,0", "c=0;0 1;0",
                              "c=0,0 1,0x", "c=0,0 2,0", "c=0,0 0,0", "c=0,0 1,nan"})
         EXPECT_THROW(addRule(rules, text), ValueError) << text;
+}
+
+// ---- Texts of recordings ----
+
+TEST(RuleSteps, TextsReadBackAndNothingElseDoes) {
+    RuleSetup setup;
+    setup.start = {"", 41, "8f1ee629", {0.1, 0.25, 1.0 / 3, 0.5}, false};
+    setup.rules.timezone = "Europe/Berlin";
+    setup.rules.hold = 1e-7;
+    const auto place = std::make_shared<const TimeZone>("Europe/Berlin");
+    setup.rules.motion.when = Schedule("22:00-06:00 mo-fr; sa,su", place);
+    setup.rules.zones.push_back({"yard", "Hof", {{0.1, 0.5}, {0.9, 0.5}, {1, 1}}, {{0.4, 0.1}, 2, 3, {}}, 20, 7});
+    setup.rules.lines.push_back({"zone", "", {0, 1.0 / 7}, {1, 0.2}, {}});
+    const std::string text = setupText(setup);
+    const auto read = parseSetup(text);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(setupText(*read), text);
+    for (std::size_t cut = 1; cut < text.size(); ++cut) {
+        const auto part = parseSetup(text.substr(0, cut));
+        EXPECT_TRUE(!part || setupText(*part) != text) << cut;
+    }
+    EXPECT_FALSE(parseSetup(text + "x"));
+
+    const RuleStep steps[] = {
+        {RuleStep::kTick, 5},
+        {RuleStep::kLost, -5},
+        {RuleStep::kBack, 1'795'248'902'100'000'000},
+        {RuleStep::kTell, 7, 0, EventKind::kExternal, std::nullopt, "", " two words\n\xC3\xA4 "},
+        {RuleStep::kTell, 7, 0, EventKind::kGap, 0.1, "events", ""},
+        {RuleStep::kClock, 9, -3'000'000'000},
+        {RuleStep::kFinish, 9, 0, EventKind::kExternal, std::nullopt, "configuration"},
+        {RuleStep::kMap, 9, 0, EventKind::kExternal, std::nullopt, "", "", {0.1, 0.2, 0.3, 0.7}},
+        {RuleStep::kParameters, 9, 0, EventKind::kExternal, std::nullopt, "0123abcd"},
+    };
+    for (const RuleStep& step : steps) {
+        const auto again = parseStep(stepText(step));
+        ASSERT_TRUE(again) << stepText(step);
+        EXPECT_EQ(again->kind, step.kind);
+        EXPECT_EQ(again->time_ns, step.time_ns);
+        EXPECT_EQ(again->from_ns, step.from_ns);
+        EXPECT_EQ(again->event, step.event);
+        EXPECT_EQ(again->value, step.value);
+        EXPECT_EQ(again->change, step.change);
+        EXPECT_EQ(again->text, step.text);
+        EXPECT_EQ(again->map, step.map);
+    }
+    for (const char* bad : {"", "tick", "tock 5", "tick x", "clock 5", "map 5 1 2 3", "tell 5 nobody - - x"})
+        EXPECT_FALSE(parseStep(bad)) << bad;
 }
 
 }  // namespace

@@ -30,6 +30,9 @@ def config(*cameras):
     return text
 
 
+GATE = '[{ name = "gate", points = [[0.5, 0.0], [0.5, 1.0]] }]'
+
+
 def scene_camera(name, device, frames=0, **more):
     return {"name": f'"{name}"', "device": device, "source": f'"scene:street?size=96x64&rate=50&frames={frames}"',
             "realtime": "true", "outputs": '["replies"]', "control": "{ bgframes = 10 }", **more}
@@ -369,7 +372,7 @@ class Service(HostTest):
         """Frames of a file are all answered, in order, and the other camera notices nothing."""
         scene = '"scene:crowd?size=160x120&rate=50&quiet=10&frames=150"'
         self.write("c.toml", config(scene_camera("killed", 1, 150, source=scene, region='"150x110+4+2"',
-                                                 outputs='["replies", "recording", "tracks", "mot"]'), scene_camera("stopped", 2, 150, answer_timeout=0.5),
+                                                 outputs='["replies", "recording", "tracks", "mot", "events"]', line=GATE), scene_camera("stopped", 2, 150, answer_timeout=0.5),
                                     scene_camera("other", 3, 150)))
         process = self.start("-v", "run", "c.toml")
         tracked = self.dir / "out/killed/mot.csv"
@@ -384,8 +387,13 @@ class Service(HostTest):
         self.assertIn("stopped: the analyzer gave no answer for 0.5 s", self.log())
         self.assertIn("other: 150 frames answered, 0 dropped, 0 lost, analyzer restarted 0 times", self.log())
         # Tracks lived through it, and the recording gives them again, byte by byte.
-        found = self.host("replay", "out/killed/recording.bin", "--verify", "--output", "tracks=again")
-        self.assertIn("150 frames replayed, every reply is the same, and every track", found.stdout)
+        found = self.host("replay", "out/killed/recording.bin", "--verify", "--output", "tracks=again",
+                          "--output", "events=told")
+        self.assertIn("150 frames replayed, every reply is the same, and every track and event", found.stdout)
+        events = (self.dir / "out/killed/events.jsonl").read_bytes()
+        self.assertEqual((self.dir / "told").read_bytes(), events)
+        kinds = [json.loads(line)["kind"] for line in events.splitlines()]
+        self.assertTrue({"motion", "line", "analyzer"} <= set(kinds), kinds)
         tracks = (self.dir / "out/killed/tracks.jsonl").read_bytes()
         self.assertEqual((self.dir / "again").read_bytes(), tracks)
         starts = [number for number, header in enumerate(re.findall(rb"Recording-(Start|Reply)",
@@ -394,6 +402,44 @@ class Service(HostTest):
         restart = (starts[1] - 1) * 20_000_000
         lived = [t for t in map(json.loads, tracks.splitlines()) if t["start_ns"] < restart - 40_000_000 and t["time_ns"] > restart]
         self.assertTrue(lived, "no track lived through the restart")
+
+    def test_what_happened_is_stored_told_and_replayed(self):
+        """A live camera that is lost and comes back, with store, hook, and somebody who tells; then a second run."""
+        hook = self.script("hook", "import sys\nopen(sys.argv[1], 'a').write(' '.join(sys.argv[2:]) + '\\n')\n")
+        source = '"scene:crowd?size=160x120&rate=25&quiet=10&frames=50"'
+        camera = scene_camera("gate", 1, source=source, live="true", outputs='["recording", "events"]',
+                              line=GATE, scene="{ lost_after = 0.2, back_after = 0.1 }")
+        desk = f'state = "state"\non_event = ["{hook}", "{self.dir}/hooked", "{{event}}", "{{kind}}"]\n'
+        self.write("c.toml", desk + config(camera))
+        events, hooked = self.dir / "out/gate/events.jsonl", self.dir / "hooked"
+
+        def told():
+            return [json.loads(line) for line in events.read_text().splitlines()] if events.exists() else []
+        for run in range(2):
+            events.unlink(missing_ok=True)
+            process = self.start("run", "c.toml")
+            self.until(lambda: any(e["change"] == "lost" and e["state"] == "end" for e in told()), "a source that is back")
+            self.host("tell", "nobody", "x", "--state", "state", expect=65)
+            self.host("tell", "gate", "ding  dong", "--state", "state")
+            self.until(lambda: any(e.get("text") == "ding  dong" for e in told()), "what was told")
+            self.until(lambda: "external" in hooked.read_text() if hooked.exists() else False, "the hook")
+            self.assertIn("is used by another host", self.host("run", "c.toml", expect=73).stderr)
+            self.assertEqual(self.end(process), 0)
+            found = self.host("replay", "out/gate/recording.bin", "--verify", "--output", "events=again")
+            self.assertIn("every track and event", found.stdout)
+            self.assertEqual((self.dir / "again").read_bytes(), events.read_bytes())
+            stored = self.host("events", "--state", "state", "--json").stdout.splitlines()
+            stored = {e["event"]: e for e in map(json.loads, stored)}
+            for event in told():  # as it was told last
+                self.assertIn(event["event"], stored)
+            self.assertTrue(all(e["end_ns"] for e in stored.values()), "an event still runs")
+            self.assertTrue({e["event"] for e in told() if e["kind"] == "motion"})
+            if run == 0:
+                first = {e["event"] for e in told()}
+            else:
+                self.assertFalse(first & {e["event"] for e in told()}, "numbers were used again")
+            self.assertIn("the store is whole", self.host("db", "check", "--state", "state").stdout)
+            hooked.unlink()
 
     def test_track_numbers_go_on_after_a_restart(self):
         crowd = scene_camera("gate", 1, source='"scene:crowd?size=160x120&rate=50&quiet=10"', outputs='["mot=gate.csv"]')

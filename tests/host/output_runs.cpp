@@ -100,6 +100,10 @@ void feed(Output& output, const Scenario& run, std::size_t index) {
     result.request = request;
     result.reply = reply;
     output.frame(result);
+    CameraEvent event;
+    event.camera = run.camera.name;
+    event.number = result.sequence;
+    output.told(event);
 }
 
 void end(Output& output, const Scenario& run) {

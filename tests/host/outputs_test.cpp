@@ -98,6 +98,7 @@ TEST(OutputFiles, AreThereOnceComplete) {
     for (const Case& c : {Case{"jsonl", true, true, false},
                           {"mot", true, true, false},
                           {"tracks", true, true, false},
+                          {"events", true, true, false},
                           {"replies", true, true, false},
                           {"recording", true, true, false},
                           {"onvif", false, true, true},
@@ -173,7 +174,7 @@ TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
     const Scenario large = largeFrames(), small = awkwardRun(4);
     Scenario buffered = small;  // of a file: what is written leaves in lumps
     buffered.camera.live = false;
-    for (const std::string type : {"jsonl", "mot", "tracks", "replies", "recording"})
+    for (const std::string type : {"jsonl", "mot", "tracks", "events", "replies", "recording"})
         for (const Scenario* run : {&small, &std::as_const(buffered), &large}) {
             const std::string path = directory.path + "/" + type;
             play(*run, type, path);
@@ -208,7 +209,7 @@ TEST(OutputFiles, EndWithAWholeRecordWhereTheDiskIsFull) {
 
 /// A recording without what it holds of tracks.
 std::string withoutTracks(std::string text) {
-    for (const char* name : {"Tracks", "Filter", "Ended"}) {
+    for (const char* name : {"Tracks", "Filter", "Rules", "Ended"}) {
         const std::string note = std::string("ANALYTICS.CARTRIDGE\r\nRecording-") + name;
         for (std::size_t at = text.find(note); at != std::string::npos; at = text.find(note, at))
             text.erase(at, text.find("\r\n\r\n", at) + 4 - at);

@@ -14,6 +14,7 @@
 #include "common/secrets.h"
 #include "sources/ffmpeg_command.h"
 #include "sources/images.h"
+#include "sources/live_clock.h"
 #include "sources/protocols.h"
 #include "sources/source.h"
 
@@ -359,6 +360,30 @@ TEST(Regions, ThatLeaveThePictureAreRefused) {
             EXPECT_TRUE(source->next(frame));
         else
             EXPECT_THROW(source->next(frame), SourceError);
+    }
+}
+
+TEST(LiveClock, TimesRiseAndFollowSteps) {
+    constexpr std::int64_t kSecond = 1'000'000'000, kStart = 1000 * kSecond;
+    const struct {
+        std::int64_t wall, steady, time, step;  ///< wall and time from the start
+    } rows[] = {
+        {0, 5, 0, 0},
+        {kSecond, 5 + kSecond, kSecond, 0},
+        {kSecond, 5 + kSecond, kSecond + 1, 0},                                      // the same moment
+        {5 * kSecond, 5 + 3 * kSecond, 3 * kSecond, 0},                              // two seconds are no step
+        {5 * kSecond + 1, 5 + 3 * kSecond, 5 * kSecond + 1, 2 * kSecond + 1},        // more are
+        {6 * kSecond, 5 + 4 * kSecond, 6 * kSecond + 1, 0},
+        {-9 * kSecond, 5 + 5 * kSecond, -9 * kSecond, -16 * kSecond - 1},            // back
+        {-8 * kSecond, 5 + 6 * kSecond, -8 * kSecond, 0},
+    };
+    LiveClock clock;
+    for (const auto& row : rows) {
+        const LiveClock::Reading reading{kStart + row.wall, row.steady};
+        const LiveClock::Moment moment = clock.ofFrame(reading);
+        EXPECT_EQ(moment.time_ns - kStart, row.time);
+        EXPECT_EQ(moment.step_ns, row.step);
+        EXPECT_LE(std::abs(clock.now(reading) - moment.time_ns), 1);
     }
 }
 

@@ -9,6 +9,7 @@
 #include "camera/output_types.h"
 #include "common/log.h"
 #include "common/secrets.h"
+#include "common/text.h"
 #include "sources/rgb_frame.h"
 
 namespace fleifeisa::host {
@@ -25,16 +26,20 @@ constexpr int kAttempts = 3;  // a frame over which so many analyzers die is giv
 // While the analyzer works on one frame the next one already lies in the pipe. A live camera waits for the answer
 // instead, so that what it sends is the newest there is.
 constexpr std::size_t kFileWindow = 2, kLiveWindow = 1;
+// Without frames rules are told the time: a second ago, so that a frame that is on its way is not older.
+constexpr std::int64_t kTickNs = 1'000'000'000;
+constexpr std::size_t kMostReason = 200;  // bytes of why an analyzer was restarted, in its event
 constexpr std::int64_t kLastSequence = 2'147'483'647;
-
-std::int64_t wallClock() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
 
 std::optional<Box> regionOf(const SourceOptions& source) {
     if (!source.region) return std::nullopt;
     return Box{source.region->left, source.region->top, source.region->width, source.region->height};
+}
+
+bool hasActiveTimes(const Rules& rules) {
+    const auto limited = [](const auto& rule) { return !rule.limits.when.always(); };
+    return !rules.motion.when.always() || std::ranges::any_of(rules.zones, limited) ||
+           std::ranges::any_of(rules.lines, limited);
 }
 
 TrackSettings trackSettings(const CameraConfig& config, std::int64_t first_number) {
@@ -47,9 +52,11 @@ TrackSettings trackSettings(const CameraConfig& config, std::int64_t first_numbe
 
 }  // namespace
 
-Camera::Camera(CameraConfig config, std::vector<Output*> extra)
+Camera::Camera(CameraConfig config, std::vector<Output*> extra, EventDesk* desk)
     : config_(std::move(config)),
       feeder_(config_.name, config_.source),
+      desk_(desk),
+      wake_(post_->wake()),
       window_(feeder_.live() ? kLiveWindow : kFileWindow),
       restarts_(kRestarts) {
     for (Output* output : extra) sinks_.push_back({output, {"summary", ""}});
@@ -71,8 +78,9 @@ CameraInfo Camera::info() const {
             config_.control.any() ? controlText(config_.control) : "",
             config_.title.empty() ? config_.name : config_.title,
             regionOf(config_.source),
-            tracks_ ? tracks_->settings() : trackSettings(config_, next_track_),
-            !tracks_};
+            tracks_ ? tracks_->settings() : trackSettings(config_, next_.track),
+            !tracks_,
+            rules_ ? rules_->setup() : RuleSetup{config_.rules, {}}};
 }
 
 void Camera::prepare() {
@@ -80,6 +88,16 @@ void Camera::prepare() {
     if (config_.analyzer.root.empty() && environment) config_.analyzer.root = environment;
     if (config_.control.any())
         writeControlFile(controlPath(config_.analyzer.root, config_.analyzer.device), controlText(config_.control));
+    if (!feeder_.dates() && hasActiveTimes(config_.rules))
+        logWarning(config_.name, "'when' is not applied: the file has no start time");
+    if (!desk_) return;
+    const CameraInfo camera = info();
+    first_ = next_ = desk_->add(camera.name, camera.title, camera.source, config_.notify, post_);
+    if (!feeder_.dates()) {
+        logWarning(config_.name, "nothing of it is stored: its times are no moments (a file needs a start time)");
+        return;
+    }
+    keeper_.emplace(desk_->store(), camera.name);
 }
 
 void Camera::openOutputs() {
@@ -126,6 +144,8 @@ void Camera::setControl(const ControlParameters& control) {
 void Camera::run() {
     try {
         feeder_.start();
+        noteParameters();
+        beginRules({});
         serve();
         if (analyzer_ && !analyzer_->shutdown(kShutdownGrace))
             logWarning(config_.name, "the analyzer did not end when asked to and was killed");
@@ -151,8 +171,10 @@ void Camera::serve() {
         if (given_up_) return;
         applyControl();
         reopenWhereAsked();
+        takePost();
         takeFrames();
         noteSource();
+        tickRules();
         if (in_flight_.empty() && (stopping_ || (feeder_.ended() && !held_))) return;
         // Without an analyzer nothing more gets answered, so a stop does not wait for one to come.
         if (stopping_ && !analyzer_) return;
@@ -181,6 +203,7 @@ void Camera::applyControl() {
             logInfo(config_.name, "new control parameters, the background is learnt anew");
             // Outputs that are still to hear of the analyzer hear of these with it.
             if (!unannounced_) callOutputs([&text](Output& output) { output.controlChanged(text); });
+            noteParameters();
         }
     } catch (const std::system_error& error) {
         logError(config_.name, std::string("control file: ") + error.what());
@@ -231,6 +254,10 @@ bool Camera::readFrame(Request& request) {
     counts_.dropped += request.dropped;
     counts_.expected = feeder_.expectedFrames();
     request.time_ns = frame.time_ns;
+    request.clock_step_ns = frame.clock_step_ns;
+    if (const auto& cut = config_.source.region)
+        request.map =
+            PictureMap::ofRegion(cut->left, cut->top, cut->width, cut->height, frame.layout.width, frame.layout.height);
     RgbFrame picture = toRgbFrame(frame, config_.source, spare_rgb_);
     if (!frame.bytes.empty()) feeder_.recycle(std::move(frame.bytes));
     request.width = picture.width;
@@ -249,20 +276,26 @@ void Camera::reopenWhereAsked() {
 
 /// The outputs hear of an analyzer when it gets its first frame: some sources know their rate no earlier.
 void Camera::sendRequest(Request& request) {
-    if (std::exchange(unannounced_, false)) announce();
+    if (std::exchange(unannounced_, false)) announce(request.map);
     width_ = request.width;
     height_ = request.height;
     analyzer_->send(std::span<const char>(request.header));
     analyzer_->send(std::span<const std::uint8_t>(request.rgb));
 }
 
-/// A fresh analyzer: tracks live on, unless a recording begins a new file, which must be able to tell all of them.
-void Camera::announce() {
-    openOutputs();
+/// A fresh analyzer: tracks and rules live on, unless a recording begins a new file, which must be able to tell all.
+void Camera::announce(const PictureMap& map) {
     if (tracks_ && freshAnalyzerWanted()) {
         endTracks(TrackEnd::kSource);
+        finishRules("source");
         tracks_.reset();
     }
+    if (!tracks_) {
+        finishRules("back");  // what they made of a source without frames
+        beginRules(map);
+        if (!opened_) first_.event = next_.event;
+    }
+    openOutputs();
     const CameraInfo camera = info();
     callOutputs([&camera](Output& output) { output.started(camera); });
     if (tracks_)
@@ -275,7 +308,9 @@ void Camera::endTracks(TrackEnd why) {
     if (!tracks_) return;
     const TrackFrame frame = tracks_->end(why);
     callOutputs([&frame, why](Output& output) { output.ended(frame, why); });
-    next_track_ = tracks_->settings().first_number;
+    next_.track = tracks_->settings().first_number;
+    keepTracks(frame, false);
+    rules_->ended(frame);
 }
 
 /// Tracks do not outlive the loss of a live source: what comes back later may be anything.
@@ -284,8 +319,8 @@ void Camera::noteSource() {
     outages_ = feeder_.outages();
     if (std::exchange(source_lost_, true)) return;
     endTracks(TrackEnd::kSource);
-    const std::int64_t now = wallClock();
-    callOutputs([now](Output& output) { output.sourceLost(now); });
+    rules_->step({RuleStep::kLost, now()});
+    if (keeper_) keeper_->scene(now(), SceneState::kLost);
 }
 
 void Camera::pollOnce() {
@@ -300,6 +335,7 @@ void Camera::pollOnce() {
     Clock::time_point deadline = Clock::now() + std::chrono::minutes(1);
     if (!analyzer_) deadline = restarts_.nextTry();
     if (analyzer_ && !in_flight_.empty()) deadline = answerDeadline();
+    if (feeder_.live() && !stopping_) deadline = std::min(deadline, Clock::now() + std::chrono::seconds(1));
     if (::poll(items.data(), items.size(), pollTimeout(deadline)) <= 0) return;
     if (items[4].revents != 0)
         for (const std::string& line : analyzer_->takeErrors()) logDebug(config_.name, "analyzer: " + line);
@@ -328,6 +364,9 @@ void Camera::handleReply(const std::string& bytes) {
         throw AnalyzerError("the analyzer answered a frame that it was not sent");
     const FrameResult result = resultOf(in_flight_.front(), reply, bytes);
     callOutputs([&result](Output& output) { output.frame(result); });
+    keepTracks(result.tracks, true);
+    if (tracks_) next_.track = tracks_->settings().first_number;
+    rules_->frame(result.tracks);
     ++counts_.answered;
     if (reply.detection) ++counts_.detected;
     failures_in_a_row_ = 0;
@@ -341,9 +380,17 @@ void Camera::handleReply(const std::string& bytes) {
 
 /// What the outputs are told of a frame. Ends what has to end before it.
 FrameResult Camera::resultOf(const Request& request, const Reply& reply, const std::string& bytes) {
-    if (std::exchange(source_lost_, false))
-        callOutputs([&request](Output& output) { output.sourceBack(request.time_ns); });
-    if (tracks_->clockWentBack(request.time_ns)) endTracks(TrackEnd::kClock);
+    if (!(request.map == rules_->map()))
+        rules_->step({.kind = RuleStep::kMap, .time_ns = rules_->now(), .map = request.map});
+    const bool back = tracks_->clockWentBack(request.time_ns) || request.clock_step_ns < 0;
+    if (back) endTracks(TrackEnd::kClock);
+    if (back || request.clock_step_ns != 0) {
+        const std::int64_t before =
+            request.clock_step_ns != 0 ? request.time_ns - request.clock_step_ns : rules_->now();
+        logWarning(config_.name, "the clock was stepped");
+        rules_->step({RuleStep::kClock, request.time_ns, before});
+    }
+    if (std::exchange(source_lost_, false)) rules_->step({RuleStep::kBack, request.time_ns});
     FrameResult result;
     result.camera = config_.name;
     result.sequence = request.sequence;
@@ -360,7 +407,6 @@ FrameResult Camera::resultOf(const Request& request, const Reply& reply, const s
     result.reply = bytes;
     result.tracks =
         tracks_->frame({request.time_ns, request.width, request.height, request.rgb, reply.detection, reply.objects});
-    counts_.next_track = tracks_->settings().first_number;
     return result;
 }
 
@@ -415,9 +461,11 @@ void Camera::analyzerFailed(const std::string& why) {
         in_flight_.clear();
         given_up_ = true;
         exit_code_ = EX_UNAVAILABLE;
+        tellRules(EventKind::kAnalyzer, "given-up", reason);
         return;
     }
     ++counts_.restarts;
+    tellRules(EventKind::kAnalyzer, "restarted", reason);
     const double delay = restarts_.failed(Clock::now(), ran);
     char text[96];
     std::snprintf(text, sizeof text, "; a new one starts in %g s (frames lost: %lld)", delay,
@@ -474,13 +522,101 @@ void Camera::callOutputs(const std::function<void(Output&)>& call) {
 }
 
 void Camera::finishOutputs() {
+    constexpr double kSettleSeconds = 30, kStopSeconds = 0.5;
     endTracks(TrackEnd::kSource);
+    finishRules(replaced_ ? "configuration" : "source");
+    if (keeper_) {
+        keeper_->finish();
+        if (!desk_->store().settle(stopping_ ? kStopSeconds : kSettleSeconds))
+            logWarning(config_.name, "the store is slow: outputs miss the last events");
+        takePost();
+    }
     callOutputs([](Output& output) { output.finish(); });
     for (const Sink& sink : sinks_) {
         const OutputState state = sink.output->state();
         if (exit_code_ == 0 && (sink.failing || state.failing || state.lost > 0)) exit_code_ = EX_IOERR;
         ends_.push_back({sink.choice, {sink.failing || state.failing, state.lost}});
     }
+}
+
+// ---- Rules ----
+
+/// @param map  of the first frame
+void Camera::beginRules(const PictureMap& map) {
+    const bool dates = feeder_.dates();
+    rules_.emplace(
+        RuleSetup{config_.rules, {config_.name, next_.event, parameters_, map, dates}},
+        [this](const RuleRun::Call& call) { callOutputs(call); },
+        [this](const RuleResults& results) { ruled(results); });
+}
+
+void Camera::finishRules(const std::string& reason) {
+    if (!rules_) return;
+    rules_->step({.kind = RuleStep::kFinish, .time_ns = rules_->now(), .change = reason});
+    next_.event = rules_->nextNumber();
+    rules_.reset();
+}
+
+/// With a store outputs hear of events when they are safe on disk.
+void Camera::ruled(const RuleResults& results) {
+    next_.event = rules_->nextNumber();
+    if (desk_) desk_->store().numbers(config_.name, next_);
+    if (!keeper_) {
+        for (const CameraEvent& event : results.events) callOutputs([&event](Output& output) { output.told(event); });
+        return;
+    }
+
+    if (!results.events.empty() || !results.crossings.empty() || !results.near_misses.empty())
+        desk_->store().results(config_.name, results);
+}
+
+/// The analyzer's own ids begin again with each analyzer: nothing to keep.
+void Camera::keepTracks(const TrackFrame& frame, bool seen) {
+    if (keeper_ && !config_.raw_tracks) keeper_->frame(frame, rules_->map(), seen);
+}
+
+/// What others have left for this camera.
+void Camera::takePost() {
+    for (const CameraEvent& event : post_->takeCommitted())
+        if (event.number >= first_.event) callOutputs([&event](Output& output) { output.told(event); });
+    if (!rules_) return;
+    for (const std::string& text : post_->takeSaid()) tellRules(EventKind::kExternal, "", text);
+    if (!keeper_) return;
+    if (const std::int64_t lost = desk_->store().takeLost(config_.name); lost > 0)
+        rules_->step(
+            {RuleStep::kTell, now(), 0, EventKind::kGap, static_cast<double>(lost), "events", "the disk was too slow"});
+}
+
+void Camera::tickRules() {
+    if (!feeder_.live() || stopping_) return;
+    const bool idle = in_flight_.empty() && !held_ && !feeder_.holds();
+    const std::int64_t time_ns = feeder_.now() - kTickNs;
+    if ((idle || !analyzer_) && time_ns >= rules_->now() + kTickNs) rules_->step({RuleStep::kTick, time_ns});
+}
+
+void Camera::tellRules(EventKind kind, const std::string& change, const std::string& text) {
+    if (!rules_) return;
+    rules_->step({.kind = RuleStep::kTell,
+                  .time_ns = now(),
+                  .event = kind,
+                  .change = change,
+                  .text = cleanUtf8(
+                      std::string_view(text).substr(0, kind == EventKind::kAnalyzer ? kMostReason : text.size()))});
+}
+
+/// Live: by the clock. Else time goes with the frames.
+std::int64_t Camera::now() const {
+    if (feeder_.live()) return feeder_.now();
+    return std::max(rules_ ? rules_->now() : 0, config_.source.start_time_ns.value_or(0));
+}
+
+/// All that tracks and events depend on, as events name it.
+void Camera::noteParameters() {
+    TrackSettings settings = trackSettings(config_, 1);
+    const std::string text = rulesText(config_.rules) + settingsText(settings) + '\n' + controlText(config_.control);
+    parameters_ = parametersHash(text);
+    if (keeper_) desk_->store().parameters(parameters_, text, now());
+    if (rules_) rules_->step({.kind = RuleStep::kParameters, .time_ns = rules_->now(), .change = parameters_});
 }
 
 }  // namespace fleifeisa::host

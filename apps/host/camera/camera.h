@@ -10,9 +10,13 @@
 #include "analyzer/analyzer_client.h"
 #include "analyzer/control_file.h"
 #include "analyzer/reply.h"
+#include "camera/event_desk.h"
+#include "camera/rule_run.h"
 #include "common/backoff.h"
+#include "events/rules.h"
 #include "outputs/output.h"
 #include "sources/feeder.h"
+#include "store/camera_keeper.h"
 #include "tracks/track_maker.h"
 
 namespace fleifeisa::host {
@@ -26,6 +30,8 @@ struct CameraConfig {
     std::string profile;      ///< its name (tracks/profiles.h), for people: what it sets stands in the other fields
     bool raw_tracks = false;  ///< the analyzer's ids as tracks
     FilterSettings filter;    ///< `infrared` follows from the analyzer's type
+    Rules rules;
+    bool notify = true;  ///< its events are told to programs (hooks), not only stored
     std::vector<OutputChoice> outputs;
     double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
     bool service = false;        ///< files of an earlier run are kept; an output that cannot be made is tried again
@@ -46,27 +52,31 @@ struct CameraCounts {
     std::atomic<std::int64_t> dropped{0};     ///< live frames replaced by newer ones
     std::atomic<std::int64_t> lost{0};        ///< frames that went down with an analyzer
     std::atomic<std::int64_t> restarts{0};    ///< of the analyzer
-    std::atomic<std::int64_t> next_track{1};  ///< number of the next track to be confirmed
     std::atomic<std::int64_t> expected{0};    ///< frames in all, 0 where unknown
 };
 
 class Camera {
  public:
     /// Outputs beyond the configured ones may be handed in (not owned, called from the camera's thread).
-    explicit Camera(CameraConfig config, std::vector<Output*> extra = {});
+    /// @param desk  keeps its events and tells of them, null: nobody does; lives longer
+    explicit Camera(CameraConfig config, std::vector<Output*> extra = {}, EventDesk* desk = nullptr);
     ~Camera();
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
 
-    /// Writes the control file. Outputs are opened when the source has delivered its first frame, so that a source that
-    /// does not exist costs no file of an earlier run. @throws std::system_error
+    /// Writes the control file, makes the camera known to the desk, which waits for the disk. Outputs are opened when
+    /// the source has delivered its first frame, so that a source that does not exist costs no file of an earlier run.
+    /// @throws std::system_error
     void prepare();
-    /// Number of the first track; before start().
-    void numberTracksFrom(std::int64_t first) { counts_.next_track = next_track_ = first; }
     /// `done` is set (among others) when the camera has ended.
     void start(const Event& done);
     /// Ends it in order, in some two seconds at most: the frame in work is answered, outputs are made complete.
     void stop();
+    /// The same, where another configuration takes over.
+    void replace() {
+        replaced_ = true;
+        stop();
+    }
     /// Files may have been moved away: outputs begin new ones (Output::reopen).
     void reopenOutputs();
     /// New control parameters take effect between two frames.
@@ -88,6 +98,8 @@ class Camera {
         std::vector<std::uint8_t> rgb;
         std::int64_t time_ns = 0, sequence = 0, dropped = 0;
         int width = 0, height = 0;
+        std::int64_t clock_step_ns = 0;
+        PictureMap map;    ///< where it lies in the source's picture
         int attempts = 0;  ///< analyzers that died over it
     };
 
@@ -105,9 +117,18 @@ class Camera {
     void analyzerFailed(const std::string& why);
     std::int64_t giveUpFrames();
     void sendRequest(Request& request);
-    void announce();
+    void announce(const PictureMap& map);
     void endTracks(TrackEnd why);
     void noteSource();
+    void beginRules(const PictureMap& map);
+    void finishRules(const std::string& reason);
+    void ruled(const RuleResults& results);
+    void keepTracks(const TrackFrame& frame, bool seen);
+    void takePost();
+    void tickRules();
+    void tellRules(EventKind kind, const std::string& change, const std::string& text);
+    std::int64_t now() const;
+    void noteParameters();
     FrameResult resultOf(const Request& request, const Reply& reply, const std::string& bytes);
     void callOutputs(const std::function<void(Output&)>& call);
     void finishOutputs();
@@ -120,9 +141,11 @@ class Camera {
 
     CameraConfig config_;
     Feeder feeder_;
-    Event wake_;  ///< stop or new control parameters
+    EventDesk* const desk_;
+    const std::shared_ptr<CameraPost> post_ = std::make_shared<CameraPost>();
+    const Event& wake_;  ///< the post's; also: stop or new control parameters
     CameraCounts counts_;
-    std::atomic<bool> stopping_{false}, done_{false}, reopen_{false};
+    std::atomic<bool> stopping_{false}, done_{false}, reopen_{false}, replaced_{false};
     std::atomic<Clock::rep> stopped_at_{0};
     std::atomic<int> exit_code_{0};
     const Event* done_event_ = nullptr;
@@ -151,13 +174,16 @@ class Camera {
     int failures_in_a_row_ = 0;          ///< analyzers that ended without a single answer
     bool given_up_ = false;
     std::int64_t last_sequence_ = 0;
-    std::int64_t lost_untold_ = 0;      ///< frames lost since the last one that the outputs heard of
-    std::optional<TrackMaker> tracks_;  ///< since the first frame
-    std::int64_t next_track_ = 1;
-    int outages_ = 0;             ///< of a live source, that the outputs have heard of
-    bool source_lost_ = false;    ///< since the latest of them
-    int width_ = 0, height_ = 0;  ///< of this analyzer's frames
-    bool unannounced_ = false;    ///< the outputs have not heard of this analyzer
+    std::int64_t lost_untold_ = 0;        ///< frames lost since the last one that the outputs heard of
+    std::optional<TrackMaker> tracks_;    ///< since the first frame
+    std::optional<RuleRun> rules_;        ///< since the start, anew with the first frame
+    std::optional<CameraKeeper> keeper_;  ///< where there is a store
+    NextNumbers next_, first_;            ///< numbers, of what is to come and of this run
+    std::string parameters_;              ///< in force, their hash
+    int outages_ = 0;                     ///< of a live source, that the outputs have heard of
+    bool source_lost_ = false;            ///< since the latest of them
+    int width_ = 0, height_ = 0;          ///< of this analyzer's frames
+    bool unannounced_ = false;            ///< the outputs have not heard of this analyzer
     std::thread thread_;
 };
 

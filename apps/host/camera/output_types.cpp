@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "outputs/events.h"
 #include "outputs/jsonl.h"
 #include "outputs/mot.h"
 #include "outputs/onvif.h"
@@ -28,6 +29,7 @@ constexpr auto kTypes = std::to_array<OutputType>({
     {"mot", "mot.csv", make<MotOutput>},
     {"onvif", "onvif.xml", make<OnvifOutput>},
     {"tracks", "tracks.jsonl", make<TracksOutput>},
+    {"events", "events.jsonl", make<EventsOutput>},
     {"video", "annotated.mp4", make<VideoOutput>},
     {"report", "report.html", make<ReportOutput>},
     {"replies", "replies.txt", make<RepliesOutput>},

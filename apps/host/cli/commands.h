@@ -18,6 +18,7 @@ struct PlayOptions {
     std::string out = "out";           ///< directory for outputs without a path of their own
     Rotation rotation;                 ///< of outputs that grow
     std::vector<std::string> outputs;  ///< "type" or "type=path"; empty: the usual ones
+    std::string state;                 ///< state directory of the store, "": no store
     bool quiet = false;                ///< no table, no progress
 };
 /// One source through one analyzer.
@@ -41,6 +42,9 @@ struct ReplayOptions {
 };
 /// The exact requests of a recording, against the analyzer of today.
 int replayCommand(const ReplayOptions& options);
+
+/// Tells the running host of that state directory what happened at a camera ("": $STATE_DIRECTORY).
+int tellCommand(const std::string& state, const std::string& camera, const std::string& text);
 
 int scenesCommand();
 

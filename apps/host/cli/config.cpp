@@ -13,8 +13,10 @@
 #include "cli/commands.h"
 #include "cli/nearest.h"
 #include "cli/profile_choice.h"
+#include "cli/rules_config.h"
 #include "cli/values.h"
 #include "common/secrets.h"
+#include "hooks/hook_runner.h"
 #include "sources/protocols.h"
 
 namespace fleifeisa::host {
@@ -71,13 +73,14 @@ class Loader {
             return config;
         }
         Table top(*this, root, "");
-        top.keys({"analyzer", "state", "root", "outputs", "rotate", "camera"});
+        top.keys(
+            {"analyzer", "root", "outputs", "rotate", "camera", "state", "timezone", "keep", "on_event", "notify"});
         if (const auto text = top.text("analyzer"))
             config.analyzer = text->find('/') == std::string::npos ? *text : resolved(*text);
         if (const auto text = top.text("root")) root_ = resolved(*text);
-        if (const auto text = top.text("state")) config.state = resolved(*text);
         output_directory_ = resolved(top.text("outputs").value_or("out"));
         readRotation(top, "rotate", rotation_);
+        readDesk(top, config.desk);
         readCameras(root, config);
         std::ranges::stable_sort(faults_, {}, &std::pair<std::uint32_t, std::string>::first);
         for (const auto& [line, message] : faults_)
@@ -177,6 +180,34 @@ class Loader {
 
     std::string resolved(const std::string& path) const { return (directory_ / path).lexically_normal().string(); }
 
+    /// What concerns events: where they are kept, whom they are told.
+    void readDesk(const Table& top, DeskSettings& desk) {
+        if (const auto text = top.text("state")) desk.state = resolved(*text);
+        if (const auto name = top.text("timezone")) try {
+                place_ = std::make_shared<const TimeZone>(*name);
+            } catch (const std::invalid_argument& error) {
+                top.complain("timezone", error.what());
+            }
+        desk.on_event = top.texts("on_event");
+        if (const std::string fault = hookFault(desk.on_event); top.has("on_event") && !fault.empty())
+            top.complain("on_event", fault);
+        notify_ = top.flag("notify").value_or(true);
+        const toml::table* const keep = top.table("keep");
+        if (!keep) return;
+        const Table in(*this, *keep, "keep.");
+        in.keys({"event_days", "minute_days", "near_miss_days", "database", "min_free"});
+        RetentionLimits& limits = desk.retention;
+        constexpr std::int64_t kMostDays = 36500;
+        limits.event_days = in.integer("event_days", 0, kMostDays).value_or(limits.event_days);
+        limits.minute_days = in.integer("minute_days", 0, kMostDays).value_or(limits.minute_days);
+        limits.near_miss_days = in.integer("near_miss_days", 0, kMostDays).value_or(limits.near_miss_days);
+        const auto bytes = [&in](const char* key, std::int64_t& field) {
+            in.parsed(key, parseBytes, [&field](std::uint64_t value) { field = static_cast<std::int64_t>(value); });
+        };
+        bytes("database", limits.bytes);
+        bytes("min_free", limits.min_free);
+    }
+
     void readCameras(const toml::table& root, HostConfig& config) {
         const toml::node* node = root.get("camera");
         const toml::array* cameras = node ? node->as_array() : nullptr;
@@ -199,13 +230,20 @@ class Loader {
                  "rate",           "profile",      "masks",         "tracks",         "least_area",
                  "shadow_test",    "split_people", "matrix",        "range",          "live",
                  "loop",           "realtime",     "stall_timeout", "answer_timeout", "decoder_threads",
-                 "ffmpeg_options", "title",        "credentials",   "redirects",      "start_time"});
+                 "ffmpeg_options", "title",        "credentials",   "redirects",      "start_time",
+                 "notify",         "zone",         "line",          "motion",         "scene",
+                 "stopped"});
         readIdentity(in, camera);
         readSource(in, camera.source);
         if (check_ == ConfigCheck::kWorld) checkWorld(in, table, camera);
         if (const toml::table* control = in.table("control"))
             readControl(Table(*this, *control, "camera[" + std::to_string(index) + "].control."), camera.control);
         readTracks(in, camera);
+        camera.notify = in.flag("notify").value_or(notify_);
+        camera.rules = readRules(table, "camera[" + std::to_string(index) + "].", place_,
+                                 [this](std::uint32_t line, const std::string& key, const std::string& message) {
+                                     complain(line, key, message);
+                                 });
         readMasks(table, "camera[" + std::to_string(index) + "].masks", camera.source);
         readOutputs(in, camera, "camera[" + std::to_string(index) + "].");
         return camera;
@@ -362,6 +400,8 @@ class Loader {
     std::vector<std::pair<std::uint32_t, std::string>> faults_;  ///< line and message
     std::string root_, output_directory_;
     Rotation rotation_;
+    std::shared_ptr<const TimeZone> place_ = std::make_shared<const TimeZone>("UTC");
+    bool notify_ = true;
     std::set<std::string> names_;
     std::set<std::int64_t> devices_;
 };

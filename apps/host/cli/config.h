@@ -6,12 +6,13 @@
 #include <vector>
 
 #include "camera/camera.h"
+#include "camera/event_desk.h"
 
 namespace fleifeisa::host {
 
 struct HostConfig {
     std::string analyzer;  ///< path, "" where the file names none
-    std::string state;     ///< directory of what outlives a run, "" where the file names none
+    DeskSettings desk;
     std::vector<CameraConfig> cameras;
 };
 

@@ -106,9 +106,19 @@ int play(PlayOptions& options) {
     config.outputs = chosenOutputs(options);
     if (std::ranges::any_of(config.outputs, to_standard_output)) options.quiet = true;  // the table would stand in it
     for (const std::string& fault : pathFaults({&config, 1})) throw SourceError(EX_USAGE, fault);
+    std::optional<EventDesk> desk;
+    if (!options.state.empty()) {
+        if (!hasDates(config.source))
+            throw SourceError(EX_USAGE, "--state: the store keeps moments, so a file needs its --start-time");
+        try {
+            desk.emplace(DeskSettings{options.state, {}, {}});
+        } catch (const StoreError& error) {
+            throw SourceError(EX_CANTCREAT, error.what());
+        }
+    }
     TrackTable table;
     Supervisor supervisor;
-    auto owned = std::make_unique<Camera>(config, std::vector<Output*>{&table});
+    auto owned = std::make_unique<Camera>(config, std::vector<Output*>{&table}, desk ? &*desk : nullptr);
     Camera& camera = *owned;
     camera.prepare();
     const Clock::time_point begin = Clock::now();
@@ -117,6 +127,7 @@ int play(PlayOptions& options) {
     std::function<void()> tick;
     if (!options.quiet && ::isatty(STDERR_FILENO)) tick = [&progress] { progress.show(); };
     const int code = supervisor.run(tick, nullptr);
+    desk.reset();  // while signals are still looked after: the disk may be slow
     showProgress("");
     if (camera.counts().answered == 0 && code != 0) return code;
     if (!options.quiet) printEnd(camera, table, Seconds(Clock::now() - begin).count());

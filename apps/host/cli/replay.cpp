@@ -61,8 +61,14 @@ class Replay {
                 case RecordedMessage::kEnded:
                     tracks_.noteEnded(message.value);
                     break;
-                case RecordedMessage::kSource:
-                    tracks_.noteSource(message.value);
+                case RecordedMessage::kRules:
+                    tracks_.noteRules(message.value);
+                    break;
+                case RecordedMessage::kStep:
+                    tracks_.noteStep(message.value);
+                    break;
+                case RecordedMessage::kEvents:
+                    tracks_.noteEvents(message.value);
                     break;
                 case RecordedMessage::kOther:
                     ended_ = message.header.find("\r\nCommand: SHUTDOWN\r\n") != std::string::npos;
@@ -172,7 +178,9 @@ class Replay {
         if (different_ + changed_ == 0 && compared_ == frames_) {
             if (!ended_ || tracksDiffer()) return EX_DATAERR;
             std::printf("%lld frames replayed, every reply is the same%s.\n", number(frames_),
-                        tracks_.compared() > 0 ? ", and every track" : "");
+                        tracks_.compared() == 0         ? ""
+                        : tracks_.eventsCompared() == 0 ? ", and every track"
+                                                        : ", and every track and event");
             return 0;
         }
         tracksDiffer();
@@ -186,7 +194,10 @@ class Replay {
     }
 
     bool tracksDiffer() const {
-        if (tracks_.different() == 0) return false;
+        if (tracks_.eventsDifferent() > 0)
+            logError("", "events differ " + std::to_string(tracks_.eventsDifferent()) + " times, first behind frame " +
+                             std::to_string(tracks_.firstEventsDifferent()));
+        if (tracks_.different() == 0) return tracks_.eventsDifferent() > 0;
         logError("", "the tracks of " + std::to_string(tracks_.different()) + " frames differ, the first at frame " +
                          std::to_string(tracks_.firstDifferent()));
         return true;

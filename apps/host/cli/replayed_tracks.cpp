@@ -32,6 +32,7 @@ void ReplayedTracks::start(const CameraInfo& camera) {
     camera_.region = before.region;
     pending_ = true;
     settings_.reset();
+    setup_.reset();
 }
 
 void ReplayedTracks::noteCamera(const std::string& value) {
@@ -50,6 +51,32 @@ void ReplayedTracks::control(const std::string& text) {
     if (!pending_) tell([&text](Output& output) { output.controlChanged(text); });
 }
 
+/// Recordings that know no rules are given the usual ones.
+void ReplayedTracks::beginRules() {
+    if (rules_ && !rules_finished_)
+        rules_->step({.kind = RuleStep::kFinish, .time_ns = rules_->now(), .change = "source"});
+    if (!setup_) {
+        setup_.emplace();
+        setup_->start.wall_clock = camera_.live;
+    }
+    setup_->start.camera = camera_.name;
+    hashed_ = false;
+    events_.clear();
+    rules_.emplace(
+        *setup_, [this](const RuleRun::Call& call) { tell(call); },
+        [this](const RuleResults& results) { ruled(results); });
+}
+
+void ReplayedTracks::ruled(const RuleResults& results) {
+    for (const CameraEvent& event : results.events) tell([&event](Output& output) { output.told(event); });
+    if (!events_.empty() && hashed_) eventsDiffer();  // the recorded run had none there
+    events_ = results.events.empty() && results.crossings.empty() ? "" : recordedEvents(results);
+}
+
+void ReplayedTracks::eventsDiffer() {
+    if (events_different_++ == 0) first_events_different_ = sequence_;
+}
+
 /// With the first thing that happens behind Recording-Start: all that is noted of it is known then.
 void ReplayedTracks::begin() {
     if (!std::exchange(pending_, false)) return;
@@ -60,7 +87,9 @@ void ReplayedTracks::begin() {
         settings_.emplace();
         settings_->filter.infrared = camera_.infrared;
     }
+    if (settings_) beginRules();
     camera_.fresh_tracks = settings_.has_value();
+    camera_.rules = rules_->setup();
     camera_.tracks = settings_ ? *settings_ : tracks_->settings();
     tell([this](Output& output) { output.started(camera_); });
     if (settings_)
@@ -87,8 +116,9 @@ void ReplayedTracks::frame(const RecordedMessage& message, const std::string& re
     result.tracks = tracks_->frame(
         {message.time_ns, message.width, message.height, message.body, parsed.detection, parsed.objects});
     latest_ = recordedTracks(result.tracks);
-    ended_ = false;
+    ended_ = rules_finished_ = false;
     tell([&result](Output& output) { output.frame(result); });
+    rules_->frame(result.tracks);
 }
 
 void ReplayedTracks::compare(const std::string& value) {
@@ -98,6 +128,7 @@ void ReplayedTracks::compare(const std::string& value) {
 }
 
 void ReplayedTracks::noteTracks(const std::string& value) {
+    hashed_ = true;
     compare(value);
 }
 
@@ -106,6 +137,7 @@ void ReplayedTracks::end(TrackEnd why) {
     latest_ = recordedTracks(frame);
     ended_ = true;
     tell([&frame, why](Output& output) { output.ended(frame, why); });
+    rules_->ended(frame);
 }
 
 void ReplayedTracks::noteEnded(const std::string& value) {
@@ -118,18 +150,30 @@ void ReplayedTracks::noteEnded(const std::string& value) {
     if (blank != std::string::npos) compare(value.substr(blank + 1));
 }
 
-void ReplayedTracks::noteSource(const std::string& value) {
-    const bool back = value.starts_with("back ");
-    if (!back && !value.starts_with("lost "))
-        throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Source");
+void ReplayedTracks::noteRules(const std::string& value) {
+    setup_ = parseSetup(readRecordedText(value));
+    if (!setup_) throw SourceError(EX_DATAERR, recording_ + ": its rules are not those of this version");
+}
+
+void ReplayedTracks::noteStep(const std::string& value) {
+    const std::optional<RuleStep> step = parseStep(readRecordedText(value));
+    if (!step) throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-Step");
     begin();
-    const std::int64_t time_ns = std::strtoll(value.c_str() + 5, nullptr, 10);
-    tell([&](Output& output) { back ? output.sourceBack(time_ns) : output.sourceLost(time_ns); });
+    if (rules_) rules_->step(*step);
+    rules_finished_ = step->kind == RuleStep::kFinish;
+}
+
+void ReplayedTracks::noteEvents(const std::string& value) {
+    ++events_compared_;
+    if (value != std::exchange(events_, "")) eventsDiffer();
 }
 
 void ReplayedTracks::finish() {
     if (std::exchange(finished_, true)) return;
-    if (tracks_ && !ended_) end(TrackEnd::kSource);  // a recording that was cut off
+    // Where a recording was cut off.
+    if (tracks_ && !ended_) end(TrackEnd::kSource);
+    if (rules_ && !rules_finished_)
+        rules_->step({.kind = RuleStep::kFinish, .time_ns = rules_->now(), .change = "source"});
     tell([](Output& output) { output.finish(); });
 }
 

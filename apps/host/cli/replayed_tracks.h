@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "camera/rule_run.h"
 #include "outputs/output.h"
 #include "sources/recording_source.h"
 #include "tracks/track_maker.h"
@@ -25,7 +26,9 @@ class ReplayedTracks {
     void noteFilter(const std::string& value);
     void noteTracks(const std::string& value);
     void noteEnded(const std::string& value);
-    void noteSource(const std::string& value);
+    void noteRules(const std::string& value);
+    void noteStep(const std::string& value);
+    void noteEvents(const std::string& value);
     /// New text of the control file.
     void control(const std::string& text);
     void frame(const RecordedMessage& message, const std::string& reply);
@@ -35,10 +38,17 @@ class ReplayedTracks {
     std::int64_t different() const { return different_; }
     /// Of the frame whose tracks differ first.
     std::int64_t firstDifferent() const { return first_different_; }
+    std::int64_t eventsCompared() const { return events_compared_; }
+    std::int64_t eventsDifferent() const { return events_different_; }
+    /// The frame behind which events differ first.
+    std::int64_t firstEventsDifferent() const { return first_events_different_; }
 
  private:
     void begin();
+    void beginRules();
     void end(TrackEnd why);
+    void ruled(const RuleResults& results);
+    void eventsDiffer();
     void compare(const std::string& value);
     template <class Call>
     void tell(const Call& call) {
@@ -52,8 +62,13 @@ class ReplayedTracks {
     bool pending_ = false;                   ///< the outputs have not heard of this analyzer
     std::optional<TrackSettings> settings_;  ///< tracks begin anew with it
     std::optional<TrackMaker> tracks_;
+    std::optional<RuleSetup> setup_;  ///< rules begin anew with it
+    std::optional<RuleRun> rules_;
+    std::string events_;   ///< what Recording-Events would say of the latest events, until that comes
+    bool hashed_ = false;  ///< the recording holds hashes of what goes on
+    std::int64_t events_compared_ = 0, events_different_ = 0, first_events_different_ = 0;
     std::string latest_;  ///< what Recording-Tracks would say of the latest frame, or of the end
-    bool ended_ = false, finished_ = false;
+    bool ended_ = false, rules_finished_ = false, finished_ = false;
     std::int64_t sequence_ = 0, compared_ = 0, different_ = 0, first_different_ = 0;
 };
 

@@ -3,18 +3,15 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <map>
-#include <optional>
 #include <system_error>
 
 #include "camera/supervisor.h"
 #include "cli/commands.h"
 #include "cli/config.h"
 #include "cli/paths.h"
+#include "cli/store_commands.h"
 #include "common/log.h"
-#include "store/state_directory.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -31,12 +28,18 @@ class Service {
             return 0;
         }
         if (!setAnalyzer(config)) return EX_UNAVAILABLE;
-        if (!openState(config.state)) return EX_CANTCREAT;
+        desk_settings_ = config.desk;
+        try {
+            if (!config.desk.state.empty()) desk_.emplace(config.desk);
+        } catch (const StoreError& error) {
+            logError("", error.what());
+            return EX_CANTCREAT;
+        }
         for (const CameraConfig& camera : config.cameras) add(camera);
         startWaiting();
-        const int code = supervisor_.run(state_ ? std::function<void()>([this] { reserveNumbers(); }) : nullptr,
-                                         [this] { reload(); });
-        for (const auto& camera : supervisor_.cameras()) end(*camera);
+        const int code = supervisor_.run(nullptr, [this] { reload(); });
+        for (const auto& camera : supervisor_.cameras()) report(*camera);
+        desk_.reset();  // while signals are still looked after: the disk may be slow
         return code != 0 ? code : failed_;
     }
 
@@ -44,6 +47,10 @@ class Service {
     bool load(HostConfig& config) const {
         std::vector<std::string> errors;
         config = loadConfig(options_.config, errors, options_.check_only ? ConfigCheck::kWorld : ConfigCheck::kText);
+        if (config.desk.state.empty()) config.desk.state = stateDirectory();
+        if (config.desk.state.empty() && !config.desk.on_event.empty())
+            errors.push_back(options_.config + ": on_event: events are told when they are stored: it needs a state " +
+                             "directory (state, or $STATE_DIRECTORY)");
         for (const std::string& fault : pathFaults(config.cameras)) errors.push_back(options_.config + ": " + fault);
         for (const std::string& error : errors) logError("", error);
         return errors.empty();
@@ -83,66 +90,20 @@ class Service {
     }
 
     void start(const CameraConfig& config) {
-        auto camera = std::make_unique<Camera>(config);
+        auto camera = std::make_unique<Camera>(config, std::vector<Output*>{}, desk_ ? &*desk_ : nullptr);
         try {
             camera->prepare();
+        } catch (const StoreError& error) {
+            logError(config.name, std::string("the camera cannot be started: ") + error.what());
+            failed_ = EX_CANTCREAT;
+            return;
         } catch (const std::system_error& error) {
             logError(config.name, std::string("the camera cannot be started: control file: ") + error.what());
             failed_ = EX_CANTCREAT;
             return;
         }
-        if (state_) {
-            const NextNumbers next = state_->next(config.name);
-            camera->numberTracksFrom(next.track);
-            if (!keepNumbers([&] { state_->reserve({{config.name, next}}); })) {
-                failed_ = EX_CANTCREAT;
-                return;
-            }
-        }
         logInfo(config.name, "starts");
         supervisor_.add(std::move(camera));
-    }
-
-    /// Where numbers are kept that outlive this run. Without one each run begins with track 1.
-    bool openState(std::string path) {
-        const char* from_environment = std::getenv("STATE_DIRECTORY");
-        if (path.empty() && from_environment) path = from_environment;
-        if (path.empty()) return true;
-        try {
-            state_.emplace(path);
-        } catch (const StoreError& error) {
-            logError("", error.what());
-        }
-        return state_.has_value();
-    }
-
-    template <class Action>
-    bool keepNumbers(const Action& action) {
-        try {
-            action();
-        } catch (const StoreError& error) {
-            if (!std::exchange(numbers_failing_, true))
-                logError("", std::string("numbers of tracks cannot be kept: ") + error.what());
-            return false;
-        }
-        numbers_failing_ = false;
-        return true;
-    }
-
-    NextNumbers numbersOf(const Camera& camera) const {
-        return {camera.counts().next_track, state_->next(camera.config().name).event};
-    }
-
-    /// A few times a second: a camera confirms no 500 tracks in between, which is what is reserved ahead.
-    void reserveNumbers() {
-        std::map<std::string, NextNumbers> used;
-        for (const auto& camera : supervisor_.cameras()) used[camera->config().name] = numbersOf(*camera);
-        keepNumbers([&] { state_->reserve(used); });
-    }
-
-    void end(const Camera& camera) {
-        report(camera);
-        if (state_) keepNumbers([&] { state_->release({{camera.config().name, numbersOf(camera)}}); });
     }
 
     Camera* running(const std::string& name) const {
@@ -151,12 +112,13 @@ class Service {
         return nullptr;
     }
 
-    void drop(const std::string& name) {
+    void drop(const std::string& name, bool replaced) {
         std::erase_if(configured_, [&name](const CameraConfig& one) { return one.name == name; });
         Camera* camera = running(name);
         if (!camera) return;
+        if (replaced) camera->replace();
         supervisor_.remove(*camera, [this](const Camera& gone) {
-            end(gone);
+            report(gone);
             startWaiting();
         });
     }
@@ -169,11 +131,13 @@ class Service {
             logError("", "the configuration in force stays");
             return;
         }
+        if (!(config.desk == desk_settings_))
+            logWarning("", "state, keep and on_event are read at the start only: they stay as they were");
         const std::vector<CameraConfig> before = configured_;
         for (const CameraConfig& old : before) {
             const bool kept =
                 std::ranges::any_of(config.cameras, [&](const CameraConfig& c) { return c.name == old.name; });
-            if (!kept) drop(old.name);
+            if (!kept) drop(old.name, false);
         }
         for (const CameraConfig& camera : config.cameras) update(camera);
         startWaiting();
@@ -194,7 +158,7 @@ class Service {
             camera->setControl(wanted.control);
             return;
         }
-        drop(wanted.name);
+        drop(wanted.name, true);
         add(wanted);
     }
 
@@ -209,11 +173,11 @@ class Service {
     }
 
     const RunOptions& options_;
+    DeskSettings desk_settings_;
+    std::optional<EventDesk> desk_;  ///< outlives the cameras
     Supervisor supervisor_;
     std::vector<CameraConfig> configured_;
     std::vector<std::string> waiting_;  ///< names of the configured cameras that are still to be started
-    std::optional<StateDirectory> state_;
-    bool numbers_failing_ = false;  ///< and said so
     int failed_ = 0;
 };
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "camera/tell_socket.h"
 #include "cli/commands.h"
 #include "cli/rules_config.h"
 #include "cli/values.h"
@@ -20,10 +21,9 @@ namespace {
 
 constexpr std::int64_t kSecondNs = 1'000'000'000;
 
-std::string stateDirectory(const std::string& given) {
+std::string stateDirectoryOf(const std::string& given) {
     if (!given.empty()) return given;
-    const char* from_environment = std::getenv("STATE_DIRECTORY");
-    if (from_environment && *from_environment) return from_environment;
+    if (std::string directory = stateDirectory(); !directory.empty()) return directory;
     throw SourceError(EX_USAGE, "which state directory? (--state DIRECTORY, or $STATE_DIRECTORY)");
 }
 
@@ -128,9 +128,30 @@ int withStore(const std::function<int()>& verb) {
 
 }  // namespace
 
+/// A service manager may give several, by colons: the first.
+std::string stateDirectory() {
+    const char* given = std::getenv("STATE_DIRECTORY");
+    const std::string directories = given ? given : "";
+    return directories.substr(0, directories.find(':'));
+}
+
+int tellCommand(const std::string& state, const std::string& camera, const std::string& text) {
+    return withStore([&] {
+        const std::string directory = stateDirectoryOf(state);
+        std::string answer;
+        try {
+            answer = tellHost(directory, camera, text);
+        } catch (const std::runtime_error& error) {
+            throw SourceError(EX_UNAVAILABLE, error.what());
+        }
+        if (!answer.empty()) throw SourceError(EX_DATAERR, answer);
+        return EX_OK;
+    });
+}
+
 int eventsCommand(const EventsOptions& options) {
     return withStore([&options] {
-        StoreReader reader(stateDirectory(options.state));
+        StoreReader reader(stateDirectoryOf(options.state));
         Printer printer(options);
         if (options.what_if.empty())
             reader.events(options.filter, [&printer](const StoredEvent& event) { printer.print(event); });
@@ -143,7 +164,7 @@ int eventsCommand(const EventsOptions& options) {
 
 int dbCheckCommand(const std::string& state) {
     return withStore([&state] {
-        const std::vector<std::string> faults = StoreReader(stateDirectory(state)).check();
+        const std::vector<std::string> faults = StoreReader(stateDirectoryOf(state)).check();
         for (const std::string& fault : faults) logError("", fault);
         if (faults.empty()) std::puts("the store is whole");
         return faults.empty() ? EX_OK : EX_DATAERR;
@@ -153,7 +174,7 @@ int dbCheckCommand(const std::string& state) {
 int dbBackupCommand(const std::string& state, const std::string& path) {
     return withStore([&] {
         if (std::filesystem::exists(path)) throw SourceError(EX_CANTCREAT, path + ": exists already");
-        StoreReader(stateDirectory(state)).backup(path);
+        StoreReader(stateDirectoryOf(state)).backup(path);
         return EX_OK;
     });
 }

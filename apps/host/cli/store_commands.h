@@ -18,6 +18,9 @@ struct EventsOptions {
 /// Lists events; with `what_if` those that a rule would have raised.
 int eventsCommand(const EventsOptions& options);
 
+/// $STATE_DIRECTORY, "" where there is none.
+std::string stateDirectory();
+
 /// Is the store whole? Says what is wrong with it.
 int dbCheckCommand(const std::string& state);
 /// A copy of the database while the host writes.

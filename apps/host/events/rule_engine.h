@@ -60,6 +60,8 @@ class RuleEngine {
     const RuleResults& sourceBack(std::int64_t time_ns);
     /// Another part of the source picture from the next frame on.
     void setMap(const PictureMap& map) { start_.map = map; }
+    /// Hash of the parameters that are in force for all events from now on.
+    void setParameters(const std::string& hash) { start_.parameters = hash; }
     /// An event of one moment: kAnalyzer (change: restarted, given-up), kGap (video, recording, events), kExternal.
     const RuleResults& tell(EventKind kind, const std::string& change, const std::string& text, std::int64_t time_ns,
                             std::optional<double> value = std::nullopt);
@@ -69,6 +71,8 @@ class RuleEngine {
     const RuleResults& finish(std::int64_t time_ns, const std::string& reason);
 
     std::int64_t nextNumber() const { return next_event_; }
+    /// Latest time that it was told, 0 before any.
+    std::int64_t now() const { return now_; }
     bool holding() const { return hold_since_.has_value() && !hold_over_; }
 
  private:

@@ -20,6 +20,7 @@
 
 #include "analyzer/reply.h"
 #include "common/file_writer.h"
+#include "events/rule_steps.h"
 #include "tracks/track_maker.h"
 
 namespace fleifeisa::host {
@@ -56,7 +57,8 @@ struct CameraInfo {
     std::string title = {};          ///< what people read in place of the name
     std::optional<Box> region = {};  ///< cut out of the source picture, in its pixels
     TrackSettings tracks = {};       ///< in force, with the number of the next track
-    bool fresh_tracks = true;        ///< the tracks begin anew with this analyzer
+    bool fresh_tracks = true;        ///< tracks and rules begin anew with this analyzer
+    RuleSetup rules = {};            ///< in force, with the number of the next event
 };
 
 /// How an output stands.
@@ -80,9 +82,12 @@ class Output {
     virtual void frame(const FrameResult& result) = 0;
     /// All tracks ended behind the latest frame: the source was lost or came to its end, the clock was set back.
     virtual void ended(const TrackFrame& /*frame*/, TrackEnd /*why*/) {}
-    /// A live source gives no frames any more, or does so again (before the first of them). Since 1970.
-    virtual void sourceLost(std::int64_t /*time_ns*/) {}
-    virtual void sourceBack(std::int64_t /*time_ns*/) {}
+    /// What the rules are told between frames: the source is lost, the analyzer was restarted, the clock stepped ...
+    virtual void stepped(const RuleStep&) {}
+    /// What the rules made of the latest frame, end of tracks, or step; not called where that is nothing.
+    virtual void ruled(const RuleResults&) {}
+    /// One message of an event. Where there is a store: later, when it is safe on disk.
+    virtual void told(const CameraEvent&) {}
     /// Makes the files complete. Called once more than needed is harmless. Destruction without it leaves what
     /// there is, where that is of use.
     virtual void finish() = 0;

@@ -14,29 +14,18 @@ namespace {
 constexpr std::string_view kEnd = "ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n";
 constexpr std::size_t kMaxName = 150;  // characters as written: a header line holds 255
 
-std::string written(std::string_view name) {
+/// As recordedText(), up to a length; blanks, too, where they would end a word.
+std::string written(std::string_view name, std::size_t most, bool word) {
     std::string text;
     for (const char c : name) {
         const auto byte = static_cast<unsigned char>(c);
         std::array<char, 4> code{c, 0};
-        if (byte <= ' ' || byte > '~' || c == '%') std::snprintf(code.data(), code.size(), "%%%02X", unsigned{byte});
-        if (text.size() + 3 > kMaxName) break;
+        if (byte < ' ' || byte > '~' || c == '%' || (c == ' ' && word))
+            std::snprintf(code.data(), code.size(), "%%%02X", unsigned{byte});
+        if (text.size() + 3 > most) break;
         text += code.data();
     }
     return text;
-}
-
-std::string read(std::string_view text) {
-    std::string name;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        unsigned byte = static_cast<unsigned char>(text[i]);
-        if (text[i] == '%' && i + 2 < text.size()) {
-            std::from_chars(text.data() + i + 1, text.data() + i + 3, byte, 16);
-            i += 2;
-        }
-        name += static_cast<char>(byte);
-    }
-    return name;
 }
 
 /// Numbers of any kind as bytes, the least first.
@@ -67,12 +56,33 @@ void add(Bytes& bytes, const Track& track) {
 
 }  // namespace
 
+std::string recordedText(std::string_view text) {
+    return written(text, 4 * text.size() + 4, false);
+}
+
+std::string readRecordedText(std::string_view value) {
+    std::string text;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        unsigned byte = static_cast<unsigned char>(value[i]);
+        if (value[i] == '%' && i + 2 < value.size()) {
+            std::from_chars(value.data() + i + 1, value.data() + i + 3, byte, 16);
+            i += 2;
+        }
+        text += static_cast<char>(byte);
+    }
+    return text;
+}
+
+std::string recordedEvents(const RuleResults& results) {
+    return digestOf({resultsText(results)});
+}
+
 std::string recordedCamera(const CameraInfo& camera) {
     std::array<char, 96> text{};
     const Box region = camera.region.value_or(Box{});
     std::snprintf(text.data(), text.size(), "%s %.9g %dx%d+%d+%d ", camera.live ? "live" : "file", camera.rate,
                   region.width, region.height, region.left, region.top);
-    return text.data() + written(camera.name);
+    return text.data() + written(camera.name, kMaxName, true);
 }
 
 bool parseRecordedCamera(const std::string& value, CameraInfo& camera) {
@@ -84,7 +94,7 @@ bool parseRecordedCamera(const std::string& value, CameraInfo& camera) {
         return false;
     camera.live = std::string_view(kind.data()) == "live";
     camera.region = region == Box{} ? std::nullopt : std::optional(region);
-    camera.name = read(std::string_view(value).substr(static_cast<std::size_t>(length)));
+    camera.name = readRecordedText(std::string_view(value).substr(static_cast<std::size_t>(length)));
     return true;
 }
 
@@ -112,6 +122,14 @@ void RecordingOutput::note(std::string_view name, std::string_view value) {
     file_.write("\r\n\r\n");
 }
 
+void RecordingOutput::noteText(std::string_view name, std::string_view text) {
+    constexpr std::size_t kMost = 200;  // characters: a header line holds 255
+    const std::string value = recordedText(text);
+    std::string_view rest = value;
+    for (; rest.size() > kMost; rest.remove_prefix(kMost)) note("Recording-Part", rest.substr(0, kMost));
+    note(name, rest);
+}
+
 void RecordingOutput::started(const CameraInfo& camera) {
     whole_ = whole_ && !broken();
     if (std::exchange(begun_, true)) {
@@ -127,7 +145,10 @@ void RecordingOutput::started(const CameraInfo& camera) {
                                 std::to_string(camera.analyzer_id));
     note("Recording-Camera", recordedCamera(camera));
     // Where frames are missing the tracks cannot be the same; a replay makes some of its own.
-    if (camera.fresh_tracks || !whole_) note("Recording-Filter", settingsText(camera.tracks));
+    if (camera.fresh_tracks || !whole_) {
+        note("Recording-Filter", settingsText(camera.tracks));
+        noteText("Recording-Rules", setupText(camera.rules));
+    }
     whole_ = whole_ || camera.fresh_tracks;
     controlChanged(camera.control);
 }
@@ -162,15 +183,15 @@ void RecordingOutput::ended(const TrackFrame& frame, TrackEnd why) {
     file_.endRecord();
 }
 
-void RecordingOutput::sourceLost(std::int64_t time_ns) {
-    if (broken() || !begun_) return;
-    note("Recording-Source", "lost " + std::to_string(time_ns));
+void RecordingOutput::stepped(const RuleStep& step) {
+    if (broken() || !begun_ || finished_) return;
+    noteText("Recording-Step", stepText(step));
     file_.endRecord();
 }
 
-void RecordingOutput::sourceBack(std::int64_t time_ns) {
-    if (broken() || !begun_) return;
-    note("Recording-Source", "back " + std::to_string(time_ns));
+void RecordingOutput::ruled(const RuleResults& results) {
+    if (broken() || !begun_ || !whole_) return;
+    note("Recording-Events", recordedEvents(results));
     file_.endRecord();
 }
 

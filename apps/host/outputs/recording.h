@@ -11,7 +11,10 @@
 //   Recording-Tracks    of the frame before: hash of its tracks
 //   Recording-Reply     of the frame before: length of the answer, hash of the answer, hash of the request
 //   Recording-Ended     why all tracks ended here, hash of these tracks
-//   Recording-Source    the live source was lost, or is back, at a time (nanoseconds since 1970)
+//   Recording-Rules     the rules begin anew here, with all their values (rule_steps.h)
+//   Recording-Step      what the rules were told between two frames, with its time
+//   Recording-Events    of the frame, end, or step before: hash of the events that the rules made of it
+//   Recording-Part      begin of a value that is too long for one line
 //
 // What an analyzer answers depends on every frame since its start. So a recording that has lost a frame goes on with
 // the next fresh analyzer, and rotation asks for one: every file can be replayed alone. Tracks depend on every frame
@@ -30,13 +33,14 @@ class RecordingOutput : public FileOutput {
     void controlChanged(std::string_view control) override;
     void frame(const FrameResult& result) override;
     void ended(const TrackFrame& frame, TrackEnd why) override;
-    void sourceLost(std::int64_t time_ns) override;
-    void sourceBack(std::int64_t time_ns) override;
+    void stepped(const RuleStep& step) override;
+    void ruled(const RuleResults& results) override;
     void finish() override;
     OutputState state() const override;
 
  private:
     void note(std::string_view name, std::string_view value);
+    void noteText(std::string_view name, std::string_view text);
     bool broken() const { return file_.lost() != lost_before_; }
 
     bool finished_ = false, begun_ = false;
@@ -45,6 +49,10 @@ class RecordingOutput : public FileOutput {
     std::uint64_t left_out_ = 0;     ///< frames that were not written because an earlier one is missing
 };
 
+/// A text as the value of a message, and back: "%" and two digits for what is no printable character.
+std::string recordedText(std::string_view text);
+std::string readRecordedText(std::string_view value);
+
 /// Value of Recording-Camera, and back. A name is written with "%" and two digits for what is no printable character.
 std::string recordedCamera(const CameraInfo& camera);
 /// Sets live, rate, region and name. False where the text is no such value.
@@ -52,6 +60,9 @@ bool parseRecordedCamera(const std::string& value, CameraInfo& camera);
 
 /// Value of Recording-Tracks: every bit of what was told.
 std::string recordedTracks(const TrackFrame& frame);
+
+/// Value of Recording-Events.
+std::string recordedEvents(const RuleResults& results);
 
 /// Value of Recording-Reply.
 std::string recordedReply(std::string_view request, std::span<const std::uint8_t> rgb, std::string_view reply);

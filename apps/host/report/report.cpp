@@ -8,7 +8,7 @@
 namespace fleifeisa::host {
 namespace {
 
-constexpr std::size_t kMaxTracks = 1000, kKeptTracks = 800, kMaxSpans = 480, kMaxRestarts = 100;
+constexpr std::size_t kMaxTracks = 1000, kKeptTracks = 800, kMaxSpans = 480, kMaxRestarts = 100, kMaxEvents = 1000;
 constexpr int kThumbnailPixels = 96, kThumbnailQuality = 80, kBackgroundQuality = 82;
 
 /// Half as many spans of twice the length.
@@ -53,6 +53,7 @@ ReportOutput::ReportOutput(const std::string& path, const CameraInfo& camera, co
 void ReportOutput::started(const CameraInfo& camera) {
     data_.raw = camera.tracks.raw;
     data_.rate = camera.rate;  // known by now
+    rules_ = camera.rules;
     restarted_ = data_.frames > 0;
 }
 
@@ -63,6 +64,7 @@ std::int64_t ReportOutput::elapsed(const FrameResult& result) {
         data_.first_ns = result.time_ns;
         data_.width = result.width;
         data_.height = result.height;
+        placeShapes();
         return 0;
     }
     const std::int64_t now = std::max(now_ns_, result.time_ns - data_.first_ns);
@@ -161,6 +163,48 @@ void ReportOutput::leaveOutBriefest() {
     });
     data_.tracks_left_out += static_cast<std::int64_t>(data_.tracks.size() - kKeptTracks);
     data_.tracks.resize(kKeptTracks);
+}
+
+/// From shares of the source picture to pixels of the first frame.
+void ReportOutput::placeShapes() {
+    const auto placed = [this](Point share) {
+        const PictureMap& map = rules_.start.map;
+        return Point{(share.x - map.left) / map.width * data_.width, (share.y - map.top) / map.height * data_.height};
+    };
+    for (const ZoneRule& zone : rules_.rules.zones) {
+        ReportShape shape{zone.name, false, {}, 0, 0};
+        for (const Point& point : zone.points) shape.points.push_back(placed(point));
+        data_.shapes.push_back(std::move(shape));
+    }
+    for (const LineRule& line : rules_.rules.lines)
+        data_.shapes.push_back({line.name, true, {placed(line.from), placed(line.to)}, 0, 0});
+}
+
+void ReportOutput::ruled(const RuleResults& results) {
+    for (const Crossing& crossing : results.crossings)
+        for (ReportShape& shape : data_.shapes)
+            if (shape.line && shape.name == crossing.line) ++(crossing.forward ? shape.forward : shape.backward);
+    for (const CameraEvent& event : results.events) {
+        const auto [row, fresh] = event_rows_.try_emplace(event.number, data_.events.size());
+        if (fresh && data_.events.size() >= kMaxEvents) {
+            event_rows_.erase(row);
+            if (event.state == EventState::kStart) ++data_.events_left_out;
+            continue;
+        }
+        if (fresh) data_.events.emplace_back();
+        ReportEvent& shown = data_.events[row->second];
+        if (!event.change.empty() && !shown.changes.ends_with(event.change))
+            shown.changes += (shown.changes.empty() ? "" : ", ") + event.change;
+        shown.number = event.number;
+        shown.track = event.track;
+        shown.start_ns = std::max<std::int64_t>(0, event.start_ns - data_.first_ns);
+        shown.end_ns = event.end_ns ? std::max(shown.start_ns, *event.end_ns - data_.first_ns) : -1;
+        shown.kind = nameOf(event.kind);
+        shown.rule = event.rule;
+        shown.value = event.value ? valueText(*event.value) : "";
+        shown.reason = event.text.empty() ? event.reason : event.text;
+        shown.held = event.held;
+    }
 }
 
 void ReportOutput::finish() {

@@ -19,6 +19,7 @@ class ReportOutput : public Output {
     void started(const CameraInfo& camera) override;
     void frame(const FrameResult& result) override;
     void ended(const TrackFrame& frame, TrackEnd) override { closeEnded(frame); }
+    void ruled(const RuleResults& results) override;
     void finish() override;
     OutputState state() const override { return {file_.failing(), file_.lost()}; }
 
@@ -35,14 +36,17 @@ class ReportOutput : public Output {
     void closeEnded(const TrackFrame& frame);
     void close(std::int64_t number);
     void leaveOutBriefest();
+    void placeShapes();
 
     FileWriter file_;
     ReportData data_;
     MedianBackground background_;
-    std::map<std::int64_t, Open> open_;  ///< by track number
-    std::int64_t span_frames_ = 1;       ///< frames in a full span
-    std::int64_t now_ns_ = 0;            ///< of the latest frame, since the first
-    std::int64_t last_step_ns_ = 0;      ///< from the frame before to the latest
+    RuleSetup rules_;
+    std::map<std::int64_t, std::size_t> event_rows_;  ///< by number
+    std::map<std::int64_t, Open> open_;               ///< by track number
+    std::int64_t span_frames_ = 1;                    ///< frames in a full span
+    std::int64_t now_ns_ = 0;                         ///< of the latest frame, since the first
+    std::int64_t last_step_ns_ = 0;                   ///< from the frame before to the latest
     bool restarted_ = false, finished_ = false;
 };
 

@@ -32,6 +32,22 @@ struct ReportSpan {
     std::int64_t tracks_max = 0;  ///< at once
 };
 
+/// An event as it was told last.
+struct ReportEvent {
+    std::int64_t number = 0, track = 0;
+    std::int64_t start_ns = 0, end_ns = -1;  ///< since the first frame; -1: it runs
+    std::string kind, rule, changes, value, reason;
+    bool held = false;
+};
+
+/// A zone or line as it lies over the first frame, in its pixels.
+struct ReportShape {
+    std::string name;
+    bool line = false;
+    std::vector<Point> points;
+    std::int64_t forward = 0, backward = 0;  ///< crossings of a line
+};
+
 struct ReportData {
     std::string camera, source;
     bool infrared = false, live = false;
@@ -48,7 +64,10 @@ struct ReportData {
     std::int64_t tracks_left_out = 0;       ///< the briefest, where there were too many
     std::vector<ReportTrack> tracks;        ///< by start, then number
     std::vector<ReportSpan> spans;
-    std::string background;  ///< JPEG, "" without a frame
+    std::vector<ReportShape> shapes;
+    std::vector<ReportEvent> events;   ///< by number
+    std::int64_t events_left_out = 0;  ///< later ones, where there were too many
+    std::string background;            ///< JPEG, "" without a frame
     std::size_t background_samples = 0;
 };
 
@@ -59,6 +78,8 @@ std::string reportPage(const ReportData& data);
 std::string trackMap(const ReportData& data);
 std::string timeline(const ReportData& data, bool brief);
 std::string shareChart(const ReportData& data);
+/// "" where nothing was watched for and nothing told.
+std::string eventsSection(const ReportData& data);
 /// Style sheet and script.
 extern const char* const kReportStyle;
 extern const char* const kReportScript;

@@ -1,5 +1,6 @@
 // The report's map: the ways of all tracks over the background.
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <numeric>
 
@@ -152,6 +153,21 @@ std::string trackOnMap(const ReportTrack& track, const MapSize& size) {
     return text + "</g>\n";
 }
 
+/// A zone or line with its name; of a line an arrow's head at its end.
+std::string shapeOnMap(const ReportShape& shape, const MapSize& size) {
+    Points points;
+    for (const Point& point : shape.points)
+        points.push_back({0, std::llround(point.x * size.scale * 2), std::llround(point.y * size.scale * 2)});
+    std::string way;
+    for (const PathPoint& point : points) way += (way.empty() ? "M" : "L") + halves(point.x2) + " " + halves(point.y2);
+    std::string text = std::string("<g class=\"") + (shape.line ? "line" : "zone") + "\"><path d=\"" + way +
+                       (shape.line ? "\"/>" : "Z\"/>");
+    if (shape.line) text += arrow(points, 2 * size.unit);
+    return text + "<text x=\"" + halves(points[0].x2 + 4 * size.unit) + "\" y=\"" +
+           halves(points[0].y2 + 10 * size.unit) + "\" font-size=\"" + std::to_string(4 * size.unit) + "\">" +
+           xmlText(shape.name) + "</text></g>\n";
+}
+
 }  // namespace
 
 std::string trackMap(const ReportData& data) {
@@ -164,6 +180,7 @@ std::string trackMap(const ReportData& data) {
     if (!data.background.empty())
         text += "<image width=\"" + width + "\" height=\"" + height +
                 "\" preserveAspectRatio=\"none\" href=\"data:image/jpeg;base64," + base64(data.background) + "\"/>\n";
+    for (const ReportShape& shape : data.shapes) text += shapeOnMap(shape, size);
     std::vector<const ReportTrack*> lasting;
     for (const ReportTrack& track : data.tracks) {
         if (track.brief())

@@ -164,6 +164,7 @@ std::string reportPage(const ReportData& data) {
                 (brief == static_cast<std::int64_t>(data.tracks.size()) ? " checked" : "") + "> Show " +
                 counted(brief, "brief track") + "</label>\n";
     text += drawings(data);
+    text += eventsSection(data);
     if (!data.tracks.empty()) text += "<section>\n<h2>Tracks</h2>\n" + table(data) + "</section>\n";
     text += "</main>\n" + notes(data) + "<script>\n" + kReportScript + "</script>\n</body>\n</html>\n";
     return text;

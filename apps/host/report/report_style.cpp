@@ -40,6 +40,9 @@ body:has(#show-brief:checked) tr.brief { display: table-row; }
 svg { display: block; width: 100%; height: auto; }
 .map { border-radius: 6px; background: #444; }
 .map path { fill: none; stroke-linejoin: round; stroke-linecap: round; vector-effect: non-scaling-stroke; }
+.map .zone path, .map .line path { stroke: #ffd60a; stroke-width: 1.6px; stroke-dasharray: 6 4; }
+.map .zone path { fill: #ffd60a; fill-opacity: .08; }
+.map .zone text, .map .line text { fill: #ffd60a; }
 .map .under { stroke: #000; stroke-opacity: .5; stroke-width: 3.6px; }
 .map .way { stroke: var(--k); stroke-width: 1.8px; }
 .map .tip { fill: var(--k); stroke: #000; stroke-opacity: .7; stroke-width: 1px; }

@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 #include "common/log.h"
 #include "common/secrets.h"
@@ -22,6 +23,10 @@ constexpr int kFileRetries = 3;  // in a row without a frame
 std::int64_t wallClock() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
         .count();
+}
+
+LiveClock::Reading readClocks() {
+    return {wallClock(), std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count()};
 }
 
 }  // namespace
@@ -91,6 +96,11 @@ int Feeder::outages() const {
     return outages_;
 }
 
+std::int64_t Feeder::now() const {
+    const std::lock_guard lock(mutex_);
+    return clock_.now(readClocks());
+}
+
 bool Feeder::holds() const {
     const std::lock_guard lock(mutex_);
     return !frames_.empty();
@@ -131,11 +141,13 @@ void Feeder::deliver(RawFrame&& frame) {
     std::unique_lock lock(mutex_);
     if (live_) {
         dropped_ += static_cast<std::int64_t>(frames_.size());
+        for (const RawFrame& replaced : frames_) clock_step_ns_ += replaced.clock_step_ns;
         frames_.clear();
     } else {
         room_.wait(lock, [this] { return frames_.size() < kHeld || stopping_; });
         if (stopping_) return;
     }
+    frame.clock_step_ns = std::exchange(clock_step_ns_, 0);
     frames_.push_back(std::move(frame));
     ready_.set();
 }
@@ -149,10 +161,15 @@ bool Feeder::inTime(RawFrame& frame) {
         if (begin_ == Clock::time_point{}) begin_ = Clock::now() - offset;
         if (!waitUntil(begin_ + offset)) return false;
     }
-    if (live_)
-        frame.time_ns = wallClock();
-    else
+    if (!live_) {
         frame.time_ns += options_.start_time_ns.value_or(0);
+        return true;
+    }
+    const std::lock_guard lock(mutex_);
+    const LiveClock::Moment moment = clock_.ofFrame(readClocks());
+    frame.time_ns = moment.time_ns;
+    clock_step_ns_ += moment.step_ns;
+    if (moment.step_ns != 0) rate_slot_ = -1;  // the rate's intervals begin anew
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "common/backoff.h"
+#include "sources/live_clock.h"
 #include "sources/source.h"
 
 namespace fleifeisa::host {
@@ -43,6 +44,8 @@ class Feeder {
     int outages() const;
     /// A frame waits to be taken.
     bool holds() const;
+    /// The time that a live frame would get now.
+    std::int64_t now() const;
     /// The frames' times are moments since 1970.
     bool dates() const { return hasDates(options_); }
     /// "" while frames come; else "failing since 2026-03-01T12:00:00Z, retried every 30 s: no such file".
@@ -79,6 +82,7 @@ class Feeder {
     std::int64_t dropped_ = 0, expected_ = 0;
     double rate_ = 0;
     int outages_ = 0;
+    LiveClock clock_;
     bool ended_ = false, stopping_ = false;
     int code_ = 0;
     std::string trouble_;
@@ -88,6 +92,7 @@ class Feeder {
     std::int64_t handed_on_ = 0;   ///< frames that went to the camera
     std::int64_t rate_slot_ = -1;  ///< interval of the rate in which the last frame was taken
     std::int64_t rate_start_ns_ = 0;
+    std::int64_t clock_step_ns_ = 0;                       ///< since the latest frame that was handed on
     Clock::time_point begin_{};                            ///< of the playing in real time
     std::int64_t loop_offset_ns_ = 0, last_time_ns_ = -1;  ///< the last: -1 before any frame
     SourceError failure_{0, ""};

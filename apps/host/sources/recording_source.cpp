@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <utility>
 
 namespace fleifeisa::host {
 namespace {
@@ -17,7 +18,10 @@ constexpr std::pair<std::string_view, RecordedMessage::Kind> kNotes[] = {
     {"Recording-Start", RecordedMessage::kStart},   {"Recording-Camera", RecordedMessage::kCamera},
     {"Recording-Filter", RecordedMessage::kFilter}, {"Recording-Control", RecordedMessage::kControl},
     {"Recording-Tracks", RecordedMessage::kTracks}, {"Recording-Reply", RecordedMessage::kReply},
-    {"Recording-Ended", RecordedMessage::kEnded},   {"Recording-Source", RecordedMessage::kSource}};
+    {"Recording-Ended", RecordedMessage::kEnded},   {"Recording-Rules", RecordedMessage::kRules},
+    {"Recording-Step", RecordedMessage::kStep},     {"Recording-Events", RecordedMessage::kEvents}};
+constexpr std::string_view kPart = "Recording-Part";
+constexpr std::size_t kMaxValue = 1 << 20;  // characters of one value in all its parts
 
 std::int64_t toNumber(std::string_view text) {
     std::int64_t value = -1;
@@ -84,6 +88,16 @@ bool RecordingReader::readLine(std::string& line) {
 }
 
 bool RecordingReader::next(RecordedMessage& message) {
+    do {
+        if (!nextPart(message)) return false;
+        if (part_.size() > kMaxValue) damaged("a value too long");
+    } while (message.kind == RecordedMessage::kOther && message.value == kPart);
+    if (!part_.empty()) message.value.insert(0, std::exchange(part_, {}));
+    return true;
+}
+
+/// One message. Of a part of a value: kOther with the name as its value.
+bool RecordingReader::nextPart(RecordedMessage& message) {
     message = {};
     std::string line;
     if (!readLine(line)) return false;
@@ -99,6 +113,10 @@ bool RecordingReader::next(RecordedMessage& message) {
         if (name == "Image-height") message.height = static_cast<int>(toNumber(value));
         if (name == "Timestamp") message.time_ns = toNanoseconds(value);
         if (name == "Sequence-Number") message.sequence = toNumber(value);
+        if (name == kPart) {
+            part_ += value;
+            message.value = kPart;
+        }
         for (const auto& [known, kind] : kNotes) {
             if (name != known) continue;
             message.kind = kind;

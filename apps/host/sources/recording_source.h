@@ -11,13 +11,13 @@ namespace fleifeisa::host {
 
 /// One message of a recorded request stream.
 struct RecordedMessage {
-    enum Kind { kFrame, kStart, kCamera, kFilter, kControl, kTracks, kReply, kEnded, kSource, kOther };
+    enum Kind { kFrame, kStart, kCamera, kFilter, kControl, kTracks, kReply, kEnded, kRules, kStep, kEvents, kOther };
     Kind kind = kOther;
     std::string header;              ///< exact bytes, empty line included
     std::vector<std::uint8_t> body;  ///< of a frame
     int width = 0, height = 0;
     std::int64_t time_ns = 0, sequence = 0;
-    std::string value;  ///< of all but kFrame and kOther: what stands behind the name
+    std::string value;  ///< of all but kFrame and kOther: what stands behind the name, its parts put together
 };
 
 class RecordingReader {
@@ -34,12 +34,14 @@ class RecordingReader {
     std::int64_t position() const;
 
  private:
+    bool nextPart(RecordedMessage& message);
     bool readLine(std::string& line);
     [[noreturn]] void damaged(const char* what) const;
 
     std::string path_;
     std::FILE* file_;
     std::int64_t size_ = 0;
+    std::string part_;  ///< of a value that goes on in the next message
 };
 
 /// True for a regular file that begins like a request stream.

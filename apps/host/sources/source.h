@@ -18,7 +18,8 @@ namespace fleifeisa::host {
 struct RawFrame {
     PixelLayout layout;
     std::vector<std::uint8_t> bytes;
-    std::int64_t time_ns = 0;  ///< presentation time from the start; with hasDates() since 1970
+    std::int64_t time_ns = 0;        ///< presentation time from the start; with hasDates() since 1970
+    std::int64_t clock_step_ns = 0;  ///< of a live frame: by so much the clock was stepped since the one before
 };
 
 /// What a user may say about a source.

@@ -13,6 +13,8 @@ struct RetentionLimits {
     std::int64_t near_miss_days = 1;
     std::int64_t bytes = 0;             ///< of the database, 0: no limit
     std::int64_t min_free = 100 << 20;  ///< bytes of the filesystem; below it nothing but events is kept
+
+    bool operator==(const RetentionLimits&) const = default;
 };
 
 /// Removes at most a few thousand rows, the oldest first, and gives their space back: a step that does not hold up the

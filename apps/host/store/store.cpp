@@ -271,9 +271,10 @@ void Store::commit(const StoreBatch& batch) {
 }
 
 void Store::tellAll(const StoreBatch& batch) {
-    if (!tell_) return;
-    for (const CameraEvent& event : batch.events)
-        if (!event.held) tell_({event, event.change, 0, ClipState::kNone, false});
+    for (const CameraEvent& event : batch.events) {
+        if (options_.committed) options_.committed(event);
+        if (tell_ && !event.held) tell_({event, event.change, 0, ClipState::kNone, false});
+    }
 }
 
 void Store::keepHouse() {

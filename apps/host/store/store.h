@@ -26,6 +26,8 @@ struct StoreOptions {
     std::size_t most_events = 10'000;  ///< that wait for the disk
     double group_seconds = 0.25;       ///< longest an event waits for others to share its transaction
     RetentionLimits retention;
+    /// Called like Tell, before it, also for what is held: for those who keep, not for those who tell people.
+    std::function<void(const CameraEvent&)> committed;
     /// Nanoseconds since 1970; for tests.
     std::function<std::int64_t()> now;
 };
