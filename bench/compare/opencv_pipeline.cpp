@@ -37,34 +37,34 @@ OpenCvPipeline::OpenCvPipeline(Subtractor kind, int width, int height) : state_(
 
 OpenCvPipeline::~OpenCvPipeline() = default;
 
-StageSeconds OpenCvPipeline::Run(const uint8_t* rgb) {
+StageSeconds OpenCvPipeline::run(const uint8_t* rgb) {
     State& s = *state_;
     // The stages work on any order of three channels; the pixels are only read.
     const cv::Mat frame(s.height, s.width, CV_8UC3, const_cast<uint8_t*>(rgb));
-    const double t0 = ThreadSeconds();
+    const double t0 = threadSeconds();
     s.subtractor->apply(frame, s.mask);
-    const double t1 = ThreadSeconds();
+    const double t1 = threadSeconds();
     cv::morphologyEx(s.mask, s.opened, cv::MORPH_OPEN, s.kernel);
     cv::morphologyEx(s.opened, s.closed, cv::MORPH_CLOSE, s.kernel);
-    const double t2 = ThreadSeconds();
+    const double t2 = threadSeconds();
     cv::connectedComponentsWithStats(s.closed, s.labels, s.statistics, s.centres, 8, CV_32S);
-    const double t3 = ThreadSeconds();
+    const double t3 = threadSeconds();
     cv::findContours(s.closed, s.contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_SIMPLE);
     s.polygons.resize(s.contours.size());
     for (size_t i = 0; i < s.contours.size(); ++i) cv::approxPolyDP(s.contours[i], s.polygons[i], 1.41, true);
-    const double t4 = ThreadSeconds();
+    const double t4 = threadSeconds();
     return {{t1 - t0, t2 - t1, t3 - t2, t4 - t3}};
 }
 
-size_t OpenCvPipeline::Objects() const {
+size_t OpenCvPipeline::objects() const {
     return state_->contours.size();
 }
 
-bool OpenCvPipeline::Available() {
+bool OpenCvPipeline::available() {
     return true;
 }
 
-std::string OpenCvPipeline::Description() {
+std::string OpenCvPipeline::description() {
     cv::setNumThreads(1);
     std::string extensions;
     std::istringstream information(cv::getBuildInformation());
