@@ -157,8 +157,8 @@ TEST(Config, WhatConcernsEventsOfAllCameras) {
             kPlain + "[[camera.zone]]\nname = 'z'\nwhen = '08:00-09:00'\npoints = [[0,0],[1,0],[1,1]]\n",
         kPath, errors);
     ASSERT_TRUE(errors.empty()) << errors.front();
-    EXPECT_TRUE((config.desk ==
-                 DeskSettings{"/nowhere/conf/s", {3, 4, 5, 2'000'000'000, 1'000'000}, {"sh", "{kind}"}}));
+    EXPECT_TRUE(
+        (config.desk == DeskSettings{"/nowhere/conf/s", {3, 4, 5, 2'000'000'000, 1'000'000}, {"sh", "{kind}"}}));
     EXPECT_FALSE(config.cameras.at(0).notify);
     const Rules& rules = config.cameras.at(0).rules;
     EXPECT_EQ(rules.timezone, "Europe/Berlin");

@@ -370,11 +370,11 @@ TEST(LiveClock, TimesRiseAndFollowSteps) {
     } rows[] = {
         {0, 5, 0, 0},
         {kSecond, 5 + kSecond, kSecond, 0},
-        {kSecond, 5 + kSecond, kSecond + 1, 0},                                      // the same moment
-        {5 * kSecond, 5 + 3 * kSecond, 3 * kSecond, 0},                              // two seconds are no step
-        {5 * kSecond + 1, 5 + 3 * kSecond, 5 * kSecond + 1, 2 * kSecond + 1},        // more are
+        {kSecond, 5 + kSecond, kSecond + 1, 0},                                // the same moment
+        {5 * kSecond, 5 + 3 * kSecond, 3 * kSecond, 0},                        // two seconds are no step
+        {5 * kSecond + 1, 5 + 3 * kSecond, 5 * kSecond + 1, 2 * kSecond + 1},  // more are
         {6 * kSecond, 5 + 4 * kSecond, 6 * kSecond + 1, 0},
-        {-9 * kSecond, 5 + 5 * kSecond, -9 * kSecond, -16 * kSecond - 1},            // back
+        {-9 * kSecond, 5 + 5 * kSecond, -9 * kSecond, -16 * kSecond - 1},  // back
         {-8 * kSecond, 5 + 6 * kSecond, -8 * kSecond, 0},
     };
     LiveClock clock;

@@ -47,12 +47,12 @@ struct OutputEnd {
 
 /// What a camera has done so far; read from other threads.
 struct CameraCounts {
-    std::atomic<std::int64_t> answered{0};    ///< frames
-    std::atomic<std::int64_t> detected{0};    ///< of them with detection
-    std::atomic<std::int64_t> dropped{0};     ///< live frames replaced by newer ones
-    std::atomic<std::int64_t> lost{0};        ///< frames that went down with an analyzer
-    std::atomic<std::int64_t> restarts{0};    ///< of the analyzer
-    std::atomic<std::int64_t> expected{0};    ///< frames in all, 0 where unknown
+    std::atomic<std::int64_t> answered{0};  ///< frames
+    std::atomic<std::int64_t> detected{0};  ///< of them with detection
+    std::atomic<std::int64_t> dropped{0};   ///< live frames replaced by newer ones
+    std::atomic<std::int64_t> lost{0};      ///< frames that went down with an analyzer
+    std::atomic<std::int64_t> restarts{0};  ///< of the analyzer
+    std::atomic<std::int64_t> expected{0};  ///< frames in all, 0 where unknown
 };
 
 class Camera {
