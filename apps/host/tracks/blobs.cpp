@@ -37,12 +37,14 @@ void joinPieces(std::vector<Blob>& blobs) {
         again = false;
         for (std::size_t i = 0; i < blobs.size(); ++i) {
             for (std::size_t k = i + 1; k < blobs.size();) {
-                if (!belongTogether(blobs[i].box, blobs[k].box)) {
+                const bool apart = blobs[i].known != 0 && blobs[k].known != 0 && blobs[i].known != blobs[k].known;
+                if (apart || !belongTogether(blobs[i].box, blobs[k].box)) {
                     ++k;
                     continue;
                 }
                 blobs[i].box = unionOf(blobs[i].box, blobs[k].box);
                 blobs[i].pixels += blobs[k].pixels;
+                blobs[i].known = std::max(blobs[i].known, blobs[k].known);
                 blobs.erase(blobs.begin() + static_cast<std::ptrdiff_t>(k));
                 again = true;
             }

@@ -11,6 +11,7 @@ namespace fleifeisa::host {
 struct Blob {
     Box box;
     int pixels = 0;
+    std::int64_t known = 0;  ///< the track that it is by itself, 0: none
 };
 
 /// Intersection's area; 64 bits, since boxes may be anything.
@@ -20,7 +21,7 @@ inline std::int64_t areaOf(const Box& box) {
 }
 Box unionOf(const Box& a, const Box& b);
 
-/// Joins pieces that lie one above the other, until there are none.
+/// Joins pieces that lie one above the other, until there are none; never two that are known as different tracks.
 void joinPieces(std::vector<Blob>& blobs);
 
 /// Parts a component at a clear valley between two people. Appends one blob or two.

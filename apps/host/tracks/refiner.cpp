@@ -56,6 +56,27 @@ void Refiner::found(const Box& box, double seconds) {
         healing_.push_back({grown(box, 2, 2), seconds, kHealingKept});
 }
 
+namespace {
+
+/// Number of the track that this piece by itself is, 0 where there is none. A young one may still be half of a thing.
+std::int64_t knownAs(const Box& box, std::span<const Mover> movers) {
+    std::int64_t number = 0;
+    double most = kKnownOverlap;
+    for (const Mover& mover : movers) {
+        const double age = static_cast<double>(mover.track.seen_ns - mover.track.start_ns) / 1e9;
+        if (!mover.confirmed || !mover.arrived || age <= kPieceAge) continue;
+        const std::int64_t common = commonArea(mover.box(), box);
+        const double overlap =
+            static_cast<double>(common) / static_cast<double>(areaOf(mover.box()) + areaOf(box) - common);
+        if (overlap <= most) continue;
+        most = overlap;
+        number = mover.track.number;
+    }
+    return number;
+}
+
+}  // namespace
+
 std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, std::span<const AnalyzerObject> objects,
                                     std::span<const Mover> movers, const FilterSettings& settings, double seconds) {
     paint(objects, movers);
@@ -97,6 +118,7 @@ std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, 
     std::stable_sort(parts_.begin(), parts_.end(), before);
     if (parts_.size() > static_cast<std::size_t>(kMostBlobs)) parts_.resize(kMostBlobs);
     blobs_ = parts_;
+    for (Blob& blob : blobs_) blob.known = knownAs(blob.box, movers);
     joinPieces(blobs_);
     foreground_ = 0;
     for (const Blob& blob : blobs_) foreground_ += blob.pixels / pixels;
