@@ -1,6 +1,7 @@
 #include "accuracy/mog2.h"
 
 #include <algorithm>
+#include <cmath>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/background_segm.hpp>
 
@@ -30,7 +31,7 @@ std::span<const Blob> Mog2::frame(std::span<const std::uint8_t> rgb, int width, 
     cv::morphologyEx(s.mask, s.mask, cv::MORPH_OPEN, cv::getStructuringElement(cv::MORPH_CROSS, {3, 3}));
     cv::morphologyEx(s.mask, s.mask, cv::MORPH_CLOSE, cv::getStructuringElement(cv::MORPH_RECT, {3, 3}));
     const int count = cv::connectedComponentsWithStats(s.mask, s.labels, s.stats, s.centres, 8);
-    const int least = static_cast<int>(kLeastComponent * width * height + 0.5);
+    const int least = static_cast<int>(std::lround(kLeastComponent * width * height));
     s.blobs.clear();
     for (int i = 1; i < count; ++i) {
         const int pixels = s.stats.at<int>(i, cv::CC_STAT_AREA);

@@ -231,6 +231,25 @@ TEST(Tracks, PiecesBecomeOne) {
     EXPECT_GT(overlapOf(stage.shown()[0].box, stage.things[1]), 0.7);
 }
 
+// People on the far side, two cars, a person on the near side: for seconds they stand in one column.
+TEST(Tracks, WhoStandsAboveOneAnotherStaysApart) {
+    Stage stage;
+    stage.learn();
+    stage.each(9, [&](double t) {
+        const double there = std::min(t, 3.0) + std::max(0.0, t - 7);  // they wait for each other from 3 to 7 s
+        stage.things = {at(10 + 20 * there, 6, 14, 30), at(110 - 16 * there, 38, 36, 16),
+                        at(14 + 16 * there, 57, 36, 16), at(110 - 12 * there, 76, 14, 30)};
+    });
+    EXPECT_TRUE(stage.ended.empty());
+    ASSERT_EQ(stage.shown().size(), 4u);
+    for (const Track& track : stage.shown()) {
+        EXPECT_LE(track.number, 4);
+        double best = 0;
+        for (const Box& thing : stage.things) best = std::max(best, overlapOf(track.box, thing));
+        EXPECT_GT(best, 0.6) << track.number;
+    }
+}
+
 TEST(Tracks, StoppedUntilTheThingIsGone) {
     Stage stage;
     stage.learn();
