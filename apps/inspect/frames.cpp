@@ -47,7 +47,7 @@ class Stream : public FrameSource {
             truncated_ = result == RequestReader::kCutOff || result == RequestReader::kUnreadable;
             if (truncated_ || result == RequestReader::kEnd) break;
             number_++;
-            Report();
+            report();
             if (result == RequestReader::kMessage && code == kShutdown) break;
             if (result == RequestReader::kMessage && code == kFrame) {
                 KsColorImage none;
@@ -64,7 +64,7 @@ class Stream : public FrameSource {
 
  private:
     // The reader answers what it cannot read; here that becomes a warning.
-    void Report() {
+    void report() {
         const std::string said = answer_.str();
         answer_.str("");
         const std::size_t at = said.find("Status-text: ");

@@ -98,6 +98,8 @@ Read readAll(const std::string& bytes) {
 
 TEST(Nut, FramesTimesAndPackets) {
     const std::string header = Header{}.bytes();
+    const std::vector<char> zs(9'000'000, 'z');
+    const std::string large(zs.begin(), zs.end());
     const struct {
         const char* what;
         std::string bytes;
@@ -116,7 +118,7 @@ TEST(Nut, FramesTimesAndPackets) {
         {"the index ends it", "\1abcdef" + packet(kIndex, "xyz") + "\1ghijkl", {{40, "abcdef"}}},
         {"checksums and reserved fields", frame(128, "abc", kChecksum | kReserved), {{0, "abc"}}},
         {"an empty frame", frame(128, ""), {{0, ""}}},
-        {"a large one", frame(128, std::string(9'000'000, 'z')), {{0, std::string(9'000'000, 'z')}}},
+        {"a large one", frame(128, large), {{0, large}}},
     };
     for (const auto& row : rows) {
         const Read found = readAll(header + row.bytes);

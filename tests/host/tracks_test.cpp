@@ -294,7 +294,8 @@ TEST(Tracks, StoppedPlacesAreBounded) {
     many.learn();
     many.each(3, [&](double t) {
         many.things.clear();
-        for (int i = 0; i < 33; ++i) many.things.push_back(at(8 + i % 11 * 28 + 0.1, i / 11 * 78 + 15 * t, 14, 26));
+        for (int row = 0; row < 3; ++row)
+            for (int i = 0; i < 11; ++i) many.things.push_back(at(8 + i * 28 + 0.1, row * 78 + 15 * t, 14, 26));
     });
     many.wait(4);
     std::set<std::int64_t> since_when;

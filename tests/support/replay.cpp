@@ -9,16 +9,16 @@ namespace {
 
 class Changes : public ControlSource {
  public:
-    explicit Changes(const std::map<int, int>& changes_after) : after(changes_after) {}
-    bool Changed() override { return after.contains(++frame); }
+    explicit Changes(const std::map<int, int>& changes_after) : after_(changes_after) {}
+    bool Changed() override { return after_.contains(++frame_); }
     bool Read(control& c) override {
-        c.bg_frames = after.at(frame);
+        c.bg_frames = after_.at(frame_);
         return true;
     }
 
  private:
-    const std::map<int, int>& after;
-    int frame = 0;
+    const std::map<int, int>& after_;
+    int frame_ = 0;
 };
 
 }  // namespace

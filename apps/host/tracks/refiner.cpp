@@ -1,6 +1,7 @@
 #include "tracks/refiner.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "tracks/constants.h"
 #include "tracks/judgement.h"
@@ -81,8 +82,8 @@ std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, 
                                     std::span<const Mover> movers, const FilterSettings& settings, double seconds) {
     paint(objects, movers);
     const double pixels = static_cast<double>(width_) * height_;
-    const int least = std::max(4, static_cast<int>(kLeastComponent * pixels + 0.5));
-    const int least_light = std::max(9, static_cast<int>(kLightPixels / (384.0 * 288) * pixels + 0.5));
+    const int least = std::max(4, static_cast<int>(std::lround(kLeastComponent * pixels)));
+    const int least_light = std::max(9, static_cast<int>(std::lround(kLightPixels / (384.0 * 288) * pixels)));
     const bool shadow_test = settings.shadow_test && frame.channels() == kChannels;
     for (Healing& one : healing_) one.left -= seconds;
     std::erase_if(healing_, [](const Healing& one) { return one.left <= 0; });
