@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "tracks/constants.h"
+#include "tracks/filter_view.h"
 #include "tracks/judgement.h"
 #include "tracks/track_filter.h"
 
@@ -79,7 +80,8 @@ std::int64_t knownAs(const Box& box, std::span<const Mover> movers) {
 }  // namespace
 
 std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, std::span<const AnalyzerObject> objects,
-                                    std::span<const Mover> movers, const FilterSettings& settings, double seconds) {
+                                    std::span<const Mover> movers, const FilterSettings& settings, double seconds,
+                                    FilterView* view) {
     paint(objects, movers);
     const double pixels = static_cast<double>(width_) * height_;
     const int least = std::max(4, static_cast<int>(std::lround(kLeastComponent * pixels)));
@@ -89,8 +91,20 @@ std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, 
     std::erase_if(healing_, [](const Healing& one) { return one.left <= 0; });
     blobs_.clear();
     parts_.clear();
-    for (const Component& one : foreground_mask_.find(frame, background, where_, support_, shadow_test, least)) {
-        if (one.supported < kLeastSupport * one.pixels) continue;
+    const auto drop = [view](const Box& box, int count, Drop why) {
+        if (view) view->dropped.push_back({box, count, why});
+    };
+    // Small components are collected only to be shown.
+    const int collected = view ? 1 : least;
+    for (const Component& one : foreground_mask_.find(frame, background, where_, support_, shadow_test, collected)) {
+        if (one.pixels < least) {
+            drop(one.box, one.pixels, Drop::kTooSmall);
+            continue;
+        }
+        if (one.supported < kLeastSupport * one.pixels) {
+            drop(one.box, one.pixels, Drop::kNoSupport);
+            continue;
+        }
         const bool known = std::any_of(movers.begin(), movers.end(), [&](const Mover& mover) {
             const Box box = mover.box();
             const std::int64_t common = commonArea(box, one.box);
@@ -99,11 +113,12 @@ std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, 
                    static_cast<double>(common) >
                        kKnownOverlap * static_cast<double>(areaOf(box) + areaOf(one.box) - common);
         });
-        const bool none = !known && (isGhost(frame, background, foreground_mask_, one) ||
-                                     isLight(frame, background, foreground_mask_, one, least_light));
+        const bool ghost = !known && isGhost(frame, background, foreground_mask_, one);
+        const bool none = ghost || (!known && isLight(frame, background, foreground_mask_, one, least_light));
         if (none) found(one.box, seconds);
         if (none || (!known && healsAlready(one.box))) {
             background.heal(frame, one.box, kHealRate * seconds);
+            drop(one.box, one.pixels, ghost ? Drop::kGhost : none ? Drop::kLight : Drop::kHealing);
             continue;
         }
         if (settings.split_people)
@@ -117,13 +132,29 @@ std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, 
         return a.box.top != b.box.top ? a.box.top < b.box.top : a.box.left < b.box.left;
     };
     std::stable_sort(parts_.begin(), parts_.end(), before);
+    for (std::size_t i = kMostBlobs; i < parts_.size(); ++i) drop(parts_[i].box, parts_[i].pixels, Drop::kTooMany);
     if (parts_.size() > static_cast<std::size_t>(kMostBlobs)) parts_.resize(kMostBlobs);
     blobs_ = parts_;
     for (Blob& blob : blobs_) blob.known = knownAs(blob.box, movers);
     joinPieces(blobs_);
     foreground_ = 0;
     for (const Blob& blob : blobs_) foreground_ += blob.pixels / pixels;
+    if (view) {
+        view->least_component = least;
+        show(*view);
+    }
     return blobs_;
+}
+
+void Refiner::show(FilterView& view) const {
+    view.refined = true;
+    view.blobs = blobs_;
+    view.looked_at.clear();
+    view.foreground.clear();
+    for (int y = 0; y < height_; ++y) {
+        for (int x = 0; x < width_; ++x) view.looked_at.push_back(where_.pixel(x, y) ? 1 : 0);
+        view.foreground.insert(view.foreground.end(), foreground_mask_.row(y), foreground_mask_.row(y) + width_);
+    }
 }
 
 void Refiner::follow(SmoothFrame& frame, Background& background, std::span<const Mover> movers, std::int64_t time_ns) {

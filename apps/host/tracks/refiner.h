@@ -14,13 +14,16 @@
 namespace fleifeisa::host {
 
 struct FilterSettings;
+struct FilterView;
 
 class Refiner {
  public:
     void reset(int width, int height);
     /// Accepted blobs of this frame, at most kMostBlobs. Heals the background under what is none.
+    /// `view`, where there is one, takes what was seen; the blobs are the same.
     std::span<const Blob> find(SmoothFrame& frame, Background& background, std::span<const AnalyzerObject> objects,
-                               std::span<const Mover> movers, const FilterSettings& settings, double seconds);
+                               std::span<const Mover> movers, const FilterSettings& settings, double seconds,
+                               FilterView* view = nullptr);
     /// The rest of the frame's work on the background.
     void follow(SmoothFrame& frame, Background& background, std::span<const Mover> movers, std::int64_t time_ns);
     /// Share of the frame that is accepted foreground.
@@ -36,6 +39,7 @@ class Refiner {
     bool healsAlready(const Box& box) const;
     void found(const Box& box, double seconds);
     void paint(std::span<const AnalyzerObject> objects, std::span<const Mover> movers);
+    void show(FilterView& view) const;
 
     int width_ = 0, height_ = 0;
     TileMap where_, support_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tracks/constants.h"
+#include "tracks/filter_view.h"
 #include "tracks/refiner.h"
 #include "tracks/scene_state.h"
 #include "tracks/stopped.h"
@@ -26,7 +27,8 @@ struct TrackFilter::State {
     std::vector<Track> told;
 
     void resize(const FilterInput& input);
-    SceneState step(const FilterInput& input);
+    SceneState step(const FilterInput& input, FilterView* view);
+    void copyBackground(std::vector<std::uint8_t>& rgb) const;
     void support(const FilterInput& input, double seconds);
 };
 
@@ -52,9 +54,10 @@ void TrackFilter::State::resize(const FilterInput& input) {
     begun = false;
 }
 
-TrackFrame TrackFilter::frame(const FilterInput& input) {
+TrackFrame TrackFilter::frame(const FilterInput& input, FilterView* view) {
     State& s = *state_;
     s.told.clear();
+    if (view) *view = {};
     TrackFrame result;
     result.time_ns = input.time_ns;
     result.width = input.width;
@@ -64,17 +67,24 @@ TrackFrame TrackFilter::frame(const FilterInput& input) {
         input.rgb.size() >= static_cast<std::size_t>(input.width) * static_cast<std::size_t>(input.height) * kChannels;
     if (valid) {
         if (input.width != s.width || input.height != s.height) s.resize(input);
-        result.scene = s.step(input);
+        result.scene = s.step(input, view);
         result.foreground = s.refiner.foreground();
+        if (view) {
+            view->width = s.width;
+            view->height = s.height;
+            view->least_pixels = s.settings.least_area * s.width * s.height;
+            view->movers = s.tracker.movers();
+        }
     }
     result.tracks = s.told;
     return result;
 }
 
-SceneState TrackFilter::State::step(const FilterInput& input) {
+SceneState TrackFilter::State::step(const FilterInput& input, FilterView* view) {
     frame.begin(input.rgb, width, height, settings.infrared ? 1 : kChannels);
     // Times rise; should they not, a millisecond passes.
     const double seconds = begun ? std::clamp(static_cast<double>(input.time_ns - time_ns) / 1e9, 0.001, 10.0) : 0.001;
+    if (view) view->seconds = seconds;
     time_ns = input.time_ns;
     begun = true;
     if (!background.ready()) {
@@ -89,14 +99,22 @@ SceneState TrackFilter::State::step(const FilterInput& input) {
         tracker.tell(told);  // frozen as they are
         return state;
     }
+    if (view) copyBackground(view->background);
     tracker.predict(seconds);
-    const auto blobs = refiner.find(frame, background, input.objects, tracker.movers(), settings, seconds);
+    const auto blobs = refiner.find(frame, background, input.objects, tracker.movers(), settings, seconds, view);
     tracker.update(blobs, time_ns, seconds);
     places.update(tracker.movers(), frame, background, seconds);
     support(input, seconds);
     refiner.follow(frame, background, tracker.movers(), time_ns);
     tracker.tell(told);
     return input.detection ? state : SceneState::kLearning;
+}
+
+void TrackFilter::State::copyBackground(std::vector<std::uint8_t>& rgb) const {
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            for (int c = 0; c < kChannels; ++c)
+                rgb.push_back(static_cast<std::uint8_t>(background.level(settings.infrared ? 0 : c, x, y)));
 }
 
 /// Which of the analyzer's objects lie in which track: half of the smaller one of the two boxes is common.

@@ -30,6 +30,8 @@ struct FilterInput {
     std::span<const AnalyzerObject> objects;
 };
 
+struct FilterView;
+
 class TrackFilter {
  public:
     /// @param first_number  of the first track to be confirmed
@@ -40,7 +42,8 @@ class TrackFilter {
     TrackFilter& operator=(const TrackFilter&) = delete;
 
     /// The result's views are valid until the next call.
-    TrackFrame frame(const FilterInput& input);
+    /// @param view  takes what the filter saw on its way (filter_view.h); the result is the same with and without
+    TrackFrame frame(const FilterInput& input, FilterView* view = nullptr);
     /// Ends every track for this reason; the result holds them, once. The background is kept.
     TrackFrame end(TrackEnd why);
     /// A fresh analyzer answers from the next frame on: tracks live on, its object ids begin again.
