@@ -1,6 +1,7 @@
 // The numbers of one frame, as the tracker holds them after detection.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,18 @@ struct ObjectFacts {
     int corners() const;         ///< vertices of the polygon, the closing point not counted
 };
 
+/// One track of the camera host's track filter.
+struct TrackFacts {
+    std::int64_t number;  ///< 0: tentative
+    std::string state;    ///< "tentative" ... and "ended"
+    int x, y, width, height;
+    int frames;                       ///< in which it was seen
+    double missed, age, unsupported;  ///< seconds: since it was seen, since it was seen first, without the analyzer
+    int area, largest;                ///< foreground pixels: of this frame, and the largest so far
+    std::int64_t group;               ///< number of the track that owns its group; 0: alone
+    std::string why;
+};
+
 struct FrameFacts {
     int number = 0;
     Phase phase = Phase::kNoPixels;
@@ -43,6 +56,13 @@ struct FrameFacts {
     int components = 0;
     int table = 0;  ///< records in the object table, of all frames
     std::vector<ObjectFacts> objects;
+
+    // Of the track filter, where it ran (TrackStage::gather).
+    std::string scene;        ///< empty: it did not run
+    double least_pixels = 0;  ///< largest area that a track must have shown to be confirmed
+    int dropped = 0;          ///< components that became no blob
+    int blobs = 0;
+    std::vector<TrackFacts> tracks;
 };
 
 /// Gathers the numbers and marks the polygons' corners in the contours of this frame's records.

@@ -14,6 +14,8 @@
 #include "inspect/facts.h"
 #include "inspect/page.h"
 #include "inspect/pictures.h"
+#include "inspect/track_pictures.h"
+#include "inspect/track_stage.h"
 
 namespace fleifeisa::inspect {
 
@@ -89,6 +91,7 @@ class Inspection {
     const Options& options_;
     std::unique_ptr<FrameSource> source_;
     Session session_;
+    TrackStage tracks_;
     Page page_;
     Progress progress_;
     int other_sizes_ = 0;
@@ -98,6 +101,7 @@ Inspection::Inspection(const Options& options)
     : options_(options),
       source_(open(options)),
       session_(options.settings),
+      tracks_(options.settings),
       page_(!options.list.empty()           ? options.list
             : options.inputs.front() == "-" ? "standard input"
             : options.inputs.size() > 1     ? options.inputs.front() + " and more"
@@ -130,6 +134,7 @@ void Inspection::feed(SourceFrame& frame) {
     }
     const bool shown = chosen(session_.number() + 1);
     const Phase phase = session_.begin(frame.image, options_.trace && shown);
+    if (phase != Phase::kNoPixels) tracks_.frame(session_, frame, shown);
     if (shown) show(phase, frame);
     session_.end();
     progress_.show(session_.number(), page_.frames());
@@ -138,11 +143,15 @@ void Inspection::feed(SourceFrame& frame) {
 void Inspection::show(Phase phase, const SourceFrame& frame) {
     char stem[32];
     std::snprintf(stem, sizeof stem, "frame-%06d", session_.number());
-    const FrameFacts facts = gatherFacts(session_, phase, frame);
+    FrameFacts facts = gatherFacts(session_, phase, frame);
+    if (phase == Phase::kDetection) tracks_.gather(facts);
     std::vector<Figure> figures;
     std::vector<Link> files;
     const int scale = options_.scale > 0 ? options_.scale : pictureScale(facts.width);
-    for (const Picture& p : drawPictures(session_, facts, scale)) {
+    std::vector<Picture> pictures = drawPictures(session_, facts, scale);
+    if (phase == Phase::kDetection)
+        for (Picture& p : drawTrackPictures(session_, tracks_, scale)) pictures.push_back(std::move(p));
+    for (const Picture& p : pictures) {
         const std::string name = std::string(stem) + "-" + p.name + ".png";
         p.image.writePng(at(name));
         figures.push_back({name, p.title, p.caption, p.image.width(), p.image.height()});

@@ -100,6 +100,28 @@ std::string table(const std::vector<ObjectFacts>& objects) {
     return html + "</tbody></table></div>\n";
 }
 
+// The track filter's numbers, and one row for each track.
+std::string tracks(const FrameFacts& f) {
+    std::string html = "<dl>\n" + number("Scene", f.scene) + number("Blobs", f.blobs) +
+                       number("Components dropped", f.dropped) + number("Tracks", static_cast<int>(f.tracks.size())) +
+                       number("Least area", text(f.least_pixels, 1)) + "</dl>\n";
+    if (f.tracks.empty()) return html + "<p>The track filter follows nothing in this frame.</p>\n";
+    html +=
+        "<div class=\"scroll\"><table>\n<thead><tr><th>Track</th><th>State</th><th>X</th><th>Y</th><th>Width</th>"
+        "<th>Height</th><th>Frames</th><th>Missed, s</th><th>Age, s</th><th>Unsupported, s</th><th>Area</th>"
+        "<th>Largest</th><th>Group of</th><th>Why</th></tr></thead>\n<tbody>\n";
+    const auto cell = [](const std::string& text) { return "<td>" + text + "</td>"; };
+    for (const TrackFacts& t : f.tracks) {
+        const int colour = static_cast<int>(t.number % 100'000);
+        html += "<tr>" + cell(t.number == 0 ? "-" : swatch(colour) + std::to_string(t.number)) + cell(t.state);
+        for (const int v : {t.x, t.y, t.width, t.height, t.frames}) html += cell(std::to_string(v));
+        for (const double v : {t.missed, t.age, t.unsupported}) html += cell(text(v, 2));
+        html += cell(std::to_string(t.area)) + cell(std::to_string(t.largest)) +
+                cell(t.group == 0 ? "" : std::to_string(t.group)) + cell(xmlText(t.why)) + "</tr>\n";
+    }
+    return html + "</tbody></table></div>\n";
+}
+
 std::string settingsLine(const Settings& s) {
     const control& c = s.parameters;
     const auto factor = [](float v) { return text(static_cast<double>(v), 3); };
@@ -129,6 +151,7 @@ void Page::add(const FrameFacts& f, const std::vector<Figure>& figures, const st
     }
     body_ += numbers(f, settings_.background == MULTIPLE);
     if (f.phase == Phase::kDetection) body_ += table(f.objects);
+    if (!f.scene.empty()) body_ += tracks(f);
     body_ += "<div class=\"pictures\">\n";
     for (const Figure& p : figures)
         body_ += "<figure><a href=\"" + xmlText(p.file) + "\"><img src=\"" + xmlText(p.file) + "\" width=\"" +

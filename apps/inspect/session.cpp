@@ -1,5 +1,7 @@
 #include "inspect/session.h"
 
+#include <sstream>
+
 namespace fleifeisa::inspect {
 
 namespace {
@@ -19,6 +21,21 @@ Session::~Session() {
 Phase Session::begin(KsColorImage frame, bool trace) {
     frame_ = frame;
     return phase_ = cycle_.Begin(frame_, settings_.parameters, trace);
+}
+
+std::string Session::answer() {
+    std::ostringstream out;
+    std::string timestamp = " 0";
+    streamin message{};
+    message.timestamp = timestamp.data();
+    message.sequence_num = number();
+    cycle_.Answer(out, message, 1, 1);
+    if (phase_ == Phase::kDetection) {  // what was reported is to be reported again by the detections document
+        ColorDiffTracker& t = *cycle_.Tracker();
+        for (int i = 0; i < t.numobjects; i++)
+            if (t.Ob[t.usedob[i]].framenum == t.t) t.Ob[t.usedob[i]].reportit = true;
+    }
+    return out.str();
 }
 
 void Session::end() {

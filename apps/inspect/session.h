@@ -1,6 +1,8 @@
 // The tracker driven by the analyzer's rules, one frame at a time, with a pause in which its state can be looked at.
 #pragma once
 
+#include <string>
+
 #include "host/FrameCycle.h"
 
 namespace fleifeisa::inspect {
@@ -27,6 +29,9 @@ class Session {
     /// this frame, and the background is the one that it was compared with. `trace` prints the detection's trace to
     /// standard output.
     Phase begin(KsColorImage frame, bool trace = false);
+    /// Between begin and end, once: the analyzer's reply to this frame, to the byte but for the numbers that the host
+    /// chose. The table is left as it was.
+    std::string answer();
     /// Brings the background up to date with the frame and releases its pixels.
     void end();
 
