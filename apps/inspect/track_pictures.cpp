@@ -120,18 +120,18 @@ Picture Painter::refiner() const {
 
 Picture Painter::tracks() const {
     Raster raster = paint([&](int x, int y) { return frameAt(x, y); });
-    const auto colourOf = [](const host::Track& track) {
+    const auto ink = [](const host::Track& track) {
         return track.number == 0 ? kWhite : distinct(static_cast<int>(track.number % 100'000));
     };
     const auto shown = stage_.result().tracks;
     for (const host::Track& track : shown)
-        box(raster, track.box, colourOf(track),
+        box(raster, track.box, ink(track),
             track.state != host::TrackState::kConfirmed && track.state != host::TrackState::kStopped);
     for (const host::Track& track : shown) {
         std::string text = track.number == 0 ? "" : std::to_string(track.number) + " ";
         text += host::nameOf(track.state);
         if (track.merged_with != 0) text += " grouped";
-        label(raster, track.box, text, colourOf(track));
+        label(raster, track.box, text, ink(track));
     }
     return {
         "tracks", "Tracks",
