@@ -182,7 +182,7 @@ TEST(InspectTracks, AreThoseOfTheFilter) {
     for (const char* none : {"", " ", "x", "1.5x", "-1", "99999999999999999999"})
         EXPECT_EQ(fi::parseTimestamp(none), std::nullopt) << none;
 
-    // A bright box walks to the right.
+    // A bright box walks to the right. What had stood below it while the background was learnt has gone.
     fi::Settings settings;
     settings.parameters.bg_frames = 20;
     fi::Session session(settings), plain(settings);
@@ -190,10 +190,12 @@ TEST(InspectTracks, AreThoseOfTheFilter) {
     fh::TrackFilter filter({}, 20);
     TempDir dir;
     std::set<std::string> states;
+    std::set<fh::Drop> drops;
     for (int number = 1; number <= 60; number++) {
         const auto colour = [&](int r, int c) {
             const int left = 4 + 2 * (number - 24);
             if (number >= 24 && r >= 20 && r < 44 && c >= left && c < left + 14) return ColorValue{230, 220, 40};
+            if (number <= 21 && r >= 48 && r < 64 && c >= 4 && c < 24) return ColorValue{20, 30, 160};
             const int noise = (r * 31 + c * 17 + number * 7) % 5;
             return ColorValue{80 + noise, 90 + noise, 100 + noise};
         };
@@ -232,13 +234,14 @@ TEST(InspectTracks, AreThoseOfTheFilter) {
             }
             states.insert(f.state);
         }
+        for (const fh::DroppedComponent& d : stage.view().dropped) drops.insert(d.why);
         if (number == 40) {
             std::map<std::string, fi::Raster> pictures;
             for (fi::Picture& p : fi::drawTrackPictures(session, stage, 1))
                 pictures.emplace(p.name, std::move(p.image));
             ASSERT_EQ(pictures.size(), 3u);
             EXPECT_EQ(pictures.at("refiner").at(43, 30), (fleifeisa::Rgb{64, 196, 255}));  // the box
-            EXPECT_LT(pictures.at("refiner").at(4, 66).red, 30);                           // not looked at
+            EXPECT_LT(pictures.at("refiner").at(90, 66).red, 30);                          // not looked at
             EXPECT_NEAR(pictures.at("refiner-background").at(43, 30).blue, 102, 3);
             ASSERT_EQ(facts.tracks.size(), 1u);
             const fi::TrackFacts& f = facts.tracks[0];
@@ -254,6 +257,7 @@ TEST(InspectTracks, AreThoseOfTheFilter) {
         session.end();
         plain.end();
     }
+    EXPECT_TRUE(drops.contains(fh::Drop::kGhost));
     EXPECT_TRUE(states.contains("tentative") && states.contains("confirmed"));
 }
 
