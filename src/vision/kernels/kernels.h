@@ -129,7 +129,8 @@ struct Table {
     void (*derive)(const int* const* up, const int* const* down, int n, double* squares);
 };
 
-// The best version for this processor, or the one that $FLEIFEISA_KERNELS names (scalar, sse2, avx2, avx512, neon).
+// The best version for this processor, or the one that $FLEIFEISA_KERNELS names (scalar, sse2, avx2, avxvnni, avx512,
+// neon).
 // A name that is unknown, or that the processor cannot run, is reported once on standard error and ignored.
 const Table& Active();
 

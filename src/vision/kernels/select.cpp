@@ -5,11 +5,24 @@
 
 #include "vision/kernels/kernels.h"
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
 namespace kernels {
 
-extern const Table sse2, avx2, avx512, neon;
+extern const Table sse2, avx2, avxvnni, avx512, neon;
 
 namespace {
+
+#if defined(__x86_64__)
+// Clang 14 does not know it by name. Its registers are those of AVX2, which the system has to support.
+bool HasAvxVnni() {
+    constexpr unsigned kLeaf = 7, kSubleaf = 1, kBit = 1U << 4;
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    return __get_cpuid_count(kLeaf, kSubleaf, &a, &b, &c, &d) != 0 && (a & kBit) != 0;
+}
+#endif
 
 struct List {
     const Table* at[6] = {&scalar};
@@ -19,7 +32,9 @@ struct List {
         __builtin_cpu_init();
         at[n++] = &sse2;
         const bool bmi2 = __builtin_cpu_supports("bmi2") != 0;
-        if (bmi2 && __builtin_cpu_supports("avx2")) at[n++] = &avx2;
+        const bool wide = bmi2 && __builtin_cpu_supports("avx2");
+        if (wide) at[n++] = &avx2;
+        if (wide && HasAvxVnni()) at[n++] = &avxvnni;
         if (bmi2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
             __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni"))
             at[n++] = &avx512;

@@ -34,12 +34,11 @@ class Clusterer : private Samples<gray> {
     using typename Base::Channels;
 
     bool OneCluster(int maxdist) {
-        for (V& v : key) v = V{} + 7;
         const GivenSums all = Base::template SumClusters<1>();
         StoreSums(all, 1);
         const V8 divisor = V8{} + kSamples;
         const auto mean = [&](V8 s) { return RoundedMeans(s, divisor, __builtin_convertvector(divisor, F8))[0]; };
-        const Channels c{{mean(all.red), gray ? 0 : mean(all.green), gray ? 0 : mean(all.blue)}};
+        const Channels c{{mean(all.Red()), gray ? 0 : mean(all.Green()), gray ? 0 : mean(all.Blue())}};
         Weigh(0, c);
         Compare(0, 1);
         if (LargestDistance() > maxdist) return false;
@@ -101,18 +100,18 @@ class Clusterer : private Samples<gray> {
         const GivenSums all = Base::template SumClusters<kMost>();
         StoreSums(all, set.n);
         const V8 used = Slots() < set.n;
-        const V8 filled = all.count > 0;
+        const V8 filled = all.Count() > 0;
         const V8 fresh = used & filled;
-        StoreSlots(set.support, used ? all.count : Widen(set.support));
-        const V8 m = fresh ? all.count : V8{} + 1;
+        StoreSlots(set.support, used ? all.Count() : Widen(set.support));
+        const V8 m = fresh ? all.Count() : V8{} + 1;
         const F8 divisor = __builtin_convertvector(m, F8);
         const auto settle = [&](int channel, V8 s) {
             StoreSlots(set.mean[channel], fresh ? RoundedMeans(s, m, divisor) : Widen(set.mean[channel]));
         };
-        settle(0, all.red);
+        settle(0, all.Red());
         if (!gray) {
-            settle(1, all.green);
-            settle(2, all.blue);
+            settle(1, all.Green());
+            settle(2, all.Blue());
         }
         if (!None(used & ~filled)) return false;
         Weigh(MeansOf<gray>(set), set.n);
@@ -122,10 +121,10 @@ class Clusterer : private Samples<gray> {
     // The channel sums of the first n clusters.
     void StoreSums(const GivenSums& all, int n) {
         const V8 which = Slots() < n;
-        StoreSlots(set.sum[0], which ? all.red : LoadAs<V8>(set.sum[0]));
+        StoreSlots(set.sum[0], which ? all.Red() : LoadAs<V8>(set.sum[0]));
         if (gray) return;
-        StoreSlots(set.sum[1], which ? all.green : LoadAs<V8>(set.sum[1]));
-        StoreSlots(set.sum[2], which ? all.blue : LoadAs<V8>(set.sum[2]));
+        StoreSlots(set.sum[1], which ? all.Green() : LoadAs<V8>(set.sum[1]));
+        StoreSlots(set.sum[2], which ? all.Blue() : LoadAs<V8>(set.sum[2]));
     }
 
     static constexpr int kMost = 3;     // clusters

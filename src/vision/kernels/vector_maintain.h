@@ -6,22 +6,29 @@ inline std::int32_t ClosestPair(const Means& m) {
 #if KERNELS_LANES == 16
     // All fifteen pairs side by side; the last lane repeats the last pair.
     constexpr V kPair = {001, 002, 003, 004, 005, 012, 013, 014, 015, 023, 024, 025, 034, 035, 045, 045};
-    const V8 both = (m.r & 0xffff) | (m.g << 16);
     const auto apart = [](V8 v) {
         return (V)((W)__builtin_shufflevector(v, v, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 3, 3, 4, 4) -
                    (W)__builtin_shufflevector(v, v, 1, 2, 3, 4, 5, 2, 3, 4, 5, 3, 4, 5, 4, 5, 5, 5));
     };
-    const V rg = apart(both), blue = apart(m.b & 0xffff);
+    const V rg = apart(m.RedGreen()), blue = apart(m.b & 0xffff);
     const V d = MultiplyAdd(MultiplyAdd(V{}, rg, rg), blue, blue);
     return -LargestLane(-(d << 6 | kPair));
 #else
-    V8 least = V8{} + INT_MAX;
-    for (int i = 0; i + 1 < kClusters; i++) {
-        const V8 r = m.r - m.r[i], g = m.g - m.g[i], b = m.b - m.b[i];
-        const V8 d = (r * r + g * g + b * b) * 64 + (Slots() + 8 * i);
-        const V8 closer = (Slots() > i) & (Slots() < kClusters) & (d < least);
-        least = closer ? d : least;
-    }
+    // Each against those one, two and three places on, in a ring: all fifteen, some of them twice.
+    const auto ring = [](V8 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3, 4, 5, 0, 1); };
+    const V8 rg = ring(m.RedGreen()), blue = ring(m.b);
+    const auto apart = [&](V8 next_rg, V8 next_blue, V8 pair) {
+        const V8 d = (V8)((W8)rg - (W8)next_rg), e = blue - next_blue;
+        return ((MultiplyPairs(d, d) + Times(e, e)) << 6) | pair;
+    };
+    constexpr V8 kOne = {001, 012, 023, 034, 045, 005, 001, 012}, kTwo = {002, 013, 024, 035, 004, 015, 002, 013};
+    constexpr V8 kThree = {003, 014, 025, 003, 014, 025, 003, 014};
+    V8 least = apart(__builtin_shufflevector(rg, rg, 1, 2, 3, 4, 5, 0, 1, 2),
+                     __builtin_shufflevector(blue, blue, 1, 2, 3, 4, 5, 0, 1, 2), kOne);
+    least = Min(least, apart(__builtin_shufflevector(rg, rg, 2, 3, 4, 5, 0, 1, 2, 3),
+                             __builtin_shufflevector(blue, blue, 2, 3, 4, 5, 0, 1, 2, 3), kTwo));
+    least = Min(least, apart(__builtin_shufflevector(rg, rg, 3, 4, 5, 0, 1, 2, 3, 4),
+                             __builtin_shufflevector(blue, blue, 3, 4, 5, 0, 1, 2, 3, 4), kThree));
     least = Min(least, __builtin_shufflevector(least, least, 4, 5, 6, 7, 0, 1, 2, 3));
     least = Min(least, __builtin_shufflevector(least, least, 2, 3, 0, 1, 6, 7, 4, 5));
     const std::int32_t a = least[0], b = least[1];
@@ -153,31 +160,32 @@ __attribute__((noinline)) void ForgetOneByOne(ClusterSet& set) {
 template <bool gray>
 inline __attribute__((always_inline)) void FoldAndForget(const GivenSums& given, ClusterSet& set, bool forget,
                                                          CandidateList& list) {
-    const V8 used = Slots() < set.n, before = Widen(set.support), all = before + given.count;
+    const V8 count = given.Count();
+    const V8 used = Slots() < set.n, before = Widen(set.support), all = before + count;
     const V8 support = Min(all, V8{} + kMaxSupport), over = all - support;
     const F8 divisor = __builtin_convertvector(used ? support : V8{} + 1, F8);
     Means m = MeansOf<gray>(set);
     V8 sums[3];
     const auto settle = [&](int channel, V8 joining, V8& mean) {
-        const V8 old = LoadAs<V8>(set.sum[channel]), sum = old + joining - mean * over;
+        const V8 old = LoadAs<V8>(set.sum[channel]), sum = old + joining - Times(mean, over);
         sums[channel] = used ? sum : old;
         mean = used ? RoundedMeans(sum, support, divisor) : mean;
         StoreSlots(set.mean[channel], mean);
     };
-    settle(0, given.red, m.r);
-    if (!gray) settle(1, given.green, m.g);
-    if (!gray) settle(2, given.blue, m.b);
-    StoreSlots(set.added, used ? given.count : Widen(set.added));
+    settle(0, given.Red(), m.r);
+    if (!gray) settle(1, given.Green(), m.g);
+    if (!gray) settle(2, given.Blue(), m.b);
+    StoreSlots(set.added, used ? count : Widen(set.added));
 
     // Clusters at full support, or with two samples or more, keep all they have.
-    const V8 losing = used & (support < kMaxSupport) & (given.count < 2) & (forget ? -1 : 0);
-    const V8 step = losing & (given.count - 2), rest = support + step;
+    const V8 losing = used & (support < kMaxSupport) & (count < 2) & (forget ? -1 : 0);
+    const V8 step = losing & (count - 2), rest = support + step;
     const bool vanish = !None(used & (rest <= 0));
     const V8 taken = vanish ? V8{} : step, kept = support + taken;
     StoreSlots(set.support, used ? kept : before);
-    StoreSlots(set.sum[0], sums[0] + m.r * taken);
-    if (!gray) StoreSlots(set.sum[1], sums[1] + m.g * taken);
-    if (!gray) StoreSlots(set.sum[2], sums[2] + m.b * taken);
+    StoreSlots(set.sum[0], sums[0] + Times(m.r, taken));
+    if (!gray) StoreSlots(set.sum[1], sums[1] + Times(m.g, taken));
+    if (!gray) StoreSlots(set.sum[2], sums[2] + Times(m.b, taken));
     if (!vanish) {
         List(set.n, kept, m, list);
         return;
@@ -186,29 +194,27 @@ inline __attribute__((always_inline)) void FoldAndForget(const GivenSums& given,
     List(set.n, Widen(set.support), MeansOf<gray>(set), list);
 }
 
-// A cell of up to kMost clusters: a known number of turns is faster.
+// A cell of up to kMost clusters: a known number of turns is faster. Returns what its clusters are given.
 template <bool gray, int kMost>
-inline void MaintainCell(const CellRun& run, int j, int maxdist, bool forget) {
+inline GivenSums Assign(const CellRun& run, int j, int maxdist) {
     ClusterSet& set = run.sets[run.cells[j]];
-    CandidateList& list = run.lists[run.cells[j]];
     Samples<gray> samples(run.samples + j, run.stride);
     samples.Weigh(MeansOf<gray>(set), set.n);
     samples.Compare(0, kMost);
     V top = samples.Distances(0);
     for (int i = 1; i < kGroups; i++) top = Max(top, samples.Distances(i));
     // Nothing opens either where six clusters are farther apart than any sample is from its own.
-    if (!AnyAbove(top, maxdist) || (set.n == kClusters && !AnyAbove(top, ClosestPair(MeansOf<gray>(set)) >> 6))) {
-        FoldAndForget<gray>(samples.template SumClusters<kMost>(), set, forget, list);
-        return;
-    }
+    if (!AnyAbove(top, maxdist) || (set.n == kClusters && !AnyAbove(top, ClosestPair(MeansOf<gray>(set)) >> 6)))
+        return samples.template SumClusters<kMost>();
     Opening<gray> opening(set, samples);
     opening.Run(maxdist);
-    FoldAndForget<gray>(opening.samples.template SumClusters<kClusters>(), set, forget, list);
+    return opening.samples.template SumClusters<kClusters>();
 }
 
+// Cells j on, to the end of the batch or the first one that does not fit; returns how many.
 template <bool gray>
-int MaintainRun(const CellRun& run, int maxdist, bool forget) {
-    for (int j = 0; j < run.n; j++) {
+int AssignBatch(const CellRun& run, int j, int count, int maxdist, GivenSums* given) {
+    for (int i = 0; i < count; i++, j++) {
         // The next cells' clusters and lists come from the outer caches, whose latency would show.
         constexpr int kAhead = 4, kLine = 64;
         const int next = run.cells[j + kAhead < run.n ? j + kAhead : j];
@@ -216,13 +222,29 @@ int MaintainRun(const CellRun& run, int maxdist, bool forget) {
             __builtin_prefetch(reinterpret_cast<const char*>(run.sets + next) + byte, 1);
         __builtin_prefetch(run.lists + next, 1);
         const int n = run.sets[run.cells[j]].n;
-        if (n == 0 || run.lists[run.cells[j]].n < 0) return j;
+        if (n == 0 || run.lists[run.cells[j]].n < 0) return i;
         if (n > 4)
-            MaintainCell<gray, 6>(run, j, maxdist, forget);
+            given[i] = Assign<gray, 6>(run, j, maxdist);
         else if (n > 2)
-            MaintainCell<gray, 4>(run, j, maxdist, forget);
+            given[i] = Assign<gray, 4>(run, j, maxdist);
         else
-            MaintainCell<gray, 2>(run, j, maxdist, forget);
+            given[i] = Assign<gray, 2>(run, j, maxdist);
+    }
+    return count;
+}
+
+// Folding is one long chain a cell, of sum, quotient, mean and list: those of several cells overlap where nothing else
+// stands between them.
+template <bool gray>
+int MaintainRun(const CellRun& run, int maxdist, bool forget) {
+    constexpr int kBatch = 16;
+    GivenSums given[kBatch];
+    for (int j = 0; j < run.n;) {
+        const int count = run.n - j < kBatch ? run.n - j : kBatch;
+        const int done = AssignBatch<gray>(run, j, count, maxdist, given);
+        for (int i = 0; i < done; i++, j++)
+            FoldAndForget<gray>(given[i], run.sets[run.cells[j]], forget, run.lists[run.cells[j]]);
+        if (done < count) return j;
     }
     return run.n;
 }

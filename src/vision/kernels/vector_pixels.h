@@ -1,23 +1,51 @@
 // Loading pixels, and their sums; part of vector_body.h.
 
 #if KERNELS_LANES < 16
-// Three bytes a pixel become four. A row's twelve bytes are read exactly: nothing behind the frame is touched.
-inline void LoadCell(const unsigned char* rgb, std::size_t stride, PixelBlock& px) {
-    for (int r = 0; r < 4; r++, rgb += stride) {
-        std::uint64_t a;
-        std::uint32_t b;
-        std::memcpy(&a, rgb, 8);
-        std::memcpy(&b, rgb + 8, 4);
-#if defined(__SSE4_1__)
-        const __m128i packed = _mm_insert_epi32(_mm_cvtsi64_si128(static_cast<long long>(a)), static_cast<int>(b), 2);
-        const __m128i spread = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
-        const __m128i row = _mm_shuffle_epi8(packed, spread);
-        std::memcpy(px.p + 4 * r, &row, sizeof row);
+typedef std::uint8_t B16 __attribute__((vector_size(16)));
+
+// The twelve bytes of a row of a cell, and nothing behind them.
+inline B16 Twelve(const unsigned char* at) {
+    typedef std::int64_t L2 __attribute__((vector_size(16)));
+    return (B16)L2{LoadAs<std::int64_t>(at), LoadAs<std::int32_t>(at + 8)};
+}
+
+// Twelve bytes of each row become sixteen, with a zero behind each three: those from byte kSkip on, 0 or 4.
+#if defined(__AVX2__)
+template <int kSkip>
+inline V Spread(B16 row, B16 next) {
+    const __m256i rows = _mm256_inserti128_si256(_mm256_castsi128_si256((__m128i)row), (__m128i)next, 1);
+    const __m128i spread = _mm_setr_epi8(kSkip, kSkip + 1, kSkip + 2, -1, kSkip + 3, kSkip + 4, kSkip + 5, -1,
+                                         kSkip + 6, kSkip + 7, kSkip + 8, -1, kSkip + 9, kSkip + 10, kSkip + 11, -1);
+    return (V)_mm256_shuffle_epi8(rows, _mm256_broadcastsi128_si256(spread));
+}
+#elif defined(__SSE2__)
+template <int kSkip>
+inline V Spread(B16 row) {
+    // Two pixels to each half; the second of them makes room for the byte between.
+    const __m128i halves =
+        _mm_unpacklo_epi64(_mm_srli_si128((__m128i)row, kSkip), _mm_srli_si128((__m128i)row, kSkip + 6));
+    const __m128i first = _mm_set1_epi64x(0xffffff), second = _mm_set1_epi64x(0xffffffLL << 32);
+    return (V)_mm_or_si128(_mm_and_si128(halves, first), _mm_and_si128(_mm_slli_epi64(halves, 8), second));
+}
 #else
-        px.p[4 * r] = static_cast<std::uint32_t>(a) & 0xffffff;
-        px.p[4 * r + 1] = static_cast<std::uint32_t>(a >> 24) & 0xffffff;
-        px.p[4 * r + 2] = (static_cast<std::uint32_t>(a >> 48) | b << 16) & 0xffffff;
-        px.p[4 * r + 3] = b >> 8;
+template <int kSkip>
+inline V Spread(B16 row) {
+    constexpr B16 kFrom = {kSkip,     kSkip + 1, kSkip + 2, 255, kSkip + 3, kSkip + 4,  kSkip + 5,  255,
+                           kSkip + 6, kSkip + 7, kSkip + 8, 255, kSkip + 9, kSkip + 10, kSkip + 11, 255};
+    return (V)vqtbl1q_u8((uint8x16_t)row, (uint8x16_t)kFrom);
+}
+#endif
+
+// The rows come from `row`, a function of an address.
+template <int kSkip, class Row>
+inline void LoadCell(const unsigned char* rgb, std::size_t stride, PixelBlock& px, Row row) {
+    for (int i = 0; i < kChunks; i++) {
+#if KERNELS_LANES == 8
+        Store(px.p + N * i, Spread<kSkip>(row(rgb), row(rgb + stride)));
+        rgb += 2 * stride;
+#else
+        Store(px.p + N * i, Spread<kSkip>(row(rgb)));
+        rgb += stride;
 #endif
     }
 }
@@ -70,7 +98,12 @@ void LoadPixels(const unsigned char* rgb, std::size_t stride, int n, PixelBlock*
     for (; n >= 4; n -= 4, rgb += 48, px += 4) LoadCells(rgb, stride, 4, px);
     if (n > 0) LoadCells(rgb, stride, n, px);
 #else
-    for (int j = 0; j < n; j++) LoadCell(rgb + 12 * j, stride, px[j]);
+    // Sixteen bytes at a time stay inside the cells: those of the first run into the second, all others begin before
+    // it.
+    if (n == 1) LoadCell<0>(rgb, stride, *px, Twelve);
+    if (n < 2) return;
+    LoadCell<0>(rgb, stride, *px, LoadAs<B16>);
+    for (int j = 1; j < n; j++) LoadCell<4>(rgb + 12 * j - 4, stride, px[j], LoadAs<B16>);
 #endif
 }
 

@@ -18,14 +18,16 @@ inline V8 Slots() {
 // Members of a ClusterSet or CandidateList, with the first bytes of the next one in the upper lanes.
 inline V8 Widen(const std::int16_t* v) {
 #if defined(__AVX2__)
-    return (V8)_mm256_cvtepi16_epi32(LoadAs<__m128i>(v));
+    return (V8)_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(v)));
 #else
     return __builtin_convertvector(LoadAs<H8>(v), V8);
 #endif
 }
 inline V8 Widen(const std::uint8_t* v) {
 #if defined(__AVX2__)
-    return (V8)_mm256_cvtepu8_epi32(_mm_cvtsi64_si128(LoadAs<std::int64_t>(v)));
+    std::int64_t bytes = LoadAs<std::int64_t>(v);
+    asm("" : "+r"(bytes));  // GCC 12 breaks down where it merges this load into a masked instruction
+    return (V8)_mm256_cvtepu8_epi32(_mm_cvtsi64_si128(bytes));
 #else
     return __builtin_convertvector(LoadAs<B8>(v), V8);
 #endif
@@ -39,16 +41,21 @@ inline void StoreSlots(std::int32_t* to, V8 v) {
     Store(to + 4, __builtin_shufflevector(v, v, 4, 5));
 #endif
 }
-inline void StoreSlots(std::int16_t* to, V8 v) {  // the values fit
+inline H8 NarrowSlots(V8 v) {  // the values fit
 #if defined(__AVX512VL__)
-    _mm_mask_storeu_epi16(to, 0x3f, _mm256_cvtepi32_epi16((__m256i)v));
-#else
-#if defined(__AVX2__)
+    return (H8)_mm256_cvtepi32_epi16((__m256i)v);
+#elif defined(__AVX2__)
     const __m256i packed = _mm256_packs_epi32((__m256i)v, (__m256i)v);
-    const H8 h = (H8)_mm256_castsi256_si128(_mm256_permute4x64_epi64(packed, 0x08));
+    return (H8)_mm256_castsi256_si128(_mm256_permute4x64_epi64(packed, 0x08));
 #else
-    const H8 h = __builtin_convertvector(v, H8);
+    return __builtin_convertvector(v, H8);
 #endif
+}
+inline void StoreSlots(std::int16_t* to, V8 v) {
+    const H8 h = NarrowSlots(v);
+#if defined(__AVX512VL__)
+    _mm_mask_storeu_epi16(to, 0x3f, (__m128i)h);
+#else
     Store(to, __builtin_shufflevector(h, h, 0, 1, 2, 3));
     Store(to + 4, __builtin_shufflevector(h, h, 4, 5));
 #endif
@@ -56,9 +63,10 @@ inline void StoreSlots(std::int16_t* to, V8 v) {  // the values fit
 inline void StoreSlots(std::uint8_t* to, V8 v) {  // the values fit
 #if defined(__AVX512VL__)
     const auto bytes = _mm_cvtsi128_si64(_mm256_maskz_cvtepi32_epi8(0xff, (__m256i)v));
+#elif defined(__SSE2__)
+    const auto bytes = _mm_cvtsi128_si64(_mm_packus_epi16((__m128i)NarrowSlots(v), (__m128i)NarrowSlots(v)));
 #else
-    const B8 b = __builtin_convertvector(v, B8);
-    const auto bytes = LoadAs<std::int64_t>(&b);
+    const B8 bytes = __builtin_convertvector(v, B8);
 #endif
     std::memcpy(to, &bytes, kClusters);
 }
@@ -75,16 +83,26 @@ inline bool None(V8 v) {
 inline V8 Min(V8 a, V8 b) {
     return a < b ? a : b;
 }
-// The three channels of all means; a gray cell has one.
+// The three channels of all means, 16 bits each; a gray cell has one.
 struct Means {
     V8 r, g, b;
-    V8 Squares() const { return r * r + g * g + b * b; }
+    V8 RedGreen() const { return (r & 0xffff) | (g << 16); }
+#if defined(__SSE2__)
+    V8 Squares() const {
+        return MultiplyPairs(RedGreen(), RedGreen()) + Times(b, b);
+    }
+#else
+    V8 Squares() const {
+        return r * r + g * g + b * b;
+    }
+#endif
 };
 template <bool gray>
 inline Means MeansOf(const ClusterSet& set) {
     return {Widen(set.mean[0]), gray ? V8{} : Widen(set.mean[1]), gray ? V8{} : Widen(set.mean[2])};
 }
 
+#if KERNELS_LANES != 8
 // to[i] += v[i] where a[i] == b[i].
 inline void AddWhereEqual(V& to, V a, V b, V v) {
 #if KERNELS_LANES == 16
@@ -94,10 +112,15 @@ inline void AddWhereEqual(V& to, V a, V b, V v) {
     to += (V)(a == b) & v;
 #endif
 }
+#endif
 
-// Per cluster, the sums over the samples that are nearest to it.
+// Per cluster, the sums over the samples that are nearest to it: 64 x 255 fits a half.
 struct GivenSums {
-    V8 red, green, blue, count;
+    V8 red_blue, green_count;
+    V8 Red() const { return red_blue & 0xffff; }
+    V8 Green() const { return green_count & 0xffff; }
+    V8 Blue() const { return red_blue >> 16; }
+    V8 Count() const { return green_count >> 16; }
 };
 
 // Gray samples have no green and blue.
@@ -174,18 +197,42 @@ class Samples {
     // After Compare, for clusters 0 .. kCount - 1.
     template <int kCount>
     GivenSums SumClusters() const {
-        V srb[kClusters], sg1[kClusters];
-        for (int j = 0; j < kClusters; j++) {
-            srb[j] = sg1[j] = V{};
-            if (j >= kCount) continue;
+        V srb[kClusters] = {}, sg1[kClusters] = {};
+        GivenSums sums;
+        if constexpr (kCount == 1) {  // it is given all
+            for (int i = 0; i < kGroups; i++) {
+                srb[0] += rb[i];
+                sg1[0] += g1[i];
+            }
+            SumLanes(srb, sg1, sums.red_blue, sums.green_count);
+            return sums;
+        }
+#if KERNELS_LANES == 8
+        // As bytes, two groups at a time: a dot product with the 0 and -1 of a comparison adds neighbours up, each in
+        // the half in which it has always been. A half holds eight of them at most.
+        typedef std::int8_t B __attribute__((vector_size(32)));
+        const auto both = [](V a, V b) { return a | (b << 8); };
+        const auto take = [](V& from, V bytes, V which) {
+            from = (V)((W)from - (W)_mm256_maddubs_epi16((__m256i)bytes, (__m256i)which));
+        };
+        for (int i = 0; i < kGroups; i += 2) {
+            const V bytes_rb = both(rb[i], rb[i + 1]), bytes_g1 = both(g1[i], g1[i + 1]);
+            const V place = both(key[i] & 7, key[i + 1] & 7), places = place | (place << 16);
+            for (int j = 0; j < kCount; j++) {
+                const V which = (V)((B)places == static_cast<std::int8_t>(7 - j));
+                take(srb[j], bytes_rb, which);
+                take(sg1[j], bytes_g1, which);
+            }
+        }
+#else
+        for (int j = 0; j < kCount; j++)
             for (int i = 0; i < kGroups; i++) {
                 AddWhereEqual(srb[j], key[i] & 7, V{} + (7 - j), rb[i]);
                 AddWhereEqual(sg1[j], key[i] & 7, V{} + (7 - j), g1[i]);
             }
-        }
-        V8 red_blue, green_count;  // 64 x 255 fits a half
-        SumLanes(srb, sg1, red_blue, green_count);
-        return {red_blue & 0xffff, green_count & 0xffff, red_blue >> 16, green_count >> 16};
+#endif
+        SumLanes(srb, sg1, sums.red_blue, sums.green_count);
+        return sums;
     }
 
     const PixelBlock* blocks[kFrames];
@@ -204,6 +251,18 @@ inline V8 RoundedMeans(V8 s, V8 m, F8 divisor) {
     return __builtin_convertvector(__builtin_convertvector(s + (m >> 1), F8) / divisor, V8);
 }
 
+#if KERNELS_LANES == 8
+// For each set of slots, these slots in order.
+constexpr struct PackedSlots {
+    std::uint8_t place[1 << kClusters][8] = {};
+    constexpr PackedSlots() {
+        for (int set = 0; set < 1 << kClusters; set++)
+            for (int slot = 0, n = 0; slot < kClusters; slot++)
+                if ((set >> slot & 1) != 0) place[set][n++] = static_cast<std::uint8_t>(slot);
+    }
+} kPacked;
+#endif
+
 // The candidate list of a cell with n clusters.
 inline void List(int n, V8 support, const Means& m, CandidateList& list) {
     const V8 used = Slots() < n;
@@ -214,13 +273,18 @@ inline void List(int n, V8 support, const Means& m, CandidateList& list) {
     }
     const V8 qualifies = used & (support > kMinSupport), start = 31 - 32 * m.Squares();
     const V8 red_blue = ((64 * m.r) & 0xffff) | (m.b << 22), green = 64 * m.g;
+#if KERNELS_LANES >= 8
+    const auto mask = static_cast<unsigned>(_mm256_movemask_ps((__m256)qualifies));
 #if KERNELS_LANES == 16
-    const auto mask = static_cast<__mmask8>(_mm256_movemask_ps((__m256)qualifies));
-    const auto pack = [&](V8 v) { return (V8)_mm256_maskz_compress_epi32(mask, (__m256i)v); };
+    const auto pack = [&](V8 v) { return (V8)_mm256_maskz_compress_epi32(static_cast<__mmask8>(mask), (__m256i)v); };
+#else
+    const __m256i from = _mm256_cvtepu8_epi32(_mm_cvtsi64_si128(LoadAs<std::int64_t>(kPacked.place[mask])));
+    const auto pack = [&](V8 v) { return (V8)_mm256_permutevar8x32_epi32((__m256i)v, from); };
+#endif
     char* const to = reinterpret_cast<char*>(&list);  // each store runs into the next member, which follows
     Store(to + offsetof(CandidateList, constant), pack(start) - Slots());
     Store(to + offsetof(CandidateList, rb), pack(red_blue));
-    Store(to + offsetof(CandidateList, g), _mm256_cvtepi32_epi16((__m256i)pack(green)));
+    Store(to + offsetof(CandidateList, g), NarrowSlots(pack(green)));
     list.n = __builtin_popcount(mask);
 #else
     int count = 0;
