@@ -3,6 +3,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <deque>
 #include <mutex>
 
 #include "common/repeats.h"
@@ -22,6 +23,14 @@ constexpr std::array<std::string_view, 4> kNames = {"error", "warning", "info", 
 RepeatLimiter repeats;
 Clock::time_point next_sweep{};
 
+constexpr std::size_t kRemembered = 1000;
+std::deque<LogLine> remembered;
+std::int64_t next_line = 1;
+
+std::int64_t wallClock() {
+    return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 void put(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
@@ -38,11 +47,14 @@ struct LogEvent {
 };
 
 void write(const LogEvent& event, std::string_view addition) {
-    const auto now =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-            .count();
+    const std::int64_t now = wallClock();
     const std::string_view name = kNames[static_cast<std::size_t>(event.level)];
     const std::string message = event.message + std::string(addition);
+    if (event.level <= LogLevel::kInfo) {
+        remembered.push_back({next_line++, now, event.level, event.camera, message});
+        if (remembered.size() > kRemembered) remembered.pop_front();
+    }
+    if (event.level > least_level) return;
     std::string line;
     if (as_json) {
         line = "{\"time\":\"" + rfc3339(now) + "\",\"level\":\"" + std::string(name) + "\"";
@@ -67,7 +79,7 @@ void writeHeldBack(Clock::time_point now) {
 
 void log(LogLevel level, std::string_view camera, std::string_view message) {
     const std::lock_guard lock(mutex);
-    if (level > least_level) return;
+    if (level > least_level && level > LogLevel::kInfo) return;
     const LogEvent event{level, withoutSecrets(camera), withoutSecrets(message)};
     if (level > LogLevel::kWarning) return write(event, "");
     const Clock::time_point now = Clock::now();
@@ -97,6 +109,14 @@ void showProgress(std::string_view line) {
     put("\r\033[K");
     put(line);
     progress = line;
+}
+
+std::vector<LogLine> lastLogLines(std::int64_t after) {
+    const std::lock_guard lock(mutex);
+    std::vector<LogLine> lines;
+    for (const LogLine& line : remembered)
+        if (line.number > after) lines.push_back(line);
+    return lines;
 }
 
 }  // namespace fleifeisa

@@ -1,8 +1,10 @@
 // The host's log on standard error: one line an event, as text or as JSON, from any thread.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace fleifeisa {
 
@@ -33,5 +35,14 @@ void showProgress(std::string_view line);
 
 /// Says how often messages came again that were held back. For the end of the program.
 void flushLog();
+
+/// A line as it is remembered: the latest 1000 of kInfo and above, whether they are shown or not.
+struct LogLine {
+    std::int64_t number = 0;  ///< from 1, rising
+    std::int64_t time_ns = 0;
+    LogLevel level = LogLevel::kInfo;
+    std::string camera, message;
+};
+std::vector<LogLine> lastLogLines(std::int64_t after);
 
 }  // namespace fleifeisa

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -19,6 +20,8 @@ extern char** environ;
 
 namespace fleifeisa {
 namespace {
+
+constexpr int kExtraOutput = 3;
 
 std::mutex children_mutex;
 std::set<pid_t> children;
@@ -97,14 +100,17 @@ class SpawnSetup {
 }  // namespace
 
 Process::Process(const Options& options) {
-    Pipe to, from, errors;
+    Pipe to, from, errors, extra_output;
     if (options.pipe_in) to = makePipe(options.pipe_bytes);
     if (options.pipe_out) from = makePipe(options.pipe_bytes);
     if (options.pipe_err) errors = makePipe(options.pipe_bytes);
+    if (options.pipe_extra) extra_output = makePipe(options.pipe_bytes);
     SpawnSetup setup;
     setup.connect(STDIN_FILENO, to.read);
     setup.connect(STDOUT_FILENO, from.write);
     if (options.pipe_err) setup.connect(STDERR_FILENO, errors.write);
+    // Last: the other ends may lie at this number themselves.
+    if (options.pipe_extra) setup.connect(kExtraOutput, extra_output.write);
 
     std::vector<std::string> arguments = options.argv;
     std::vector<std::string> environment = childEnvironment(options.environment);
@@ -118,10 +124,12 @@ Process::Process(const Options& options) {
         const std::lock_guard lock(children_mutex);
         children.insert(pid_);
     }
+    if (options.nice != 0) ::setpriority(PRIO_PROCESS, static_cast<id_t>(pid_), options.nice);
     in = std::move(to.write);
     out = std::move(from.read);
     err = std::move(errors.read);
-    for (const Fd* end : {&in, &out, &err})
+    extra = std::move(extra_output.read);
+    for (const Fd* end : {&in, &out, &err, &extra})
         if (*end) setNonBlocking(*end);
 }
 
@@ -130,6 +138,7 @@ Process& Process::operator=(Process&& other) noexcept {
     in = std::move(other.in);
     out = std::move(other.out);
     err = std::move(other.err);
+    extra = std::move(other.extra);
     return *this;
 }
 

@@ -23,8 +23,10 @@ class Process {
         bool pipe_in = false;                                          ///< else /dev/null
         bool pipe_out = false;                                         ///< else /dev/null
         bool pipe_err = false;                                         ///< else the host's
+        bool pipe_extra = false;                                       ///< a second output, its descriptor 3
         int pipe_bytes = kPipeBytes;                                   ///< size asked for, 0: as the system makes them
         bool survives = false;  ///< killAllChildren() spares it: it ends when its input does
+        int nice = 0;           ///< added to the host's own priority: what nobody waits for takes what others leave
     };
 
     Process() = default;
@@ -47,6 +49,7 @@ class Process {
     Fd in;   ///< write end of its standard input, non-blocking
     Fd out;  ///< read end of its standard output, non-blocking
     Fd err;  ///< read end of its standard error, non-blocking
+    Fd extra;  ///< read end of its second output, non-blocking
 
  private:
     pid_t pid_ = -1;

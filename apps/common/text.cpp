@@ -1,6 +1,7 @@
 #include "common/text.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -56,6 +57,12 @@ std::string fixedPoint(std::int64_t value, int decimals) {
     if (digits.size() <= places) digits.insert(0, places + 1 - digits.size(), '0');
     if (places > 0) digits.insert(digits.size() - places, 1, '.');
     return value < 0 ? "-" + digits : digits;
+}
+
+std::string rounded(double value, int decimals) {
+    double scale = 1;
+    for (int i = 0; i < decimals; ++i) scale *= 10;
+    return fixedPoint(std::llround(value * scale), decimals);
 }
 
 std::string rfc3339(std::int64_t time_ns) {

@@ -10,6 +10,8 @@ namespace fleifeisa {
 /// `value` in units of 10^-decimals as a decimal fraction with exactly that many decimals: (-125, 2) is "-1.25".
 /// Minus nought is written without its sign.
 std::string fixedPoint(std::int64_t value, int decimals);
+/// The same of a value that is rounded to so many decimals (at most 9; |value| below 9e9), alike on every machine.
+std::string rounded(double value, int decimals);
 
 /// Nanoseconds since 1970 as RFC 3339 in UTC with nine decimals: "2026-03-01T12:00:00.250000000Z".
 std::string rfc3339(std::int64_t time_ns);
