@@ -31,8 +31,12 @@ LiveClock::Reading readClocks() {
 
 }  // namespace
 
-Feeder::Feeder(std::string camera, SourceOptions options)
-    : camera_(std::move(camera)), options_(std::move(options)), live_(isLive(options_)), backoff_(kLimits) {
+Feeder::Feeder(std::string camera, SourceOptions options, std::shared_ptr<PacketSink> packets)
+    : camera_(std::move(camera)),
+      options_(std::move(options)),
+      live_(isLive(options_)),
+      packets_(std::move(packets)),
+      backoff_(kLimits) {
     learnSecretsOf(options_.source);
 }
 
@@ -155,7 +159,7 @@ void Feeder::deliver(RawFrame&& frame) {
 /// Waits for a frame's moment where that is asked for, and gives frames of live sources their time. False on a stop.
 bool Feeder::inTime(RawFrame& frame) {
     // What no decoder delivers comes as fast as it is asked for, also where it is to be taken for a camera.
-    const bool paced = live_ ? isSynthetic(options_) : options_.realtime;
+    const bool paced = (live_ && isSynthetic(options_)) || (options_.realtime && !isCameraSource(options_));
     if (paced) {
         const std::chrono::nanoseconds offset(frame.time_ns);
         if (begin_ == Clock::time_point{}) begin_ = Clock::now() - offset;
@@ -204,7 +208,7 @@ void Feeder::noteWarnings(Source& source) {
 Feeder::Outcome Feeder::readOnce() {
     Outcome outcome = Outcome::kEnded;
     try {
-        const auto source = openSource(options_, stop_);
+        const auto source = openSource(options_, stop_, packets_.get());
         const std::int64_t skip = live_ ? 0 : delivered_;
         if (live_) begin_ = {};
         RawFrame frame;
@@ -212,9 +216,11 @@ Feeder::Outcome Feeder::readOnce() {
             noteWarnings(*source);
             if (number < skip) continue;
             ++delivered_;
+            const std::int64_t run_ns = frame.time_ns;
             frame.time_ns += loop_offset_ns_;
             last_time_ns_ = frame.time_ns;
             if (!inTime(frame)) return Outcome::kStopped;
+            if (packets_) packets_->frame(run_ns, frame.time_ns);
             if (!wanted(frame.time_ns)) continue;
             noteProgress(*source);
             deliver(std::move(frame));
@@ -284,6 +290,9 @@ void Feeder::run() {
             logError(camera_, failure_.what());
             return finish(failure_.code);
         }
+        // A file in place of a camera: its next round is no outage.
+        if (live_ && options_.loop && outcome == Outcome::kEnded && delivered_ > before && !isCameraSource(options_))
+            continue;
         if (live_ && outcome != Outcome::kEnough) {
             const std::string why = outcome == Outcome::kEnded ? "the source ended" : failure_.what();
             noteOutage();

@@ -9,6 +9,7 @@
 
 #include "common/backoff.h"
 #include "sources/live_clock.h"
+#include "sources/packet_sink.h"
 #include "sources/source.h"
 
 namespace fleifeisa::host {
@@ -17,7 +18,8 @@ namespace fleifeisa::host {
 /// source waits until there is room.
 class Feeder {
  public:
-    Feeder(std::string camera, SourceOptions options);
+    /// @param packets  takes the compressed video, null: nobody does
+    Feeder(std::string camera, SourceOptions options, std::shared_ptr<PacketSink> packets = nullptr);
     ~Feeder();
     Feeder(const Feeder&) = delete;
     Feeder& operator=(const Feeder&) = delete;
@@ -73,6 +75,7 @@ class Feeder {
     const std::string camera_;
     const SourceOptions options_;
     const bool live_;
+    const std::shared_ptr<PacketSink> packets_;
     Event stop_, ready_;
 
     mutable std::mutex mutex_;  // guards everything down to the blank line

@@ -111,11 +111,8 @@ class Builder {
         if (options.decoder_threads > 0) add("-threads", std::to_string(options.decoder_threads));
     }
 
-    FfmpegCommand build() {
-        if (isUrl(options_.source))
-            url();
-        else
-            file();
+    FfmpegCommand build(PacketCopy copy) {
+        input();
         // Formats in the list pass untouched; others go through the scaler with the flags that make its results
         // independent of the processor. A frame of another size stays as it is (-autoscale 0), and "showinfo" says
         // size and format of each: the stream itself announces them only once.
@@ -126,10 +123,40 @@ class Builder {
         for (const char* word : {"-fps_mode", "passthrough", "-enc_time_base", "-1", "-c:v", "rawvideo",
                                  "-flush_packets", "1", "-f", "nut", "pipe:1"})
             command_.argv.emplace_back(word);
+        // Whatever codec it is, so that it need not be known before: other codecs become private data in the stream.
+        if (copy != PacketCopy::kNone) packets(copy, "pipe:3");
+        return std::move(command_);
+    }
+
+    FfmpegCommand buildCopy(PacketCopy copy) {
+        input();
+        packets(copy, "pipe:1");
         return std::move(command_);
     }
 
  private:
+    void input() {
+        if (isUrl(options_.source))
+            url();
+        else
+            file();
+    }
+    /// A copy of the packets with the frames' own times: without the last options the muxer would add a delay of its
+    /// own and begin where the decoding order does, which is before the first frame where there are B-frames. Tables
+    /// before every frame, so that the stream can be cut anywhere.
+    void packets(PacketCopy copy, const std::string& to) {
+        for (const char* word : {"-map", "0:v:0", "-sn", "-dn", "-c:v", "copy"}) command_.argv.emplace_back(word);
+        if (copy == PacketCopy::kVideo)
+            command_.argv.emplace_back("-an");
+        else
+            for (const char* word : {"-map", "0:a:0?", "-c:a", "aac", "-b:a", "64k"}) command_.argv.emplace_back(word);
+        for (const std::string& word :
+             {std::string("-output_ts_offset"), std::to_string(kPacketOffsetSeconds), std::string("-muxdelay"),
+              std::string("0"), std::string("-muxpreload"), std::string("0"), std::string("-mpegts_flags"),
+              std::string("+pat_pmt_at_frames"), std::string("-flush_packets"), std::string("1"), std::string("-f"),
+              std::string("mpegts"), to})
+            command_.argv.push_back(word);
+    }
     const Option* usersOwn(const std::string& name) const {
         const auto found = std::ranges::find(users_, name, &Option::name);
         return found == users_.end() ? nullptr : &*found;
@@ -138,7 +165,7 @@ class Builder {
     void add(const std::string& name, const std::string& value) {
         if (!usersOwn(name)) mine_.push_back({name, value});
     }
-    void input(const std::string& name) {
+    void inputOf(const std::string& name) {
         for (const auto* list : {&mine_, &users_})
             for (const Option& option : *list) {
                 command_.argv.push_back(option.name);
@@ -175,7 +202,7 @@ class Builder {
         const bool secret = withoutSecrets(url) != url || std::ranges::any_of(users_, holdsSecret);
         if (!secret) {
             add("-protocol_whitelist", protocols);
-            return input(url);
+            return inputOf(url);
         }
         add("-protocol_whitelist", "pipe," + protocols);
         script(url);
@@ -193,7 +220,7 @@ class Builder {
         if (isLive(options_)) mine_.push_back({"-analyzeduration", "1000000"});
         mine_.push_back({"-f", "concat"});
         mine_.push_back({"-safe", "0"});
-        input("pipe:0");
+        inputOf("pipe:0");
     }
 
     void file() {
@@ -203,7 +230,7 @@ class Builder {
         if (S_ISREG(status.st_mode) && status.st_size == 0) throw SourceError(EX_DATAERR, path + ": the file is empty");
         if (S_ISCHR(status.st_mode)) {
             add("-f", "v4l2");
-            return input(path);  // that demuxer opens the device itself: a "file:" would be part of its name
+            return inputOf(path);  // that demuxer opens the device itself: a "file:" would be part of its name
         }
         add("-protocol_whitelist", "file");
         if (isImageName(path)) {
@@ -212,7 +239,7 @@ class Builder {
         } else {
             add("-format_whitelist", std::string(selfContainedFormats()));
         }
-        input("file:" + path);
+        inputOf("file:" + path);
     }
 
     const SourceOptions& options_;
@@ -222,8 +249,12 @@ class Builder {
 
 }  // namespace
 
-FfmpegCommand ffmpegCommand(const SourceOptions& options) {
-    return Builder(options).build();
+FfmpegCommand ffmpegCommand(const SourceOptions& options, PacketCopy copy) {
+    return Builder(options).build(copy);
+}
+
+FfmpegCommand ffmpegCopyCommand(const SourceOptions& options, PacketCopy copy) {
+    return Builder(options).buildCopy(copy);
 }
 
 }  // namespace fleifeisa::host

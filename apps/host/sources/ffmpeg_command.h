@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "sources/packet_sink.h"
 #include "sources/source.h"
 
 namespace fleifeisa::host {
@@ -17,6 +18,9 @@ struct FfmpegCommand {
 
 /// Options of the user replace the host's own of the same name.
 /// @throws SourceError where the source does not exist or its URL is no good
-FfmpegCommand ffmpegCommand(const SourceOptions& options);
+/// @param copy  what is kept of the compressed video, as MPEG-TS on its descriptor 3
+FfmpegCommand ffmpegCommand(const SourceOptions& options, PacketCopy copy = PacketCopy::kNone);
+/// The compressed video alone, as MPEG-TS on standard output.
+FfmpegCommand ffmpegCopyCommand(const SourceOptions& options, PacketCopy copy);
 
 }  // namespace fleifeisa::host

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include "common/secrets.h"
 #include "sources/ffmpeg_command.h"
@@ -30,6 +31,9 @@ double numberBefore(std::string_view text, std::string_view unit) {
     return begin == std::string_view::npos ? 0 : toDouble(text.substr(begin + 1, at - begin - 1));
 }
 
+/// Thrown where the decoder is to begin once more, without its second output.
+struct UselessCopy {};
+
 /// What a user may do about a refusal of ffmpeg's.
 std::string hint(const std::string& reason) {
     if (reason.find("whitelist") == std::string::npos) return "";
@@ -38,15 +42,30 @@ std::string hint(const std::string& reason) {
 
 }  // namespace
 
-FfmpegSource::FfmpegSource(const SourceOptions& options, const Event& stop)
-    : options_(options), live_(isLive(options)) {
+FfmpegSource::FfmpegSource(const SourceOptions& options, const Event& stop, PacketSink* sink)
+    : options_(options), stop_(stop), sink_(sink), live_(isLive(options)) {
     if (findProgram(options_.ffmpeg).empty())
         throw SourceError(EX_UNAVAILABLE, "ffmpeg is needed for " + withoutSecrets(options_.source) +
                                               " and was not found (install it: packaging/setup.sh video)");
-    const FfmpegCommand command = ffmpegCommand(options_);
+    begin(sink_ ? sink_->wanted() : PacketCopy::kNone);
+}
+
+FfmpegSource::~FfmpegSource() {
+    end();
+}
+
+void FfmpegSource::begin(PacketCopy copy) {
+    end();
+    copy_ = copy;
+    copy_broke_ = in_output_ = codec_known_ = false;
+    errors_ = 0;
+    last_error_ = first_error_ = "";
+    announced_.clear();
+    const FfmpegCommand command = ffmpegCommand(options_, copy);
     Process::Options child;
     child.argv = command.argv;
     child.pipe_out = child.pipe_err = true;
+    child.pipe_extra = copy != PacketCopy::kNone;
     child.pipe_in = !command.script.empty();
     try {
         process_ = Process(child);
@@ -57,15 +76,32 @@ FfmpegSource::FfmpegSource(const SourceOptions& options, const Event& stop)
     if (child.pipe_in && ::write(process_.in.get(), command.script.data(), command.script.size()) >= 0)
         process_.in.reset();
     reader_ =
-        std::make_unique<PipeReader>(process_.out.get(), process_.err.get(), stop, seconds(options_.stall_seconds),
+        std::make_unique<PipeReader>(process_.out.get(), process_.err.get(), stop_, seconds(options_.stall_seconds),
                                      [this](std::string_view line) { onLine(line); });
+    if (child.pipe_extra) {
+        sink_->began();
+        reader_->alsoRead(process_.extra.get(), [this](std::span<const std::uint8_t> bytes) { sink_->packets(bytes); });
+    }
     nut_ = std::make_unique<NutReader>(*reader_);
 }
 
-FfmpegSource::~FfmpegSource() {
+void FfmpegSource::end() {
     process_.out.reset();  // ffmpeg ends at its next write
     process_.signal(SIGTERM);
     if (process_.running() && !process_.wait(Clock::now() + std::chrono::seconds(1))) process_.kill();
+    if (copy_ == PacketCopy::kNone) return;
+    reader_->drainAlso();
+    sink_->ended();
+    copy_ = PacketCopy::kNone;
+}
+
+/// Of the input's stream. A file whose packets are of no use is opened again without them; a live source would be lost
+/// for a while, so its packets are thrown away until it has to be opened again anyway.
+void FfmpegSource::onCodec(std::string_view description) {
+    constexpr std::string_view kBefore = "Video: ";
+    const std::string_view name = description.substr(kBefore.size());
+    const bool of_use = sink_->codec(name.substr(0, name.find_first_of(" ,(")));
+    if (!of_use && !live_ && copy_ != PacketCopy::kNone && frames_ == 0) throw UselessCopy();
 }
 
 /// ffmpeg's own report, one line: level in brackets, then text.
@@ -76,6 +112,9 @@ void FfmpegSource::onLine(std::string_view line) {
         last_error_ = line.substr(
             line.find("] ", line.find(line.find("[error]") != std::string_view::npos ? "[error]" : "[fatal]")) + 2);
         if (errors_++ == 0) first_error_ = last_error_;
+        if (copy_ != PacketCopy::kNone && (line.find("[mpegts @") != std::string_view::npos ||
+                                           line.find("av_interleaved_write_frame") != std::string_view::npos))
+            copy_broke_ = true;
         return;
     }
     if (line.find("Output #0") != std::string_view::npos) in_output_ = true;
@@ -88,6 +127,7 @@ void FfmpegSource::onLine(std::string_view line) {
     const std::size_t at = line.find("Video: ");
     if (line.find("Stream #") == std::string_view::npos || at == std::string_view::npos) return;
     if (!in_output_ && rate_ == 0) rate_ = numberBefore(line, " fps");
+    if (!in_output_ && sink_ && !std::exchange(codec_known_, true)) onCodec(line.substr(at));
     if (in_output_ && colours_.empty()) onOutputStream(line.substr(at));
 }
 
@@ -154,6 +194,23 @@ PixelLayout FfmpegSource::layoutOfFrame() {
 }
 
 bool FfmpegSource::next(RawFrame& frame) {
+    for (;;) {
+        try {
+            return read(frame);
+        } catch (const UselessCopy&) {
+        } catch (const SourceError& error) {
+            if (!copy_broke_) throw;
+            const std::string why = first_error_;
+            sink_->failed(why);
+            // What was read stays read: whoever opens it again goes on behind it.
+            if (frames_ > 0)
+                throw SourceError(error.code, "copying its packets failed (" + why + "), it goes on without", true);
+        }
+        begin(PacketCopy::kNone);
+    }
+}
+
+bool FfmpegSource::read(RawFrame& frame) {
     try {
         if (frames_ == 0) nut_->readHeaders();
         if (!nut_->next(frame.bytes, frame.time_ns)) {
@@ -185,7 +242,9 @@ bool FfmpegSource::next(RawFrame& frame) {
 }
 
 void FfmpegSource::checkEnd() {
-    const auto status = process_.wait(Clock::now() + std::chrono::seconds(5));
+    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(5);
+    reader_->finishAlso(deadline);
+    const auto status = process_.wait(deadline);
     reader_->drainErrors();
     const bool crashed = status && WIFSIGNALED(*status);
     const std::string reason =

@@ -6,6 +6,7 @@
 
 #include "common/process.h"
 #include "sources/nut.h"
+#include "sources/packet_sink.h"
 #include "sources/pipe_reader.h"
 #include "sources/source.h"
 
@@ -13,7 +14,8 @@ namespace fleifeisa::host {
 
 class FfmpegSource : public Source {
  public:
-    FfmpegSource(const SourceOptions& options, const Event& stop);
+    /// @param sink  takes the compressed video, null: nobody does; lives longer
+    FfmpegSource(const SourceOptions& options, const Event& stop, PacketSink* sink = nullptr);
     ~FfmpegSource() override;
     bool next(RawFrame& frame) override;
     std::int64_t expectedFrames() const override;
@@ -21,7 +23,11 @@ class FfmpegSource : public Source {
     std::string complaints() const override;
 
  private:
+    void begin(PacketCopy copy);
+    void end();
+    bool read(RawFrame& frame);
     void onLine(std::string_view line);
+    void onCodec(std::string_view description);
     void onOutputStream(std::string_view description);
     void onFrameInfo(std::string_view line);
     void findColours();
@@ -31,13 +37,17 @@ class FfmpegSource : public Source {
     void checkEnd();
 
     SourceOptions options_;
+    const Event& stop_;
+    PacketSink* const sink_;
     bool live_;
+    PacketCopy copy_ = PacketCopy::kNone;
+    bool copy_broke_ = false;  ///< the second output failed, and with it the decoder
     Process process_;
     std::unique_ptr<PipeReader> reader_;
     std::unique_ptr<NutReader> nut_;
     PixelLayout layout_;                 ///< of the last frame
     std::deque<PixelLayout> announced_;  ///< sizes and formats of frames that are still to come, as ffmpeg says
-    bool in_output_ = false, colours_known_ = false;
+    bool in_output_ = false, codec_known_ = false;
     std::int64_t frames_ = 0;
     double rate_ = 0, duration_ = 0;  ///< of the input: frames a second, seconds
     std::string colours_, last_error_, first_error_;

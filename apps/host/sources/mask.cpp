@@ -17,7 +17,49 @@ void crossings(const Mask& mask, double y, std::vector<double>& found) {
     std::ranges::sort(found);
 }
 
+/// A polygon in pixels of a frame.
+Mask inPixels(const Mask& mask, const ShownPart& part, int width, int height) {
+    Mask pixels;
+    for (const SharePoint& point : mask)
+        pixels.push_back({(point.x - part.left) / part.width * width, (point.y - part.top) / part.height * height});
+    return pixels;
+}
+
 }  // namespace
+
+// What lies inside is found by the middles of the rows; the edges themselves are drawn, so that no pixel which one of
+// them so much as touches is left.
+void paintPrivate(std::span<const Mask> areas, const ShownPart& part, int width, int height,
+                  std::span<std::uint8_t> rgb) {
+    constexpr double kAround = 2;
+    std::vector<double> found;
+    for (const Mask& area : areas) {
+        const Mask pixels = inPixels(area, part, width, height);
+        for (int row = 0; row < height; ++row) {
+            const auto paint = [&](double from, double to) {
+                const auto column = [width](double x) {
+                    return static_cast<std::ptrdiff_t>(std::clamp(x, 0.0, static_cast<double>(width)));
+                };
+                const auto begin = rgb.begin() + std::ptrdiff_t{3} * row * width;
+                const std::ptrdiff_t first = column(std::floor(from - kAround)), last = column(std::ceil(to + kAround));
+                std::fill(begin + 3 * first, begin + 3 * last, std::uint8_t{0});
+            };
+            crossings(pixels, row + 0.5, found);
+            for (std::size_t i = 0; i + 1 < found.size(); i += 2) paint(found[i], found[i + 1]);
+            const double top = row - kAround, bottom = row + 1 + kAround;
+            for (std::size_t i = 0; i < pixels.size(); ++i) {
+                SharePoint a = pixels[i], b = pixels[(i + 1) % pixels.size()];
+                if (a.y > b.y) std::swap(a, b);
+                if (b.y < top || a.y > bottom) continue;
+                const auto at = [&](double y) {
+                    return b.y > a.y ? a.x + (std::clamp(y, a.y, b.y) - a.y) / (b.y - a.y) * (b.x - a.x) : a.x;
+                };
+                const double upper = at(top), lower = b.y > a.y ? at(bottom) : b.x;
+                paint(std::min(upper, lower), std::max(upper, lower));
+            }
+        }
+    }
+}
 
 void paintMasks(std::span<const Mask> masks, const ShownPart& part, int width, int height,
                 std::span<std::uint8_t> rgb) {

@@ -28,4 +28,9 @@ constexpr std::uint8_t kMaskGrey = 128;
 /// Paints every pixel grey whose middle lies in a mask (even-odd rule). `rgb` has width * height * 3 bytes.
 void paintMasks(std::span<const Mask> masks, const ShownPart& part, int width, int height, std::span<std::uint8_t> rgb);
 
+/// Paints private areas black, and two pixels around them, into which colours of a decoder's planes may have run. To be
+/// called before the picture is scaled, so that nothing of them is mixed with what is beside them.
+void paintPrivate(std::span<const Mask> areas, const ShownPart& part, int width, int height,
+                  std::span<std::uint8_t> rgb);
+
 }  // namespace fleifeisa::host

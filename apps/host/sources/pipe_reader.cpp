@@ -13,11 +13,13 @@ namespace fleifeisa::host {
 void PipeReader::waitForData() {
     const Clock::time_point deadline = Clock::now() + stall_;
     for (;;) {
-        std::array<pollfd, 3> items = {{{data_, POLLIN, 0}, {stop_.fd(), POLLIN, 0}, {errors_, POLLIN, 0}}};
+        std::array<pollfd, 4> items = {
+            {{data_, POLLIN, 0}, {stop_.fd(), POLLIN, 0}, {errors_, POLLIN, 0}, {also_, POLLIN, 0}}};
         const int ready = ::poll(items.data(), items.size(), pollTimeout(deadline));
         if (ready < 0 && errno == EINTR) continue;
         if (items[1].revents != 0) throw ReadEnd(ReadEnd::kStopped, "stopped");
         if (items[2].revents != 0) drainErrors();
+        if (items[3].revents != 0) drainAlso();
         if (items[0].revents != 0) return;
         if (Clock::now() >= deadline) throw ReadEnd(ReadEnd::kStalled, "no data in time");
     }
@@ -77,6 +79,26 @@ void PipeReader::drainErrors() {
                 line_ += c;
             }
         }
+    }
+}
+
+void PipeReader::finishAlso(Clock::time_point deadline) {
+    for (drainAlso(); also_ >= 0 && Clock::now() < deadline; drainAlso()) {
+        std::array<pollfd, 3> items = {{{also_, POLLIN, 0}, {stop_.fd(), POLLIN, 0}, {errors_, POLLIN, 0}}};
+        ::poll(items.data(), items.size(), pollTimeout(deadline));
+        if (items[1].revents != 0) return;
+        drainErrors();
+    }
+}
+
+void PipeReader::drainAlso() {
+    also_buffer_.resize(1 << 16);
+    while (also_ >= 0) {
+        const ssize_t count = ::read(also_, also_buffer_.data(), also_buffer_.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return;
+        if (count == 0) also_ = -1;
+        if (count > 0) taken_({also_buffer_.data(), static_cast<std::size_t>(count)});
     }
 }
 

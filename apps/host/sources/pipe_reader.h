@@ -48,6 +48,15 @@ class PipeReader final : public ByteStream {
     bool more() override;
     /// Takes what has been written to the error pipe until now.
     void drainErrors();
+    /// Another output of the child that is read along, which would stop the child as well; `taken` gets its bytes.
+    void alsoRead(int fd, std::function<void(std::span<const std::uint8_t>)> taken) {
+        also_ = fd;
+        taken_ = std::move(taken);
+    }
+    /// Takes what has been written there until now.
+    void drainAlso();
+    /// Takes what is still written there until it is closed, so that the child can end.
+    void finishAlso(Clock::time_point deadline);
     std::uint64_t position() const override { return position_; }
 
  private:
@@ -55,11 +64,12 @@ class PipeReader final : public ByteStream {
     /// One read(2) into `to`; 0 at the end of the data.
     std::size_t receive(std::span<std::uint8_t> to);
 
-    int data_, errors_;
+    int data_, errors_, also_ = -1;
     const Event& stop_;
     Clock::duration stall_;
     std::function<void(std::string_view)> on_line_;
-    std::vector<std::uint8_t> buffer_;
+    std::function<void(std::span<const std::uint8_t>)> taken_;
+    std::vector<std::uint8_t> buffer_, also_buffer_;
     std::size_t begin_ = 0, end_ = 0;
     std::uint64_t position_ = 0;
     std::string line_;

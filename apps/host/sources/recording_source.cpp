@@ -15,11 +15,12 @@ constexpr std::string_view kFirstLine = "ANALYTICS.CARTRIDGE";
 constexpr std::int64_t kMaxBody = 268'435'456;
 
 constexpr std::pair<std::string_view, RecordedMessage::Kind> kNotes[] = {
-    {"Recording-Start", RecordedMessage::kStart},   {"Recording-Camera", RecordedMessage::kCamera},
-    {"Recording-Filter", RecordedMessage::kFilter}, {"Recording-Control", RecordedMessage::kControl},
-    {"Recording-Tracks", RecordedMessage::kTracks}, {"Recording-Reply", RecordedMessage::kReply},
-    {"Recording-Ended", RecordedMessage::kEnded},   {"Recording-Rules", RecordedMessage::kRules},
-    {"Recording-Step", RecordedMessage::kStep},     {"Recording-Events", RecordedMessage::kEvents}};
+    {"Recording-Start", RecordedMessage::kStart},      {"Recording-Camera", RecordedMessage::kCamera},
+    {"Recording-Filter", RecordedMessage::kFilter},    {"Recording-Control", RecordedMessage::kControl},
+    {"Recording-Tracks", RecordedMessage::kTracks},    {"Recording-Reply", RecordedMessage::kReply},
+    {"Recording-Ended", RecordedMessage::kEnded},      {"Recording-Rules", RecordedMessage::kRules},
+    {"Recording-Step", RecordedMessage::kStep},        {"Recording-Events", RecordedMessage::kEvents},
+    {"Recording-HandOver", RecordedMessage::kHandOver}};
 constexpr std::string_view kPart = "Recording-Part";
 constexpr std::size_t kMaxValue = 1 << 20;  // characters of one value in all its parts
 
@@ -37,6 +38,12 @@ std::int64_t toNanoseconds(std::string_view text) {
     std::string fraction(text.substr(std::min(dot + 1, text.size())));
     fraction.resize(9, '0');
     return whole * 1'000'000'000 + std::max<std::int64_t>(0, toNumber(fraction));
+}
+
+/// How many of the frames that follow a new analyzer was given before it took over: the value's second word.
+std::int64_t framesAgain(std::string_view value) {
+    value.remove_prefix(std::min(value.find(' ') + 1, value.size()));
+    return std::max<std::int64_t>(0, toNumber(value.substr(0, value.find(' '))));
 }
 
 }  // namespace
@@ -139,8 +146,10 @@ bool RecordingReader::nextPart(RecordedMessage& message) {
 
 bool RecordingSource::next(RawFrame& frame) {
     RecordedMessage message;
+    std::int64_t again = 0;  // frames that were answered before
     while (reader_.next(message)) {
-        if (message.kind != RecordedMessage::kFrame) continue;
+        if (message.kind == RecordedMessage::kHandOver) again = framesAgain(message.value);
+        if (message.kind != RecordedMessage::kFrame || again-- > 0) continue;
         if (expected_ == 0 && reader_.position() > 0)
             expected_ = std::max<std::int64_t>(1, reader_.bytes() / reader_.position());
         if (first_ns_ < 0) first_ns_ = message.time_ns;

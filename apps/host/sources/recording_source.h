@@ -11,7 +11,21 @@ namespace fleifeisa::host {
 
 /// One message of a recorded request stream.
 struct RecordedMessage {
-    enum Kind { kFrame, kStart, kCamera, kFilter, kControl, kTracks, kReply, kEnded, kRules, kStep, kEvents, kOther };
+    enum Kind {
+        kFrame,
+        kStart,
+        kHandOver,
+        kCamera,
+        kFilter,
+        kControl,
+        kTracks,
+        kReply,
+        kEnded,
+        kRules,
+        kStep,
+        kEvents,
+        kOther
+    };
     Kind kind = kOther;
     std::string header;              ///< exact bytes, empty line included
     std::vector<std::uint8_t> body;  ///< of a frame
@@ -47,7 +61,7 @@ class RecordingReader {
 /// True for a regular file that begins like a request stream.
 bool isRecording(const std::string& path);
 
-/// The frames of a recording, with the times of their headers.
+/// The frames of a recording, with the times of their headers; without those that a new analyzer was given once more.
 class RecordingSource : public Source {
  public:
     explicit RecordingSource(const std::string& path) : reader_(path) {}

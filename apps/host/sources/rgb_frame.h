@@ -22,5 +22,8 @@ std::pair<int, int> fittedSize(int width, int height, int longest);
 /// The frame's bytes are moved on where they are RGB already, and left for another frame where not; then `spare`
 /// gives its memory to the picture.
 RgbFrame toRgbFrame(RawFrame& frame, const SourceOptions& options, std::vector<std::uint8_t>& spare);
+/// The same in its two steps. Width and height are those of the frame, before region and size.
+RgbFrame toUnmaskedFrame(RawFrame& frame, const SourceOptions& options, std::vector<std::uint8_t>& spare);
+void maskFrame(RgbFrame& picture, const SourceOptions& options, int width, int height);
 
 }  // namespace fleifeisa::host

@@ -11,6 +11,7 @@
 #include "sources/ffmpeg_command.h"
 #include "sources/ffmpeg_source.h"
 #include "sources/images.h"
+#include "sources/packet_sink.h"
 #include "sources/protocols.h"
 #include "sources/recording_source.h"
 
@@ -94,7 +95,10 @@ class RegionGuard : public Source {
 }  // namespace
 
 bool isLive(const SourceOptions& options) {
-    if (options.live) return *options.live;
+    return options.live.value_or(isCameraSource(options));
+}
+
+bool isCameraSource(const SourceOptions& options) {
     return isUrl(options.source) || isDevice(options.source);
 }
 
@@ -165,17 +169,19 @@ void checkSource(const SourceOptions& options) {
 
 namespace {
 
-std::unique_ptr<Source> openAny(const SourceOptions& options, const Event& stop) {
+std::unique_ptr<Source> openAny(const SourceOptions& options, const Event& stop, PacketSink* sink) {
+    const bool decoded = !isSynthetic(options) && !isImages(options.source);
+    if (decoded) return std::make_unique<FfmpegSource>(options, stop, sink);
+    if (sink) sink->codec("");
     if (isScene(options.source)) return std::make_unique<SceneSource>(options.source);
     if (isSynthetic(options)) return std::make_unique<RecordingSource>(options.source);
-    if (isImages(options.source)) return std::make_unique<ImageSource>(options, stop);
-    return std::make_unique<FfmpegSource>(options, stop);
+    return std::make_unique<ImageSource>(options, stop);
 }
 
 }  // namespace
 
-std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop) {
-    auto source = openAny(options, stop);
+std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop, PacketSink* sink) {
+    auto source = openAny(options, stop, sink);
     if (!options.region) return source;
     return std::make_unique<RegionGuard>(std::move(source), *options.region);
 }

@@ -24,20 +24,21 @@ struct RawFrame {
 
 /// What a user may say about a source.
 struct SourceOptions {
-    std::string source;              ///< file, directory, URL, device, "scene:...", "list:FILE"
-    std::optional<bool> live;        ///< unset: streams and cameras are live, everything else is not
-    bool loop = false;               ///< a file begins anew at its end
-    bool realtime = false;           ///< a file's frames come at their own times, not as fast as possible
-    std::int64_t frames = 0;         ///< end after so many, 0: all
-    double rate = 0;                 ///< at most so many frames a second, 0: all; images: their rate (10)
-    std::optional<Region> region;    ///< cut out before scaling
-    int width = 0, height = 0;       ///< scaled to this size; 0: as they come
-    int longest_side = 0;            ///< without a size: larger pictures are scaled down to it, 0: as they come
-    std::vector<Mask> masks;         ///< painted over
-    std::optional<Matrix> matrix;    ///< unset: as the stream says, else by its height
-    std::optional<bool> full_range;  ///< unset: as the stream says
-    double stall_seconds = 20;       ///< without a frame for so long, the source counts as stalled
-    int decoder_threads = 0;         ///< 0: as many as ffmpeg likes
+    std::string source;               ///< file, directory, URL, device, "scene:...", "list:FILE"
+    std::optional<bool> live;         ///< unset: streams and cameras are live, everything else is not
+    bool loop = false;                ///< a file begins anew at its end
+    bool realtime = false;            ///< a file's frames come at their own times, not as fast as possible
+    std::int64_t frames = 0;          ///< end after so many, 0: all
+    double rate = 0;                  ///< at most so many frames a second, 0: all; images: their rate (10)
+    std::optional<Region> region;     ///< cut out before scaling
+    int width = 0, height = 0;        ///< scaled to this size; 0: as they come
+    int longest_side = 0;             ///< without a size: larger pictures are scaled down to it, 0: as they come
+    std::vector<Mask> masks;          ///< painted over
+    std::vector<Mask> private_areas;  ///< black before anything else sees the frame
+    std::optional<Matrix> matrix;     ///< unset: as the stream says, else by its height
+    std::optional<bool> full_range;   ///< unset: as the stream says
+    double stall_seconds = 20;        ///< without a frame for so long, the source counts as stalled
+    int decoder_threads = 0;          ///< 0: as many as ffmpeg likes
     std::string ffmpeg = "ffmpeg";
     std::vector<std::string> ffmpeg_input_options;  ///< inserted before -i, in place of the host's own
     std::string credentials;  ///< of a URL: "env:NAME" or a file with USER:PASSWORD; "": as the URL says
@@ -54,6 +55,8 @@ struct SourceError : std::runtime_error {
     int code;
     bool transient;  ///< another try may well succeed: a decoder that crashed or stalled, no lack in the source itself
 };
+
+class PacketSink;
 
 class Source {
  public:
@@ -78,6 +81,9 @@ class Source {
 /// True for streams and cameras: wall clock times, newest frame wins, reopened when they end.
 bool isLive(const SourceOptions& options);
 
+/// True for streams and cameras, whatever is said of them; else a file, which may stand for a camera (`live`).
+bool isCameraSource(const SourceOptions& options);
+
 /// True where the frames' times are moments, since 1970.
 bool hasDates(const SourceOptions& options);
 
@@ -98,7 +104,7 @@ std::string sourceFault(const SourceOptions& options);
 /// @throws SourceError
 void checkSource(const SourceOptions& options);
 
-/// @throws SourceError
-std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop);
+/// @param sink  takes the compressed video, null: nobody does; lives longer than the source @throws SourceError
+std::unique_ptr<Source> openSource(const SourceOptions& options, const Event& stop, PacketSink* sink = nullptr);
 
 }  // namespace fleifeisa::host
