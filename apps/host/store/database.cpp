@@ -41,6 +41,9 @@ bool Statement::step() {
 void Statement::reset() {
     sqlite3_reset(statement_.get());
 }
+int Statement::changed() const {
+    return database_->changes();
+}
 bool Statement::isNull(int column) const {
     return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
 }

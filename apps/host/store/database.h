@@ -44,6 +44,8 @@ class Statement {
         reset();
     }
     void reset();
+    /// Rows it changed the last time.
+    int changed() const;
 
     bool isNull(int column) const;
     std::int64_t integer(int column) const;

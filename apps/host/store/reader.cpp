@@ -26,6 +26,7 @@ void StoreReader::events(const EventFilter& filter, const std::function<void(con
     }
     if (!filter.rule.empty()) where += " AND e.rule = ?3";
     if (filter.kind) where += " AND e.kind = " + std::to_string(static_cast<int>(*filter.kind));
+    if (filter.clip) where += " AND e.clip = " + std::to_string(static_cast<int>(*filter.clip));
     std::string from = " FROM events e JOIN cameras c ON c.id = e.id >> " + std::to_string(kCameraShift) + ' ' + where;
     if (filter.most > 0) {
         from += " AND e.id IN (SELECT e.id" + from + " ORDER BY e.start_ns DESC, e.id DESC LIMIT " +
@@ -38,6 +39,31 @@ void StoreReader::events(const EventFilter& filter, const std::function<void(con
     else
         rows.bind(filter.since_ns, until, std::string_view(filter.rule));
     while (rows.step()) found(readEvent(rows));
+}
+
+std::optional<StoredEvent> StoreReader::event(const std::string& camera, std::int64_t number) {
+    const std::int64_t id = cameraId(camera);
+    Statement row = database_.prepare(std::string("SELECT ") + kEventColumns +
+                                      " FROM events e JOIN cameras c ON c.id = ? WHERE e.id = ?");
+    if (!row.bind(id, rowOf(id, number)).step()) return std::nullopt;
+    return readEvent(row);
+}
+
+std::vector<StoredMedia> StoreReader::media(const std::string& camera, std::int64_t number) {
+    std::vector<StoredMedia> media;
+    Statement rows =
+        database_.prepare(std::string("SELECT ") + kMediaColumns + " FROM media WHERE event = ? ORDER BY kind");
+    rows.bind(rowOf(cameraId(camera), number));
+    while (rows.step()) media.push_back(readMedia(rows));
+    return media;
+}
+
+std::map<std::string, Verdict> StoreReader::reviews(const std::string& camera, std::int64_t number) {
+    std::map<std::string, Verdict> reviews;
+    Statement rows = database_.prepare("SELECT user, verdict FROM reviews WHERE event = ?");
+    rows.bind(rowOf(cameraId(camera), number));
+    while (rows.step()) reviews[rows.text(0)] = static_cast<Verdict>(rows.integer(1));
+    return reviews;
 }
 
 std::vector<std::string> StoreReader::cameras() {

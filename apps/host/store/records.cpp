@@ -22,16 +22,32 @@ RecordWriter::RecordWriter(Database& database)
           "excluded.reason, text = excluded.text, state = excluded.state, time_ns = excluded.time_ns, end_ns = "
           "excluded.end_ns, width = excluded.width, height = excluded.height, box_left = excluded.box_left, box_top = "
           "excluded.box_top, box_width = excluded.box_width, box_height = excluded.box_height, value = "
-          "excluded.value, held = excluded.held, objects = excluded.objects")),
+          "excluded.value, held = excluded.held, objects = excluded.objects "
+          "RETURNING changes, pictures, clip, keep")),
       track_(database.prepare("INSERT OR REPLACE INTO tracks VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")),
       count_(database.prepare("INSERT INTO counts VALUES(?1, ?2, ?3, ?4, ?5) ON CONFLICT(camera, line, hour) DO UPDATE "
                               "SET forward = forward + ?4, backward = backward + ?5")),
       scene_(database.prepare("INSERT OR REPLACE INTO scenes VALUES(?, ?, ?)")),
       minute_(database.prepare("INSERT OR REPLACE INTO minutes VALUES(?, ?, ?, ?)")),
       near_miss_(database.prepare("INSERT INTO near_misses VALUES(?, ?, ?, ?, ?, ?, ?)")),
-      parameters_(database.prepare("INSERT OR IGNORE INTO parameters VALUES(?, ?, ?)")) {}
+      parameters_(database.prepare("INSERT OR IGNORE INTO parameters VALUES(?, ?, ?)")),
+      attach_(database.prepare(
+          "INSERT INTO media(event, kind, camera, file, bytes, start_ns, end_ns, width, height, details) SELECT id, "
+          "?2, "
+          "?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10 FROM events WHERE id = ?1 ON CONFLICT(event, kind) DO UPDATE SET file = "
+          "excluded.file, bytes = excluded.bytes, start_ns = excluded.start_ns, end_ns = excluded.end_ns, width = "
+          "excluded.width, height = excluded.height, details = excluded.details")),
+      attached_(database.prepare("UPDATE events SET pictures = (SELECT count(*) FROM media WHERE event = ?1 AND kind = "
+                                 "0), clip = CASE WHEN ?2 THEN 2 ELSE clip END WHERE id = ?1")),
+      clip_(database.prepare("UPDATE events SET clip = ? WHERE id = ?")),
+      find_(database.prepare(std::string("SELECT ") + kEventColumns +
+                             " FROM events e JOIN cameras c ON c.id = ? WHERE e.id = ?")),
+      discard_(database.prepare("INSERT OR IGNORE INTO removals VALUES(?)")),
+      wanted_(database.prepare("DELETE FROM removals WHERE file = ?")) {
+    static_assert(static_cast<int>(MediaKind::kPicture) == 0 && static_cast<int>(ClipState::kReady) == 2);
+}
 
-void RecordWriter::event(std::int64_t camera, const CameraEvent& event) {
+StoredEvent RecordWriter::event(std::int64_t camera, const CameraEvent& event) {
     std::string objects;
     for (const int object : event.objects) objects += (objects.empty() ? "" : ",") + std::to_string(object);
     const auto side = [&event](int Box::*member) {
@@ -43,7 +59,32 @@ void RecordWriter::event(std::int64_t camera, const CameraEvent& event) {
               static_cast<int>(event.state), event.track, event.visit, event.start_ns, event.time_ns, event.end_ns,
               event.width, event.height, side(&Box::left), side(&Box::top), side(&Box::width), side(&Box::height),
               event.value, event.held, std::string_view(event.parameters), std::string_view(objects))
+        .step();
+    StoredEvent stored{event, event_.text(0), static_cast<int>(event_.integer(1)),
+                       static_cast<ClipState>(event_.integer(2)), event_.integer(3) != 0};
+    event_.run();  // to its end
+    return stored;
+}
+
+void RecordWriter::attach(std::int64_t camera, std::int64_t number, const StoredMedia& media) {
+    const std::string_view file = media.file;
+    attach_
+        .bind(rowOf(camera, number), static_cast<int>(media.kind), camera, file, media.bytes, media.start_ns,
+              media.end_ns, media.width, media.height, std::string_view(media.details))
         .run();
+    attached_.bind(rowOf(camera, number), media.kind == MediaKind::kClip).run();
+    (attached_.changed() > 0 ? wanted_ : discard_).bind(file).run();
+}
+
+void RecordWriter::clip(std::int64_t camera, std::int64_t number, ClipState state) {
+    clip_.bind(static_cast<int>(state), rowOf(camera, number)).run();
+}
+
+std::optional<StoredEvent> RecordWriter::find(std::int64_t camera, std::int64_t number) {
+    if (!find_.bind(camera, rowOf(camera, number)).step()) return std::nullopt;
+    StoredEvent stored = readEvent(find_);
+    find_.run();
+    return stored;
 }
 
 void RecordWriter::track(std::int64_t camera, const StoredTrack& stored) {
@@ -110,6 +151,19 @@ StoredEvent readEvent(const Statement& row) {
     stored.clip = static_cast<ClipState>(row.integer(25));
     stored.keep = row.integer(26) != 0;
     return stored;
+}
+
+const char* const kMediaColumns = "kind, file, bytes, start_ns, end_ns, width, height, details";
+
+StoredMedia readMedia(const Statement& row) {
+    return {static_cast<MediaKind>(row.integer(0)),
+            row.text(1),
+            row.integer(2),
+            row.integer(3),
+            row.integer(4),
+            static_cast<int>(row.integer(5)),
+            static_cast<int>(row.integer(6)),
+            row.text(7)};
 }
 
 }  // namespace fleifeisa::host

@@ -41,6 +41,33 @@ struct StoredEvent {
     bool keep = false;  ///< never aged out
 };
 
+/// What a file of an event shows; the numbers stand in the database.
+enum class MediaKind {
+    kPicture = 0,   ///< the best view, JPEG
+    kBox = 1,       ///< the same with its box
+    kThumb = 2,     ///< a small one for lists, JPEG
+    kStrip = 3,     ///< a JPEG of tiles, one a second; details: {"tile":[width,height],"columns":n,"times_ns":[...]}
+    kClip = 4,      ///< MP4
+    kTimes = 5,     ///< times of the clip's frames, JSON
+    kPlayable = 6,  ///< the clip as H.264, made on demand
+};
+constexpr int kMediaKinds = 7;
+
+/// A finished file of an event.
+struct StoredMedia {
+    MediaKind kind = MediaKind::kPicture;
+    std::string file;  ///< relative to the state directory (media_files.h)
+    std::int64_t bytes = 0;
+    std::int64_t start_ns = 0, end_ns = 0;  ///< of what it shows; of a picture the same moment twice
+    int width = 0, height = 0;              ///< 0: none
+    std::string details;                    ///< JSON, whatever else a kind has to say; "": nothing
+
+    bool operator==(const StoredMedia&) const = default;
+};
+
+/// What somebody thinks of an event.
+enum class Verdict { kSeen, kRight, kWrong };
+
 constexpr std::int64_t kHourNs = 3'600'000'000'000;
 
 /// Counts of one line and hour (since 1970, UTC).
@@ -52,7 +79,13 @@ struct LineHour {
 class RecordWriter {
  public:
     explicit RecordWriter(Database& database);
-    void event(std::int64_t camera, const CameraEvent& event);
+    /// @returns the event with what was attached to it before
+    StoredEvent event(std::int64_t camera, const CameraEvent& event);
+    /// A file in the place of an earlier one of its kind; a clip makes its event's clip ready. Where the event is not
+    /// there (any more), the file is to be removed.
+    void attach(std::int64_t camera, std::int64_t number, const StoredMedia& media);
+    void clip(std::int64_t camera, std::int64_t number, ClipState state);
+    std::optional<StoredEvent> find(std::int64_t camera, std::int64_t number);
     void track(std::int64_t camera, const StoredTrack& track);
     void count(std::int64_t camera, const std::string& line, std::int64_t hour, const LineHour& count);
     void scene(std::int64_t camera, const PastScene& scene);
@@ -62,10 +95,14 @@ class RecordWriter {
 
  private:
     Statement event_, track_, count_, scene_, minute_, near_miss_, parameters_;
+    Statement attach_, attached_, clip_, find_, discard_, wanted_;
 };
 
 /// Columns that readEvent() expects, of the table events as e and cameras as c.
 extern const char* const kEventColumns;
 StoredEvent readEvent(const Statement& row);
+/// Columns that readMedia() expects, of the table media.
+extern const char* const kMediaColumns;
+StoredMedia readMedia(const Statement& row);
 
 }  // namespace fleifeisa::host

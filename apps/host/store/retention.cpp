@@ -22,7 +22,21 @@ int remove(Database& database, const std::string& table, const std::string& key,
 
 constexpr const char* kOldEvents = "WHERE keep = 0 AND end_ns IS NOT NULL";
 
-bool pruneByAge(Database& database, const RetentionLimits& limits, std::int64_t now_ns) {
+/// Rows of one camera, or of all but some.
+bool pruneByAge(Database& database, std::int64_t days, const std::string& cameras, std::int64_t now_ns) {
+    if (days <= 0) return false;
+    const std::string before = std::to_string(now_ns - days * kDayNs), by_id = " AND (id >> 40) " + cameras;
+    int removed = remove(database, "tracks", "id", "WHERE end_ns < " + before + by_id);
+    removed += remove(database, "events", "id", std::string(kOldEvents) + " AND start_ns < " + before + by_id);
+    removed += remove(
+        database, "counts", "camera, line, hour",
+        "WHERE hour < " + std::to_string((now_ns - days * kDayNs) / (60 * kMinuteNs)) + " AND camera " + cameras);
+    removed += remove(database, "scenes", "camera, time_ns", "WHERE time_ns < " + before + " AND camera " + cameras);
+    return removed > 0;
+}
+
+bool pruneByAge(Database& database, const RetentionLimits& limits, const std::map<std::int64_t, std::int64_t>& own_days,
+                std::int64_t now_ns) {
     int removed = 0;
     const auto aged = [&](std::int64_t days, const char* table, const char* key, const std::string& condition,
                           std::int64_t unit_ns) {
@@ -31,11 +45,13 @@ bool pruneByAge(Database& database, const RetentionLimits& limits, std::int64_t 
     };
     aged(limits.near_miss_days, "near_misses", "rowid", "WHERE time_ns < ", 1);
     aged(limits.minute_days, "minutes", "camera, minute", "WHERE minute < ", kMinuteNs);
-    aged(limits.event_days, "tracks", "id", "WHERE end_ns < ", 1);
-    aged(limits.event_days, "events", "id", std::string(kOldEvents) + " AND start_ns < ", 1);
-    aged(limits.event_days, "counts", "camera, line, hour", "WHERE hour < ", 60 * kMinuteNs);
-    aged(limits.event_days, "scenes", "camera, time_ns", "WHERE time_ns < ", 1);
-    return removed > 0;
+    bool more = removed > 0;
+    std::string own;
+    for (const auto& [camera, days] : own_days) {
+        own += (own.empty() ? "" : ", ") + std::to_string(camera);
+        more = pruneByAge(database, days, "= " + std::to_string(camera), now_ns) || more;
+    }
+    return pruneByAge(database, limits.event_days, "NOT IN (" + own + ")", now_ns) || more;
 }
 
 /// The oldest of what is least missed.
@@ -53,9 +69,10 @@ std::int64_t usedBytes(Database& database) {
            database.integer("PRAGMA page_size");
 }
 
-bool prune(Database& database, const RetentionLimits& limits, std::int64_t now_ns, std::int64_t free_bytes) {
+bool prune(Database& database, const RetentionLimits& limits, const std::map<std::int64_t, std::int64_t>& own_days,
+           std::int64_t now_ns, std::int64_t free_bytes) {
     Transaction transaction(database);
-    bool more = pruneByAge(database, limits, now_ns);
+    bool more = pruneByAge(database, limits, own_days, now_ns);
     const bool too_large = limits.bytes > 0 && usedBytes(database) > limits.bytes;
     if (too_large || free_bytes < limits.min_free) more = pruneOldest(database, too_large) || more;
     transaction.commit();

@@ -39,6 +39,27 @@ CREATE TABLE near_misses(time_ns INTEGER NOT NULL, camera INTEGER NOT NULL, rule
                          value REAL NOT NULL, least REAL NOT NULL, track INTEGER NOT NULL);
 CREATE INDEX near_misses_time ON near_misses(time_ns);
 )",
+    // 3: files of events. Whatever deletes a row leaves the file's name in removals, so that none is forgotten.
+    R"(
+CREATE TABLE media(event INTEGER NOT NULL, kind INTEGER NOT NULL, camera INTEGER NOT NULL, file TEXT NOT NULL,
+                   bytes INTEGER NOT NULL, start_ns INTEGER NOT NULL, end_ns INTEGER NOT NULL, width INTEGER NOT NULL,
+                   height INTEGER NOT NULL, details TEXT NOT NULL, PRIMARY KEY(event, kind)) WITHOUT ROWID;
+CREATE INDEX media_age ON media(kind, start_ns);
+CREATE INDEX media_use ON media(camera, kind, start_ns, bytes);
+CREATE INDEX events_kept ON events(id) WHERE keep = 1;
+CREATE TABLE limits(camera INTEGER PRIMARY KEY, clip_bytes INTEGER NOT NULL, clip_days INTEGER NOT NULL,
+                    event_days INTEGER NOT NULL);
+CREATE TABLE removals(file TEXT PRIMARY KEY) WITHOUT ROWID;
+CREATE TABLE reviews(event INTEGER NOT NULL, user TEXT NOT NULL, verdict INTEGER NOT NULL, time_ns INTEGER NOT NULL,
+                     PRIMARY KEY(event, user)) WITHOUT ROWID;
+CREATE TRIGGER media_gone AFTER DELETE ON media BEGIN
+    INSERT OR IGNORE INTO removals VALUES(old.file);
+END;
+CREATE TRIGGER events_gone AFTER DELETE ON events BEGIN
+    DELETE FROM media WHERE event = old.id;
+    DELETE FROM reviews WHERE event = old.id;
+END;
+)",
 };
 
 std::int64_t versionOf(Database& database) {

@@ -8,7 +8,7 @@
 
 namespace fleifeisa::host {
 
-constexpr int kSchemaVersion = 2;
+constexpr int kSchemaVersion = 3;
 constexpr int kCameraShift = 40;
 
 inline std::int64_t rowOf(std::int64_t camera, std::int64_t number) {

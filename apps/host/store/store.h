@@ -14,6 +14,8 @@
 #include <thread>
 
 #include "common/fd.h"
+#include "store/media_retention.h"
+#include "store/mending.h"
 #include "store/records.h"
 #include "store/retention.h"
 #include "store/state_directory.h"
@@ -26,6 +28,9 @@ struct StoreOptions {
     std::size_t most_events = 10'000;  ///< that wait for the disk
     double group_seconds = 0.25;       ///< longest an event waits for others to share its transaction
     RetentionLimits retention;
+    bool keep_house = true;  ///< false: nothing is aged out, nothing mended; for whoever does not know the limits
+    /// Called when an event was deleted by somebody, from the thread that did it.
+    std::function<void(const std::string& camera, std::int64_t number)> deleted;
     /// Called like Tell, before it, also for what is held: for those who keep, not for those who tell people.
     std::function<void(const CameraEvent&)> committed;
     /// Nanoseconds since 1970; for tests.
@@ -36,8 +41,11 @@ struct StoreOptions {
 struct StoreCounts {
     std::int64_t committed = 0;  ///< messages of events
     std::int64_t waiting = 0, merged = 0, lost = 0, lost_rows = 0;
-    std::int64_t failures = 0;  ///< transactions that had to be tried again
-    std::int64_t bytes = 0;     ///< of the database, as of the latest look
+    std::int64_t failures = 0;                       ///< transactions that had to be tried again
+    std::int64_t bytes = 0;                          ///< of the database, as of the latest look
+    std::int64_t expired = 0;                        ///< events whose clip or pictures went, by age, size or free space
+    bool mending = true;                             ///< media are still being looked through after the start
+    std::int64_t mended_rows = 0, mended_files = 0;  ///< rows without files, files without rows
 };
 
 class Store {
@@ -65,6 +73,33 @@ class Store {
     void parameters(const std::string& hash, const std::string& text, std::int64_t time_ns);
     /// All of what one call of a rule engine came to.
     void results(const std::string& camera, const RuleResults& results);
+    /// Before or while the camera runs, from any thread but the cameras'; waits for the disk. @throws StoreError
+    void limit(const std::string& camera, const CameraLimits& limits);
+    /// Continuous recording that retention is to know of; until it is called again. From the writer's thread.
+    void setRing(RingUse ring);
+    /// What there is on disk, by camera. Waits for the disk.
+    std::vector<MediaUse> use();
+
+    /// Finished files of an event, in the places that mediaFile() gives them. Told by an update once committed; a clip
+    /// is ready with it. False where too much waits: nothing knows of the files then. Those of an event that is not
+    /// there (any more) are removed. From any thread, waits for nobody.
+    bool attach(const std::string& camera, std::int64_t number, std::vector<StoredMedia> media);
+    /// Told by an update, too.
+    bool clip(const std::string& camera, std::int64_t number, ClipState state);
+
+    // What people do. These wait for the disk: never from a camera's thread. "", or a sentence why it was not done.
+    // @throws StoreError
+    /// Marked events are never aged out. Refused beyond RetentionLimits::kept_bytes.
+    std::string keep(const std::string& camera, std::int64_t number, bool on);
+    /// Row, files, and exports that lie in the state directory. Not while it runs.
+    std::string remove(const std::string& camera, std::int64_t number);
+    /// @param user  who; "": whoever has no name  @param verdict  nothing: takes back what was said
+    std::string review(const std::string& camera, std::int64_t number, const std::string& user,
+                       std::optional<Verdict> verdict);
+    /// Of several; those that are not there are passed over.
+    void review(const std::string& camera, const std::vector<std::int64_t>& numbers, const std::string& user,
+                std::optional<Verdict> verdict);
+
     /// What the camera will use next; to be called often, costs nothing. Keeps reservations ahead.
     void numbers(const std::string& camera, const NextNumbers& next);
     /// Events left out since the last call (kGap tells them, change "events"), once there is room again; else 0.
@@ -77,10 +112,18 @@ class Store {
 
  private:
     void run();
-    void commit(const StoreBatch& batch);
-    bool commitUntilDone(const StoreBatch& batch);
-    void tellAll(const StoreBatch& batch);
+    std::vector<StoredEvent> commit(const StoreBatch& batch);
+    std::optional<std::vector<StoredEvent>> commitUntilDone(const StoreBatch& batch);
+    void tellAll(const std::vector<StoredEvent>& stored, std::size_t events);
     void keepHouse();
+    void keepMedia(std::int64_t now, bool& more);
+    void mend(bool& more);
+    bool hand(Attachment attachment);
+    std::string change(const std::string& camera, std::int64_t number,
+                       const std::function<std::string(std::int64_t row)>& act);
+    void say(std::int64_t row, const std::string& user, std::optional<Verdict> verdict);
+    std::int64_t storedId(const std::string& name);
+    std::map<std::string, std::int64_t> firstNumbers();
     void wake();
     void take(const CameraEvent& event);
     void push(const std::function<void(StoreRows&)>& add);
@@ -93,7 +136,11 @@ class Store {
     Database database_;  ///< after the start the writer's thread's own
     std::unique_ptr<RecordWriter> writer_;
     std::map<std::string, std::int64_t> camera_ids_;  ///< guarded by mutex_; grows only in addCamera()
-    Clock::time_point house_at_{};
+    Clock::time_point house_at_{};                    ///< the writer's thread's own, as is files_gone_
+    bool files_gone_ = false;
+    std::optional<Mending> mending_;
+    std::map<std::int64_t, CameraLimits> limits_;  ///< guarded by database_mutex_, as is ring_
+    RingUse ring_;
 
     std::mutex mutex_;
     std::mutex database_mutex_;  ///< addCamera() beside the writer

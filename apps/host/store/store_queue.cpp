@@ -48,12 +48,22 @@ StoreRows* StoreQueue::rows() {
     return nullptr;
 }
 
+bool StoreQueue::attach(Attachment attachment) {
+    if (attachments_.size() >= most_) {
+        ++lost_rows_;
+        return false;
+    }
+    attachments_.push_back(std::move(attachment));
+    return true;
+}
+
 StoreBatch StoreQueue::take(std::size_t most_events) {
     StoreBatch batch;
     const auto end = events_.begin() + static_cast<std::ptrdiff_t>(std::min(most_events, events_.size()));
     batch.events.assign(std::make_move_iterator(events_.begin()), std::make_move_iterator(end));
     events_.erase(events_.begin(), end);
     batch.rows = std::exchange(rows_, {});
+    if (events_.empty()) batch.attachments = std::exchange(attachments_, {});
     return batch;
 }
 

@@ -40,11 +40,20 @@ struct StoreRows {
     bool empty() const { return size() == 0 && counts.empty(); }
 };
 
+/// Files and the clip's state of one event.
+struct Attachment {
+    std::string camera;
+    std::int64_t number = 0;
+    std::vector<StoredMedia> media;
+    std::optional<ClipState> clip;  ///< set before the media are attached
+};
+
 struct StoreBatch {
     std::vector<CameraEvent> events;
     StoreRows rows;
+    std::vector<Attachment> attachments;
 
-    bool empty() const { return events.empty() && rows.empty(); }
+    bool empty() const { return events.empty() && rows.empty() && attachments.empty(); }
 };
 
 class StoreQueue {
@@ -55,10 +64,12 @@ class StoreQueue {
     void crossing(const std::string& camera, const Crossing& crossing);
     /// Rows to be pushed into, or nothing where there is no room (counted).
     StoreRows* rows();
+    /// False where there is no room (counted).
+    bool attach(Attachment attachment);
 
-    /// The oldest events, at most so many, and all other rows.
+    /// The oldest events, at most so many, and all other rows; attachments once no event waits that they may belong to.
     StoreBatch take(std::size_t most_events);
-    bool empty() const { return events_.empty() && rows_.empty(); }
+    bool empty() const { return events_.empty() && rows_.empty() && attachments_.empty(); }
     std::size_t size() const { return events_.size(); }
     std::int64_t merged() const { return merged_; }
     std::int64_t lost() const { return lost_; }
@@ -75,6 +86,7 @@ class StoreQueue {
     const std::size_t most_;
     std::deque<CameraEvent> events_;
     StoreRows rows_;
+    std::vector<Attachment> attachments_;
     std::int64_t merged_ = 0, lost_ = 0, lost_rows_ = 0;
     std::map<std::string, std::int64_t> lost_by_camera_;
     std::set<Id> left_out_;  ///< that run on; at most as many as run at once
