@@ -17,9 +17,7 @@ Box unionOf(const Box& a, const Box& b) {
     return {left, top, std::max(a.right(), b.right()) - left, std::max(a.bottom(), b.bottom()) - top};
 }
 
-namespace {
-
-bool belongTogether(const Box& a, const Box& b) {
+bool areStacked(const Box& a, const Box& b) {
     const int across = std::min(a.right(), b.right()) - std::max(a.left, b.left);
     if (across < kJoinOverlap * std::min(a.width, b.width)) return false;
     const int gap = std::max(a.top, b.top) - std::min(a.bottom(), b.bottom());
@@ -28,28 +26,6 @@ bool belongTogether(const Box& a, const Box& b) {
     // Two cars behind each other are no person: both lie wide, and together they would stand.
     const auto lies = [](const Box& box) { return box.width > kLyingAspect * box.height; };
     return !(gap > -kJoinGap * whole.height && lies(a) && lies(b) && whole.height > whole.width);
-}
-
-}  // namespace
-
-void joinPieces(std::vector<Blob>& blobs) {
-    for (bool again = true; again;) {
-        again = false;
-        for (std::size_t i = 0; i < blobs.size(); ++i) {
-            for (std::size_t k = i + 1; k < blobs.size();) {
-                const bool apart = blobs[i].known != 0 && blobs[k].known != 0 && blobs[i].known != blobs[k].known;
-                if (apart || !belongTogether(blobs[i].box, blobs[k].box)) {
-                    ++k;
-                    continue;
-                }
-                blobs[i].box = unionOf(blobs[i].box, blobs[k].box);
-                blobs[i].pixels += blobs[k].pixels;
-                blobs[i].known = std::max(blobs[i].known, blobs[k].known);
-                blobs.erase(blobs.begin() + static_cast<std::ptrdiff_t>(k));
-                again = true;
-            }
-        }
-    }
 }
 
 namespace {

@@ -43,11 +43,11 @@ constexpr double kLightStructure = 144;    ///< least mean squared Sobel of the 
 constexpr double kLightCorrelation = 0.7;  ///< the same texture, brighter or darker: light
 
 // Pieces.
-constexpr double kJoinOverlap = 0.5;  ///< of the narrower one, in x
-constexpr double kJoinGap = 0.15;     ///< of the joined height, in y
-constexpr double kLyingAspect = 1.1;  ///< width over height of a piece that is no part of a standing person
-constexpr double kSplitAspect = 1.2;  ///< least height over width of each part of two people
-constexpr double kSplitValley = 0.7;  ///< of the lower of the two summits beside it
+constexpr double kJoinOverlap = 0.5;   ///< of the narrower one, in x
+constexpr double kJoinGap = 0.15;      ///< of the joined height, in y
+constexpr double kLyingAspect = 0.95;  ///< width over height of a piece that is no part of a standing person
+constexpr double kSplitAspect = 1.2;   ///< least height over width of each part of two people
+constexpr double kSplitValley = 0.7;   ///< of the lower of the two summits beside it
 
 // Tracks.
 constexpr double kOverlapConfirmed = 0.2;  ///< least intersection over union, prediction and blob
@@ -56,10 +56,12 @@ constexpr double kReachTentative = 0.8;    ///< of its size: how far a young tra
 constexpr double kReach = 0.6;             ///< of the track's size: distance of the second pass
 constexpr double kReachGrowth = 0.8;       ///< of its size, for each second missed
 constexpr double kSizeRatio = 3;           ///< of areas, at most, in the second pass
+constexpr double kWholeInside = 0.7;       ///< of a missed track lies in a blob that is nobody's: it was a part of that
+constexpr double kWholeArea = 8;           ///< times the part's, at most
 constexpr double kPositionSeconds = 0.05;  ///< time constants of position and size: longer is calmer and later
 constexpr double kSizeSeconds = 0.05;
 constexpr double kOddSizeSeconds = 0.3;  ///< of size, where a sighting's differs by more than
-constexpr double kUsualSize = 0.25;      ///< of the track's
+constexpr double kUsualSize = 0.3;       ///< of the track's
 constexpr double kOddSeconds = 0.4;      ///< for so long at most; then that is its size
 constexpr double kGrownUp = 1.0;         ///< a younger track's size follows at once: it may be coming in
 constexpr double kBirthSeconds = 0.3;    ///< later is surer; what is seen shorter is no track
@@ -80,7 +82,8 @@ constexpr double kInside = 0.7;           ///< of a track lies in a larger one's
 constexpr double kInsideArea = 0.5;       ///< ... of which it is no more than this share ...
 constexpr double kInsideSeconds = 0.5;    ///< ... for so long: it was always a part of it
 constexpr double kPieceWidth = 1.2;       ///< times the wider part's width at most: legs and body, no two people
-constexpr double kPieceAge = 0.6;         ///< seconds since the younger one was born, at most
+constexpr double kApartOverlap = 0.25;    ///< of the narrower one, in x: less, and they are two things for good
+constexpr double kApartGap = 0.45;        ///< of the whole height, in y: more, and they are
 constexpr double kStackedOverlapY = 0.3;  ///< of the lower one, at most: legs and upper body, no two people
 
 // Standing still.
@@ -101,6 +104,9 @@ constexpr int kPlaceLevels = 14;       ///< mean difference up to which a place 
 // The scene as a whole.
 constexpr double kChangedBoxes = 0.3;               ///< sum of the analyzer's boxes, of the picture
 constexpr double kChangedPixels = 0.6;              ///< of the sampled pixels differ
+constexpr double kAllPixels = 0.85;                 ///< do: no thing is that large, whatever the analyzer says
+constexpr double kLitPixels = 0.35;                 ///< do, and the picture still has its texture: the same, and no box
+constexpr int kChangedTexture = 9;                  ///< least mean square between neighbouring samples, levels
 constexpr double kChangedSeconds = 0.4;             ///< of healing after each frame that shows the change
 constexpr double kChangedLongest = 60;              ///< then watching goes on
 constexpr int kSampleStep = 4;                      ///< pixels between samples of the whole picture, both ways

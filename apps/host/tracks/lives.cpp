@@ -7,6 +7,17 @@
 
 namespace fleifeisa::host {
 
+namespace {
+
+/// Beside each other or far from each other: no legs and upper body.
+bool apart(const Box& a, const Box& b) {
+    const int across = std::min(a.right(), b.right()) - std::max(a.left, b.left);
+    const int gap = std::max(a.top, b.top) - std::min(a.bottom(), b.bottom());
+    return across < kApartOverlap * std::min(a.width, b.width) || gap > kApartGap * unionOf(a, b).height;
+}
+
+}  // namespace
+
 void Tracker::bear(std::span<const Blob> blobs, std::int64_t time_ns, double seconds) {
     const std::size_t before = movers_.size();
     for (std::size_t b = 0; b < blobs.size(); ++b) {
@@ -21,9 +32,10 @@ void Tracker::bear(std::span<const Blob> blobs, std::int64_t time_ns, double sec
         young.track.start_ns = young.track.seen_ns = time_ns;
         young.track.frames = 1;
         young.blob = static_cast<int>(b);
-        young.birth = box;
+        young.track.birth = box;
         young.rest_x = young.x;
         young.rest_y = young.y;
+        young.rest_ns = time_ns;
         // What it came out of: the confirmed track in whose latest box most of it lies.
         std::int64_t most = areaOf(box) / 4;
         for (std::size_t m = 0; m < before; ++m) {
@@ -45,8 +57,27 @@ void Tracker::bear(std::span<const Blob> blobs, std::int64_t time_ns, double sec
 }
 
 void Tracker::confirm(Mover& mover) {
+    for (const Mover& other : movers_)
+        if (other.confirmed && !other.dead && !apart(mover.box(), other.box()))
+            mover.stacked_with.push_back(other.track.number);
     mover.confirmed = true;
     mover.track.number = next_++;
+}
+
+/// Who is seen beside a track that he has been above or below of so far, or far from it, is somebody else.
+void Tracker::tellApart() {
+    const auto alone = [](const Mover& mover) { return mover.blob >= 0 && !mover.grouped; };
+    for (Mover& mover : movers_) {
+        if (mover.stacked_with.empty()) continue;
+        std::erase_if(mover.stacked_with, [&](std::int64_t number) {
+            for (const Mover& other : movers_) {
+                if (!other.confirmed || other.track.number != number) continue;
+                if (!alone(mover) || !alone(other)) return false;
+                return apart(mover.box(), other.box());
+            }
+            return true;
+        });
+    }
 }
 
 bool Tracker::atEdge(const Mover& mover) const {
@@ -56,8 +87,18 @@ bool Tracker::atEdge(const Mover& mover) const {
            (box.top <= kNear && mover.vy < 0) || (box.bottom() >= height_ - kNear && mover.vy > 0);
 }
 
+/// The older number goes on with the larger one's place; the younger ends here.
+void Tracker::absorb(Mover& whole, Mover& part) {
+    if (part.track.number < whole.track.number) {
+        std::swap(part.track, whole.track);
+        std::swap(part.stacked_with, whole.stacked_with);
+    }
+    whole.arrived = part.arrived || whole.arrived;
+    part.dead = true;
+    part.track.ended = TrackEnd::kLost;
+}
+
 /// A part that had been taken for a thing of its own: it lies in a larger track all the time, seen by turns with it.
-/// The older number goes on with the larger place.
 void Tracker::mendPieces(double seconds) {
     const auto alone = [](const Mover& mover) { return mover.confirmed && !mover.dead && !mover.stopped; };
     for (Mover& part : movers_) {
@@ -72,13 +113,7 @@ void Tracker::mendPieces(double seconds) {
         }
         part.inside = whole ? part.inside + seconds : 0;
         if (!whole || part.inside <= kInsideSeconds) continue;
-        if (part.track.number < whole->track.number) {
-            std::swap(part.track, whole->track);
-            std::swap(part.birth, whole->birth);
-            part.arrived = whole->arrived = part.arrived || whole->arrived;
-        }
-        part.dead = true;
-        part.track.ended = TrackEnd::kLost;
+        absorb(*whole, part);
     }
 }
 

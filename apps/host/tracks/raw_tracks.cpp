@@ -35,6 +35,7 @@ void RawTracks::see(const AnalyzerObject& object, std::int64_t time_ns) {
         track.number = next;
         next += kRawNumberStep;
         track.start_ns = time_ns;
+        track.birth = track.box;
     } else {
         const double dx = track.centre.x - before.x, dy = track.centre.y - before.y;
         track.path_px += std::sqrt(dx * dx + dy * dy);

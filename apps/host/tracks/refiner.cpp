@@ -60,13 +60,12 @@ void Refiner::found(const Box& box, double seconds) {
 
 namespace {
 
-/// Number of the track that this piece by itself is, 0 where there is none. A young one may still be half of a thing.
+/// Number of the track that this piece by itself is, 0 where there is none.
 std::int64_t knownAs(const Box& box, std::span<const Mover> movers) {
     std::int64_t number = 0;
     double most = kKnownOverlap;
     for (const Mover& mover : movers) {
-        const double age = static_cast<double>(mover.track.seen_ns - mover.track.start_ns) / 1e9;
-        if (!mover.confirmed || !mover.arrived || age <= kPieceAge) continue;
+        if (!mover.confirmed || !mover.arrived) continue;
         const std::int64_t common = commonArea(mover.box(), box);
         const double overlap =
             static_cast<double>(common) / static_cast<double>(areaOf(mover.box()) + areaOf(box) - common);
@@ -136,7 +135,11 @@ std::span<const Blob> Refiner::find(SmoothFrame& frame, Background& background, 
     if (parts_.size() > static_cast<std::size_t>(kMostBlobs)) parts_.resize(kMostBlobs);
     blobs_ = parts_;
     for (Blob& blob : blobs_) blob.known = knownAs(blob.box, movers);
-    joinPieces(blobs_);
+    const auto of_number = [movers](std::int64_t number) -> const Mover& {
+        return *std::find_if(movers.begin(), movers.end(),
+                             [number](const Mover& mover) { return mover.track.number == number; });
+    };
+    joinPieces(blobs_, [&](std::int64_t a, std::int64_t b) { return !mayBeOne(of_number(a), of_number(b)); });
     foreground_ = 0;
     for (const Blob& blob : blobs_) foreground_ += blob.pixels / pixels;
     if (view) {

@@ -3,26 +3,42 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <utility>
 
 #include "tracks/blobs.h"
 #include "tracks/constants.h"
 
 namespace fleifeisa::host {
 
+double colourShare(std::span<const std::uint8_t> rgb, int width, int height) {
+    constexpr int kColourless = 8;  // levels between the channels; noise of a compressed grey picture stays below
+    std::int64_t coloured = 0, samples = 0;
+    for (int y = kSampleStep / 2; y < height; y += kSampleStep) {
+        const std::uint8_t* row = rgb.data() + std::int64_t{3} * y * width;
+        for (int x = kSampleStep / 2; x < width; x += kSampleStep, ++samples) {
+            const auto [least, most] = std::minmax({row[3 * x], row[3 * x + 1], row[3 * x + 2]});
+            coloured += most - least > kColourless;
+        }
+    }
+    return samples == 0 ? 1 : static_cast<double>(coloured) / static_cast<double>(samples);
+}
+
 void SceneWatch::reset() {
     *this = SceneWatch();
 }
 
 SceneState SceneWatch::update(SmoothFrame& frame, Background& background, std::span<const AnalyzerObject> objects,
-                              double seconds) {
+                              double seconds, bool by_picture) {
+    const bool turn = by_picture && turned(frame, seconds);
     const bool still = frozen(frame, seconds);
     const bool nothing = nothingToSee(frame);
+    empty_ = nothing;
     blind_for_ = nothing ? blind_for_ + seconds : 0;
     sight_for_ = nothing || still ? 0 : sight_for_ + seconds;
     if (still || blind_for_ >= kBlindSeconds) blind_ = true;
     if (sight_for_ >= kBlindSeconds) blind_ = false;
 
-    if (lightChanged(frame, background, objects)) {
+    if (!nothing && lightChanged(frame, background, objects)) {
         if (!changed_over_) changed_left_ = kChangedSeconds;
     } else {
         changed_over_ = false;
@@ -35,24 +51,37 @@ SceneState SceneWatch::update(SmoothFrame& frame, Background& background, std::s
             changed_left_ = 0;
         }
     }
-    if (changed_left_ <= 0) changed_for_ = 0;
+    if (changed_left_ <= 0) {
+        changed_for_ = 0;
+        turning_ = false;
+    } else {
+        turning_ |= turn;
+    }
     if (blind_) return SceneState::kBlind;
     if (changed_left_ <= 0) return SceneState::kWatching;
-    background.heal(frame, {0, 0, frame.width(), frame.height()}, kChangedHealRate * seconds);
-    return SceneState::kChanged;
+    // A picture without anything to see is about to be blind and says nothing about the background.
+    if (!nothing) background.heal(frame, {0, 0, frame.width(), frame.height()}, kChangedHealRate * seconds);
+    return turning_ ? SceneState::kLearning : SceneState::kChanged;
 }
 
-bool SceneWatch::lightChanged(SmoothFrame& frame, const Background& background,
-                              std::span<const AnalyzerObject> objects) const {
-    const int width = frame.width(), height = frame.height();
-    std::int64_t covered = 0;
-    for (const AnalyzerObject& object : objects)
-        covered += areaOf(clipped({object.left, object.top, object.width, object.height}, width, height));
-    if (static_cast<double>(covered) <= kChangedBoxes * width * height) return false;
+/// The picture has lost its colours, or has them again, a moment ago.
+bool SceneWatch::turned(const SmoothFrame& frame, double seconds) {
+    constexpr double kMoment = 2;
+    const double share = colourShare({frame.pixels(0), frame.pixels(frame.height())}, frame.width(), frame.height());
+    turned_left_ = std::max(0.0, turned_left_ - seconds);
+    const Colours now = share < kGreyShare ? Colours::kNone : share > kColourShare ? Colours::kSome : colours_;
+    if (now != std::exchange(colours_, now)) turned_left_ = kMoment;
+    return turned_left_ > 0;
+}
+
+namespace {
+
+/// Share of the samples of every `rows`-th sampled row that differ from the background by more than their thresholds.
+double differingShare(SmoothFrame& frame, const Background& background, int rows) {
     int count = 0, different = 0;
-    for (int y = kSampleStep / 2; y < height; y += kSampleStep) {
+    for (int y = kSampleStep / 2; y < frame.height(); y += kSampleStep * rows) {
         frame.need(y);
-        for (int x = kSampleStep / 2; x < width; x += kSampleStep, ++count) {
+        for (int x = kSampleStep / 2; x < frame.width(); x += kSampleStep, ++count) {
             const int limit = background.threshold(x, y);
             bool differs = false;
             for (int c = 0; c < frame.channels(); ++c)
@@ -60,7 +89,60 @@ bool SceneWatch::lightChanged(SmoothFrame& frame, const Background& background,
             different += differs;
         }
     }
-    return different > kChangedPixels * count;
+    return count == 0 ? 0 : static_cast<double>(different) / count;
+}
+
+/// True where most of the 16 parts of the picture that have a texture still have it, brighter or darker. Somebody near
+/// the camera, and a camera that moved, show another one.
+bool sameTexture(SmoothFrame& frame, const Background& background) {
+    constexpr int kParts = 4;
+    struct Part {
+        std::int64_t both = 0, now = 0, usual = 0, count = 0;
+    };
+    std::array<Part, kParts * kParts> parts{};
+    const int width = frame.width(), height = frame.height();
+    for (int y = kSampleStep / 2; y + kSampleStep < height; y += kSampleStep) {
+        frame.need(y);
+        frame.need(y + kSampleStep);
+        for (int x = kSampleStep / 2; x + kSampleStep < width; x += kSampleStep) {
+            Part& part = parts[static_cast<std::size_t>(y * kParts / height * kParts + x * kParts / width)];
+            const auto add = [&](int x2, int y2) {
+                const int now = frame.luma(y2)[x2] - frame.luma(y)[x];
+                const int usual = background.luma(x2, y2) - background.luma(x, y);
+                part.both += std::int64_t{now} * usual;
+                part.now += std::int64_t{now} * now;
+                part.usual += std::int64_t{usual} * usual;
+                ++part.count;
+            };
+            add(x + kSampleStep, y);
+            add(x, y + kSampleStep);
+        }
+    }
+    int textured = 0, same = 0;
+    for (const Part& part : parts) {
+        if (part.usual < kChangedTexture * part.count || part.count == 0) continue;
+        ++textured;
+        const auto both = static_cast<double>(part.both);
+        same += part.both > 0 && both * both > kLightCorrelation * kLightCorrelation * static_cast<double>(part.now) *
+                                                   static_cast<double>(part.usual);
+    }
+    return textured >= kParts && same > kChangedPixels * textured;
+}
+
+}  // namespace
+
+/// The analyzer covers the picture with boxes, or does not: it may have learned what both lights look like.
+bool SceneWatch::lightChanged(SmoothFrame& frame, const Background& background,
+                              std::span<const AnalyzerObject> objects) const {
+    const int width = frame.width(), height = frame.height();
+    std::int64_t covered = 0;
+    for (const AnalyzerObject& object : objects)
+        covered += areaOf(clipped({object.left, object.top, object.width, object.height}, width, height));
+    const bool boxes = static_cast<double>(covered) > kChangedBoxes * width * height;
+    if (!boxes && differingShare(frame, background, 4) <= kLitPixels) return false;  // a quick look
+    const double different = differingShare(frame, background, 1);
+    if (different > (boxes ? kChangedPixels : kAllPixels)) return true;
+    return different > kLitPixels && sameTexture(frame, background);
 }
 
 bool SceneWatch::nothingToSee(const SmoothFrame& frame) const {

@@ -44,7 +44,7 @@ bool inRing(int i, int j) {
 /// What never left the place where it appeared may be a ghost or light. Who comes in over the edge appears as a head or
 /// an arm, and may stand there when the rest of him is in the picture.
 bool cameFromElsewhere(const Mover& mover, int width, int height) {
-    const Box box = mover.box(), birth = mover.birth;
+    const Box box = mover.box(), birth = mover.track.birth;
     const std::int64_t common = commonArea(box, birth);
     if (common == 0) return true;
     const bool at_edge =
@@ -120,11 +120,12 @@ void StoppedPlaces::rest(std::vector<Mover>& movers, SmoothFrame& frame, Backgro
             mover.rest = 0;
             mover.rest_x = mover.x;
             mover.rest_y = mover.y;
+            mover.rest_ns = mover.track.seen_ns;
         }
         if (mover.rest < kRestSeconds || mover.grouped || !mover.arrived) continue;
         mover.stopped = true;
         mover.vx = mover.vy = 0;
-        mover.track.stopped_ns = mover.track.seen_ns;
+        mover.track.stopped_ns = mover.rest_ns;
         // The oldest goes first: its track lives on as long as it is seen.
         if (places_.size() >= static_cast<std::size_t>(kMostPlaces)) {
             for (Mover& other : movers) {

@@ -25,6 +25,11 @@ struct Point {
     double x = 0, y = 0;
 };
 
+/// Middle of the lower edge.
+inline Point footOf(const Box& box) {
+    return {box.left + box.width / 2.0, static_cast<double>(box.bottom())};
+}
+
 enum class TrackState {
     kTentative,  ///< seen, not yet believed; for debugging only
     kConfirmed,  ///< seen in this frame, or just missed and shown where it is expected
@@ -63,9 +68,10 @@ struct Track {
     std::int64_t merged_with = 0;  ///< owner of the group it moves in at this frame, 0: alone
     bool removed = false;          ///< ended because its place looks again as before it came
     std::int64_t stopped_ns = 0;   ///< since when it stands still (state kStopped), else 0
+    Box birth;                     ///< where it was seen first, at start_ns; of no size: unknown
 
     /// Middle of the lower edge: where it stands.
-    Point foot() const { return {box.left + box.width / 2.0, static_cast<double>(box.bottom())}; }
+    Point foot() const { return footOf(box); }
 };
 
 enum class SceneState {

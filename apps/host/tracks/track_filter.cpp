@@ -54,6 +54,16 @@ void TrackFilter::State::resize(const FilterInput& input) {
     begun = false;
 }
 
+namespace {
+
+bool validInput(const FilterInput& input) {
+    return input.width > 0 && input.height > 0 &&
+           input.rgb.size() >=
+               static_cast<std::size_t>(input.width) * static_cast<std::size_t>(input.height) * kChannels;
+}
+
+}  // namespace
+
 TrackFrame TrackFilter::frame(const FilterInput& input, FilterView* view) {
     State& s = *state_;
     s.told.clear();
@@ -62,10 +72,7 @@ TrackFrame TrackFilter::frame(const FilterInput& input, FilterView* view) {
     result.time_ns = input.time_ns;
     result.width = input.width;
     result.height = input.height;
-    const bool valid =
-        input.width > 0 && input.height > 0 &&
-        input.rgb.size() >= static_cast<std::size_t>(input.width) * static_cast<std::size_t>(input.height) * kChannels;
-    if (valid) {
+    if (validInput(input)) {
         if (input.width != s.width || input.height != s.height) s.resize(input);
         result.scene = s.step(input, view);
         result.foreground = s.refiner.foreground();
@@ -94,8 +101,8 @@ SceneState TrackFilter::State::step(const FilterInput& input, FilterView* view) 
         }
         background.start(frame);
     }
-    const SceneState state = scene.update(frame, background, input.objects, seconds);
-    if (state != SceneState::kWatching) {
+    const SceneState state = scene.update(frame, background, input.objects, seconds, settings.by_picture);
+    if (state != SceneState::kWatching || scene.empty()) {
         tracker.tell(told);  // frozen as they are
         return state;
     }
@@ -150,6 +157,29 @@ TrackFrame TrackFilter::end(TrackEnd why) {
 
 void TrackFilter::analyzerRestarted() {
     for (Mover& mover : state_->tracker.movers()) mover.track.objects.clear();
+}
+
+void TrackFilter::handOver(const FilterSettings& settings, int learning_frames, bool new_picture) {
+    State& s = *state_;
+    analyzerRestarted();
+    const bool channels = settings.infrared != s.settings.infrared;
+    s.settings = settings;
+    s.learning_frames = std::max(0, learning_frames);
+    s.tracker.setLeastArea(settings.least_area);
+    if (!new_picture && !channels) return;
+    s.background.reset(s.width, s.height, settings.infrared ? 1 : kChannels);
+    s.refiner.reset(s.width, s.height);
+    s.scene.reset();
+}
+
+void TrackFilter::warmUp(const FilterInput& input) {
+    State& s = *state_;
+    s.told.clear();
+    if (!validInput(input)) return;
+    if (input.width != s.width || input.height != s.height) s.resize(input);
+    if (s.background.ready() || input.detection) return;
+    s.frame.begin(input.rgb, s.width, s.height, s.settings.infrared ? 1 : kChannels);
+    s.background.learn(s.frame, s.learning_frames);
 }
 
 std::int64_t TrackFilter::nextNumber() const {

@@ -17,6 +17,7 @@ struct FilterSettings {
     bool shadow_test = true;    ///< colour only: what is only darker is not foreground (costs dark clothes)
     bool split_people = false;  ///< two beside each other in one blob become two
     bool infrared = false;      ///< one channel: no shadow test
+    bool by_picture = false;    ///< the camera's night mode is no change of the scene
 
     bool operator==(const FilterSettings&) const = default;
 };
@@ -48,6 +49,11 @@ class TrackFilter {
     TrackFrame end(TrackEnd why);
     /// A fresh analyzer answers from the next frame on: tracks live on, its object ids begin again.
     void analyzerRestarted();
+    /// An analyzer that has learned already answers from the next frame on, and other settings hold: tracks live on.
+    /// @param new_picture  frames look otherwise than before (masks, night mode): the background is learned anew
+    void handOver(const FilterSettings& settings, int learning_frames, bool new_picture);
+    /// Behind handOver(): a frame from which the new analyzer has learned. No frame of the camera: nothing moves.
+    void warmUp(const FilterInput& input);
     std::int64_t nextNumber() const;
 
  private:

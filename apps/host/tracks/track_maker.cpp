@@ -34,7 +34,7 @@ std::string settingsText(const TrackSettings& settings) {
     return (settings.raw ? "raw" : "filtered") + std::string(" least-area=") + shortest(filter.least_area) +
            flag("shadow-test", filter.shadow_test) + flag("split-people", filter.split_people) +
            flag("infrared", filter.infrared) + " learning=" + std::to_string(settings.learning_frames) +
-           " next=" + std::to_string(settings.first_number);
+           " next=" + std::to_string(settings.first_number) + (filter.by_picture ? " by-picture=1" : "");
 }
 
 std::optional<TrackSettings> parseSettings(std::string_view text) {
@@ -46,6 +46,9 @@ std::optional<TrackSettings> parseSettings(std::string_view text) {
     const bool whole = take(text, "least-area", settings.filter.least_area) && take(text, "shadow-test", shadow) &&
                        take(text, "split-people", split) && take(text, "infrared", infrared) &&
                        take(text, "learning", settings.learning_frames) && take(text, "next", settings.first_number);
+    int by_picture = 0;
+    if (whole && !text.empty() && !take(text, "by-picture", by_picture)) return std::nullopt;
+    settings.filter.by_picture = by_picture != 0;
     if (!whole || !text.empty() || !std::isfinite(settings.filter.least_area) || settings.first_number < 1)
         return std::nullopt;
     settings.filter.shadow_test = shadow != 0;
@@ -75,6 +78,16 @@ TrackFrame TrackMaker::end(TrackEnd why) {
 void TrackMaker::analyzerRestarted() {
     if (filter_)
         filter_->analyzerRestarted();
+    else
+        raw_.analyzerRestarted();
+}
+
+void TrackMaker::handOver(const TrackSettings& settings, bool new_picture) {
+    const bool raw = settings_.raw;
+    settings_ = settings;
+    settings_.raw = raw;
+    if (filter_)
+        filter_->handOver(settings.filter, settings.learning_frames, new_picture);
     else
         raw_.analyzerRestarted();
 }

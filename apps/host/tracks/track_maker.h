@@ -36,6 +36,11 @@ class TrackMaker {
     TrackFrame frame(const FilterInput& input);
     TrackFrame end(TrackEnd why);
     void analyzerRestarted();
+    /// As TrackFilter's, for raw tracks a restart. The number of the first track is not looked at.
+    void handOver(const TrackSettings& settings, bool new_picture);
+    void warmUp(const FilterInput& input) {
+        if (filter_) filter_->warmUp(input);
+    }
     /// The settings that would go on from here: with the number of the next track.
     TrackSettings settings() const;
 

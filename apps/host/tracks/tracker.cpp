@@ -21,6 +21,14 @@ double overlapOf(const Box& a, const Box& b) {
     return static_cast<double>(common) / static_cast<double>(areaOf(a) + areaOf(b) - common);
 }
 
+/// Of a track that was a part of what is seen now, a head that was all that could be seen: how much of it lies in the
+/// whole. 0 where it is none.
+double shareInWhole(const Box& place, const Box& seen) {
+    if (static_cast<double>(areaOf(seen)) > kWholeArea * static_cast<double>(areaOf(place))) return 0;
+    const double share = static_cast<double>(commonArea(place, seen)) / static_cast<double>(areaOf(place));
+    return share >= kWholeInside && overlapOf(place, seen) < kOverlapConfirmed ? share : 0;
+}
+
 /// Things that stand melt into the background piece by piece: what is left to be seen tells nothing of their place.
 bool meltsIn(const Mover& mover, const Box& seen) {
     if (!mover.stopped || static_cast<double>(mover.track.seen_ns - mover.track.stopped_ns) < kMeltsAfter * 1e9)
@@ -39,6 +47,13 @@ Box Mover::boxAt(double cx, double cy) const {
 
 Box Mover::box() const {
     return boxAt(x, y);
+}
+
+bool mayBeOne(const Mover& a, const Mover& b) {
+    const Mover& younger = a.track.number > b.track.number ? a : b;
+    const Mover& older = a.track.number > b.track.number ? b : a;
+    return std::find(younger.stacked_with.begin(), younger.stacked_with.end(), older.track.number) !=
+           younger.stacked_with.end();
 }
 
 void Tracker::reset(int width, int height, double least_area, std::int64_t first_number) {
@@ -103,6 +118,7 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
     };
     assign(blobs, true,
            [&](const Mover& mover, const Box& box) { return near(mover, box, kReach + kReachGrowth * mover.missed); });
+    assign(blobs, true, [](const Mover& mover, const Box& box) { return shareInWhole(mover.box(), box); });
     assign(blobs, false, [](const Mover& mover, const Box& box) {
         const double overlap = overlapOf(mover.box(), box);
         return overlap >= kOverlapTentative ? overlap : 0;
@@ -130,6 +146,7 @@ void Tracker::update(std::span<const Blob> blobs, std::int64_t time_ns, double s
         mover.track.area = blob.pixels;
         mover.area = std::max(mover.area, blob.pixels);
     }
+    tellApart();
     bear(blobs, time_ns, seconds);
     mendPieces(seconds);
     letGo(seconds);
@@ -163,17 +180,7 @@ void Tracker::joinGroups(std::span<const Blob> blobs, double seconds) {
             mover.hidden += seconds;
         }
         if (isPieceOf(mover, owner, blobs[best].box)) {
-            // The older one goes on with the whole; a piece that had its own number ends here.
-            const bool older = mover.track.number < owner.track.number;
-            Mover& piece = older ? owner : mover;
-            if (older) {
-                mover.blob = static_cast<int>(best);
-                owner.blob = -1;
-                owner_[best] = static_cast<int>(m);
-                members_[best] = {static_cast<int>(m)};
-            }
-            piece.dead = true;
-            piece.track.ended = TrackEnd::kLost;
+            absorb(owner, mover);
             continue;
         }
         mover.blob = static_cast<int>(best);
@@ -185,9 +192,7 @@ void Tracker::joinGroups(std::span<const Blob> blobs, double seconds) {
 
 /// Legs and upper body that were born apart: one above the other, of one width, and together they are the blob.
 bool Tracker::isPieceOf(const Mover& piece, const Mover& owner, const Box& blob) const {
-    const std::int64_t now = std::max(piece.track.seen_ns, owner.track.seen_ns);
-    const std::int64_t born = std::max(piece.track.start_ns, owner.track.start_ns);
-    if (static_cast<double>(now - born) / 1e9 > kPieceAge) return false;
+    if (!mayBeOne(piece, owner)) return false;
     const Box a = piece.box(), b = owner.box();
     const int across = std::min(a.right(), b.right()) - std::max(a.left, b.left);
     const int along = std::min(a.bottom(), b.bottom()) - std::max(a.top, b.top);
@@ -241,7 +246,7 @@ void Tracker::see(Mover& mover, const Box& box, double seconds) {
         mover.height = box.height;
     }
     const double age = static_cast<double>(mover.track.seen_ns - mover.track.start_ns) / 1e9;
-    if (age < kGrownUp) mover.odd_width = mover.odd_height = kOddSeconds;
+    if (age < kGrownUp || shareInWhole(mover.box(), box) > 0) mover.odd_width = mover.odd_height = kOddSeconds;
     const double x = sightAlong(mover.x, mover.width, mover.odd_width, box.left, box.width, seconds);
     const double y = sightAlong(mover.y, mover.height, mover.odd_height, box.top, box.height, seconds);
     moveTo(mover, x, y, seconds);

@@ -21,20 +21,24 @@ struct Mover {
     double unsupported = 0;                // since an analyzer box touched it
     double rest_x = 0, rest_y = 0;         // where its rest began: centre and foot
     double rest = 0;                       // for how long
-    Box birth;                             // where it was seen first
+    std::int64_t rest_ns = 0;              // since when
     bool arrived = false;                  // has moved off it, or came out of one that had: no flaw of the background
     bool confirmed = false;
     bool stopped = false;
     bool dead = false;
-    double inside = 0;     // for how long it has lain in a larger one
-    double hidden = 0;     // for how long its group's blob has been no larger than the owner
-    bool grouped = false;  // in this frame or the one before its latest
-    int blob = -1;         // of this frame
-    int area = 0;          // largest foreground of a sighting, pixels
+    double inside = 0;                       // for how long it has lain in a larger one
+    double hidden = 0;                       // for how long its group's blob has been no larger than the owner
+    bool grouped = false;                    // in this frame or the one before its latest
+    int blob = -1;                           // of this frame
+    int area = 0;                            // largest foreground of a sighting, pixels
+    std::vector<std::int64_t> stacked_with;  // older tracks above or below which it has always been: one thing, perhaps
 
     Box box() const;  // rounded
     Box boxAt(double cx, double cy) const;
 };
+
+/// Neither has been seen without the other above or below it: legs and upper body. People who meet came from elsewhere.
+bool mayBeOne(const Mover& a, const Mover& b);
 
 class Tracker {
  public:
@@ -52,6 +56,7 @@ class Tracker {
     const std::vector<Mover>& movers() const { return movers_; }
     std::int64_t nextNumber() const { return next_; }
     void setNextNumber(std::int64_t number) { next_ = number; }
+    void setLeastArea(double least_area) { least_pixels_ = least_area * width_ * height_; }
 
  private:
     static constexpr int kFree = -1, kTaken = -2;  // of a blob: nobody's yet, and a part of another blob
@@ -66,10 +71,12 @@ class Tracker {
     bool isPieceOf(const Mover& piece, const Mover& owner, const Box& blob) const;
     void moveGroup(const Box& blob, std::span<const int> members, double seconds);
     void mendPieces(double seconds);
+    void absorb(Mover& whole, Mover& part);
     void see(Mover& mover, const Box& box, double seconds);
     void moveTo(Mover& mover, double x, double y, double seconds);
     void bear(std::span<const Blob> blobs, std::int64_t time_ns, double seconds);
     void confirm(Mover& mover);
+    void tellApart();
     void letGo(double seconds);
     bool atEdge(const Mover& mover) const;
 
