@@ -11,10 +11,13 @@
 #include "analyzer/control_file.h"
 #include "analyzer/reply.h"
 #include "camera/event_desk.h"
+#include "camera/hand_over.h"
+#include "camera/night_watch.h"
 #include "camera/rule_run.h"
 #include "common/backoff.h"
 #include "events/rules.h"
 #include "outputs/output.h"
+#include "recorder/camera_recorder.h"
 #include "sources/feeder.h"
 #include "store/camera_keeper.h"
 #include "tracks/track_maker.h"
@@ -24,19 +27,32 @@ namespace fleifeisa::host {
 struct CameraConfig {
     std::string name;   ///< for files and logs: isCameraName()
     std::string title;  ///< what people read, "": the name
+    std::string group;  ///< of the wall of pictures, "": none
+    std::string link;   ///< where somebody else shows the live stream, "": nowhere
     SourceOptions source;
     AnalyzerSettings analyzer;
+    bool type_by_picture = false;  ///< colour or infrared as the picture is: `analyzer.infrared` is only the beginning
     ControlParameters control;
+    std::optional<bool> seamless;  ///< changes by hand-over; unset: where the control file is the host's own
+    int warm_up = 30;              ///< frames that a new analyzer learns before it takes over, one a second
     std::string profile;      ///< its name (tracks/profiles.h), for people: what it sets stands in the other fields
     bool raw_tracks = false;  ///< the analyzer's ids as tracks
     FilterSettings filter;    ///< `infrared` follows from the analyzer's type
     Rules rules;
-    bool notify = true;  ///< its events are told to programs (hooks), not only stored
+    bool pictures = true;  ///< of its events, where there is a store
+    CameraLimits keep;     ///< of what the store keeps of it
+    ClipSettings clips;  ///< where there is a store
+    /// Programs (hooks) are told of its events from then on (nanoseconds since 1970); stored they are always.
+    std::int64_t notify_from_ns = 0;
+    static constexpr std::int64_t kNever = INT64_MAX;
     std::vector<OutputChoice> outputs;
     double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
     bool service = false;        ///< files of an earlier run are kept; an output that cannot be made is tried again
 
     bool operator==(const CameraConfig&) const = default;
+    bool handsOver() const { return seamless.value_or(control.any() || type_by_picture); }
+    /// The same but for what a running camera takes over by itself (Camera::change).
+    bool sameCamera(const CameraConfig& other) const;
 };
 
 /// What became of an output, once its camera has ended.
@@ -52,6 +68,7 @@ struct CameraCounts {
     std::atomic<std::int64_t> dropped{0};   ///< live frames replaced by newer ones
     std::atomic<std::int64_t> lost{0};      ///< frames that went down with an analyzer
     std::atomic<std::int64_t> restarts{0};  ///< of the analyzer
+    std::atomic<std::int64_t> hand_overs{0};
     std::atomic<std::int64_t> expected{0};  ///< frames in all, 0 where unknown
 };
 
@@ -79,8 +96,10 @@ class Camera {
     }
     /// Files may have been moved away: outputs begin new ones (Output::reopen).
     void reopenOutputs();
-    /// New control parameters take effect between two frames.
-    void setControl(const ControlParameters& control);
+    /// Another configuration of the same camera (sameCamera()) takes effect between two frames.
+    void change(const CameraConfig& config);
+    /// New rules take effect between two frames; tracks live on.
+    void setRules(const Rules& rules);
 
     const CameraConfig& config() const { return config_; }
     const CameraCounts& counts() const { return counts_; }
@@ -93,65 +112,107 @@ class Camera {
     const std::vector<OutputEnd>& outputEnds() const { return ends_; }
 
  private:
+    static constexpr Clock::duration kShutdownGrace = std::chrono::milliseconds(1200);  // for an analyzer to end
+
     struct Request {
         std::string header;
         std::vector<std::uint8_t> rgb;
         std::int64_t time_ns = 0, sequence = 0, dropped = 0;
         int width = 0, height = 0;
         std::int64_t clock_step_ns = 0;
-        PictureMap map;    ///< where it lies in the source's picture
-        int attempts = 0;  ///< analyzers that died over it
+        PictureMap map;                   ///< where it lies in the source's picture
+        int attempts = 0;                 ///< analyzers that died over it
+        std::shared_ptr<KeptFrame> kept;  ///< for other analyzers, where one needs it
+        bool for_ring = false;            ///< its second has come
+    };
+    /// A change that waits for a hand-over, or is on its way.
+    struct Change {
+        CameraConfig config;
+        std::string why;           ///< one word
+        bool new_picture = false;  ///< frames look otherwise from then on
     };
 
+    // camera.cpp: the thread, frames
     void run();
     void serve();
     void takeFrames();
     void sendNext();
     bool readFrame(Request& request);
-    void applyControl();
     void pollOnce();
+    CameraInfo info() const;
+    TrackSettings trackSettings(std::int64_t first_number) const;
+
+    // camera_analyzer.cpp
+    void startAnalyzer();
+    void startFresh();
+    void sendRequest(Request& request);
     void takeReplies();
     void handleReply(const std::string& bytes);
+    Clock::time_point answerDeadline() const;
     void checkAnswerTime();
-    void startAnalyzer();
     void analyzerFailed(const std::string& why);
     std::int64_t giveUpFrames();
-    void sendRequest(Request& request);
+
+    // camera_handover.cpp
+    void takeChange();
+    void want(const std::string& why, const CameraConfig& config, bool new_picture);
+    const CameraConfig& latestConfig() const;
+    void changeInPlace(const CameraConfig& config);
+    void adopt(const CameraConfig& config);
+    bool mayHandOver() const;
+    bool changeDue() const;
+    bool holdsBack() const;
+    void stepHandOver();
+    bool beginHandOver(const CameraConfig& config);
+    void turnHandOver();
+    void takeOver();
+    bool recover();
+    void keep(Request& request, const FrameResult& result);
+    void watchLight(const FrameResult& result);
+
+    // camera_outputs.cpp
+    void openOutputs();
+    void openOutput(const OutputChoice& wanted);
     void announce(const PictureMap& map);
-    void endTracks(TrackEnd why);
-    void noteSource();
+    void beginTracks(const PictureMap& map);
+    FrameResult resultOf(const Request& request, const Reply& reply, const std::string& bytes);
+    void callOutputs(const std::function<void(Output&)>& call);
+    bool freshAnalyzerWanted() const;
+    void reopenWhereAsked();
+    void finishOutputs();
+
+    // camera_rules.cpp
+    void applyRules();
+    void tellOutputs(const CameraEvent& event);
+    void warnOfActiveTimes() const;
     void beginRules(const PictureMap& map);
     void finishRules(const std::string& reason);
     void ruled(const RuleResults& results);
-    void keepTracks(const TrackFrame& frame, bool seen);
-    void takePost();
-    void tickRules();
     void tellRules(EventKind kind, const std::string& change, const std::string& text);
+    void tickRules();
+    void takePost();
+    void noteSource();
+    void endTracks(TrackEnd why);
+    void keepTracks(const TrackFrame& frame, bool seen);
     std::int64_t now() const;
     void noteParameters();
-    FrameResult resultOf(const Request& request, const Reply& reply, const std::string& bytes);
-    void callOutputs(const std::function<void(Output&)>& call);
-    void finishOutputs();
-    void openOutputs();
-    void openOutput(const OutputChoice& wanted);
-    void reopenWhereAsked();
-    bool freshAnalyzerWanted() const;
-    Clock::time_point answerDeadline() const;
-    CameraInfo info() const;
 
     CameraConfig config_;
+    static ClipSettings clipSettings(const CameraConfig& config);
+    const std::shared_ptr<CameraRecorder> recorder_;  ///< null: nothing is recorded
     Feeder feeder_;
     EventDesk* const desk_;
     const std::shared_ptr<CameraPost> post_ = std::make_shared<CameraPost>();
-    const Event& wake_;  ///< the post's; also: stop or new control parameters
+    const Event& wake_;  ///< the post's; also: stop or a new configuration
     CameraCounts counts_;
     std::atomic<bool> stopping_{false}, done_{false}, reopen_{false}, replaced_{false};
     std::atomic<Clock::rep> stopped_at_{0};
     std::atomic<int> exit_code_{0};
     const Event* done_event_ = nullptr;
 
-    std::mutex mutex_;  // guards the new control parameters
-    std::optional<ControlParameters> new_control_;
+    std::mutex mutex_;  // guards what is new
+    std::optional<CameraConfig> new_config_;
+    std::optional<Rules> new_rules_;
 
     // the thread's own
     struct Sink {
@@ -163,12 +224,24 @@ class Camera {
     std::vector<Sink> sinks_;
     std::vector<OutputEnd> ends_;
     bool opened_ = false;
+    std::deque<CameraEvent> early_;  ///< of a source without a frame so far: outputs hear of them when they are opened
     std::unique_ptr<AnalyzerClient> analyzer_;
-    std::deque<Request> in_flight_;        ///< sent or to be sent, oldest first
-    std::vector<std::uint8_t> spare_rgb_;  ///< memory of an answered frame
-    std::optional<Request> held_;          ///< waits for a new analyzer, because its size differs
-    const std::size_t window_;             ///< how many may be under way
-    std::optional<ControlParameters> pending_control_;
+    std::deque<Request> in_flight_;         ///< sent or to be sent, oldest first
+    std::vector<std::uint8_t> spare_rgb_;   ///< memory of an answered frame
+    std::optional<Request> held_;           ///< waits for a new analyzer, because its size differs
+    const std::size_t window_;              ///< how many may be under way
+    std::optional<CameraConfig> in_place_;  ///< waits until nothing is under way
+    FrameRing ring_;
+    NightWatch night_;
+    bool dark_ = false;                     ///< the light is changing
+    std::optional<Change> change_;          ///< waits until the ring is full
+    std::int64_t due_at_ = 0;               ///< change_ can begin before the frame of this number, 0: not yet
+    std::optional<Change> coming_;          ///< what hand_over_ brings
+    std::unique_ptr<HandOver> hand_over_;   ///< learns
+    std::unique_ptr<LearnersPlace> place_;  ///< of it
+    Backoff hand_over_retry_;
+    bool warm_up_failed_ = false;        ///< since the latest answer: the next analyzer learns anew
+    std::unique_ptr<PrivateRoot> root_;  ///< of the analyzer, where it took over from another
     Clock::time_point waiting_since_{};  ///< the oldest request's turn began
     Backoff restarts_;                   ///< of the analyzer
     int failures_in_a_row_ = 0;          ///< analyzers that ended without a single answer

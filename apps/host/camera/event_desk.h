@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -11,6 +12,9 @@
 
 #include "camera/tell_socket.h"
 #include "hooks/hook_runner.h"
+#include "media/picture_desk.h"
+#include "recorder/camera_recorder.h"
+#include "recorder/recorder.h"
 #include "store/store.h"
 
 namespace fleifeisa::host {
@@ -54,22 +58,38 @@ class EventDesk {
     EventDesk& operator=(const EventDesk&) = delete;
 
     /// Before a camera starts; waits for the disk.
-    NextNumbers add(const std::string& name, const std::string& title, const std::string& source, bool notify,
-                    const std::shared_ptr<CameraPost>& post);
+    NextNumbers add(const std::string& name, const std::string& title, const std::string& source,
+                    std::int64_t notify_from_ns, const std::shared_ptr<CameraPost>& post);
+    /// From now on programs are told of events of this time and later.
+    void notifyFrom(const std::string& camera, std::int64_t time_ns);
+    /// How long the end may wait for programs of events that were just told.
+    void graceAtEnd(double seconds);
     Store& store() { return *store_; }
+    PictureDesk& pictures() { return *pictures_; }
+    /// Also told of each event that is not held, and of each that somebody deleted (`deleted`), from the store's
+    /// threads: must wait for nobody.
+    void listen(std::function<void(const StoredEvent& event, bool deleted)> listener);
+    Recorder& recorder() { return *recorder_; }
+    /// Before the store goes: clips that can be made are made, for so long at most.
+    void finish(double seconds_at_most);
 
  private:
     struct Known {
         std::weak_ptr<CameraPost> post;
-        bool notify = true;
+        std::int64_t notify_from_ns = 0;
     };
     Known known(const std::string& camera);
+    std::string act(const std::string& verb, const std::string& event);
+    void heard(const StoredEvent& stored, bool deleted);
     std::string say(const std::string& camera, const std::string& text);
 
     std::mutex mutex_;
+    std::function<void(const StoredEvent&, bool)> listener_;
     std::map<std::string, Known> cameras_;
     std::optional<HookRunner> hooks_;
     std::optional<Store> store_;
+    std::optional<PictureDesk> pictures_;
+    std::optional<Recorder> recorder_;
     std::optional<TellSocket> socket_;  ///< last: it calls the others
 };
 

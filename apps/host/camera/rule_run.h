@@ -33,6 +33,7 @@ class RuleRun {
     void step(const RuleStep& step) {
         if (step.kind == RuleStep::kMap) setup_.start.map = step.map;
         if (step.kind == RuleStep::kParameters) setup_.start.parameters = step.change;
+        if (step.kind == RuleStep::kRules) setup_.rules = step.rules;
         tell_outputs_([&step](Output& output) { output.stepped(step); });
         give(takeStep(engine_, step));
     }

@@ -1,6 +1,7 @@
 #include "events/event.h"
 
 #include <array>
+#include <charconv>
 #include <cmath>
 
 #include "common/text.h"
@@ -45,6 +46,16 @@ std::optional<EventState> eventStateOf(std::string_view name) {
 
 std::string eventId(std::string_view camera, std::int64_t number) {
     return std::string(camera) + '-' + std::to_string(number);
+}
+
+std::optional<std::pair<std::string, std::int64_t>> parseEventId(const std::string& id) {
+    const std::size_t dash = id.rfind('-');
+    if (dash == std::string::npos || dash == 0) return std::nullopt;
+    std::int64_t number = 0;
+    const char* const end = id.data() + id.size();
+    const auto [last, error] = std::from_chars(id.data() + dash + 1, end, number);
+    if (error != std::errc() || last != end || number <= 0) return std::nullopt;
+    return std::pair(id.substr(0, dash), number);
 }
 
 std::string valueText(double value) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tracks/track.h"
@@ -66,6 +67,9 @@ struct CameraEvent {
 
 /// "gate-1042".
 std::string eventId(std::string_view camera, std::int64_t number);
+
+/// The camera and number of "gate-1042", nothing where it is none.
+std::optional<std::pair<std::string, std::int64_t>> parseEventId(const std::string& id);
 
 /// One line of JSON without its end. `pictures` and `clip` are the store's and stand last; a replayed event has
 /// neither (pictures < 0). "reason" and "text" are written only where there is one.

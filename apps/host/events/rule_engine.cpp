@@ -24,9 +24,15 @@ double seconds(std::int64_t ns) {
 
 RuleEngine::RuleEngine(Rules rules, EngineStart start)
     : rules_(std::move(rules)), start_(std::move(start)), next_event_(start_.next_event) {
+    prepareRules();
+}
+
+void RuleEngine::prepareRules() {
+    polygons_.clear();
     for (const ZoneRule& zone : rules_.zones) polygons_.emplace_back(zone.points);
-    forward_.resize(rules_.lines.size());
-    backward_.resize(rules_.lines.size());
+    forward_.assign(rules_.lines.size(), 0);
+    backward_.assign(rules_.lines.size(), 0);
+    last_start_.clear();
 }
 
 // ---- What comes in ----
@@ -58,7 +64,7 @@ const RuleResults& RuleEngine::frame(const TrackFrame& frame) {
         if (track.seen_ns == frame.time_ns && track.state != TrackState::kEnded)
             for (std::size_t line = 0; line < rules_.lines.size(); ++line)
                 if (const int direction =
-                        follow.lines[line].see(rules_.lines[line], follow.sighting, track.split_from > 0);
+                        follow.lines[line].see(rules_.lines[line], follow.sighting, track.split_from > 0, now_);
                     direction != 0)
                     seeLine(line, follow, direction);
         seeStanding(follow);
@@ -113,6 +119,18 @@ const RuleResults& RuleEngine::clockStepped(std::int64_t from_ns, std::int64_t t
     }
     endAtOnce(start(EventKind::kClock, "", "", nullptr), seconds(to_ns - from_ns));
     findDeadline();
+    return results_;
+}
+
+const RuleResults& RuleEngine::setRules(Rules rules, std::int64_t time_ns) {
+    begin(time_ns);
+    const auto lost = lost_ns_, back = back_ns_;
+    endAll("configuration");
+    rules_ = std::move(rules);
+    prepareRules();
+    lost_ns_ = lost;
+    if (!lost || !back) return results_;
+    lost_ns_.reset();  // it was on its way back, which is over with the event
     return results_;
 }
 
@@ -288,9 +306,28 @@ void RuleEngine::see(const Track& track, const TrackFrame& frame) {
     follow.track = track;
     follow.present = track.state == TrackState::kConfirmed || track.state == TrackState::kCoasting;
     if (track.seen_ns != frame.time_ns && !follow.fresh) return;
-    follow.sighting.foot = start_.map.shareOf(track.foot(), frame.width, frame.height);
-    follow.sighting.height = static_cast<double>(track.box.height) / frame.height * start_.map.height;
-    follow.sighting.age_s = seconds(frame.time_ns - track.start_ns);
+    follow.sighting = sightingOf(track, track.box, frame);
+    if (follow.fresh) beginLines(follow, frame);
+}
+
+Sighting RuleEngine::sightingOf(const Track& track, const Box& box, const TrackFrame& frame) const {
+    Sighting sighting;
+    sighting.foot = start_.map.shareOf(footOf(box), frame.width, frame.height);
+    sighting.width = static_cast<double>(box.width) / frame.width * start_.map.width;
+    sighting.height = static_cast<double>(box.height) / frame.height * start_.map.height;
+    sighting.age_s = seconds(frame.time_ns - track.start_ns);
+    return sighting;
+}
+
+/// The way of a new track begins where it came from, not where it was believed: a line may lie between the two.
+void RuleEngine::beginLines(Follow& follow, const TrackFrame& frame) {
+    const Track& track = follow.track;
+    const auto parent = follows_.find(track.split_from);
+    for (std::size_t i = 0; i < rules_.lines.size(); ++i) {
+        if (parent != follows_.end() && follow.lines[i].beginAs(parent->second.lines[i], track.start_ns)) continue;
+        if (track.birth.width > 0)
+            follow.lines[i].begin(rules_.lines[i], sightingOf(track, track.birth, frame), follow.sighting);
+    }
 }
 
 void RuleEngine::seeMotion() {

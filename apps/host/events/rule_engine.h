@@ -67,6 +67,9 @@ class RuleEngine {
                             std::optional<double> value = std::nullopt);
     /// Backward: all that runs ends at `from_ns` (reason clock) and time begins anew.
     const RuleResults& clockStepped(std::int64_t from_ns, std::int64_t to_ns);
+    /// Other rules from now on: all that runs ends (reason configuration), and begins anew with what the next frame
+    /// shows. A source that is lost stays lost.
+    const RuleResults& setRules(Rules rules, std::int64_t time_ns);
     /// All that runs ends: "source" at the end of a source, "configuration" where other rules take over.
     const RuleResults& finish(std::int64_t time_ns, const std::string& reason);
 
@@ -94,6 +97,8 @@ class RuleEngine {
     void fire(const Deadline& deadline);
     void findDeadline();
     void see(const Track& track, const TrackFrame& frame);
+    Sighting sightingOf(const Track& track, const Box& box, const TrackFrame& frame) const;
+    void beginLines(Follow& follow, const TrackFrame& frame);
     void seeScene(SceneState scene);
     void seeMotion();
     void seeZone(std::size_t index, Follow& follow);
@@ -116,7 +121,9 @@ class RuleEngine {
              const Follow* follow);
     void endAtOnce(CameraEvent& event, std::optional<double> value);
 
-    const Rules rules_;
+    void prepareRules();
+
+    Rules rules_;
     std::vector<Polygon> polygons_;  ///< of the zones
     EngineStart start_;
     std::int64_t next_event_;

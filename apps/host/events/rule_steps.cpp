@@ -8,8 +8,8 @@
 namespace fleifeisa::host {
 namespace {
 
-constexpr std::array<std::string_view, 8> kSteps = {"tick",  "lost",   "back", "tell",
-                                                    "clock", "finish", "map",  "parameters"};
+constexpr std::array<std::string_view, 9> kSteps = {"tick",   "lost", "back",       "tell", "clock",
+                                                    "finish", "map",  "parameters", "rules"};
 
 std::string shortest(double value) {
     std::array<char, 40> text{};
@@ -182,6 +182,8 @@ std::string stepText(const RuleStep& step) {
             return text + ' ' + step.change;
         case RuleStep::kMap:
             return text + ' ' + mapText(step.map);
+        case RuleStep::kRules:
+            return text + '\n' + rulesText(step.rules);
         default:
             return text;
     }
@@ -199,6 +201,7 @@ std::optional<RuleStep> parseStep(std::string_view text) {
         if (step.kind == RuleStep::kClock) step.from_ns = words.integer();
         if (step.kind == RuleStep::kFinish || step.kind == RuleStep::kParameters) step.change = words.word();
         if (step.kind == RuleStep::kMap) step.map = takeMap(words);
+        if (step.kind == RuleStep::kRules) step.rules = takeRules(words);
         if (step.kind == RuleStep::kTell) {
             const auto event = eventKindOf(words.word());
             if (!event) throw Malformed();
@@ -233,6 +236,8 @@ const RuleResults& takeStep(RuleEngine& engine, const RuleStep& step) {
         case RuleStep::kParameters:
             engine.setParameters(step.change);
             break;
+        case RuleStep::kRules:
+            return engine.setRules(step.rules, step.time_ns);
         case RuleStep::kTick:
             break;
     }

@@ -23,7 +23,7 @@ std::optional<RuleSetup> parseSetup(std::string_view text);
 
 /// One thing that an engine is told between two frames.
 struct RuleStep {
-    enum Kind { kTick, kLost, kBack, kTell, kClock, kFinish, kMap, kParameters };
+    enum Kind { kTick, kLost, kBack, kTell, kClock, kFinish, kMap, kParameters, kRules };
     Kind kind = kTick;
     std::int64_t time_ns = 0;
     std::int64_t from_ns = 0;                    ///< kClock: the time as it would have been without the step
@@ -32,6 +32,7 @@ struct RuleStep {
     std::string change = {};                     ///< kTell; kFinish: the reason, kParameters: the hash
     std::string text = {};                       ///< kTell
     PictureMap map = {};                         ///< kMap
+    Rules rules = {};                            ///< kRules
 };
 
 std::string stepText(const RuleStep& step);

@@ -1,6 +1,7 @@
 #include "events/watches.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace fleifeisa::host {
 
@@ -40,9 +41,56 @@ void ZoneWatch::nearlyPassed(const NearMiss& miss) {
     if (!nearly || (nearly->value_name == miss.value_name && nearly->value < miss.value)) nearly = miss;
 }
 
-int LineWatch::see(const LineRule& line, const Sighting& sighting, bool wait) {
+void LineWatch::begin(const LineRule& line, const Sighting& birth, const Sighting& now) {
+    // A part that grew into a whole thing has not moved.
+    constexpr double kAlike = 0.7;
+    if (birth.height < kAlike * now.height || now.height < kAlike * birth.height) return;
+    const double distance = sideOf(birth.foot, line.from, line.to);
+    if (std::abs(distance) < std::max(birth.margin(), now.margin())) return;
+    side_ = distance > 0 ? 1 : -1;
+    foot_ = birth.foot;
+    before_ = distance;
+}
+
+bool LineWatch::beginAs(const LineWatch& other, std::int64_t time_ns) {
+    const Whole* latest = nullptr;
+    for (const Whole& whole : other.whole_)
+        if (whole.first_ns <= time_ns &&
+            (!latest || std::min(whole.last_ns, time_ns) > std::min(latest->last_ns, time_ns)))
+            latest = &whole;
+    if (!latest) return false;
+    side_ = latest->distance > 0 ? 1 : -1;
+    foot_ = latest->foot;
+    before_ = latest->distance;
+    return true;
+}
+
+void LineWatch::noteWhole(const LineRule& line, const Sighting& sighting, double distance, std::int64_t time_ns) {
+    // Those who move as one stand anywhere in its box, not on its lower edge alone.
+    double least = INFINITY, greatest = -INFINITY;
+    for (const double across : {-sighting.width / 2, sighting.width / 2}) {
+        for (const double up : {0.0, sighting.height}) {
+            const double corner = sideOf({sighting.foot.x + across, sighting.foot.y - up}, line.from, line.to);
+            least = std::min(least, corner);
+            greatest = std::max(greatest, corner);
+        }
+    }
+    for (const int side : {1, -1}) {
+        Whole& whole = whole_[side > 0 ? 0 : 1];
+        if ((side > 0 ? least : -greatest) < sighting.margin()) continue;
+        // Its stay on this side began anew, where it was on the other one in between.
+        if (whole_[side > 0 ? 1 : 0].last_ns > whole.last_ns) whole.first_ns = time_ns;
+        whole.first_ns = std::min(whole.first_ns, time_ns);
+        whole.last_ns = time_ns;
+        whole.foot = sighting.foot;
+        whole.distance = distance;
+    }
+}
+
+int LineWatch::see(const LineRule& line, const Sighting& sighting, bool wait, std::int64_t time_ns) {
     const double distance = sideOf(sighting.foot, line.from, line.to);
     const double margin = sighting.margin();
+    noteWhole(line, sighting, distance, time_ns);
     const bool clear = distance >= margin || distance <= -margin;
     if (foot_ && distance != 0 && (before_ > 0) != (distance > 0) &&
         segmentsMeet(*foot_, sighting.foot, line.from, line.to))

@@ -14,7 +14,7 @@ namespace fleifeisa::host {
 /// A track in one frame in which it was seen, in shares of the source picture.
 struct Sighting {
     Point foot;
-    double height = 0;  ///< of the box
+    double width = 0, height = 0;  ///< of the box
     double age_s = 0;
 
     /// Margin of hysteresis: a tenth of the height, 0.5 to 2 % of the picture.
@@ -58,13 +58,29 @@ struct ZoneWatch {
 /// A line and a track: on which side it stands, and how often its way led through the line since it stood there.
 class LineWatch {
  public:
+    /// Before the first see(), of a track that was seen before it was believed: where that was. Nothing where that is
+    /// not clear of the line, or was only a part of it.
+    void begin(const LineRule& line, const Sighting& birth, const Sighting& now);
+    /// Before the first see(), of a track that came out of another one at that time: whoever stood wholly on one side
+    /// brought all of its parts there, so a part that comes out on the other side has crossed. False where the other
+    /// one was on neither side then.
+    bool beginAs(const LineWatch& other, std::int64_t time_ns);
     /// @returns 1 forward, -1 backward, 0 nothing crossed
     /// @param wait  a track that came out of another one has no side before it is clear of the line
-    int see(const LineRule& line, const Sighting& sighting, bool wait);
+    int see(const LineRule& line, const Sighting& sighting, bool wait, std::int64_t time_ns);
     /// The track went over the edge of the picture before it was clear of the line: what was crossed counts.
     int left() const { return crossed_ == -side_ ? side_ : 0; }
 
  private:
+    void noteWhole(const LineRule& line, const Sighting& sighting, double distance, std::int64_t time_ns);
+
+    /// Its latest stay on one side with all of its box.
+    struct Whole {
+        std::int64_t first_ns = INT64_MAX, last_ns = INT64_MIN;
+        Point foot;
+        double distance = 0;
+    };
+    Whole whole_[2];             ///< left, right
     std::optional<Point> foot_;  ///< where it was seen last
     double before_ = 0;          ///< its distance then, with sign; never exactly on the line
     int side_ = 0;               ///< 1: left of the line, -1: right, 0: not known yet

@@ -62,11 +62,16 @@ HookRunner::HookRunner(HookSettings settings) : settings_(std::move(settings)) {
 
 HookRunner::~HookRunner() {
     {
-        const std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
+        idle_.wait_for(lock, Seconds(grace_), [this] { return waiting_.empty() && running_ == 0; });
         stopping_ = true;
+        counts_.left_out += static_cast<std::int64_t>(waiting_.size());
     }
     changed_.notify_all();
     for (std::thread& thread : threads_) thread.join();
+    if (counts_.left_out > 0)
+        logWarning("", "hook " + settings_.command.front() + ": not started for " + std::to_string(counts_.left_out) +
+                           " events, too many came at once or at the end");
 }
 
 void HookRunner::tell(const CameraEvent& event) {
@@ -87,6 +92,11 @@ void HookRunner::arm(bool on) {
     if (!on) waiting_.clear();
 }
 
+void HookRunner::graceAtEnd(double seconds_at_most) {
+    const std::lock_guard lock(mutex_);
+    grace_ = seconds_at_most;
+}
+
 HookRunner::Counts HookRunner::counts() {
     const std::lock_guard lock(mutex_);
     return counts_;
@@ -100,10 +110,13 @@ void HookRunner::work() {
         const CameraEvent event = std::move(waiting_.front());
         waiting_.pop_front();
         ++counts_.started;
+        ++running_;
         lock.unlock();
         const bool good = runOne(event);
         lock.lock();
+        --running_;
         if (!good) ++counts_.failed;
+        idle_.notify_all();
     }
 }
 

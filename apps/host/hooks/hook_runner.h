@@ -33,13 +33,16 @@ std::string hookFault(const std::vector<std::string>& command);
 class HookRunner {
  public:
     explicit HookRunner(HookSettings settings);
-    /// Kills what still runs; what waits is left out.
+    /// Starts what waits and lets it end, as far as graceAtEnd() allows. Then what runs is killed, and what waits is
+    /// left out, which is said.
     ~HookRunner();
     HookRunner(const HookRunner&) = delete;
     HookRunner& operator=(const HookRunner&) = delete;
 
     /// From any thread; waits for nobody.
     void tell(const CameraEvent& event);
+    /// Seconds that the destructor may take, 0 at first.
+    void graceAtEnd(double seconds);
     /// Disarmed, nothing is started for new events.
     void arm(bool on);
 
@@ -54,9 +57,11 @@ class HookRunner {
 
     const HookSettings settings_;
     std::mutex mutex_;
-    std::condition_variable changed_;
+    std::condition_variable changed_, idle_;
     std::deque<CameraEvent> waiting_;
     Counts counts_;
+    double grace_ = 0;
+    int running_ = 0;
     bool armed_ = true, stopping_ = false;
     std::vector<std::thread> threads_;
 };
