@@ -13,9 +13,11 @@
 #include "cli/nearest.h"
 #include "cli/rules_config.h"
 #include "cli/store_commands.h"
+#include "cli/user_commands.h"
 #include "cli/values.h"
 #include "common/log.h"
 #include "common/secrets.h"
+#include "scenes/acts.h"
 #include "scenes/scene.h"
 
 namespace fleifeisa::host {
@@ -82,12 +84,13 @@ void addAnalyzerOptions(CLI::App& app, CameraConfig& camera, FilterChoice& said,
     };
     app.add_option("--analyzer", program, "the analyzer's executable (else beside this program, or in PATH)");
     app.add_option_function<std::string>("--type",
-                                         valueOption(parseInfrared,
-                                                     [&camera, &said](bool ir) {
-                                                         camera.analyzer.infrared = ir;
+                                         valueOption(parseImageType,
+                                                     [&camera, &said](ImageType type) {
+                                                         camera.analyzer.infrared = type == ImageType::kInfrared;
+                                                         camera.type_by_picture = type == ImageType::kByPicture;
                                                          said.type = true;
                                                      }),
-                                         "image type: color (default) or ir");
+                                         "image type: color (default), ir, or auto: as the picture is");
     app.add_option("--device", camera.analyzer.device, "device number (1)")->check(CLI::Range(0, 2147483647));
     app.add_option("--analyzer-id", camera.analyzer.analyzer_id, "analyzer number (1)")
         ->check(CLI::Range(0, 2147483647));
@@ -112,6 +115,10 @@ void addTrackOptions(CLI::App& app, PlayOptions& options) {
     app.add_option_function<std::string>(
         "--mask", valueOption(parseMask, [&camera](const Mask& mask) { camera.source.masks.push_back(mask); }),
         "paint a polygon over, in shares of the picture: \"0,0 1,0 1,0.2 0,0.2\"; may be repeated");
+    app.add_option_function<std::string>(
+        "--private",
+        valueOption(parseMask, [&camera](const Mask& area) { camera.source.private_areas.push_back(area); }),
+        "black in every picture made here, and nothing is looked for there: a polygon as of --mask; may be repeated");
     app.add_option_function<std::string>("--tracks",
                                          valueOption(parseRawTracks, [&camera](bool raw) { camera.raw_tracks = raw; }),
                                          "filtered (default), or raw: the analyzer's ids as they come");
@@ -209,6 +216,7 @@ void addRun(CLI::App& app, int& code) {
         "Examples:\n"
         "  fleifeisa-host run --check-config cameras.toml\n"
         "  fleifeisa-host --verbose --log-format json run cameras.toml\n");
+    options->version = FLEIFEISA_VERSION;
     run->callback([options, &code] { code = runCommand(*options); });
 }
 
@@ -245,6 +253,26 @@ void addReport(CLI::App& app, int& code) {
         options->quiet = ::isatty(STDERR_FILENO) == 0;
         code = playCommand(*options);
     });
+}
+
+/// What can be done with stored events.
+void addEventActs(CLI::App& events, const std::shared_ptr<EventsOptions>& options, int& code) {
+    auto ids = std::make_shared<std::vector<std::string>>();
+    auto out = std::make_shared<std::string>();
+    CLI::App* copy = events.add_subcommand("export", "Copies events with pictures, clips and a page to read them.");
+    copy->add_option("ID", *ids, "events, such as gate-12; none: all that the filter finds");
+    copy->add_option("-o,--out", *out, "a folder, or NAME.zip (else a zip in the state directory's exports)");
+    copy->fallthrough();
+    copy->callback([options, ids, out, &code] { code = exportCommand(*options, *ids, *out); });
+    for (const auto& [verb, text] :
+         {std::pair("keep", "Events that are never aged out."), std::pair("unkeep", "They may be aged out again."),
+          std::pair("delete", "Row, pictures, clip, and exports in the state directory.")}) {
+        CLI::App* act = events.add_subcommand(verb, text);
+        act->add_option("ID", *ids, "events, such as gate-12")->required();
+        act->fallthrough();
+        act->callback(
+            [options, ids, name = std::string(verb), &code] { code = eventActCommand(options->state, name, *ids); });
+    }
 }
 
 void addEvents(CLI::App& app, int& code) {
@@ -286,7 +314,14 @@ void addEvents(CLI::App& app, int& code) {
         "  fleifeisa-host events --state /var/lib/fleifeisa --since 24h --kind zone\n"
         "  fleifeisa-host events --camera gate --json --last 100\n"
         "  fleifeisa-host events --camera gate --what-if 'yard=0.1,0.5 0.9,0.5 0.9,1 0.1,1' --days 7\n");
-    events->callback([options, &code] { code = eventsCommand(*options); });
+    auto near_misses = std::make_shared<bool>(false);
+    events->add_flag("--near-misses", *near_misses, "what failed one value of a rule, of the last day");
+    events->callback([options, near_misses, events, &code] {
+        if (events->get_subcommands().empty())
+            code = *near_misses ? nearMissesCommand(*options) : eventsCommand(*options);
+    });
+    events->require_subcommand(0, 1);
+    addEventActs(*events, options, code);
 }
 
 void addTell(CLI::App& app, int& code) {
@@ -308,10 +343,53 @@ void addDb(CLI::App& app, int& code) {
     CLI::App* check = db->add_subcommand("check", "Is it whole? Beside a running host or without one.");
     check->fallthrough();
     check->callback([state, &code] { code = dbCheckCommand(*state); });
+    CLI::App* use = db->add_subcommand("use", "Bytes on disk by camera, and how many days will fit.");
+    use->fallthrough();
+    use->callback([state, &code] { code = dbUseCommand(*state); });
     CLI::App* backup = db->add_subcommand("backup", "A copy of the database; the host goes on.");
     backup->add_option("FILE", *path, "the copy, which must not exist")->required();
     backup->fallthrough();
     backup->callback([state, path, &code] { code = dbBackupCommand(*state, *path); });
+}
+
+void addUser(CLI::App& app, int& code) {
+    auto options = std::make_shared<UserOptions>();
+    auto token = std::make_shared<std::string>();
+    CLI::App* user = app.add_subcommand("user", "Who may see the page of `run`.");
+    user->require_subcommand(1);
+    user->add_option("--state", options->state, "state directory of the host (else $STATE_DIRECTORY)");
+    const auto verb = [&](const char* name, const char* help, const std::function<int()>& act) {
+        CLI::App* made = user->add_subcommand(name, help);
+        made->callback([act, &code] { code = act(); });
+        made->fallthrough();
+        return made;
+    };
+    const auto named = [options](CLI::App* made) { made->add_option("NAME", options->name, "the user")->required(); };
+    const auto rights = [options](CLI::App* made) {
+        made->add_option("--role", options->role, "view, or admin: also keep, delete, arm, users")
+            ->check(CLI::IsMember({"view", "admin"}));
+        made->add_option("--camera", options->cameras, "may see only this camera; may be repeated");
+    };
+    CLI::App* add = verb("add", "A new user; the password is asked for, or read from standard input.",
+                         [options] { return userAddCommand(*options); });
+    named(add);
+    rights(add);
+    verb("list", "All users.", [options] { return userListCommand(*options); });
+    named(verb("remove", "Removes a user.", [options] { return userRemoveCommand(*options); }));
+    named(verb("password", "Another password.", [options] { return userPasswordCommand(*options); }));
+    CLI::App* change =
+        verb("change", "Another role, other cameras.", [options] { return userChangeCommand(*options); });
+    named(change);
+    rights(change);
+    change->add_flag("--all-cameras", options->all_cameras, "may see all cameras");
+    CLI::App* made = verb("token", "Prints a token for a program, to be sent as a bearer token.",
+                          [options, token] { return userTokenCommand(*options, *token); });
+    named(made);
+    made->add_option("TOKEN", *token, "its name, by which it can be removed")->required();
+    user->footer(
+        "Examples:\n"
+        "  fleifeisa-host user add ann --role admin --state /var/lib/fleifeisa\n"
+        "  fleifeisa-host user add guest --camera gate --camera yard\n");
 }
 
 /// Descriptors 0 to 2 must exist, or a pipe would get their numbers.
@@ -367,6 +445,7 @@ int run(int argc, char** argv) {
     addEvents(app, code);
     addTell(app, code);
     addDb(app, code);
+    addUser(app, code);
     app.add_subcommand("scenes", "Lists the built-in synthetic scenes.")->callback([&code] { code = scenesCommand(); });
     app.require_subcommand(0, 1);
     for (CLI::App* verb : app.get_subcommands({})) verb->fallthrough();  // -v may stand behind the verb
@@ -402,6 +481,9 @@ int run(int argc, char** argv) {
 int scenesCommand() {
     for (const scenes::SceneKind& kind : scenes::sceneKinds())
         std::printf("scene:%-10s %s\n", std::string(kind.name).c_str(), std::string(kind.summary).c_str());
+    std::puts("\nActs of scene:stage?act=NAME:");
+    for (const scenes::Act& act : scenes::acts())
+        std::printf("  %-14s %s\n", std::string(act.name).c_str(), std::string(act.summary).c_str());
     std::puts(
         "\nSettings, with their defaults: scene:street?seed=1&size=320x240&frames=600&rate=10&noise=2&quiet=60\n"
         "frames=0 never ends; the first `quiet` frames show the empty scene.\n"

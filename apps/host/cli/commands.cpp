@@ -1,11 +1,9 @@
-// What the verbs share: outputs by their names, a private root, exit statuses.
+// What the verbs share: outputs by their names, exit statuses.
 #include "cli/commands.h"
 
 #include <sysexits.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -33,16 +31,6 @@ int statusOf(const std::function<int()>& verb) {
     } catch (const std::exception& error) {
         return failed(EX_OSERR, error);
     }
-}
-
-PrivateRoot::PrivateRoot() : path_((fs::temp_directory_path() / "fleifeisa-XXXXXX").string()) {
-    if (!::mkdtemp(path_.data())) throw SourceError(EX_CANTCREAT, path_ + ": cannot be created");
-    leftover_.emplace(path_);
-}
-
-PrivateRoot::~PrivateRoot() {
-    std::error_code error;
-    fs::remove_all(path_, error);
 }
 
 OutputChoice parseOutputChoice(const std::string& text, const std::string& directory) {

@@ -7,7 +7,6 @@
 
 #include "camera/camera.h"
 #include "cli/profile_choice.h"
-#include "common/leftovers.h"
 
 namespace fleifeisa::host {
 
@@ -28,6 +27,7 @@ struct RunOptions {
     std::string config;
     bool check_only = false;
     std::string analyzer;
+    std::string version;  ///< of this program
 };
 /// All cameras of a configuration file.
 int runCommand(const RunOptions& options);
@@ -48,6 +48,9 @@ int tellCommand(const std::string& state, const std::string& camera, const std::
 
 int scenesCommand();
 
+/// How long clips of the last events are waited for: all of them where the sources have ended by themselves.
+constexpr double kFinishSeconds = 3600, kStopSeconds = 0.3;
+
 /// What the verb returns, or the exit status that fits the exception it ends with, which is logged.
 int statusOf(const std::function<int()>& verb);
 
@@ -55,19 +58,5 @@ int statusOf(const std::function<int()>& verb);
 OutputChoice parseOutputChoice(const std::string& text, const std::string& directory);
 /// Creates the directory. @throws SourceError
 void makeDirectory(const std::string& path);
-
-/// A directory for control files of a run that concerns nobody else; removed with the object.
-class PrivateRoot {
- public:
-    PrivateRoot();
-    ~PrivateRoot();
-    PrivateRoot(const PrivateRoot&) = delete;
-    PrivateRoot& operator=(const PrivateRoot&) = delete;
-    const std::string& path() const { return path_; }
-
- private:
-    std::string path_;
-    std::optional<Leftover> leftover_;
-};
 
 }  // namespace fleifeisa::host

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <sstream>
 
 #include "camera/output_types.h"
 #include "cli/commands.h"
@@ -25,22 +26,27 @@ namespace {
 namespace fs = std::filesystem;
 
 /// The line of the first character beyond ASCII that stands in neither quotes nor a comment; 0 for none. TOML allows no
-/// such character, and the parser's own check for one is undefined for those below U+049A.
+/// such character, and the parser's own check for one is undefined for those below U+049A. Quotes begin where a key or
+/// a value does; elsewhere, as in `0"`, they are part of what the parser takes for a value.
 std::size_t lineOfStrayCharacter(std::string_view text) {
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);  // byte order mark
     std::string_view end;                                         // of the quotes or comment that text is in
     std::size_t line = 1;
+    bool may_quote = true;
+    const auto opens_item = [](char c) { return std::string_view("=,[{.\n").find(c) != std::string_view::npos; };
+    const auto is_blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
     for (; !text.empty(); text.remove_prefix(1)) {
         if (text[0] == '\n') ++line;
+        const bool quotes = std::exchange(may_quote, opens_item(text[0]) || (may_quote && is_blank(text[0])));
         if (!end.empty() && (text.starts_with(end) || (end.size() == 1 && text[0] == '\n'))) {
             text.remove_prefix(end.size() - 1);
             end = {};
         } else if (!end.empty()) {
             if (end[0] == '"' && text[0] == '\\' && text.size() > 1 && text[1] != '\n') text.remove_prefix(1);
-        } else if (text.starts_with("\"\"\"") || text.starts_with("'''")) {
+        } else if (quotes && (text.starts_with("\"\"\"") || text.starts_with("'''"))) {
             end = text.substr(0, 3);
             text.remove_prefix(2);
-        } else if (text[0] == '"' || text[0] == '\'') {
+        } else if (quotes && (text[0] == '"' || text[0] == '\'')) {
             end = text.substr(0, 1);
         } else if (text[0] == '#') {
             end = "\n";
@@ -73,15 +79,18 @@ class Loader {
             return config;
         }
         Table top(*this, root, "");
-        top.keys(
-            {"analyzer", "root", "outputs", "rotate", "camera", "state", "timezone", "keep", "on_event", "notify"});
+        top.keys({"analyzer", "root", "outputs", "rotate", "camera", "state", "timezone", "keep", "on_event", "notify",
+                  "http"});
         if (const auto text = top.text("analyzer"))
             config.analyzer = text->find('/') == std::string::npos ? *text : resolved(*text);
         if (const auto text = top.text("root")) root_ = resolved(*text);
         output_directory_ = resolved(top.text("outputs").value_or("out"));
         readRotation(top, "rotate", rotation_);
         readDesk(top, config.desk);
+        if (const auto zone = top.text("timezone")) config.timezone = *zone;
+        readWeb(top, config.web);
         readCameras(root, config);
+        listValues(root, "", config.values);
         std::ranges::stable_sort(faults_, {}, &std::pair<std::uint32_t, std::string>::first);
         for (const auto& [line, message] : faults_)
             errors_.push_back(path_ + ":" + std::to_string(line) + ": " + message);
@@ -112,6 +121,8 @@ class Loader {
         bool has(const char* key) const { return table_.contains(key); }
         std::optional<std::string> text(const char* key) const { return get<std::string>(key, "a text in quotes"); }
         std::optional<bool> flag(const char* key) const { return get<bool>(key, "true or false"); }
+        /// Nothing, and no complaint, where it is something else.
+        std::optional<bool> isFlag(const char* key) const { return table_[key].value_exact<bool>(); }
         std::optional<std::int64_t> integer(const char* key, std::int64_t low, std::int64_t high) const {
             const std::string expected = "a whole number from " + std::to_string(low) + " to " + std::to_string(high);
             const auto value = get<std::int64_t>(key, expected.c_str());
@@ -180,6 +191,15 @@ class Loader {
 
     std::string resolved(const std::string& path) const { return (directory_ / path).lexically_normal().string(); }
 
+    /// From when on programs are told: true at once, false never, else off until that moment.
+    static std::int64_t notifyFrom(const Table& in, std::int64_t usual) {
+        if (!in.has("notify")) return usual;
+        if (const std::optional<bool> on = in.isFlag("notify")) return *on ? 0 : CameraConfig::kNever;
+        std::int64_t from = usual;
+        in.parsed("notify", parseMoment, [&from](std::int64_t moment) { from = moment; });
+        return from;
+    }
+
     /// What concerns events: where they are kept, whom they are told.
     void readDesk(const Table& top, DeskSettings& desk) {
         if (const auto text = top.text("state")) desk.state = resolved(*text);
@@ -191,11 +211,11 @@ class Loader {
         desk.on_event = top.texts("on_event");
         if (const std::string fault = hookFault(desk.on_event); top.has("on_event") && !fault.empty())
             top.complain("on_event", fault);
-        notify_ = top.flag("notify").value_or(true);
+        notify_from_ns_ = notifyFrom(top, 0);
         const toml::table* const keep = top.table("keep");
         if (!keep) return;
         const Table in(*this, *keep, "keep.");
-        in.keys({"event_days", "minute_days", "near_miss_days", "database", "min_free"});
+        in.keys({"event_days", "minute_days", "near_miss_days", "database", "min_free", "media", "kept"});
         RetentionLimits& limits = desk.retention;
         constexpr std::int64_t kMostDays = 36500;
         limits.event_days = in.integer("event_days", 0, kMostDays).value_or(limits.event_days);
@@ -206,6 +226,66 @@ class Loader {
         };
         bytes("database", limits.bytes);
         bytes("min_free", limits.min_free);
+        bytes("media", limits.media_bytes);
+        bytes("kept", limits.kept_bytes);
+    }
+
+    void readKeep(const Table& in, CameraConfig& camera) {
+        in.keys({"clips", "clip_days", "event_days", "pictures", "before", "after", "continuous"});
+        constexpr std::int64_t kMostDays = 36500;
+        CameraLimits& limits = camera.keep;
+        in.parsed("clips", parseBytes,
+                  [&limits](std::uint64_t value) { limits.clip_bytes = static_cast<std::int64_t>(value); });
+        limits.clip_days = in.integer("clip_days", 0, kMostDays).value_or(limits.clip_days);
+        limits.event_days = in.integer("event_days", 0, kMostDays).value_or(limits.event_days);
+        camera.pictures = in.flag("pictures").value_or(camera.pictures);
+    }
+
+    void readWeb(const Table& top, WebSettings& web) {
+        const toml::table* const http = top.table("http");
+        if (!http) return;
+        web.on = true;
+        const Table in(*this, *http, "http.");
+        in.keys({"listen", "url", "certificate", "key", "proxy", "connections", "per_address"});
+        in.parsed("listen", parseListen, [&web](const auto& place) { std::tie(web.address, web.port) = place; });
+        web.url = in.text("url").value_or("");
+        if (!web.url.empty() && !web.url.starts_with("http://") && !web.url.starts_with("https://"))
+            in.complain("url", "expected what people type, such as \"https://cams.example.org/eye\"");
+        for (const auto& [key, field] : {std::pair{"certificate", &web.certificate}, std::pair{"key", &web.key}})
+            if (const auto text = in.text(key)) *field = resolved(*text);
+        if (web.certificate.empty() != web.key.empty())
+            in.complain(web.key.empty() ? "key" : "certificate", "a certificate and its key belong together");
+        web.proxy = in.flag("proxy").value_or(web.proxy);
+        constexpr int kMost = 10'000;
+        web.connections = static_cast<int>(in.integer("connections", 4, kMost).value_or(web.connections));
+        web.per_address = static_cast<int>(in.integer("per_address", 4, kMost).value_or(web.per_address));
+    }
+
+    /// What stands in the file, as TOML on one line each, for people.
+    void listValues(const toml::table& table, const std::string& prefix, std::vector<ConfigValue>& values) const {
+        int index = 0;
+        for (const auto& [key, node] : table) {
+            const std::string name = prefix + std::string(key.str());
+            if (const toml::table* inner = node.as_table(); inner && !inner->is_inline()) {
+                listValues(*inner, name + '.', values);
+            } else if (const toml::array* array = node.as_array();
+                       array && !array->empty() && array->is_array_of_tables()) {
+                index = 0;
+                for (const toml::node& item : *array) {
+                    const auto own = (*item.as_table())["name"].value<std::string>();
+                    listValues(*item.as_table(), name + '.' + own.value_or(std::to_string(++index)) + '.', values);
+                }
+            } else {
+                std::ostringstream text;
+                text << toml::toml_formatter(node, toml::format_flags::none);
+                std::string line = text.str();
+                std::ranges::replace(line, '\n', ' ');
+                // What a program is told may be anything.
+                const bool secret = key.str() == "on_event" || key.str() == "ffmpeg_options";
+                values.push_back({name, secret ? "\"***\"" : withoutSecrets(line),
+                                  path_ + ':' + std::to_string(node.source().begin.line)});
+            }
+        }
     }
 
     void readCameras(const toml::table& root, HostConfig& config) {
@@ -231,20 +311,25 @@ class Loader {
                  "shadow_test",    "split_people", "matrix",        "range",          "live",
                  "loop",           "realtime",     "stall_timeout", "answer_timeout", "decoder_threads",
                  "ffmpeg_options", "title",        "credentials",   "redirects",      "start_time",
-                 "notify",         "zone",         "line",          "motion",         "scene",
-                 "stopped"});
+                 "group",          "link",         "notify",        "zone",           "line",
+                 "motion",         "scene",        "stopped",       "private",        "keep",
+                 "seamless",       "warm_up",      "clips",         "audio"});
         readIdentity(in, camera);
         readSource(in, camera.source);
         if (check_ == ConfigCheck::kWorld) checkWorld(in, table, camera);
         if (const toml::table* control = in.table("control"))
             readControl(Table(*this, *control, "camera[" + std::to_string(index) + "].control."), camera.control);
         readTracks(in, camera);
-        camera.notify = in.flag("notify").value_or(notify_);
+        camera.notify_from_ns = notifyFrom(in, notify_from_ns_);
+        readClips(in, camera.clips, "camera[" + std::to_string(index) + "].keep.");
         camera.rules = readRules(table, "camera[" + std::to_string(index) + "].", place_,
                                  [this](std::uint32_t line, const std::string& key, const std::string& message) {
                                      complain(line, key, message);
                                  });
-        readMasks(table, "camera[" + std::to_string(index) + "].masks", camera.source);
+        const std::string prefix = "camera[" + std::to_string(index) + "].";
+        readPolygons(table, "masks", prefix, camera.source.masks);
+        readPolygons(table, "private", prefix, camera.source.private_areas);
+        if (const toml::table* keep = in.table("keep")) readKeep(Table(*this, *keep, prefix + "keep."), camera);
         readOutputs(in, camera, "camera[" + std::to_string(index) + "].");
         return camera;
     }
@@ -252,6 +337,10 @@ class Loader {
     void readIdentity(const Table& in, CameraConfig& camera) {
         camera.name = in.text("name").value_or("");
         camera.title = in.text("title").value_or("");
+        camera.group = in.text("group").value_or("");
+        camera.link = in.text("link").value_or("");
+        if (!camera.link.empty() && !camera.link.starts_with("http://") && !camera.link.starts_with("https://"))
+            in.complain("link", "expected the address of a page, such as \"https://nvr.example.org/gate\"");
         if (!isCameraName(camera.name))
             in.complain("name", "every camera needs a name of 1 to 64 letters, digits, '_' and '-' (a title is free)");
         else if (!names_.insert(camera.name).second)
@@ -264,7 +353,13 @@ class Loader {
                         "another camera has device " + std::to_string(*device) + " (they would share a control file)");
         camera.analyzer.device = static_cast<int>(device.value_or(0));
         camera.analyzer.analyzer_id = static_cast<int>(in.integer("analyzer", 0, 2147483647).value_or(1));
-        in.parsed("type", parseInfrared, [&camera](bool infrared) { camera.analyzer.infrared = infrared; });
+        in.parsed("type", parseImageType, [&camera](ImageType type) {
+            camera.analyzer.infrared = type == ImageType::kInfrared;
+            camera.type_by_picture = type == ImageType::kByPicture;
+        });
+        camera.seamless = in.flag("seamless");
+        constexpr int kFewest = 8, kMost = 300;
+        camera.warm_up = static_cast<int>(in.integer("warm_up", kFewest, kMost).value_or(camera.warm_up));
         camera.answer_seconds = in.number("answer_timeout", 0.1, 86400).value_or(camera.answer_seconds);
     }
 
@@ -307,12 +402,25 @@ class Loader {
         applyProfile(camera, filter);
     }
 
+    void readClips(const Table& in, ClipSettings& clips, const std::string& prefix) {
+        constexpr double kMostBefore = 60, kMostAfter = 300;  // seconds
+        clips.on = in.flag("clips").value_or(clips.on);
+        clips.sound = in.flag("audio").value_or(clips.sound);
+        const toml::table* const found = in.table("keep");
+        if (!found) return;
+        const Table keep(*this, *found, prefix);
+        clips.before = keep.number("before", 0, kMostBefore).value_or(clips.before);
+        clips.after = keep.number("after", 0, kMostAfter).value_or(clips.after);
+        keep.parsed("continuous", parseDuration, [&clips](double value) { clips.continuous = value; });
+    }
+
     /// [[[0, 0], [1, 0], [1, 0.2]], ...]: each polygon is complained of where it stands.
-    void readMasks(const toml::table& table, const std::string& key, SourceOptions& source) {
-        const toml::node* node = table.get("masks");
+    void readPolygons(const toml::table& table, const char* key, const std::string& prefix,
+                      std::vector<Mask>& polygons) {
+        const toml::node* node = table.get(key);
         if (!node) return;
         const auto fault = [&](const toml::node& where, const std::string& message) {
-            complain(where.source().begin.line, key, message);
+            complain(where.source().begin.line, prefix + key, message);
         };
         constexpr const char* kExpected = "expected a list of polygons, such as [[[0, 0], [1, 0], [1, 0.2]]]";
         if (!node->is_array()) return fault(*node, kExpected);
@@ -328,7 +436,7 @@ class Loader {
             if (!wrong.empty())
                 fault(item, wrong);
             else
-                source.masks.push_back(mask);
+                polygons.push_back(mask);
         }
     }
 
@@ -401,7 +509,7 @@ class Loader {
     std::string root_, output_directory_;
     Rotation rotation_;
     std::shared_ptr<const TimeZone> place_ = std::make_shared<const TimeZone>("UTC");
-    bool notify_ = true;
+    std::int64_t notify_from_ns_ = 0;
     std::set<std::string> names_;
     std::set<std::int64_t> devices_;
 };

@@ -7,13 +7,17 @@
 
 #include "camera/camera.h"
 #include "camera/event_desk.h"
+#include "web/web_server.h"
 
 namespace fleifeisa::host {
 
 struct HostConfig {
     std::string analyzer;  ///< path, "" where the file names none
     DeskSettings desk;
+    WebSettings web;
+    std::string timezone = "UTC";
     std::vector<CameraConfig> cameras;
+    std::vector<ConfigValue> values;  ///< what the file says, without secrets, with the lines
 };
 
 /// How closely a configuration is looked at.

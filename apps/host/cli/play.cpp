@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/paths.h"
 #include "common/log.h"
+#include "common/private_root.h"
 #include "outputs/track_table.h"
 
 namespace fleifeisa::host {
@@ -127,6 +128,7 @@ int play(PlayOptions& options) {
     std::function<void()> tick;
     if (!options.quiet && ::isatty(STDERR_FILENO)) tick = [&progress] { progress.show(); };
     const int code = supervisor.run(tick, nullptr);
+    if (desk) desk->finish(supervisor.stopping() ? kStopSeconds : kFinishSeconds);
     desk.reset();  // while signals are still looked after: the disk may be slow
     showProgress("");
     if (camera.counts().answered == 0 && code != 0) return code;

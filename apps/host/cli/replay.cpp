@@ -12,6 +12,7 @@
 #include "cli/replayed_tracks.h"
 #include "common/file_writer.h"
 #include "common/log.h"
+#include "common/private_root.h"
 #include "outputs/recording.h"
 #include "sources/recording_source.h"
 
@@ -39,6 +40,9 @@ class Replay {
             switch (message.kind) {
                 case RecordedMessage::kStart:
                     start(message.value);
+                    break;
+                case RecordedMessage::kHandOver:
+                    again_ = tracks_.noteHandOver(message.value);
                     break;
                 case RecordedMessage::kControl:
                     control(message.value);
@@ -97,6 +101,7 @@ class Replay {
         if (!(in >> type >> settings_.device >> settings_.analyzer_id) || (type != "COLOR" && type != "IR"))
             throw SourceError(EX_DATAERR, options_.recording + ": malformed Recording-Start");
         settings_.infrared = type == "IR";
+        again_ = 0;
         control_.clear();
         CameraInfo camera;
         camera.device = settings_.device;
@@ -126,6 +131,11 @@ class Replay {
         await();
         frame_now_ = recordedReply(message.header, message.body, reply_);
         ended_ = false;
+        if (again_ > 0) {
+            --again_;
+            ++repeated_;
+            return tracks_.warmUp(message, reply_);
+        }
         tracks_.frame(message, reply_);
         if (!replies_) return;
         replies_->write(std::string_view(reply_));
@@ -164,9 +174,8 @@ class Replay {
     }
 
     int report() const {
-        const auto number = [](std::int64_t n) { return static_cast<long long>(n); };
         if (!options_.verify) {
-            std::printf("%lld frames replayed.\n", number(frames_));
+            std::printf("%s replayed.\n", replayed().c_str());
             return 0;
         }
         if (!ended_) logError("", options_.recording + ": the end is missing, it was cut off or never completed");
@@ -177,7 +186,7 @@ class Replay {
                              std::to_string(first_changed_));
         if (different_ + changed_ == 0 && compared_ == frames_) {
             if (!ended_ || tracksDiffer()) return EX_DATAERR;
-            std::printf("%lld frames replayed, every reply is the same%s.\n", number(frames_),
+            std::printf("%s replayed, every reply is the same%s.\n", replayed().c_str(),
                         tracks_.compared() == 0         ? ""
                         : tracks_.eventsCompared() == 0 ? ", and every track"
                                                         : ", and every track and event");
@@ -191,6 +200,12 @@ class Replay {
             logError("",
                      std::to_string(frames_ - compared_) + " frames of the recording carry no reply to compare with");
         return EX_DATAERR;
+    }
+
+    std::string replayed() const {
+        std::string text = std::to_string(frames_ - repeated_) + " frames";
+        if (repeated_ > 0) text += " (and " + std::to_string(repeated_) + " again for hand-overs)";
+        return text;
     }
 
     bool tracksDiffer() const {
@@ -213,7 +228,8 @@ class Replay {
     std::string control_, reply_;
     std::string frame_now_;  ///< what Recording-Reply would say of the latest frame
     bool control_changed_ = false, ended_ = false;
-    std::int64_t frames_ = 0, compared_ = 0;
+    std::int64_t again_ = 0;  ///< frames to come that were answered before
+    std::int64_t frames_ = 0, repeated_ = 0, compared_ = 0;
     std::int64_t different_ = 0, first_different_ = 0;  ///< answers
     std::int64_t changed_ = 0, first_changed_ = 0;      ///< frames of the file itself
 };

@@ -7,7 +7,6 @@
 
 #include "analyzer/reply.h"
 #include "camera/output_types.h"
-#include "outputs/recording.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -16,6 +15,10 @@ std::optional<TrackEnd> endNamed(std::string_view name) {
     for (const TrackEnd end : {TrackEnd::kLost, TrackEnd::kSource, TrackEnd::kClock})
         if (name == nameOf(end)) return end;
     return std::nullopt;
+}
+
+FilterInput filterInput(const RecordedMessage& message, const Reply& reply) {
+    return {message.time_ns, message.width, message.height, message.body, reply.detection, reply.objects};
 }
 
 }  // namespace
@@ -33,6 +36,8 @@ void ReplayedTracks::start(const CameraInfo& camera) {
     pending_ = true;
     settings_.reset();
     setup_.reset();
+    hand_over_.reset();
+    warm_ups_.clear();
 }
 
 void ReplayedTracks::noteCamera(const std::string& value) {
@@ -44,6 +49,16 @@ void ReplayedTracks::noteFilter(const std::string& value) {
     settings_ = parseSettings(value);
     if (!settings_)
         throw SourceError(EX_DATAERR, recording_ + ": its track settings are not those of this version: " + value);
+}
+
+std::int64_t ReplayedTracks::noteHandOver(const std::string& value) {
+    hand_over_ = parseRecordedHandOver(value);
+    if (!hand_over_) throw SourceError(EX_DATAERR, recording_ + ": malformed Recording-HandOver");
+    return hand_over_->frames;
+}
+
+void ReplayedTracks::warmUp(const RecordedMessage& message, const std::string& reply) {
+    warm_ups_.push_back({message, reply});
 }
 
 void ReplayedTracks::control(const std::string& text) {
@@ -91,11 +106,25 @@ void ReplayedTracks::begin() {
     camera_.fresh_tracks = settings_.has_value();
     camera_.rules = rules_->setup();
     camera_.tracks = settings_ ? *settings_ : tracks_->settings();
+    if (settings_) tracks_.emplace(*settings_);
+    if (hand_over_) return beginHandedOver();
     tell([this](Output& output) { output.started(camera_); });
-    if (settings_)
-        tracks_.emplace(*settings_);
-    else
-        tracks_->analyzerRestarted();
+    if (!settings_) tracks_->analyzerRestarted();
+}
+
+/// As Camera::takeOver().
+void ReplayedTracks::beginHandedOver() {
+    camera_.tracks = hand_over_->tracks;
+    std::vector<WarmUpFrame> frames;
+    for (const WarmUp& one : warm_ups_) frames.push_back({one.message.header, one.message.body, one.reply});
+    const HandedOver what{hand_over_->time_ns, hand_over_->why, hand_over_->new_picture, frames};
+    tell([&](Output& output) { output.handedOver(camera_, what); });
+    tracks_->handOver(hand_over_->tracks, hand_over_->new_picture);
+    for (const WarmUp& one : warm_ups_) {
+        const Reply reply = parseReply(one.reply);
+        tracks_->warmUp(filterInput(one.message, reply));
+    }
+    warm_ups_.clear();
 }
 
 void ReplayedTracks::frame(const RecordedMessage& message, const std::string& reply) {
@@ -113,8 +142,7 @@ void ReplayedTracks::frame(const RecordedMessage& message, const std::string& re
     result.rgb = message.body;
     result.request = message.header;
     result.reply = reply;
-    result.tracks = tracks_->frame(
-        {message.time_ns, message.width, message.height, message.body, parsed.detection, parsed.objects});
+    result.tracks = tracks_->frame(filterInput(message, parsed));
     latest_ = recordedTracks(result.tracks);
     ended_ = rules_finished_ = false;
     tell([&result](Output& output) { output.frame(result); });

@@ -8,6 +8,7 @@
 
 #include "camera/rule_run.h"
 #include "outputs/output.h"
+#include "outputs/recording.h"
 #include "sources/recording_source.h"
 #include "tracks/track_maker.h"
 
@@ -24,6 +25,8 @@ class ReplayedTracks {
     /// Values of the messages of these names. @throws SourceError where they are malformed
     void noteCamera(const std::string& value);
     void noteFilter(const std::string& value);
+    /// Returns how many of the frames that follow are given to warmUp().
+    std::int64_t noteHandOver(const std::string& value);
     void noteTracks(const std::string& value);
     void noteEnded(const std::string& value);
     void noteRules(const std::string& value);
@@ -32,6 +35,8 @@ class ReplayedTracks {
     /// New text of the control file.
     void control(const std::string& text);
     void frame(const RecordedMessage& message, const std::string& reply);
+    /// A frame that a new analyzer was given before it took over.
+    void warmUp(const RecordedMessage& message, const std::string& reply);
     void finish();
 
     std::int64_t compared() const { return compared_; }
@@ -45,6 +50,7 @@ class ReplayedTracks {
 
  private:
     void begin();
+    void beginHandedOver();
     void beginRules();
     void end(TrackEnd why);
     void ruled(const RuleResults& results);
@@ -62,6 +68,12 @@ class ReplayedTracks {
     bool pending_ = false;                   ///< the outputs have not heard of this analyzer
     std::optional<TrackSettings> settings_;  ///< tracks begin anew with it
     std::optional<TrackMaker> tracks_;
+    std::optional<RecordedHandOver> hand_over_;  ///< of the analyzer that begins
+    struct WarmUp {
+        RecordedMessage message;
+        std::string reply;
+    };
+    std::vector<WarmUp> warm_ups_;
     std::optional<RuleSetup> setup_;  ///< rules begin anew with it
     std::optional<RuleRun> rules_;
     std::string events_;   ///< what Recording-Events would say of the latest events, until that comes

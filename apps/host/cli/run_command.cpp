@@ -12,6 +12,8 @@
 #include "cli/paths.h"
 #include "cli/store_commands.h"
 #include "common/log.h"
+#include "common/secrets.h"
+#include "web/web_server.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -29,16 +31,29 @@ class Service {
         }
         if (!setAnalyzer(config)) return EX_UNAVAILABLE;
         desk_settings_ = config.desk;
+        web_settings_ = config.web;
         try {
             if (!config.desk.state.empty()) desk_.emplace(config.desk);
+            if (const std::string fault = exposureFault(config.web, config.desk.state); !fault.empty()) {
+                logError("", options_.config + ": http.listen: " + fault);
+                return EX_CONFIG;
+            }
         } catch (const StoreError& error) {
             logError("", error.what());
             return EX_CANTCREAT;
         }
+        values_.set(config.values);
         for (const CameraConfig& camera : config.cameras) add(camera);
         startWaiting();
-        const int code = supervisor_.run(nullptr, [this] { reload(); });
+        if (!startWeb(config)) return EX_UNAVAILABLE;
+        const int code =
+            supervisor_.run(web_ ? [this] { showCameras(); } : std::function<void()>(), [this] { reload(); });
+        if (desk_) desk_->listen(nullptr);
+        web_.reset();
         for (const auto& camera : supervisor_.cameras()) report(*camera);
+        if (desk_) desk_->finish(supervisor_.stopping() ? kStopSeconds : kFinishSeconds);
+        constexpr double kHookSeconds = 15, kHookSecondsOfAStop = 0.4;
+        if (desk_) desk_->graceAtEnd(supervisor_.stopping() ? kHookSecondsOfAStop : kHookSeconds);
         desk_.reset();  // while signals are still looked after: the disk may be slow
         return code != 0 ? code : failed_;
     }
@@ -62,6 +77,67 @@ class Service {
         if (program.empty()) logError("", "the analyzer " + (wanted.empty() ? "fleifeisa" : wanted) + " was not found");
         for (CameraConfig& camera : config.cameras) camera.analyzer.program = program;
         return !program.empty();
+    }
+
+    /// False where the page cannot be served, which is said.
+    bool startWeb(const HostConfig& config) {
+        if (!config.web.on) return true;
+        WebParts parts;
+        parts.live = &live_;
+        parts.feed = &feed_;
+        parts.state = config.desk.state;
+        parts.version = options_.version;
+        parts.timezone = config.timezone;
+        parts.store = desk_ ? &desk_->store() : nullptr;
+        if (desk_)
+            parts.notify_from = [this](const std::string& camera, std::int64_t from_ns) {
+                desk_->notifyFrom(camera, from_ns);
+            };
+        if (desk_)
+            parts.make_playable = [this](const std::string& camera, std::int64_t number,
+                                         std::function<void(std::string)> done) {
+                return desk_->recorder().playableLater(
+                    camera, number, [done = std::move(done)](const ClipFile& file) { done(file.fault); });
+            };
+        parts.configuration_file = options_.config;
+        parts.configuration = [this] { return values_.get(); };
+        try {
+            web_.emplace(config.web, parts);
+        } catch (const std::exception& error) {
+            logError("", error.what());
+            return false;
+        }
+        if (desk_) desk_->listen([this](const StoredEvent& stored, bool deleted) { web_->tell(stored, deleted); });
+        showCameras();
+        std::printf("%s\n", web_->address().c_str());
+        std::fflush(stdout);
+        return true;
+    }
+
+    void showCameras() {
+        std::vector<CameraStatus> all;
+        for (const CameraConfig& config : configured_) {
+            CameraStatus& status = all.emplace_back();
+            status.name = config.name;
+            status.title = config.title;
+            status.group = config.group;
+            status.link = config.link;
+            status.live = isLive(config.source);
+            status.notify_from_ns = config.notify_from_ns;
+            status.zones = config.rules.zones;
+            status.lines = config.rules.lines;
+            status.masks = config.source.masks;
+            const Camera* camera = running(config.name);
+            if (!camera) continue;
+            const CameraCounts& counts = camera->counts();
+            status.answered = counts.answered;
+            status.dropped = counts.dropped;
+            status.lost = counts.lost;
+            status.restarts = counts.restarts;
+            status.ended = camera->done();
+            status.trouble = withoutSecrets(camera->trouble());
+        }
+        web_->update(std::move(all));
     }
 
     /// It starts once no camera is in its way that was removed and has not ended yet.
@@ -90,7 +166,9 @@ class Service {
     }
 
     void start(const CameraConfig& config) {
-        auto camera = std::make_unique<Camera>(config, std::vector<Output*>{}, desk_ ? &*desk_ : nullptr);
+        std::vector<Output*> watchers;
+        if (web_settings_.on) watchers.push_back(&live_.camera(config.name));
+        auto camera = std::make_unique<Camera>(config, watchers, desk_ ? &*desk_ : nullptr);
         try {
             camera->prepare();
         } catch (const StoreError& error) {
@@ -139,8 +217,14 @@ class Service {
                 std::ranges::any_of(config.cameras, [&](const CameraConfig& c) { return c.name == old.name; });
             if (!kept) drop(old.name, false);
         }
+        if (!(config.web == web_settings_)) logWarning("", "http is read at the start only: it stays as it was");
+        values_.set(config.values);
         for (const CameraConfig& camera : config.cameras) update(camera);
         startWaiting();
+        if (web_) {
+            showCameras();
+            web_->reloaded();
+        }
         logInfo("", "the configuration was read again");
     }
 
@@ -151,11 +235,14 @@ class Service {
         // One that gave up gets another chance; one whose file has come to its end has done its work.
         const bool failed = !camera || (camera->done() && camera->exitCode() != 0);
         if (*old == wanted && !failed) return;
-        CameraConfig comparable = *old;
-        comparable.control = wanted.control;
-        if (comparable == wanted && camera && !camera->done()) {
+        if (old->sameCamera(wanted) && camera && !camera->done()) {
+            CameraConfig new_rules = *old;
+            new_rules.rules = wanted.rules;
+            new_rules.notify_from_ns = wanted.notify_from_ns;
+            if (!(old->rules == wanted.rules)) camera->setRules(wanted.rules);
+            if (!(new_rules == wanted)) camera->change(wanted);
+            if (desk_) desk_->notifyFrom(wanted.name, wanted.notify_from_ns);
             *old = wanted;
-            camera->setControl(wanted.control);
             return;
         }
         drop(wanted.name, true);
@@ -165,20 +252,45 @@ class Service {
     static void report(const Camera& camera) {
         const CameraCounts& counts = camera.counts();
         char text[160];
-        std::snprintf(text, sizeof text, "%lld frames answered, %lld dropped, %lld lost, analyzer restarted %lld times",
-                      static_cast<long long>(counts.answered), static_cast<long long>(counts.dropped),
-                      static_cast<long long>(counts.lost), static_cast<long long>(counts.restarts));
+        std::snprintf(
+            text, sizeof text,
+            "%lld frames answered, %lld dropped, %lld lost, analyzer restarted %lld times, handed over %lld times",
+            static_cast<long long>(counts.answered), static_cast<long long>(counts.dropped),
+            static_cast<long long>(counts.lost), static_cast<long long>(counts.restarts),
+            static_cast<long long>(counts.hand_overs));
         logInfo(camera.config().name, text);
         if (const std::string trouble = camera.trouble(); !trouble.empty()) logInfo(camera.config().name, trouble);
     }
 
+    /// What stands in the file, for other threads.
+    class Values {
+     public:
+        void set(std::vector<ConfigValue> values) {
+            const std::lock_guard lock(mutex_);
+            values_ = std::move(values);
+        }
+        std::vector<ConfigValue> get() const {
+            const std::lock_guard lock(mutex_);
+            return values_;
+        }
+
+     private:
+        mutable std::mutex mutex_;
+        std::vector<ConfigValue> values_;
+    };
+
     const RunOptions& options_;
     DeskSettings desk_settings_;
+    WebSettings web_settings_;
+    Values values_;
+    LivePictures live_;  ///< these two outlive the cameras and the store, which tell them
+    ChangeFeed feed_;
     std::optional<EventDesk> desk_;  ///< outlives the cameras
     Supervisor supervisor_;
     std::vector<CameraConfig> configured_;
     std::vector<std::string> waiting_;  ///< names of the configured cameras that are still to be started
     int failed_ = 0;
+    std::optional<WebServer> web_;  ///< goes first
 };
 
 }  // namespace

@@ -21,12 +21,6 @@ namespace {
 
 constexpr std::int64_t kSecondNs = 1'000'000'000;
 
-std::string stateDirectoryOf(const std::string& given) {
-    if (!given.empty()) return given;
-    if (std::string directory = stateDirectory(); !directory.empty()) return directory;
-    throw SourceError(EX_USAGE, "which state directory? (--state DIRECTORY, or $STATE_DIRECTORY)");
-}
-
 /// One after another, as the user wants them.
 class Printer {
  public:
@@ -111,7 +105,14 @@ void printWhatIf(StoreReader& reader, const EventsOptions& options, Printer& pri
     }
 }
 
-/// Errors of the store as exit statuses.
+}  // namespace
+
+std::string stateDirectoryOf(const std::string& given) {
+    if (!given.empty()) return given;
+    if (std::string directory = stateDirectory(); !directory.empty()) return directory;
+    throw SourceError(EX_USAGE, "which state directory? (--state DIRECTORY, or $STATE_DIRECTORY)");
+}
+
 int withStore(const std::function<int()>& verb) {
     return statusOf([&verb] {
         try {
@@ -125,8 +126,6 @@ int withStore(const std::function<int()>& verb) {
         }
     });
 }
-
-}  // namespace
 
 /// A service manager may give several, by colons: the first.
 std::string stateDirectory() {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "store/reader.h"
 
@@ -17,6 +19,21 @@ struct EventsOptions {
 };
 /// Lists events; with `what_if` those that a rule would have raised.
 int eventsCommand(const EventsOptions& options);
+
+/// What nearly was an event: tracks that failed one value of a rule. Uses camera, times and format.
+int nearMissesCommand(const EventsOptions& options);
+/// Copies events and their files. @param ids  "gate-12" ...; none: those that the filter finds
+/// @param path  a folder or NAME.zip; "": a zip in the state directory
+int exportCommand(const EventsOptions& options, const std::vector<std::string>& ids, const std::string& path);
+/// "keep", "unkeep", "delete", by the running host or, without one, here.
+int eventActCommand(const std::string& state, const std::string& verb, const std::vector<std::string>& ids);
+/// Bytes by camera, and how many days will fit.
+int dbUseCommand(const std::string& state);
+
+/// That one, or $STATE_DIRECTORY. @throws SourceError where there is neither
+std::string stateDirectoryOf(const std::string& given);
+/// What the verb returns; errors of the store as exit statuses.
+int withStore(const std::function<int()>& verb);
 
 /// $STATE_DIRECTORY, "" where there is none.
 std::string stateDirectory();

@@ -1,6 +1,9 @@
 #include "cli/values.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -58,10 +61,11 @@ Region parseRegion(const std::string& text) {
     return region;
 }
 
-bool parseInfrared(const std::string& text) {
+ImageType parseImageType(const std::string& text) {
     const std::string value = lower(text);
-    if (value != "ir" && value != "color") throw ValueError("expected color or ir");
-    return value == "ir";
+    if (value == "auto") return ImageType::kByPicture;
+    if (value != "ir" && value != "color") throw ValueError("expected color, ir or auto");
+    return value == "ir" ? ImageType::kInfrared : ImageType::kColor;
 }
 
 Matrix parseMatrix(const std::string& text) {
@@ -182,6 +186,47 @@ std::uint64_t parseBytes(const std::string& text) {
         if (unit == known || (unit == "b" && *known == '\0')) return value;
         value *= 1000;
     }
+    throw ValueError(kExpected);
+}
+
+std::pair<std::string, int> parseListen(const std::string& text) {
+    constexpr int kUsualPort = 8480, kLastPort = 65535;
+    std::string_view address = text, port;
+    if (const std::size_t end = text.rfind(']'); text.starts_with('[') && end != std::string::npos) {
+        address = std::string_view(text).substr(1, end - 1);
+        port = std::string_view(text).substr(end + 1);
+    } else if (const std::size_t colon = text.find(':'); colon != std::string::npos && colon == text.rfind(':')) {
+        address = std::string_view(text).substr(0, colon);
+        port = std::string_view(text).substr(colon);
+    }
+    int number = kUsualPort;
+    if (!port.empty()) {
+        const auto [end, error] = std::from_chars(port.data() + 1, port.data() + port.size(), number);
+        if (port[0] != ':' || error != std::errc() || end != port.data() + port.size() || number < 0 ||
+            number > kLastPort)
+            number = -1;
+    }
+    in6_addr parsed{};  // large enough for both
+    const std::string numeric(address);
+    if (number < 0 ||
+        (::inet_pton(AF_INET, numeric.c_str(), &parsed) != 1 && ::inet_pton(AF_INET6, numeric.c_str(), &parsed) != 1))
+        throw ValueError("expected an address and a port, such as \"127.0.0.1:8480\" or \"[::1]:8480\"");
+    return {numeric, number};
+}
+
+double parseDuration(const std::string& text) {
+    constexpr const char* kExpected = "expected a duration, such as 24 h";
+    constexpr double kYear = 366 * 86400.0;
+    double value = 0;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, value);
+    if (error != std::errc() || !(value >= 0)) throw ValueError(kExpected);
+    std::string unit = lower(std::string(end, last));
+    while (unit.starts_with(' ')) unit.erase(0, 1);
+    constexpr std::array<std::pair<const char*, double>, 5> kUnits = {
+        {{"s", 1}, {"min", 60}, {"h", 3600}, {"days", 86400}, {"day", 86400}}};
+    for (const auto& [known, length] : kUnits)
+        if (unit == known && value * length <= kYear) return value * length;
     throw ValueError(kExpected);
 }
 

@@ -20,8 +20,9 @@ struct ValueError : std::runtime_error {
 std::pair<int, int> parseSize(const std::string& text);
 /// "160x120+40+20": width x height + left + top. @throws ValueError
 Region parseRegion(const std::string& text);
-/// "color" or "ir", any case; true for ir. @throws ValueError
-bool parseInfrared(const std::string& text);
+/// "color", "ir" or "auto", any case. @throws ValueError
+enum class ImageType { kColor, kInfrared, kByPicture };
+ImageType parseImageType(const std::string& text);
 /// "bt601", "bt709", "bt2020". @throws ValueError
 Matrix parseMatrix(const std::string& text);
 /// "full" or "limited"; true for full. @throws ValueError
@@ -38,5 +39,9 @@ std::int64_t parseMoment(const std::string& text);
 std::string parseThreshold(const std::string& text);
 /// "500", "64 kB", "100 MB", "2 GB": bytes, in powers of 1000. @throws ValueError
 std::uint64_t parseBytes(const std::string& text);
+/// "127.0.0.1:8480", "[::1]:8480", "0.0.0.0": an address to listen at, and a port (8480). @throws ValueError
+std::pair<std::string, int> parseListen(const std::string& text);
+/// "90 s", "30 min", "24 h", "7 days", as seconds; at most a year. @throws ValueError
+double parseDuration(const std::string& text);
 
 }  // namespace fleifeisa::host

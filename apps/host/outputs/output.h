@@ -5,8 +5,9 @@
 //   started (frame frame ...) [started (frame ...)] ... finish
 //
 // Each `started` announces a fresh analyzer process, when its first frame is known: its background is unlearnt and its
-// object ids begin again. Tracks live on. `ended` may come between any two of these calls, and comes before `finish`
-// where tracks live then.
+// object ids begin again. Tracks live on. `handedOver` stands in its place where the new process has learned from
+// earlier frames and answers like the one before it. `ended` may come between any two of these calls, and comes before
+// `finish` where tracks live then.
 //
 // An output that fails throws OutputError and tries again by itself with what it is given later: state() says how it
 // stands. The camera goes on, and reports both.
@@ -61,6 +62,21 @@ struct CameraInfo {
     RuleSetup rules = {};            ///< in force, with the number of the next event
 };
 
+/// A frame that a new analyzer was given before it took over, and its answer, of which nobody was told.
+struct WarmUpFrame {
+    std::string_view request;           ///< header bytes of the request, empty line included
+    std::span<const std::uint8_t> rgb;  ///< its body
+    std::string_view reply;
+};
+
+/// A new analyzer takes the place of another between two frames. All views are valid during the call only.
+struct HandedOver {
+    std::int64_t time_ns = 0;  ///< of the latest frame that was answered
+    std::string_view why;      ///< one word
+    bool new_picture = false;  ///< frames look otherwise than before: tracks learn their background anew
+    std::span<const WarmUpFrame> frames;
+};
+
 /// How an output stands.
 struct OutputState {
     bool failing = false;               ///< what it was given last is not (yet) in its file
@@ -77,6 +93,8 @@ class Output {
 
     /// A fresh analyzer process answers from the next frame on.
     virtual void started(const CameraInfo&) {}
+    /// The same, but it has learned already. `camera` holds the control file that it has learned with.
+    virtual void handedOver(const CameraInfo& /*camera*/, const HandedOver&) {}
     /// The control file changed between two frames: `control` is its new text.
     virtual void controlChanged(std::string_view /*control*/) {}
     virtual void frame(const FrameResult& result) = 0;

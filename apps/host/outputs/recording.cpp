@@ -3,6 +3,7 @@
 #include <array>
 #include <bit>
 #include <charconv>
+#include <cinttypes>
 #include <cstdio>
 #include <utility>
 
@@ -13,6 +14,8 @@ namespace {
 
 constexpr std::string_view kEnd = "ANALYTICS.CARTRIDGE\r\nCommand: SHUTDOWN\r\n\r\n";
 constexpr std::size_t kMaxName = 150;  // characters as written: a header line holds 255
+
+constexpr std::int64_t kMostWarmUps = 1000;  // a replay keeps them in memory
 
 /// As recordedText(), up to a length; blanks, too, where they would end a word.
 std::string written(std::string_view name, std::size_t most, bool word) {
@@ -98,6 +101,30 @@ bool parseRecordedCamera(const std::string& value, CameraInfo& camera) {
     return true;
 }
 
+std::string recordedHandOver(const RecordedHandOver& what) {
+    return std::to_string(what.time_ns) + ' ' + std::to_string(what.frames) + (what.new_picture ? " new " : " same ") +
+           what.why + ' ' + settingsText(what.tracks);
+}
+
+std::optional<RecordedHandOver> parseRecordedHandOver(std::string_view value) {
+    RecordedHandOver what;
+    std::array<char, 8> picture{};
+    std::array<char, 24> why{};
+    int length = 0;
+    const std::string text(value);
+    if (std::sscanf(text.c_str(), "%" SCNd64 " %" SCNd64 " %7s %23s %n", &what.time_ns, &what.frames, picture.data(),
+                    why.data(), &length) != 4)
+        return std::nullopt;
+    const std::string_view kind = picture.data();
+    const auto settings = parseSettings(value.substr(static_cast<std::size_t>(length)));
+    if ((kind != "new" && kind != "same") || what.frames < 0 || what.frames > kMostWarmUps || !settings)
+        return std::nullopt;
+    what.new_picture = kind == "new";
+    what.why = why.data();
+    what.tracks = *settings;
+    return what;
+}
+
 std::string recordedTracks(const TrackFrame& frame) {
     Bytes bytes;
     for (const std::int64_t value :
@@ -130,7 +157,7 @@ void RecordingOutput::noteText(std::string_view name, std::string_view text) {
     note(name, rest);
 }
 
-void RecordingOutput::started(const CameraInfo& camera) {
+void RecordingOutput::begin(const CameraInfo& camera) {
     whole_ = whole_ && !broken();
     if (std::exchange(begun_, true)) {
         if (file_.newFileDue()) {
@@ -150,7 +177,25 @@ void RecordingOutput::started(const CameraInfo& camera) {
         noteText("Recording-Rules", setupText(camera.rules));
     }
     whole_ = whole_ || camera.fresh_tracks;
+}
+
+void RecordingOutput::started(const CameraInfo& camera) {
+    begin(camera);
     controlChanged(camera.control);
+}
+
+void RecordingOutput::handedOver(const CameraInfo& camera, const HandedOver& what) {
+    begin(camera);
+    note("Recording-HandOver", recordedHandOver({what.time_ns, static_cast<std::int64_t>(what.frames.size()),
+                                                 what.new_picture, std::string(what.why), camera.tracks}));
+    controlChanged(camera.control);
+    for (const WarmUpFrame& frame : what.frames) {
+        if (broken()) return;
+        file_.write(frame.request);
+        file_.write(frame.rgb);
+        note("Recording-Reply", recordedReply(frame.request, frame.rgb, frame.reply));
+        file_.endRecord();
+    }
 }
 
 void RecordingOutput::controlChanged(std::string_view control) {

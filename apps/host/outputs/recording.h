@@ -5,6 +5,9 @@
 // neither a command nor a body, which an analyzer reads without an answer:
 //
 //   Recording-Start     a fresh analyzer process begins here: image type, device, analyzer number
+//   Recording-HandOver  the analyzer that begins here takes over from another: time, how many of the frames that follow
+//                       it was given before (they come first, with their answers, and are no frames of the camera),
+//                       why, the settings of the tracks from then on
 //   Recording-Control   one line of the control file; the file changed before the next frame
 //   Recording-Camera    what outputs know of the camera: live or file, rate, region, name
 //   Recording-Filter    tracks begin anew here with these settings (track_maker.h)
@@ -30,6 +33,7 @@ class RecordingOutput : public FileOutput {
     explicit RecordingOutput(const std::string& path, const FilePolicy& policy = {})
         : FileOutput(path, WriteMode::kSession, policy) {}
     void started(const CameraInfo& camera) override;
+    void handedOver(const CameraInfo& camera, const HandedOver& what) override;
     void controlChanged(std::string_view control) override;
     void frame(const FrameResult& result) override;
     void ended(const TrackFrame& frame, TrackEnd why) override;
@@ -39,6 +43,7 @@ class RecordingOutput : public FileOutput {
     OutputState state() const override;
 
  private:
+    void begin(const CameraInfo& camera);
     void note(std::string_view name, std::string_view value);
     void noteText(std::string_view name, std::string_view text);
     bool broken() const { return file_.lost() != lost_before_; }
@@ -57,6 +62,18 @@ std::string readRecordedText(std::string_view value);
 std::string recordedCamera(const CameraInfo& camera);
 /// Sets live, rate, region and name. False where the text is no such value.
 bool parseRecordedCamera(const std::string& value, CameraInfo& camera);
+
+/// Value of Recording-HandOver, and back.
+struct RecordedHandOver {
+    std::int64_t time_ns = 0;
+    std::int64_t frames = 0;  ///< that follow and were given to it before
+    bool new_picture = false;
+    std::string why;
+    TrackSettings tracks;
+};
+std::string recordedHandOver(const RecordedHandOver& what);
+/// Nothing where the text is no such value.
+std::optional<RecordedHandOver> parseRecordedHandOver(std::string_view value);
 
 /// Value of Recording-Tracks: every bit of what was told.
 std::string recordedTracks(const TrackFrame& frame);

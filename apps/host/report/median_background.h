@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "report/picture.h"
+#include "outputs/picture.h"
 
 namespace fleifeisa::host {
 

@@ -19,6 +19,9 @@ class ReportOutput : public Output {
     void started(const CameraInfo& camera) override;
     void frame(const FrameResult& result) override;
     void ended(const TrackFrame& frame, TrackEnd) override { closeEnded(frame); }
+    void stepped(const RuleStep& step) override {
+        if (step.kind == RuleStep::kRules) rules_.rules = step.rules;
+    }
     void ruled(const RuleResults& results) override;
     void finish() override;
     OutputState state() const override { return {file_.failing(), file_.lost()}; }

@@ -1,57 +1,22 @@
-#include "report/picture.h"
+#include "outputs/picture.h"
 
-#include <csetjmp>
-#include <cstdio>
-#include <cstdlib>
-// needs <cstdio> before it
-#include <jpeglib.h>
+#include <turbojpeg.h>
 
 #include <algorithm>
+#include <memory>
 
 #include "outputs/output.h"
 
 namespace fleifeisa::host {
 namespace {
 
-struct JpegErrors {
-    jpeg_error_mgr manager;
-    std::jmp_buf back;
+struct Destroy {
+    void operator()(void* handle) const { tjDestroy(handle); }
 };
+using Turbo = std::unique_ptr<void, Destroy>;
 
-/// libjpeg's own handler would end the process.
-[[noreturn]] void leaveLibrary(j_common_ptr common) {
-    std::longjmp(reinterpret_cast<JpegErrors*>(common->err)->back, 1);
-}
-
-/// No object with a destructor may live in here: errors leave it by longjmp. `bytes` is malloc'ed by the library.
-bool compress(const std::uint8_t* rgb, int width, int height, int quality, unsigned char*& bytes, unsigned long& size) {
-    jpeg_compress_struct state;
-    JpegErrors errors;
-    state.err = jpeg_std_error(&errors.manager);
-    errors.manager.error_exit = leaveLibrary;
-    if (setjmp(errors.back)) {
-        jpeg_destroy_compress(&state);
-        return false;
-    }
-    jpeg_create_compress(&state);
-    jpeg_mem_dest(&state, &bytes, &size);
-    state.image_width = static_cast<JDIMENSION>(width);
-    state.image_height = static_cast<JDIMENSION>(height);
-    state.input_components = 3;
-    state.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&state);
-    jpeg_set_quality(&state, quality, TRUE);
-    state.dct_method = JDCT_ISLOW;  // the one whose vector code gives the same bits
-    state.optimize_coding = TRUE;
-    jpeg_start_compress(&state, TRUE);
-    while (state.next_scanline < state.image_height) {
-        const auto* row = rgb + static_cast<std::size_t>(state.next_scanline) * static_cast<std::size_t>(width) * 3;
-        JSAMPROW rows[] = {const_cast<JSAMPROW>(row)};  // the library only reads it
-        jpeg_write_scanlines(&state, rows, 1);
-    }
-    jpeg_finish_compress(&state);
-    jpeg_destroy_compress(&state);
-    return true;
+[[noreturn]] void fail(const char* what, const Turbo& turbo) {
+    throw OutputError(std::string(what) + ": " + tjGetErrorStr2(turbo.get()));
 }
 
 }  // namespace
@@ -96,15 +61,31 @@ Picture reduced(const PictureView& from, Cut cut, int max_width, int max_height)
     return to;
 }
 
-std::string jpegOf(const Picture& picture, int quality) {
+// The accurate transform is the one whose vector code gives the same bits as its plain code.
+std::string jpegOf(const PictureView& picture, int quality) {
+    const Turbo turbo(tjInitCompress());
     unsigned char* bytes = nullptr;
     unsigned long size = 0;
-    const bool good = compress(picture.rgb.data(), picture.width, picture.height, quality, bytes, size);
-    std::string result;
-    if (good) result.assign(reinterpret_cast<const char*>(bytes), size);
-    std::free(bytes);
-    if (!good) throw OutputError("a picture could not be encoded as JPEG");
-    return result;
+    const bool good = turbo && tjCompress2(turbo.get(), picture.rgb.data(), picture.width, 0, picture.height, TJPF_RGB,
+                                           &bytes, &size, TJSAMP_420, quality, TJFLAG_ACCURATEDCT) == 0;
+    const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(bytes, tjFree);
+    if (!good) fail("a picture could not be encoded as JPEG", turbo);
+    return {reinterpret_cast<const char*>(bytes), size};
+}
+
+Picture pictureOf(const std::string& jpeg) {
+    const Turbo turbo(tjInitDecompress());
+    const auto* bytes = reinterpret_cast<const unsigned char*>(jpeg.data());
+    Picture picture;
+    int sampling = 0, colours = 0;
+    if (!turbo ||
+        tjDecompressHeader3(turbo.get(), bytes, jpeg.size(), &picture.width, &picture.height, &sampling, &colours) != 0)
+        fail("a picture could not be decoded", turbo);
+    picture.rgb.resize(static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height) * 3);
+    if (tjDecompress2(turbo.get(), bytes, jpeg.size(), picture.rgb.data(), picture.width, 0, picture.height, TJPF_RGB,
+                      TJFLAG_ACCURATEDCT) != 0)
+        fail("a picture could not be decoded", turbo);
+    return picture;
 }
 
 }  // namespace fleifeisa::host

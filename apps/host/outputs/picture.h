@@ -1,4 +1,4 @@
-// Small pictures for the report: cut out, made smaller, encoded.
+// Pictures that are made here: cut out, made smaller, as JPEG files and back.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +28,12 @@ struct Cut {
 /// pixels, in whole numbers, so that it takes at most `max_width` by `max_height` pixels and keeps its shape.
 Picture reduced(const PictureView& from, Cut cut, int max_width, int max_height);
 
-/// A JPEG file of it; quality 1 to 100. @throws OutputError
-std::string jpegOf(const Picture& picture, int quality);
+/// A JPEG file of it, the same bytes on every machine; quality 1 to 100. @throws OutputError
+std::string jpegOf(const PictureView& picture, int quality);
+inline std::string jpegOf(const Picture& picture, int quality) {
+    return jpegOf(PictureView{picture.width, picture.height, picture.rgb}, quality);
+}
+/// The picture of a JPEG file. @throws OutputError
+Picture pictureOf(const std::string& jpeg);
 
 }  // namespace fleifeisa::host
