@@ -4,6 +4,7 @@
 #include <array>
 #include <optional>
 
+#include "scenes/acts.h"
 #include "scenes/random.h"
 
 namespace fleifeisa::scenes {
@@ -49,7 +50,7 @@ constexpr std::array<Lane, 8> kCrowd = {{
 constexpr int kLongestStop = 90;
 
 std::span<const Lane> lanesOf(const SceneDescription& description) {
-    if (description.name == "static") return {};
+    if (description.name == "static" || description.name == "stage") return {};
     if (description.name == "walkers") return kWalkers;
     if (description.name == "crowd") return kCrowd;
     return kStreet;
@@ -171,6 +172,9 @@ std::vector<Present> presentIn(const SceneDescription& description, std::int64_t
             if (const auto pose = poseIn(actor, number)) present.push_back({std::move(actor), *pose});
         }
     }
+    if (description.name == "stage")
+        for (Actor& actor : castOf(description))
+            if (const auto pose = poseIn(actor, number)) present.push_back({std::move(actor), *pose});
     std::stable_sort(present.begin(), present.end(),
                      [](const Present& a, const Present& b) { return a.pose.y < b.pose.y; });
     return present;

@@ -3,20 +3,23 @@
 #include <limits>
 #include <stdexcept>
 
+#include "scenes/acts.h"
 #include "scenes/scene.h"
 
 namespace fleifeisa::scenes {
 namespace {
 
-constexpr std::array<SceneKind, 8> kKinds = {{
+constexpr std::array<SceneKind, 10> kKinds = {{
     {"street", "a road with two lanes of cars, people on both pavements, some of whom cross"},
     {"walkers", "people alone: they pass, meet, wait and go on"},
     {"crowd", "many people at once, most of them touching others"},
     {"static", "nobody comes: noise and a slow drift of the light"},
     {"lights", "the street under clouds: the light changes quickly and by a quarter"},
     {"lamp", "the street at dusk: a lamp goes on and off every 20 s"},
+    {"dusk", "the street from day to day: dusk, a camera that turns to its grey night mode for 90 s, dawn"},
     {"covered", "the street: a cap before the lens for 10 s, later the picture freezes for 90 s"},
     {"night-ir", "a grey infrared picture at night: warm people and engines, strong noise"},
+    {"stage", "a few people on written ways through a yard and a gate, to test rules by: act=NAME"},
 }};
 
 [[noreturn]] void bad(std::string_view key, std::string_view value, std::string_view expected) {
@@ -40,6 +43,13 @@ void setSize(SceneDescription& description, std::string_view value) {
     description.height = number("size", value.substr(x + 1), 1, 8192);
 }
 
+void setAct(SceneDescription& description, std::string_view value) {
+    std::string names;
+    for (const Act& act : acts()) names += (names.empty() ? "" : ", ") + std::string(act.name);
+    if (!findAct(value)) bad("act", value, "one of " + names);
+    description.act = value;
+}
+
 void set(SceneDescription& description, std::string_view key, std::string_view value) {
     constexpr std::int64_t kMaxFrames = 1'000'000'000;
     if (key == "seed")
@@ -52,11 +62,13 @@ void set(SceneDescription& description, std::string_view key, std::string_view v
         description.rate = number(key, value, 1, 1000);
     else if (key == "noise")
         description.noise = number(key, value, 0, 20);
+    else if (key == "act")
+        setAct(description, value);
     else if (key == "quiet")
         description.quiet = number(key, value, 0, 1'000'000);
     else
         throw std::invalid_argument("scene: unknown setting '" + std::string(key) +
-                                    "' (there are seed, size, frames, rate, noise, quiet)");
+                                    "' (there are seed, size, frames, rate, noise, quiet, act)");
 }
 
 }  // namespace

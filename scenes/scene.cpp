@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "scenes/actors.h"
+#include "scenes/acts.h"
 #include "scenes/random.h"
 
 namespace fleifeisa::scenes {
@@ -125,11 +126,35 @@ std::int64_t shownIn(const SceneDescription& description, std::int64_t number) {
     return description.name == "covered" && number > freezes && number < goes_on ? freezes : number;
 }
 
-/// Brightness of the light in frame `number`, in 1/1024: a triangle wave, but for lamp and cap.
+/// Of the scene "dusk", in seconds since it begins: light falls and rises, and the camera shows grey, lit by itself.
+/// It turns to that once too early, as cameras do.
+constexpr int kDusk = 20, kDark = 40, kTry = 36, kTried = 39, kNight = 45, kMorning = 135, kDay = 155;
+
+bool nightMode(const SceneDescription& description, std::int64_t number) {
+    const std::int64_t since = number - description.quiet, rate = description.rate;
+    return description.name == "dusk" &&
+           ((since >= kTry * rate && since < kTried * rate) || (since >= kNight * rate && since < kMorning * rate));
+}
+
+int twilight(const SceneDescription& description, std::int64_t number) {
+    const std::int64_t rate = description.rate, since = std::max<std::int64_t>(0, number - description.quiet);
+    if (nightMode(description, number)) return 1200;
+    const std::int64_t fallen = std::clamp<std::int64_t>(since - kDusk * rate, 0, (kDark - kDusk) * rate);
+    const std::int64_t risen = std::clamp<std::int64_t>(since - kMorning * rate, 0, (kDay - kMorning) * rate);
+    return 1024 - static_cast<int>(512 * (fallen - risen) / ((kDark - kDusk) * rate));
+}
+
+/// Brightness of the light in frame `number`, in 1/1024: a triangle wave, but for lamp, dusk and cap.
 int lightIn(const SceneDescription& description, std::int64_t number) {
     const std::int64_t since = number - description.quiet;
     if (description.name == "lamp") return since >= 0 && since / (20 * description.rate) % 2 == 1 ? 1024 : 640;
     if (description.name == "covered" && since >= 10 * description.rate && since < 20 * description.rate) return 40;
+    if (description.name == "stage") {
+        for (const Light& light : findAct(description.act)->lights)
+            if (since >= light.from && since < light.to) return light.level;
+        return kStageLight;
+    }
+    if (description.name == "dusk") return twilight(description, number);
     const bool clouds = description.name == "lights";
     const int half = clouds ? 45 : 400;   // frames
     const int depth = clouds ? 256 : 24;  // peak to peak
@@ -152,7 +177,8 @@ constexpr std::array<std::int8_t, 256> kBell = makeBell();
 
 void addLightAndNoise(const SceneDescription& description, std::int64_t number, std::span<std::uint8_t> rgb) {
     const int light = lightIn(description, number);
-    const bool grey = description.name == "night-ir";
+    const bool at_night = nightMode(description, number);
+    const bool grey = description.name == "night-ir" || at_night;
     const int noise = grey ? description.noise * 2 : description.noise;
     Random draw(mix(description.seed, 7, static_cast<std::uint64_t>(number)));
     std::array<std::int16_t, 256> jitter{};
@@ -165,7 +191,8 @@ void addLightAndNoise(const SceneDescription& description, std::int64_t number, 
             bits = draw.next();
             have = 8;
         }
-        const std::uint8_t value = toByte((rgb[i] * light >> 10) + jitter[bits & 255]);
+        const int level = at_night ? (rgb[i] + 2 * rgb[i + 1] + rgb[i + 2]) / 4 : rgb[i];
+        const std::uint8_t value = toByte((level * light >> 10) + jitter[bits & 255]);
         bits >>= 8;
         --have;
         rgb[i] = value;
@@ -176,6 +203,7 @@ void addLightAndNoise(const SceneDescription& description, std::int64_t number, 
 void check(const SceneDescription& description) {
     bool known = false;
     for (const SceneKind& kind : sceneKinds()) known = known || kind.name == description.name;
+    known = known && (description.name != "stage" || findAct(description.act));
     if (!known || description.width < 1 || description.height < 1 || description.width > 8192 ||
         description.height > 8192)
         throw std::invalid_argument("scene: description out of range");

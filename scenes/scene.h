@@ -20,10 +20,11 @@ struct SceneDescription {
     int width = 320;            ///< pixels, 1 to 8192
     int height = 240;           ///< pixels, 1 to 8192
     std::int64_t frames = 600;  ///< length; 0: without an end
-    int rate =
-        10;  ///< frames a second, 1 to 1000; gives the frames their times; of the content, only those of lamp and cap
+    int rate = 10;   ///< frames a second, 1 to 1000; gives the frames their times; of the content, only those of lamp,
+                     ///< cap and dusk
     int noise = 2;   ///< sensor noise: standard deviation in units of 0.9 grey levels, 0 to 20
     int quiet = 60;  ///< the first frames show the empty scene, so that a background can be learnt
+    std::string act = "walk";  ///< of "stage", see acts.h
 };
 
 struct SceneKind {

@@ -32,7 +32,8 @@ TEST(Scenes, BytesAreFixed) {
         {"street?seed=3&size=96x64", 0x4bfaafdb374aca99}, {"walkers?size=64x64", 0x31559fc279db161a},
         {"crowd?seed=2&size=50x41", 0xc70972edaa0e8c9d},  {"static?size=33x20", 0xf241b1d4d596790e},
         {"lights?size=40x40", 0x291acaf4927bcfbd},        {"night-ir?seed=9&size=64x48", 0xa9bca045d0fd485d},
-        {"lamp?size=40x40", 0xeeccda4cf3c8515e},          {"covered?size=40x40", 0x5447e84cd2aaff67},
+        {"lamp?size=40x40", 0xeeccda4cf3c8515e},          {"dusk?size=40x40", 0x0831a22f5c6f2a63},
+        {"covered?size=40x40", 0x5447e84cd2aaff67},
     };
     for (const auto& row : rows) {
         Scene scene(parseScene(row.description));

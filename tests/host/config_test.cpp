@@ -34,6 +34,8 @@ TEST(Config, EveryKeyOfACamera) {
         {"analyzer = 3", [](auto& c) { c.analyzer.analyzer_id = 3; }},
         {"type = 'ir'", [](auto& c) { c.analyzer.infrared = true; }},
         {"type = 'COLOR'", [](auto&) {}},
+        {"type = 'auto'", [](auto& c) { c.type_by_picture = true; }},
+        {"seamless = false\nwarm_up = 12", [](auto& c) { c.seamless = false, c.warm_up = 12; }},
         {"rate = 12.5", [](auto& c) { c.source.rate = 12.5; }},
         {"rate = 5", [](auto& c) { c.source.rate = 5; }},
         {"size = '640x360'", [](auto& c) { c.source.width = 640, c.source.height = 360; }},
@@ -72,6 +74,15 @@ TEST(Config, EveryKeyOfACamera) {
          [](auto& c) {
              c.source.masks = {{{0, 0.5}, {1, 0}, {1, 1}}, {{0, 0}, {0, 1}, {1, 0}}};
          }},
+        {"keep = { clips = '2 GB', clip_days = 3, event_days = 4, pictures = false }",
+         [](auto& c) {
+             c.keep = {2'000'000'000, 3, 4};
+             c.pictures = false;
+         }},
+        {"private = [[[0,0],[0,1],[1,0]]]",
+         [](auto& c) {
+             c.source.private_areas = {{{0, 0}, {0, 1}, {1, 0}}};
+         }},
         {"profile = 'people-outdoor'",
          [](auto& c) {
              c.profile = "people-outdoor";
@@ -105,7 +116,8 @@ TEST(Config, EveryKeyOfACamera) {
                           {"mot", "/nowhere/conf/m.csv"},
                           {"replies", "/r.txt"}};
          }},
-        {"notify = false", [](auto& c) { c.notify = false; }},
+        {"notify = false", [](auto& c) { c.notify_from_ns = CameraConfig::kNever; }},
+        {"notify = '2026-01-01T09:30:00+02:00'", [](auto& c) { c.notify_from_ns = 1'767'252'600'000'000'000; }},
         {"stopped = 7\n[camera.motion]\noff_delay = 9\n[[camera.line]]\nname = 'x'\npoints = [[0,0],[1,1]]",
          [](auto& c) {
              c.rules.stopped = 7;
@@ -153,13 +165,14 @@ TEST(Config, WhatConcernsEventsOfAllCameras) {
     std::vector<std::string> errors;
     const HostConfig config = parseConfig(
         "state = 's'\ntimezone = 'Europe/Berlin'\nnotify = false\non_event = ['sh', '{kind}']\n"
-        "[keep]\nevent_days = 3\nminute_days = 4\nnear_miss_days = 5\ndatabase = '2 GB'\nmin_free = '1 MB'\n" +
+        "[keep]\nevent_days = 3\nminute_days = 4\nnear_miss_days = 5\ndatabase = '2 GB'\nmin_free = '1 MB'\n"
+        "media = '3 GB'\nkept = '4 MB'\n" +
             kPlain + "[[camera.zone]]\nname = 'z'\nwhen = '08:00-09:00'\npoints = [[0,0],[1,0],[1,1]]\n",
         kPath, errors);
     ASSERT_TRUE(errors.empty()) << errors.front();
     EXPECT_TRUE(
-        (config.desk == DeskSettings{"/nowhere/conf/s", {3, 4, 5, 2'000'000'000, 1'000'000}, {"sh", "{kind}"}}));
-    EXPECT_FALSE(config.cameras.at(0).notify);
+        (config.desk == DeskSettings{"/nowhere/conf/s", {3, 4, 5, 2'000'000'000, 3'000'000'000, 4'000'000, 1'000'000}, {"sh", "{kind}"}}));
+    EXPECT_EQ(config.cameras.at(0).notify_from_ns, CameraConfig::kNever);
     const Rules& rules = config.cameras.at(0).rules;
     EXPECT_EQ(rules.timezone, "Europe/Berlin");
     constexpr std::int64_t kHalfPastSevenUtc = 1'767'252'600'000'000'000;  // 1 January 2026, half past eight in Berlin
@@ -176,6 +189,7 @@ TEST(Config, FaultsNameLineAndKey) {
         {"[[camera]]\nname = 'a\n", ":2: "},
         {"# \xC3\xA4 ' \n" + kPlain + "title = \"\xC3\xA4\\\"\"\nname \xC7\xBD = '\xC3\xA4'\n",
          ":7: a character beyond ASCII stands outside"},
+        {"name =0\"; \xC5\xBF\"\n" + kPlain, ":1: a character beyond ASCII stands outside"},
         {kPlain + "[[camera]]\nname = 'gate'\nsource = 'b'\ndevice = 8\n",
          ":6: camera[2].name: another camera has the name 'gate'"},
         {kPlain + "[[camera]]\nname = 'b'\nsource = 'b'\ndevice = 7\n",
@@ -189,7 +203,7 @@ TEST(Config, FaultsNameLineAndKey) {
         {"[[camera]]\nname = 'a'\nsource = 'scene:moon'\ndevice = 1\n", ":3: camera[1].source: "},
         {"[[camera]]\nname = 'a'\nsource = 'scene:street?size=96x64'\ndevice = 1\nregion = '96x64+0+1'\n",
          ":3: camera[1].source: the region 96x64+0+1 leaves the picture of 96x64"},
-        {kPlain + "type = 'infra'", ":5: camera[1].type: expected color or ir"},
+        {kPlain + "type = 'infra'", ":5: camera[1].type: expected color, ir or auto"},
         {kPlain + "profile = 'people'", ":5: camera[1].profile: expected one of people-outdoor, traffic"},
         {kPlain + "tracks = 'wild'", ":5: camera[1].tracks: expected filtered or raw"},
         {kPlain + "least_area = 1.5", ":5: camera[1].least_area: expected a number from 0 to 1"},
@@ -197,6 +211,7 @@ TEST(Config, FaultsNameLineAndKey) {
         {kPlain + "masks = [[[0,0],[1,0],[1,1]],\n [[0,0],[1,0]]]", ":6: camera[1].masks: expected at least 3"},
         {kPlain + "masks = [[[0,0],[1,1],[1,0],[0,1]]]", ":5: camera[1].masks: its edges cross"},
         {kPlain + "masks = [[[0,0],[1.01,0],[1,1]]]", ":5: camera[1].masks: expected points within"},
+        {kPlain + "private = [[[0,0],[1,1]]]", ":5: camera[1].private: expected at least 3"},
         {kPlain + "masks = [[[0,0],[nan,0],[1,1]]]", ":5: camera[1].masks: expected points within"},
         {kPlain + "size = '320'", ":5: camera[1].size: expected WIDTHxHEIGHT"},
         {kPlain + "region = '320x240'", ":5: camera[1].region: expected"},

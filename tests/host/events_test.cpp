@@ -24,9 +24,9 @@ std::int64_t at(double seconds) {
 }
 
 /// Plays scripts. One line is one input; lines of tracks with the same time are one frame:
-///   TIME NUMBER X Y [h=HEIGHT] [from=NUMBER] [still=SINCE] [unseen]      a track, its foot in shares
-///   TIME NUMBER left|lost|stopped|removed                                its end
-///   TIME scene STATE | lost | back | tick | tell TEXT | clock TO | finish
+///   TIME NUMBER X Y [h=HEIGHT] [from=NUMBER] [start=TIME] [birth=X,Y,HEIGHT] [still=SINCE] [unseen]   a track, its
+///   foot in shares TIME NUMBER left|lost|stopped|removed                                its end TIME scene STATE |
+///   lost | back | tick | tell TEXT | clock TO | rules ZONE | finish
 class Player {
  public:
     Player(const Rules& rules, const EngineStart& start) : engine_(rules, start) {}
@@ -53,6 +53,11 @@ class Player {
     std::vector<CameraEvent> messages;
 
  private:
+    static Box boxOf(double x, double y, double height) {
+        const int tall = static_cast<int>(std::lround(height * 1000));
+        return {static_cast<int>(std::lround(x * 1000)) - 50, static_cast<int>(std::lround(y * 1000)) - tall, 100,
+                tall};
+    }
     void track(std::int64_t number, std::istream& in) {
         Track& track = known_[number];
         const bool first = track.number == 0;
@@ -68,6 +73,14 @@ class Player {
                 height = std::stod(word.substr(2));
             } else if (word.starts_with("from=")) {
                 track.split_from = std::stoll(word.substr(5));
+            } else if (word.starts_with("start=")) {
+                track.start_ns = at(std::stod(word.substr(6)));
+            } else if (word.starts_with("birth=")) {
+                std::replace(word.begin(), word.end(), ',', ' ');
+                std::istringstream numbers(word.substr(6));
+                double x = 0, y = 0, tall = 0;
+                numbers >> x >> y >> tall;
+                track.birth = boxOf(x, y, tall);
             } else if (word.starts_with("still=")) {
                 track.state = TrackState::kStopped;
                 track.stopped_ns = at(std::stod(word.substr(6)));
@@ -82,11 +95,7 @@ class Player {
                 place.push_back(std::stod(word));
             }
         }
-        if (place.size() == 2) {
-            const int tall = static_cast<int>(std::lround(height * 1000));
-            track.box = {static_cast<int>(std::lround(place[0] * 1000)) - 50,
-                         static_cast<int>(std::lround(place[1] * 1000)) - tall, 100, tall};
-        }
+        if (place.size() == 2) track.box = boxOf(place[0], place[1], height);
         frame_.push_back(track);
     }
     void input(const std::string& word, std::istream& in) {
@@ -104,6 +113,11 @@ class Player {
         if (word == "tick") take(engine_.tick(time));
         if (word == "tell") take(engine_.tell(EventKind::kExternal, "", rest, time));
         if (word == "clock") take(engine_.clockStepped(time, at(std::stod(rest))));
+        if (word == "rules") {
+            Rules other;
+            other.zones.push_back({rest, "", {{0.4, 0.2}, {0.9, 0.2}, {0.9, 0.8}, {0.4, 0.8}}, {}, 0, 0});
+            take(takeStep(engine_, *parseStep(stepText({.kind = RuleStep::kRules, .time_ns = time, .rules = other}))));
+        }
         if (word == "finish") take(engine_.finish(time, "source"));
     }
     void flush() {
@@ -186,6 +200,24 @@ const std::vector<RuleCase> kCases = {
     {"a split on the line", kAsIs,
      "0 1 .3 .3; 1 1 .47 .3; 2 1 .47 .3; 2 2 .505 .3 from=1; 3 2 .495 .3; 4 2 .46 .3; 5 2 .6 .3",
      "5 line gate backward start #2 =1\n", "<"},
+    {"a split whose part comes out behind the line, where all of it was before", kAsIs,
+     "0 1 .7 .3; 1 1 .7 .3; 2 1 .55 .3; 3 1 .54 .3; 4 2 .4 .3 from=1 start=2.5; 5 1 .6 .3;"
+     "6 3 .46 .3 from=2; 7 4 .54 .3 from=3; 8 4 .46 .3",
+     "4 line gate forward start #2 =1\n8 line gate forward start #4 =2\n", ">>"},
+    {"who stands behind, in the box of two who are one, has crossed nothing",
+     [](Rules& rules) {
+         rules.lines[0] = {"gate", "", {0, 0.5}, {1, 0.5}, {}};
+     },
+     "0 1 .2 .45 h=.4; 1 1 .2 .53 h=.4; 2 1 .2 .56 h=.4; 3 2 .2 .4 from=1 start=2.5",
+     "1 zone yard enter start #1\n1 line gate forward start #1 =1\n", ">"},
+    {"over the line before it is believed; a head that became a person is no way", kAsIs,
+     "0 1 .4 .3 birth=.6,.3,.2; 1 2 .45 .3 birth=.6,.3,.1; 2 3 .4 .3 birth=.51,.3,.2; 3 4 .4 .45 birth=.6,.45,.2",
+     "0 line gate forward start #1 =1\n", ">"},
+    {"other rules: all begins anew, the source stays lost", kAsIs,
+     "0 1 .5 .6; 1 rules door; 2 1 .5 .7; 3 1 .3 .7; 4 lost; 15 rules door; 25 back; 31 tick",
+     "0 zone yard enter start #1\n1 zone yard leave end configuration #1 =1\n2 zone door enter start #1\n"
+     "3 zone door leave end out #1 =1\n14 scene lost start\n15 scene lost end configuration\n15 scene lost start\n"
+     "30 scene lost end back =21\n"},
     {"out of the picture before it is clear of the line", kAsIs, "0 1 .55 .3; 1 1 .49 .3; 2 1 left",
      "2 line gate forward start #1 =1\n", ">"},
     {"lost beside the line is no crossing", kAsIs, "0 1 .55 .3; 1 1 .49 .3; 2 1 lost", ""},
@@ -640,6 +672,7 @@ TEST(RuleSteps, TextsReadBackAndNothingElseDoes) {
         {RuleStep::kClock, 9, -3'000'000'000},
         {RuleStep::kFinish, 9, 0, EventKind::kExternal, std::nullopt, "configuration"},
         {RuleStep::kMap, 9, 0, EventKind::kExternal, std::nullopt, "", "", {0.1, 0.2, 0.3, 0.7}},
+        {.kind = RuleStep::kRules, .time_ns = 9, .rules = setup.rules},
         {RuleStep::kParameters, 9, 0, EventKind::kExternal, std::nullopt, "0123abcd"},
     };
     for (const RuleStep& step : steps) {
@@ -653,6 +686,7 @@ TEST(RuleSteps, TextsReadBackAndNothingElseDoes) {
         EXPECT_EQ(again->change, step.change);
         EXPECT_EQ(again->text, step.text);
         EXPECT_EQ(again->map, step.map);
+        EXPECT_EQ(again->rules, step.rules);
     }
     for (const char* bad : {"", "tick", "tock 5", "tick x", "clock 5", "map 5 1 2 3", "tell 5 nobody - - x"})
         EXPECT_FALSE(parseStep(bad)) << bad;

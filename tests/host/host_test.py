@@ -98,6 +98,10 @@ class Play(HostTest):
                 (("play", SMALL, "--analyzer", "./nothing"), 69, "./nothing"),
                 (("play", SMALL, "--size", "12"), 64, "320x240"), (("play", SMALL, "--output", "smoke"), 64, "replies"),
                 (("play", SMALL, "--output", "replies=no/such/dir"), 73, "no/such/dir"), (("fly",), 64, "fly"),
+                (("play", SMALL, "--zone", "yard=0,0 1,1"), 64, "at least 3 points"),
+                (("play", SMALL, "--zone", "yard"), 64, "NAME=X,Y"), (("play", SMALL, "--zone", "a=0,0 1,1 1,0 0,1"), 64, "cross"),
+                (("play", SMALL, "--line", "gate=0,0 2,0"), 64, "0 to 1"),
+                (("play", SMALL, "--line", "a=0,0 1,0", "--zone", "a=0,0 1,0 1,1"), 64, "same name"),
                 (("replay", "noise.mp4"), 65, "this is no recording"),
                 (("pley", SMALL), 64, "did you mean play?"), (("play", SMALL, "--bgframe", 3), 64, "did you mean --bgframes?"),
                 (("play", SMALL, "--output", "jsnol"), 64, "did you mean jsonl?"), (("run", "missing.toml"), 78, "missing.toml")]
@@ -423,6 +427,10 @@ class Service(HostTest):
             self.host("tell", "gate", "ding  dong", "--state", "state")
             self.until(lambda: any(e.get("text") == "ding  dong" for e in told()), "what was told")
             self.until(lambda: "external" in hooked.read_text() if hooked.exists() else False, "the hook")
+            bell = next(e["event"] for e in told() if e["kind"] == "external")
+            self.until(lambda: f'"{bell}"' in self.host("events", "--state", "state", "--json", "--kind", "external").stdout, "it")
+            self.host("events", "keep", bell, "--state", "state")  # by the running host
+            self.host("events", "delete", "gate-99999", "--state", "state", expect=65)
             self.assertIn("is used by another host", self.host("run", "c.toml", expect=73).stderr)
             self.assertEqual(self.end(process), 0)
             found = self.host("replay", "out/gate/recording.bin", "--verify", "--output", "events=again")
@@ -433,7 +441,16 @@ class Service(HostTest):
             for event in told():  # as it was told last
                 self.assertIn(event["event"], stored)
             self.assertTrue(all(e["end_ns"] for e in stored.values()), "an event still runs")
-            self.assertTrue({e["event"] for e in told() if e["kind"] == "motion"})
+            visits = {e["event"] for e in told() if e["kind"] == "motion"}
+            self.assertTrue(visits and all(stored[visit]["pictures"] == 1 for visit in visits))
+            self.host("events", "export", *visits, "-o", f"export{run}", "--state", "state")
+            exported = {e["event"]: e for e in json.loads((self.dir / f"export{run}/events.json").read_text())}
+            for visit in visits:
+                self.assertLessEqual({"picture", "box", "thumb", "strip"}, {file["kind"] for file in exported[visit]["files"]})
+            if run == 1:  # without a host
+                self.host("events", "delete", *visits, bell, "--state", "state")
+                left = [p.name.split("-")[0].split(".")[0] for p in (self.dir / "state/media").rglob("*.*")]
+                self.assertFalse({e.rpartition("-")[2] for e in {bell, *visits}} & set(left))
             if run == 0:
                 first = {e["event"] for e in told()}
             else:
@@ -472,7 +489,7 @@ class Service(HostTest):
         self.assertIn("analyzer restarted 1 times", self.log())
 
     def test_reload_reaches_only_what_changed(self):
-        kept, tuned = scene_camera("kept", 1), scene_camera("tuned", 2)
+        kept, tuned = scene_camera("kept", 1), scene_camera("tuned", 2, seamless="false")
         self.write("c.toml", config(kept, tuned, scene_camera("removed", 3)))
         process = self.start("-v", "run", "c.toml")
         pids = [self.analyzer_of(process, device) for device in (1, 2, 3)]
@@ -497,6 +514,39 @@ class Service(HostTest):
         before = (self.dir / "out/kept/replies.txt").read_bytes()
         self.host("run", "c.toml")
         self.assertEqual((self.dir / "out/kept/replies.txt.1").read_bytes(), before)
+
+    def test_changes_and_deaths_leave_no_gap(self):
+        def cameras(low):
+            live = {"source": '"scene:walkers?size=160x120&rate=10&frames=0"', "live": "true", "warm_up": 8,
+                    "outputs": '["replies", "recording"]', "control": f"{{ bgframes = 12, color_low = {low} }}"}
+            return config(scene_camera("gate", 1, **live), scene_camera("yard", 2, **live, seamless="false"))
+        self.write("c.toml", cameras(0.25))
+        process = self.start("-v", "run", "c.toml")
+        first = self.analyzer_of(process, 1)
+        self.until(lambda: (self.dir / "out/gate/replies.txt").exists(), "replies")
+        time.sleep(1.5)
+        self.write("c.toml", cameras(0.3))
+        process.send_signal(signal.SIGHUP)
+        self.until(lambda: "when the latest" in self.log(), "the ring is short at the start")
+        self.until(lambda: "parameters: a new analyzer has taken over" in self.log(), "the hand-over", timeout=40)
+        self.assertIn('"-color_low" value="0.3"', (self.dir / "root/opt/tesra/var/conf/1/qelparams2.conf").read_text())
+        second = self.analyzer_of(process, 1)
+        self.assertNotEqual(first, second)
+        for device in (1, 2):
+            os.kill(self.analyzer_of(process, device), signal.SIGKILL)
+        self.until(lambda: "restart: a new analyzer has taken over" in self.log(), "the second one")
+        time.sleep(1.5)
+        self.assertEqual(self.end(process), 0)
+        # A plain OK, while it learns, has no blank there.
+        answers = {name: [b"Sequence-Number: " in answer for answer in
+                          (self.dir / f"out/{name}/replies.txt").read_bytes().split(b"ANALYTICS.CARTRIDGE\r\n")[1:]]
+                   for name in ("gate", "yard")}
+        self.assertEqual(answers["gate"].count(False), 12, "it learned at the start alone")
+        self.assertGreater(answers["yard"].count(False), 12 + 6, "the other one at each of them")
+        self.assertEqual(sequences(self.dir / "out/gate/replies.txt"), list(range(1, len(answers["gate"]) + 1)))
+        self.assertIn("handed over 2 times", self.log())
+        done = self.host("replay", "out/gate/recording.bin", "--verify")
+        self.assertIn("again for hand-overs) replayed, every reply is the same, and every track", done.stdout)
 
     def test_a_full_disk_for_a_while(self):
         self.write("c.toml", config(scene_camera("gate", 1, outputs='["jsonl"]')))

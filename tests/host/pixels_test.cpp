@@ -207,6 +207,41 @@ TEST(Masks, CoverThePixelsWhoseMiddlesLieInside) {
     }
 }
 
+// Random triangles, thin ones among them: no pixel that one so much as touches keeps anything of what it showed, and
+// far away nothing is lost.
+TEST(Masks, NothingOfAPrivateAreaIsLeft) {
+    constexpr int kWidth = 61, kHeight = 47;
+    std::mt19937 random(3);
+    std::uniform_real_distribution<double> share(-0.1, 1.1);
+    const ShownPart part{0.25, 0.125, 0.5, 0.75};
+    for (int trial = 0; trial < 60; ++trial) {
+        SCOPED_TRACE(trial);
+        Mask area = {{share(random), share(random)}, {share(random), share(random)}, {share(random), share(random)}};
+        if (trial % 3 == 0) area[2] = {area[1].x + 1e-4, area[1].y};
+        std::vector<std::uint8_t> rgb(kWidth * kHeight * 3, 7);
+        paintPrivate({&area, 1}, part, kWidth, kHeight, rgb);
+        const auto at = [&rgb](int x, int y) { return rgb[static_cast<std::size_t>(3 * (y * kWidth + x))]; };
+        double nearest[kHeight][kWidth];  // distance to points all over the triangle
+        std::fill_n(&nearest[0][0], kWidth * kHeight, 1e9);
+        for (int i = 0; i <= 80; ++i)
+            for (int j = 0; i + j <= 80; ++j) {
+                const double u = i / 80.0, v = j / 80.0, w = 1 - u - v;
+                const double px = ((u * area[0].x + v * area[1].x + w * area[2].x) - part.left) / part.width * kWidth;
+                const double py = ((u * area[0].y + v * area[1].y + w * area[2].y) - part.top) / part.height * kHeight;
+                for (int y = 0; y < kHeight; ++y)
+                    for (int x = 0; x < kWidth; ++x) {
+                        const double dx = std::max({x - px, px - x - 1, 0.0}), dy = std::max({y - py, py - y - 1, 0.0});
+                        nearest[y][x] = std::min(nearest[y][x], std::max(dx, dy));
+                    }
+            }
+        for (int y = 0; y < kHeight; ++y)
+            for (int x = 0; x < kWidth; ++x) {
+                EXPECT_TRUE(nearest[y][x] > 1 || at(x, y) == 0) << x << ' ' << y;
+                EXPECT_TRUE(nearest[y][x] <= 6 || at(x, y) == 7) << x << ' ' << y;
+            }
+    }
+}
+
 TEST(Frames, AreFittedAndMaskedBehindRegionAndSize) {
     const std::pair<std::pair<int, int>, std::pair<int, int>> sizes[] = {{{320, 240}, {320, 240}},
                                                                          {{768, 576}, {384, 288}},
@@ -222,10 +257,11 @@ TEST(Frames, AreFittedAndMaskedBehindRegionAndSize) {
     frame.layout = {*findFormat("rgb24"), 80, 60};
     frame.bytes.assign(80 * 60 * 3, 9);
     std::vector<std::uint8_t> spare;
+    options.private_areas = {{{0.5, 0.75}, {1, 0.75}, {1, 1}, {0.5, 1}}};
     const RgbFrame picture = toRgbFrame(frame, options, spare);
     ASSERT_EQ(std::pair(picture.width, picture.height), std::pair(20, 30));
     for (std::size_t i = 0; i < picture.rgb.size(); ++i)
-        ASSERT_EQ(picture.rgb[i], i < picture.rgb.size() / 2 ? kMaskGrey : 9) << i;
+        ASSERT_EQ(picture.rgb[i], i < 15 * 60 ? kMaskGrey : i < 21 * 60 ? 9 : 0) << i;
 }
 
 }  // namespace

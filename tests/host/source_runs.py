@@ -288,6 +288,20 @@ class Sources(HostTest):
         self.assertEqual(found, sorted(set(found)))
 
     @needs_ffmpeg
+    def test_a_file_may_stand_for_a_camera(self):
+        """At its own speed, and its next round is no outage."""
+        self.video("v.avi", frames=10, rate=10)
+        self.cameras({"name": '"gate"', "source": '"v.avi"', "live": "true", "loop": "true", "realtime": "true",
+                      "outputs": '["replies"]'})
+        process = self.start("-v", "run", "c.toml")
+        replies = self.dir / "out/gate/replies.txt"
+        self.until(lambda: replies.exists() and len(times(replies)) > 25, "a third round")
+        found = times(replies)
+        self.assertEqual(self.end(process), 0)
+        self.assertGreater(found[25] - found[0], 1.5)
+        self.assertNotIn("ended", self.log())
+
+    @needs_ffmpeg
     def test_a_file_loses_no_frame_to_a_decoder_that_dies(self):
         """Once in mid-file: it goes on with the next frame. Always at once: given up after three more tries."""
         self.video("v.avi", frames=40)

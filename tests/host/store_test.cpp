@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "hooks/hook_runner.h"
+#include "store/media_files.h"
 #include "store/reader.h"
 #include "store/schema.h"
 #include "store/store.h"
@@ -184,6 +185,59 @@ TEST_F(StoreTest, WhatIsHandedInComesBack) {
     EXPECT_EQ(stored({"", "", {}, 0, 0, 2}).at(1).event.number, 4);
 }
 
+TEST_F(StoreTest, FilesOfAnEventAreToldKeptAndGoWithIt) {
+    const auto file = [this](std::int64_t number, MediaKind kind) {
+        StoredMedia media;
+        media.kind = kind;
+        media.file = mediaFile("gate", number, number * kSecond, kind);
+        media.bytes = 3;
+        fs::create_directories(fs::path(directory + '/' + media.file).parent_path());
+        std::ofstream(directory + '/' + media.file) << "abc";
+        return media;
+    };
+    const auto there = [this](const StoredMedia& media) { return fs::exists(directory + '/' + media.file); };
+    std::vector<std::string> attached;
+    StoreOptions watched = options();
+    std::string deleted;
+    watched.deleted = [&deleted](const std::string& camera, std::int64_t number) { deleted = eventId(camera, number); };
+    Store store(watched, [&attached](const StoredEvent& stored) {
+        attached.push_back(std::string(nameOf(stored.event.state)) + ' ' + std::to_string(stored.pictures) + ' ' +
+                           nameOf(stored.clip) + (stored.keep ? " kept" : ""));
+    });
+    store.addCamera("gate", "", "");
+    store.event(event(1, kStart));
+    StoredMedia picture = file(1, MediaKind::kPicture), box = file(1, MediaKind::kBox),
+                clip = file(1, MediaKind::kClip);
+    EXPECT_EQ(box.file, "media/gate/1970-01-01/1-box.jpg");
+    EXPECT_TRUE(store.attach("gate", 1, {picture, box}));
+    EXPECT_TRUE(store.clip("gate", 1, ClipState::kRecording));
+    ASSERT_TRUE(store.settle(30));
+    picture.bytes = 4;  // a better one
+    store.attach("gate", 1, {picture});
+    EXPECT_EQ(store.remove("gate", 1), "gate-1 still runs");
+    store.event(event(1, kEnd, "leave"));
+    ASSERT_TRUE(store.settle(30));
+    store.attach("gate", 1, {clip});
+    const StoredMedia late = file(9, MediaKind::kPicture);
+    store.attach("gate", 9, {late});  // of an event that is not there
+    ASSERT_TRUE(store.settle(30));
+    EXPECT_EQ(store.keep("gate", 1, true), "");
+    ASSERT_TRUE(store.settle(30));
+    EXPECT_EQ(attached, (std::vector<std::string>{"start 0 none", "update 1 recording", "end 1 recording",
+                                                  "update 1 recording", "update 1 ready", "update 1 ready kept"}));
+    EXPECT_FALSE(there(late));
+    StoreReader reader(directory);
+    EXPECT_EQ(reader.media("gate", 1), (std::vector<StoredMedia>{picture, box, clip}));
+    EXPECT_EQ(store.review("gate", 1, "anna", Verdict::kWrong), "");
+    EXPECT_EQ(reader.reviews("gate", 1).at("anna"), Verdict::kWrong);
+    EXPECT_EQ(store.keep("gate", 2, true), "there is no event gate-2");
+    EXPECT_EQ(store.keep("nobody", 1, true), "there is no camera 'nobody'");
+    EXPECT_EQ(store.remove("gate", 1), "");
+    EXPECT_EQ(deleted, "gate-1");
+    EXPECT_FALSE(there(picture) || there(box) || there(clip));
+    EXPECT_TRUE(reader.media("gate", 1).empty() && reader.reviews("gate", 1).empty() && !reader.event("gate", 1));
+}
+
 TEST_F(StoreTest, WhileTheDiskStallsTellingWaits) {
     Store store(options(100), tell());
     store.addCamera("gate", "", "");
@@ -264,21 +318,29 @@ TEST_F(StoreTest, NumbersAreNeverUsedAgain) {
 
 TEST_F(StoreTest, OlderDatabasesComeUpToDateNewerOnesAreRefused) {
     const std::string path = StateDirectory::databasePath(directory);
-    {
-        Database old(path, Database::Mode::kReadWrite);
-        migrate(old, 1);
-        old.run("INSERT INTO cameras VALUES(1, 'gate', '', ''); INSERT INTO counts VALUES(1, 'line', 3, 4, 5)");
+    for (int version = 1; version < kSchemaVersion; ++version) {
+        SCOPED_TRACE(version);
+        fs::remove_all(directory);
+        fs::create_directory(directory);
+        {
+            Database old(path, Database::Mode::kReadWrite);
+            migrate(old, version);
+            old.run("INSERT INTO cameras VALUES(1, 'gate', '', ''); INSERT INTO counts VALUES(1, 'line', 3, 4, 5)");
+        }
+        EXPECT_THROW(StoreReader{directory}, StoreError);  // readers change nothing
+        {
+            Store store(options(), nullptr);
+            store.addCamera("gate", "", "");
+            store.event(event(1, kEnd));
+            store.crossing("gate", {"line", true, 3 * kHourNs});
+            store.nearMiss("gate", {"yard", "dwell", 1, 2, 7, kDay});
+            store.attach("gate", 1, {StoredMedia{}});
+            ASSERT_TRUE(store.settle(30));
+        }
+        EXPECT_EQ(StoreReader(directory).counts("gate").at({"line", 3}).forward, 5);
+        EXPECT_EQ(StoreReader(directory).nearMisses("gate").size(), 1u);
+        EXPECT_EQ(StoreReader(directory).event("gate", 1)->pictures, 1);
     }
-    EXPECT_THROW(StoreReader{directory}, StoreError);  // readers change nothing
-    {
-        Store store(options(), nullptr);
-        store.addCamera("gate", "", "");
-        store.crossing("gate", {"line", true, 3 * kHourNs});
-        store.nearMiss("gate", {"yard", "dwell", 1, 2, 7, kDay});
-        ASSERT_TRUE(store.settle(30));
-    }
-    EXPECT_EQ(StoreReader(directory).counts("gate").at({"line", 3}).forward, 5);
-    EXPECT_EQ(StoreReader(directory).nearMisses("gate").size(), 1u);
     const auto refused = [this](const std::string& sql, const char* why) {
         Database(StateDirectory::databasePath(directory), Database::Mode::kReadWrite).run(sql);
         try {
@@ -301,7 +363,8 @@ TEST_F(StoreTest, TheOldestGoes) {
         std::int64_t free_bytes;
         const char* expected;  ///< events, tracks, minutes, near misses that are left
     };
-    RetentionLimits nothing{0, 0, 0, 0, 0}, days{5, 3, 1, 0, 0}, small{0, 0, 0, 1, 0}, full{0, 0, 0, 0, 1000};
+    RetentionLimits nothing{0, 0, 0, 0, 0, 0, 0}, days{5, 3, 1, 0, 0, 0, 0}, small{0, 0, 0, 1, 0, 0, 0},
+        full{0, 0, 0, 0, 0, 0, 1000};
     const Row rows[] = {
         {"no limit", nothing, 0, "11 10 10 10"},
         {"by age", days, 0, "7 5 3 1"},  // five days, one that is marked, one that runs
@@ -327,7 +390,7 @@ TEST_F(StoreTest, TheOldestGoes) {
         }
         writer.event(1, event(100, kStart));  // runs, since the first day
         database.run("UPDATE events SET keep = 1 WHERE id = " + std::to_string(rowOf(1, 1)));
-        for (int steps = 0; steps < 20 && prune(database, row.limits, 10 * kDay, row.free_bytes); ++steps) continue;
+        for (int steps = 0; steps < 20 && prune(database, row.limits, {}, 10 * kDay, row.free_bytes); ++steps) continue;
         std::string left;
         for (const char* table : {"events", "tracks", "minutes", "near_misses"})
             left += (left.empty() ? "" : " ") +
@@ -376,6 +439,17 @@ TEST_F(StoreTest, HooksGetArgumentsNoShell) {
     impatient.arm(false);
     impatient.tell(event(2, kStart));
     EXPECT_EQ(impatient.counts().started, 1);
+    {
+        settings.command = {"sh", "-c", "sleep 0.1; echo \"$1\" >> \"$2\"", "hook", "{event}", out};
+        settings.seconds = 30;
+        HookRunner leaving(settings);
+        leaving.graceAtEnd(60);
+        leaving.tell(event(5, kStart));
+        leaving.tell(event(6, kStart));
+    }
+    std::stringstream last;
+    last << std::ifstream(out).rdbuf();
+    EXPECT_EQ(last.str(), written.str() + "gate-5\ngate-6\n");
     runner.tell(event(9, kStart));  // still waits for its line when the runner goes
 }
 

@@ -217,18 +217,26 @@ TEST(Tracks, TellsWhatATrackCameOutOf) {
     EXPECT_EQ(stage.shown()[1].split_from, 1);
 }
 
-// Legs and upper body are found apart, each by itself, and then as a whole: one track remains.
+// Legs and upper body are found apart, each by itself, at once or one after the other, and then as a whole: one track
+// remains, and its box is the whole at once. So it is where a head is all that could be seen at first.
 TEST(Tracks, PiecesBecomeOne) {
-    Stage stage;
-    stage.learn();
-    stage.each(4, [&](double t) {
-        const double x = 20 + 15 * t;
-        stage.things = {at(x, 30, 16, 14)};
-        stage.things.push_back(t < 0.6 ? at(x, 56, 16, 16) : at(x, 30, 16, 42));
-    });
-    ASSERT_EQ(stage.shown().size(), 1u);
-    EXPECT_EQ(stage.shown()[0].number, 1);
-    EXPECT_GT(overlapOf(stage.shown()[0].box, stage.things[1]), 0.7);
+    const struct { double rate, legs_from, whole_from; } cases[] = {{10, 0, 0.6}, {10, 1, 3}, {25, 1, 3}, {10, 9, 2}};
+    for (const auto& one : cases) {
+        SCOPED_TRACE(testing::Message() << one.rate << ", " << one.legs_from << ", " << one.whole_from);
+        Stage stage(one.rate);
+        stage.learn();
+        stage.each(one.whole_from + 0.5, [&](double t) {
+            const double x = 10 + 12 * t;
+            stage.things = {at(x, 30, 16, 14)};
+            if (t >= one.whole_from)
+                stage.things.push_back(at(x, 30, 16, 42));
+            else if (t >= one.legs_from)
+                stage.things.push_back(at(x, 56, 16, 16));
+        });
+        ASSERT_EQ(stage.shown().size(), 1u);
+        EXPECT_EQ(stage.shown()[0].number, 1);
+        EXPECT_GT(overlapOf(stage.shown()[0].box, stage.things[1]), 0.7);
+    }
 }
 
 // People on the far side, two cars, a person on the near side: for seconds they stand in one column.
@@ -360,6 +368,32 @@ TEST(Tracks, ALampChangesTheSceneAndNothingElse) {
         stage.wait(2);
         EXPECT_EQ(stage.scene, SceneState::kWatching);
     }
+}
+
+// In an empty room and a busy one, at any strength, whether the analyzer covers the picture with boxes or has learned
+// both lights: each switch that is strong enough to make foreground is told, and nothing is born of it by itself.
+TEST(Tracks, EverySwitchOfALampIsTold) {
+    for (const bool busy : {false, true})
+        for (const double gain : {1.3, 1.6, 1.9, 0.7, 0.4}) {
+            SCOPED_TRACE(testing::Message() << gain << (busy ? " busy" : " empty"));
+            Stage stage(20);
+            stage.learn();
+            for (int turn = 0; turn < 5; ++turn) {
+                stage.gain = turn % 2 ? gain : 1;
+                int changed = 0;
+                stage.each(2, [&](double t) {
+                    stage.things.clear();
+                    const double way = 2 * turn + t;
+                    if (busy) stage.things = {at(5 + 12 * way, 40), at(140 - 12 * way, 4), at(5 + 6 * way, 80)};
+                    changed += stage.scene == SceneState::kChanged;
+                });
+                EXPECT_EQ(changed > 0, turn > 0) << turn;
+                EXPECT_EQ(stage.scene, SceneState::kWatching) << turn;
+            }
+            if (!busy) {
+                EXPECT_EQ(stage.filter.nextNumber(), 1);
+            }
+        }
 }
 
 TEST(Tracks, Blind) {
