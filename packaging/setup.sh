@@ -18,11 +18,11 @@ packages_of() {
     case "$1" in
         build) echo g++ cmake ninja-build libjpeg62-turbo-dev libpng-dev ;; # the last two: image files, optional
         host)
-            echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libjpeg62-turbo-dev libpng-dev \
-                libsodium-dev libsqlite3-dev libhowardhinnant-date-dev
+            echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libturbojpeg0-dev libpng-dev libzip-dev \
+                libsodium-dev libsqlite3-dev libhowardhinnant-date-dev libmicrohttpd-dev
             ;;
         video) echo ffmpeg ;;
-        test) echo libgtest-dev python3 ffmpeg xz-utils logrotate ;;
+        test) echo libgtest-dev python3 python3-jsonschema ffmpeg xz-utils logrotate strace chromium chromium-driver python3-selenium ;;
         matrix) echo clang libgtest-dev g++-aarch64-linux-gnu qemu-user ;;
         fuzz) echo clang libclang-rt-14-dev cmake ninja-build ;;
         lint) echo clang-tidy cppcheck ;;

@@ -52,6 +52,6 @@ std::span<const Blob> Mog2::frame(std::span<const std::uint8_t> rgb, int width, 
     }
     std::stable_sort(s.blobs.begin(), s.blobs.end(), [](const Blob& a, const Blob& b) { return a.pixels > b.pixels; });
     if (s.blobs.size() > static_cast<std::size_t>(kMostBlobs)) s.blobs.resize(kMostBlobs);
-    joinPieces(s.blobs);
+    joinPieces(s.blobs, [](std::int64_t, std::int64_t) { return false; });
     return s.blobs;
 }

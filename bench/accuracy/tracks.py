@@ -14,6 +14,7 @@ import sys
 import tempfile
 from collections import namedtuple
 
+import events
 import scores
 
 # Frames that count: learning lasts until just before, 300 frames at most. `least` is what must be reached: MOTA at
@@ -153,6 +154,7 @@ def main():
     parser.add_argument("--build", metavar="DIR", default="build/bench",
                         help="with fleifeisa-host and track_recording (else they are built)")
     parser.add_argument("--variants", action="store_true", help="also at half rate, third rate and half size")
+    parser.add_argument("--events", action="store_true", help="who crosses lines, enters zones, stands still, and nothing else")
     parser.add_argument("--keep", metavar="DIR", help="leave recordings and CSV files there, and use them the next time")
     options = parser.parse_args()
     if not options.footage:
@@ -161,6 +163,9 @@ def main():
     unknown = set(options.clips) - {clip.label for clip in CLIPS}
     if unknown:
         parser.error(f"there is no clip {', '.join(sorted(unknown))}")
+    if options.events:
+        with tempfile.TemporaryDirectory() as temporary:
+            return 0 if events.judge_all(options, options.keep or temporary) else 1
     clips = [clip for clip in CLIPS if not options.clips or clip.label in options.clips]
     print("Of boxes: MOTA at overlap 0.5 / 0.3, switches. Of masks: moving pixels in boxes / boxes without, ids.")
     good = True

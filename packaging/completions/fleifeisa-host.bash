@@ -3,9 +3,9 @@
 _fleifeisa_host() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb='' word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        case $word in play | run | replay | report | events | tell | db | scenes) verb=$word && break ;; esac
+        case $word in play | run | replay | report | events | tell | db | user | scenes) verb=$word && break ;; esac
     done
-    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --tracks --least-area --shadow-test
+    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --private --tracks --least-area --shadow-test
         --no-shadow-test --split-people --no-split-people --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option --zone --line"
     local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
         --answer-timeout"
@@ -20,7 +20,7 @@ _fleifeisa_host() {
         if [ "$previous" = "$name" ]; then previous=--out; fi
     done
     case $previous in
-        --type) words="color ir" ;;
+        --type) words="color ir auto" ;;
         --kind) words="motion zone line stopped removed scene analyzer gap clock external" ;;
         --log-format) words="text json" ;;
         --profile) words="people-outdoor traffic indoor thermal" ;;
@@ -32,26 +32,28 @@ _fleifeisa_host() {
         *)
             case $verb in
                 play) words="$source $analyzer --state --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
-                '') words="play run replay report events tell db scenes --verbose --log-format --version --help" ;;
+                '') words="play run replay report events tell db user scenes --verbose --log-format --version --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --analyzer --help" ;;
                 replay) words="--verify --out --output --replies --analyzer --help" ;;
-                events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --help" ;;
+                events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --near-misses
+                    export keep unkeep delete --out --help" ;;
                 tell) words="--state --help" ;;
-                db) words="check backup --state --help" ;;
+                db) words="check backup use --state --help" ;;
+                user) words="add list remove password change token --state --role --camera --all-cameras --help" ;;
                 scenes) words="--help" ;;
             esac
-            if [[ $current != -* && -n $verb && $verb != scenes && $verb != db ]]; then
+            if [[ $current != -* && -n $verb && $verb != scenes && $verb != db && $verb != user ]]; then
                 words=''
                 if [[ $verb == play || $verb == report ]] && [[ $current == scene* ]]; then
                     # A colon begins a new word in bash: only what follows it is completed.
-                    words="scene:street scene:walkers scene:crowd scene:static scene:lights scene:lamp scene:covered scene:night-ir"
+                    words="scene:street scene:walkers scene:crowd scene:static scene:lights scene:lamp scene:dusk scene:covered scene:night-ir scene:stage"
                 fi
             fi
             ;;
     esac
     if [ "$current" = : ] || [ "$previous" = : ]; then
-        words="street walkers crowd static lights lamp covered night-ir"
+        words="street walkers crowd static lights lamp dusk covered night-ir"
         current=${current#:}
     fi
     if [ -n "$words" ]; then

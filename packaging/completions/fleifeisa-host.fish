@@ -1,6 +1,6 @@
 # fish completion for fleifeisa-host
 
-set -l verbs play run replay report events tell db scenes
+set -l verbs play run replay report events tell db user scenes
 set -l none "not __fish_seen_subcommand_from $verbs"
 set -l feeds "__fish_seen_subcommand_from play report"
 set -l play "__fish_seen_subcommand_from play"
@@ -11,11 +11,11 @@ complete -c fleifeisa-host -s v -l verbose -d "report more"
 complete -c fleifeisa-host -l log-format -x -a "text json" -d "form of the log"
 complete -c fleifeisa-host -l help -d "help"
 
-complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd scene:static scene:lights scene:lamp scene:covered scene:night-ir"
+complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd scene:static scene:lights scene:lamp scene:dusk scene:covered scene:night-ir scene:stage"
 for option in rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout zone line
     complete -c fleifeisa-host -n $feeds -l $option -x
 end
-for option in mask least-area
+for option in mask private least-area
     complete -c fleifeisa-host -n $feeds -l $option -x
 end
 complete -c fleifeisa-host -n $feeds -l profile -x -a "people-outdoor traffic indoor thermal"
@@ -31,6 +31,10 @@ complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run repla
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l output -r -a "replies recording jsonl mot onvif tracks events video report" -d "an output"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l out -r -d "directory of the outputs"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell" -l state -r -d "state directory"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -f -a "add list remove password change token"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l role -x -a "view admin"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l state -r -d "state directory"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l camera -x -d "may see it"
 for option in rotate-size rotate-hours rotate-keep
     complete -c fleifeisa-host -n $play -l $option -x
 end
