@@ -171,6 +171,22 @@ TEST_F(Sandbox, DeniesTheRestAndLivesOn) {
     EXPECT_EQ(text, "alive exit 0");
 }
 
+// A program of the analyzer's library may keep one descriptor more, and nothing else with it.
+TEST_F(Sandbox, OneDescriptorMore) {
+    if (!kernelConfines()) GTEST_SKIP() << "this kernel lacks Landlock or seccomp filters";
+    for (const int also : {-1, 3}) {
+        const std::string text = inChild([&] {
+            if (dup2(1, 3) < 0 || dup2(1, 4) < 0) std::printf("no descriptors ");
+            ConfineProcess(path.c_str(), also);
+            errno = 0;
+            if (write(3, "three ", 6) < 0) std::printf("none ");
+            denied("writing to another one", write(4, "x", 1));
+            denied("a socket", socket(AF_UNIX, SOCK_STREAM, 0));
+        });
+        EXPECT_EQ(text, also == 3 ? "three exit 0" : "none exit 0");
+    }
+}
+
 TEST_F(Sandbox, LeavesWhatTheAnalyzerNeeds) {
     unsetenv("FLEIFEISA_SANDBOX");
 #ifdef __SANITIZE_ADDRESS__

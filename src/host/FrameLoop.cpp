@@ -18,6 +18,7 @@ int FrameLoop::Run() {
 bool FrameLoop::Step() {
     if (!TakeFrame()) return false;
     phase = cycle.Begin(Img, setup.parameters);
+    if (setup.watch != nullptr) setup.watch->Frame({cycle, phase, Img, streamdata, setup.parameters});
     cycle.End(Img);
     if (cycle.Number() > 1 || input.AnswersFirst()) cycle.Answer(replies, streamdata, setup.devid, setup.analyzerid);
     CheckControl();

@@ -5,6 +5,7 @@
 
 #include "host/Control.h"
 #include "host/FrameCycle.h"
+#include "host/FrameWatch.h"
 #include "host/Streaming.h"
 
 // Where frames come from.
@@ -25,11 +26,13 @@ class FrameInput {
 
 class FrameLoop {
  public:
-    // `parameters` are those in force; they are read again whenever the source says that they have changed.
+    // `parameters` are those in force; they are read again whenever the source says that they have changed. `watch`,
+    // where there is one, is shown every frame.
     struct Setup {
         ImageType type = COLOR;
         int devid = 0, analyzerid = 0;
         control& parameters;
+        FrameWatch* watch = nullptr;
     };
     FrameLoop(const Setup& setup, FrameInput& frames, ControlSource& source, std::ostream& out);
     ~FrameLoop();

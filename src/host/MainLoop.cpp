@@ -64,7 +64,7 @@ void EnlargePipe() {
 
 class Analyzer {
  public:
-    Analyzer(int argc, char** argv, std::istream& in_stream, std::ostream& out_stream);
+    Analyzer(int argc, char** argv, std::istream& in_stream, std::ostream& out_stream, FrameWatch* watch_in);
     int Run();
 
  private:
@@ -74,6 +74,7 @@ class Analyzer {
 
     std::istream& in;
     std::ostream& out;
+    FrameWatch* const watch;
     Mode mode = kStored;
     const char* type_text = "";
     std::string name_path, list_name;
@@ -83,8 +84,8 @@ class Analyzer {
     FileFrames files;  // of the file modes
 };
 
-Analyzer::Analyzer(int argc, char** argv, std::istream& in_stream, std::ostream& out_stream)
-    : in(in_stream), out(out_stream) {
+Analyzer::Analyzer(int argc, char** argv, std::istream& in_stream, std::ostream& out_stream, FrameWatch* watch_in)
+    : in(in_stream), out(out_stream), watch(watch_in) {
     ParseArguments(argc, argv);
     control_file = std::make_unique<ControlFile>(devid);
 }
@@ -148,12 +149,12 @@ int Analyzer::Run() {
     if (mode == kStreaming) {
         EnlargePipe();
         // The file modes open images for as long as they run; a stream needs nothing more than is open now.
-        ConfineProcess(ControlPath(devid).c_str());
+        ConfineProcess(ControlPath(devid).c_str(), watch != nullptr ? watch->Descriptor() : -1);
     }
     RequestFrames requests(in, out);
     FrameInput* frames = &files;
     if (mode == kStreaming) frames = &requests;
-    FrameLoop loop({CIr, devid, analyzerid, c}, *frames, *control_file, out);
+    FrameLoop loop({CIr, devid, analyzerid, c, watch}, *frames, *control_file, out);
     return Finish(out, loop.Run());
 }
 
@@ -167,10 +168,10 @@ const control& Parameters() {
     return c;
 }
 
-int RunAnalyzer(int argc, char** argv, std::istream& in, std::ostream& out) {
+int RunAnalyzer(int argc, char** argv, std::istream& in, std::ostream& out, FrameWatch* watch) {
     if (argc != 4 && argc != 5) return PrintUsage(argv[0]);
     try {
-        return Analyzer(argc, argv, in, out).Run();
+        return Analyzer(argc, argv, in, out, watch).Run();
     } catch (const std::bad_alloc&) {
         std::cerr << "Out of memory." << std::endl;
         return Finish(out, 1);

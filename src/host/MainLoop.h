@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "host/Control.h"
+#include "host/FrameWatch.h"
 
 // A signal handler that reads the control file of the running analyzer's device again. Deliberate: nothing installs it;
 // the frame loop looks at the file between frames (Handler.ReadsTheControlFile).
@@ -16,5 +17,7 @@ const control& Parameters();
 // status: 0 after SHUTDOWN or the end of the input, 1 otherwise. Everything answered has been flushed by then. The
 // usage text goes to standard output, messages to standard error. Only one analyzer runs at a time: the random
 // generator and the identity of the device are the process's own. In the streaming mode the whole process is confined
-// for good (Sandbox.h) unless FLEIFEISA_SANDBOX=off stands in the environment.
-int RunAnalyzer(int argc, char** argv, std::istream& in = std::cin, std::ostream& out = std::cout);
+// for good (Sandbox.h) unless FLEIFEISA_SANDBOX=off stands in the environment. `watch`, where there is one, is shown
+// every frame.
+int RunAnalyzer(int argc, char** argv, std::istream& in = std::cin, std::ostream& out = std::cout,
+                FrameWatch* watch = nullptr);

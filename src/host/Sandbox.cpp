@@ -1,5 +1,8 @@
 #include "host/Sandbox.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -9,7 +12,6 @@
 #ifdef __linux__
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 #endif
 
 namespace {
@@ -46,14 +48,15 @@ bool Wanted(std::string& note) {
 #define SYS_close_range 436
 #endif
 
-void Confine(const std::string& control_file, SandboxResult& result) {
+void Confine(const std::string& control_file, int last, SandboxResult& result) {
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
         Add(result.note, "not confined, the kernel cannot renounce new privileges");
         return;
     }
-    syscall(SYS_close_range, 3u, ~0u, 0u);  // what a careless parent left open; kernels before 5.9 keep it
+    syscall(SYS_close_range, static_cast<unsigned>(last + 1), ~0u,
+            0u);  // what a careless parent left open; kernels before 5.9 keep it
     const char* no_files = ConfineFiles(control_file, result.directory);
-    const char* no_calls = ConfineCalls();
+    const char* no_calls = ConfineCalls(last);
     result.files = no_files == nullptr;
     result.calls = no_calls == nullptr;
     if (!result.files) Add(result.note, "file access is not confined, " + std::string(no_files));
@@ -64,7 +67,7 @@ void Confine(const std::string& control_file, SandboxResult& result) {
 
 #else
 
-void Confine(const std::string&, SandboxResult& result) {
+void Confine(const std::string&, int, SandboxResult& result) {
     Add(result.note, "not confined, this system is not Linux");
 }
 
@@ -72,9 +75,9 @@ void Confine(const std::string&, SandboxResult& result) {
 
 }  // namespace
 
-SandboxResult ConfineProcess(const char* control_file) {
+SandboxResult ConfineProcess(const char* control_file, int also) {
     SandboxResult result;
-    if (Wanted(result.note)) Confine(control_file, result);
+    if (Wanted(result.note)) Confine(control_file, std::max(STDERR_FILENO, also), result);
     if (!result.note.empty()) std::fprintf(stderr, "%s.\n", result.note.c_str());
     return result;
 }

@@ -12,7 +12,8 @@ struct SandboxResult {
 };
 
 // Confines the calling process for the rest of its life, and everything it would start. Denied calls fail with EPERM
-// or EACCES; the process goes on. Descriptors above 2 are closed.
+// or EACCES; the process goes on. Descriptors above 2 are closed, but for `also` (3, or -1 for none), which can be read
+// and written like the standard streams.
 //
 // `control_file` has the form <conf>/<device>/<file>. stat and reading of it keep working when it is replaced, deleted
 // or created later, and so does <device>. Where <conf> does not exist yet, its nearest existing ancestor other than the
@@ -22,4 +23,4 @@ struct SandboxResult {
 // switches the confinement off ("off") and on ("on"). The default is on, but off in builds with the address, memory or
 // thread sanitizer, whose own system calls (the leak check starts a tracing process at exit) would be denied.
 // Call once, before other threads exist.
-SandboxResult ConfineProcess(const char* control_file);
+SandboxResult ConfineProcess(const char* control_file, int also = -1);

@@ -68,10 +68,10 @@ constexpr std::uint32_t kLargeFile = 0400000;
 constexpr std::uint32_t kReadFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | kLargeFile;
 constexpr std::uint32_t kNotExecutable = ~std::uint32_t{PROT_EXEC};
 
-std::vector<Checked> CheckedCalls() {
+std::vector<Checked> CheckedCalls(std::uint32_t last) {
     return {
-        {SYS_write, 0, Checked::kAtMost, 2},
-        {SYS_writev, 0, Checked::kAtMost, 2},
+        {SYS_write, 0, Checked::kAtMost, last},
+        {SYS_writev, 0, Checked::kAtMost, last},
         {SYS_openat, 2, Checked::kOnlyBits, kReadFlags},
         {SYS_mmap, 2, Checked::kOnlyBits, kNotExecutable},
         {SYS_mprotect, 2, Checked::kOnlyBits, kNotExecutable},
@@ -119,7 +119,7 @@ void AddChecked(std::vector<sock_filter>& program, const Checked& rule) {
     program.insert(program.end(), body.begin(), body.end());
 }
 
-std::vector<sock_filter> Program() {
+std::vector<sock_filter> Program(std::uint32_t last) {
     // The architecture first: the same number means another call in the 32-bit interface of the same processor.
     std::vector<sock_filter> program = {Load(offsetof(seccomp_data, arch)), JumpEqual(FLEIFEISA_AUDIT_ARCH, 1, 0),
                                         Return(kDeny), Load(offsetof(seccomp_data, nr))};
@@ -127,15 +127,15 @@ std::vector<sock_filter> Program() {
         program.push_back(JumpEqual(static_cast<std::uint32_t>(number), 0, 1));
         program.push_back(Return(kAllow));
     }
-    for (const Checked& rule : CheckedCalls()) AddChecked(program, rule);
+    for (const Checked& rule : CheckedCalls(last)) AddChecked(program, rule);
     program.push_back(Return(kDeny));
     return program;
 }
 
 }  // namespace
 
-const char* ConfineCalls() {
-    std::vector<sock_filter> program = Program();
+const char* ConfineCalls(int last) {
+    std::vector<sock_filter> program = Program(static_cast<std::uint32_t>(last));
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
     if (syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &filter) == 0) return nullptr;
     return errno == ENOSYS || errno == EINVAL ? "the kernel lacks seccomp filters" : "the kernel refused the filter";
@@ -143,7 +143,7 @@ const char* ConfineCalls() {
 
 #else
 
-const char* ConfineCalls() {
+const char* ConfineCalls(int) {
     return "there is no list of them for this processor";
 }
 

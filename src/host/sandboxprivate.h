@@ -6,5 +6,5 @@
 // Landlock: nothing but reading below the control file's directory, whose path is stored in `directory`.
 const char* ConfineFiles(const std::string& control_file, std::string& directory);
 
-// seccomp: the system calls of a short list, the rest fails with EPERM.
-const char* ConfineCalls();
+// seccomp: the system calls of a short list, the rest fails with EPERM. Descriptors up to `last` can be written to.
+const char* ConfineCalls(int last);

@@ -30,7 +30,7 @@ void replay(const std::string& requests, const ReplayOptions& options,
     RequestFrames frames(in, out);
     Changes changes(options.changes);
     control parameters{options.bg_frames, 0.25f, 0.5f, 1.0f, 2.0f};
-    FrameLoop loop({options.type, 3, 5, parameters}, frames, changes, out);
+    FrameLoop loop({options.type, 3, 5, parameters, options.watch}, frames, changes, out);
     while (loop.Step()) {
         show({loop.Cycle().Number(), loop.Latest(), *loop.Cycle().Tracker(), out.str()});
         out.str("");

@@ -12,6 +12,7 @@ struct ReplayOptions {
     int bg_frames = 20;
     // Control file changes: after frame F the new bg_frames is seen and starts a relearning period.
     std::map<int, int> changes;
+    FrameWatch* watch = nullptr;
 };
 
 struct ReplayedFrame {
