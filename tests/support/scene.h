@@ -2,6 +2,7 @@
 // must never change (the committed hashes hang on them), which is why the demo's scenes are not used here.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,8 @@ struct Scene {
     unsigned seed;
 };
 
-inline std::string sceneStream(const Scene& s) {
+/// Shows every frame, from 1, as width * height * 3 bytes of R, G, B.
+inline void paintScene(const Scene& s, const std::function<void(int frame, const std::string& pixels)>& show) {
     struct Thing {
         int x, y, vx, vy, w, h, level[3];  // places and speeds in eighths of a pixel
     };
@@ -33,7 +35,6 @@ inline std::string sceneStream(const Scene& s) {
         for (int& level : t.level) level = random.below(2) * 190 + random.below(50);
         things.push_back(t);
     }
-    std::string stream;
     std::string pixels(static_cast<std::size_t>(s.width * s.height * 3), '\0');
     for (int f = 1; f <= s.frames; f++) {
         const int flash = f > s.start && f % 19 == 0 ? 25 : 0;  // the light changes now and then
@@ -55,7 +56,14 @@ inline std::string sceneStream(const Scene& s) {
             if (t.x < -t.w * 8 || t.x > s.width * 8) t.vx = -t.vx;
             if (t.y < -t.h * 8 || t.y > s.height * 8) t.vy = -t.vy;
         }
-        stream += frameMessage(s.width, s.height, pixels, std::to_string(1300000000 + f), f);
+        show(f, pixels);
     }
+}
+
+inline std::string sceneStream(const Scene& s) {
+    std::string stream;
+    paintScene(s, [&](int frame, const std::string& pixels) {
+        stream += frameMessage(s.width, s.height, pixels, std::to_string(1300000000 + frame), frame);
+    });
     return stream + kShutdownMessage;
 }
