@@ -19,7 +19,7 @@ packages_of() {
         build) echo g++ cmake ninja-build libjpeg62-turbo-dev libpng-dev ;; # the last two: image files, optional
         host)
             echo libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libpugixml-dev libturbojpeg0-dev libpng-dev libzip-dev \
-                libsodium-dev libsqlite3-dev libhowardhinnant-date-dev libmicrohttpd-dev
+                libsodium-dev libsqlite3-dev libhowardhinnant-date-dev libmicrohttpd-dev libxxhash-dev
             ;;
         video) echo ffmpeg ;;
         test) echo libgtest-dev python3 python3-jsonschema ffmpeg xz-utils logrotate strace chromium chromium-driver python3-selenium ;;

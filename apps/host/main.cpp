@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "camera/supervisor.h"
+#include "cli/batch_options.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
 #include "cli/rules_config.h"
@@ -446,6 +447,7 @@ int run(int argc, char** argv) {
     addTell(app, code);
     addDb(app, code);
     addUser(app, code);
+    addBatch(app, code, FLEIFEISA_VERSION);
     app.add_subcommand("scenes", "Lists the built-in synthetic scenes.")->callback([&code] { code = scenesCommand(); });
     app.require_subcommand(0, 1);
     for (CLI::App* verb : app.get_subcommands({})) verb->fallthrough();  // -v may stand behind the verb

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "camera/output_types.h"
+#include "cli/clip_list.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
 #include "cli/profile_choice.h"
@@ -80,7 +81,7 @@ class Loader {
         }
         Table top(*this, root, "");
         top.keys({"analyzer", "root", "outputs", "rotate", "camera", "state", "timezone", "keep", "on_event", "notify",
-                  "http"});
+                  "http", "clip_times"});
         if (const auto text = top.text("analyzer"))
             config.analyzer = text->find('/') == std::string::npos ? *text : resolved(*text);
         if (const auto text = top.text("root")) root_ = resolved(*text);
@@ -189,6 +190,8 @@ class Loader {
         faults_.emplace_back(line, key + ": " + message);
     }
 
+    bool forClips() const { return check_ == ConfigCheck::kClips; }
+
     std::string resolved(const std::string& path) const { return (directory_ / path).lexically_normal().string(); }
 
     /// From when on programs are told: true at once, false never, else off until that moment.
@@ -211,6 +214,8 @@ class Loader {
         desk.on_event = top.texts("on_event");
         if (const std::string fault = hookFault(desk.on_event); top.has("on_event") && !fault.empty())
             top.complain("on_event", fault);
+        if (const auto pattern = top.text("clip_times"))
+            if (const std::string fault = timesFault(*pattern); !fault.empty()) top.complain("clip_times", fault);
         notify_from_ns_ = notifyFrom(top, 0);
         const toml::table* const keep = top.table("keep");
         if (!keep) return;
@@ -291,6 +296,7 @@ class Loader {
     void readCameras(const toml::table& root, HostConfig& config) {
         const toml::node* node = root.get("camera");
         const toml::array* cameras = node ? node->as_array() : nullptr;
+        if (!node && forClips()) return;
         if (!cameras || cameras->empty() || !cameras->is_array_of_tables()) {
             complain(node ? node->source().begin.line : 1, "camera", "expected at least one [[camera]] table");
             return;
@@ -346,12 +352,12 @@ class Loader {
         else if (!names_.insert(camera.name).second)
             in.complain("name", "another camera has the name '" + camera.name + "'");
         const auto device = in.integer("device", 0, 2147483647);
-        if (!in.has("device"))
+        if (!in.has("device") && !forClips())
             in.complain("device", "every camera needs a device number of its own");
         else if (device && !devices_.insert(*device).second)
             in.complain("device",
                         "another camera has device " + std::to_string(*device) + " (they would share a control file)");
-        camera.analyzer.device = static_cast<int>(device.value_or(0));
+        camera.analyzer.device = static_cast<int>(device.value_or(forClips() ? camera.analyzer.device : 0));
         camera.analyzer.analyzer_id = static_cast<int>(in.integer("analyzer", 0, 2147483647).value_or(1));
         in.parsed("type", parseImageType, [&camera](ImageType type) {
             camera.analyzer.infrared = type == ImageType::kInfrared;
@@ -366,14 +372,15 @@ class Loader {
     void readSource(const Table& in, SourceOptions& source) {
         source.source = in.text("source").value_or("");
         learnSecretsOf(source.source);
-        if (source.source.empty()) in.complain("source", "every camera needs a source");
+        if (source.source.empty() && !forClips()) in.complain("source", "every camera needs a source");
         if (source.source.starts_with("list:"))
             source.source = "list:" + resolved(source.source.substr(5));
         else if (!isUrl(source.source) && !source.source.starts_with("scene:"))
             source.source = resolved(source.source);
         in.parsed("size", parseSize, [&source](auto size) { std::tie(source.width, source.height) = size; });
         in.parsed("region", parseRegion, [&source](const Region& region) { source.region = region; });
-        if (const std::string fault = sourceFault(source); !fault.empty()) in.complain("source", fault);
+        const std::string fault = forClips() ? "" : sourceFault(source);
+        if (!fault.empty()) in.complain("source", fault);
         in.parsed("start_time", parseMoment, [&source](std::int64_t moment) { source.start_time_ns = moment; });
         source.redirects = in.flag("redirects").value_or(false);
         source.credentials = in.text("credentials").value_or("");
@@ -495,6 +502,8 @@ class Loader {
                 in.complain("outputs", "there is no output '" + wanted.type + "'");
                 continue;
             }
+            if (forClips() && !wanted.path.empty())
+                in.complain("outputs", "of a clip stand in its result: '" + wanted.type + "' without a path");
             if (wanted.path.empty())
                 wanted.path = (fs::path(output_directory_) / camera.name / type->default_file).string();
             camera.outputs.push_back(wanted);

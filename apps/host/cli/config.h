@@ -24,6 +24,7 @@ struct HostConfig {
 enum class ConfigCheck {
     kText,   ///< what stands in the file: enough to run, where each camera fails for itself
     kWorld,  ///< also whether the sources are there and every camera has an output
+    kClips,  ///< cameras whose videos are files: without a source, a device or paths of outputs
 };
 
 /// Reads and checks the whole file. Every fault gives one line "FILE:LINE: KEY: what is wrong" in `errors`; relative
