@@ -209,6 +209,8 @@ void addRun(CLI::App& app, int& code) {
     CLI::App* run = app.add_subcommand("run", "All cameras of a configuration file, until they end or a signal comes.");
     run->add_option("CONFIG", options->config, "configuration file (TOML)")->required();
     run->add_flag("--check-config", options->check_only, "check the file, say what is wrong with it, and end");
+    run->add_flag("--print-config", options->print_only,
+                  "print what is in force, with what was changed on the page, and where each value comes from");
     run->add_option("--analyzer", options->analyzer,
                     "the analyzer's executable (else as the file says, beside this program, or in PATH)");
     run->footer(

@@ -34,7 +34,7 @@ _fleifeisa_host() {
                 play) words="$source $analyzer --state --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
                 '') words="play run replay report events tell db user scenes --verbose --log-format --version --help" ;;
                 report) words="$source $analyzer --output --help" ;;
-                run) words="--check-config --analyzer --help" ;;
+                run) words="--check-config --print-config --analyzer --help" ;;
                 replay) words="--verify --out --output --replies --analyzer --help" ;;
                 events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --near-misses
                     export keep unkeep delete --out --help" ;;

@@ -41,5 +41,6 @@ end
 complete -c fleifeisa-host -n $play -s q -l quiet -d "no progress, no table"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from report" -s o -l output -r -d "the page"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from run" -l check-config -d "check the file"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from run" -l print-config -d "what is in force and where it comes from"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from replay" -l verify -d "compare with the recorded run"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from replay" -l replies -r -d "write the replies"

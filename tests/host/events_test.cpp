@@ -571,10 +571,10 @@ TEST(RuleTexts, FaultsHaveLineAndKey) {
     const auto utc = std::make_shared<TimeZone>("UTC");
     const auto read = [&utc](const std::string& text, Rules& rules) {
         std::string faults;
-        rules =
-            readRules(toml::parse(text), "camera[1].", utc, [&faults](auto line, const auto& key, const auto& message) {
-                faults += std::to_string(line) + ": " + key + ": " + message + '\n';
-            });
+        rules = readRules(toml::parse(text), "camera[1].", utc,
+                          [&faults](const auto& where, const auto& key, const auto& message) {
+                              faults += std::to_string(where.begin.line) + ": " + key + ": " + message + '\n';
+                          });
         return faults;
     };
     Rules rules;

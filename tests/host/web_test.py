@@ -157,13 +157,17 @@ class Interface(WebTest):
         self.until(lambda: any(v is not None for v in self.get("cameras/gate/activity")["foreground"]), "a minute", 70)
         status, file = self.stream("pictures?view=gate:100")
         stream = self.message(file)[0]["stream"]
-        values = {"camera": event["camera"], "number": str(event["number"]), "stream": stream, "user": "bob", "token": "t"}
+        values = {"camera": event["camera"], "number": str(event["number"]), "stream": stream, "user": "bob", "token": "t",
+                  "zone": "all", "line": "across"}
         bodies = {"Login": {"user": "ann", "password": PASSWORD}, "PasswordChange": {"old": PASSWORD, "new": PASSWORD},
                   "NewUser": {"name": "bob", "password": PASSWORD, "role": "view", "cameras": ["gate"]},
                   "UserChange": {"cameras": None}, "Token": {"name": "t"}, "Reviewed": {"events": [event["event"]], "reviewed": True},
                   "EventChange": {"keep": True, "mark": "wrong", "reviewed": True}, "Link": {"file": "picture.jpg", "hours": 1},
                   "View": {"view": [{"camera": "yard", "width": 50, "calm": True}]},
-                  "ArmingChange": {"armed": False, "minutes": 5}, "Export": {"events": [event["event"]]}}
+                  "ArmingChange": {"armed": False, "minutes": 5}, "Export": {"events": [event["event"]]},
+                  "SettingsChange": {"zone": {"all": {"dwell": 30}}, "stopped": 7}, "Undo": {"change": 1},
+                  "RuleChange": {"points": [[0.1, 0.1], [0.9, 0.9]]}}
+        self.ask(f"cameras/{event['camera']}/settings", "PATCH", {"motion": {"off_delay": 20}})  # what Undo takes back
         order = {"post": 0, "patch": 1, "put": 2, "get": 3, "delete": 4}
         operations = [(order[method], path, method, operation) for path, item in API["paths"].items()
                       for method, operation in item.items() if method in order]
@@ -175,6 +179,8 @@ class Interface(WebTest):
                 body = operation.get("requestBody", {}).get("content", {}).get("application/json", {}).get("schema")
                 if body:
                     body = bodies[body["$ref"].rsplit("/", 1)[1]]
+                if path.endswith("/zones/{zone}"):
+                    body = {"title": "Everywhere"} if method == "put" else None
                 url = re.sub(r"\{(\w+)\}", lambda m: values[m.group(1)], path.lstrip("/"))
                 if method == "delete" and "events" in path:  # one that has ended
                     done = self.until(lambda: [e for e in self.get("events")["events"] if e["end_ns"]], "an ended event")[0]
@@ -391,8 +397,10 @@ class Rights(WebTest):
                              "cameras/yard/gaps", "cameras/yard/scenes", "cameras/yard/counts", yard, yard + "/picture.jpg",
                              yard + "/clip.mp4", "pictures?view=gate,yard"):
                     self.assertEqual(ask(path)[0], 404, path)
-                for path in ("state", "log", "configuration", "users"):
+                for path in ("state", "log", "configuration", "users", "cameras/gate/settings", "cameras/gate/history"):
                     self.assertEqual(ask(path)[0], 403, path)
+                for method, path in (("PATCH", "settings"), ("PUT", "zones/all"), ("DELETE", "zones/all"), ("PUT", "lines/x"), ("POST", "undo")):
+                    self.assertEqual(ask("cameras/gate/" + path, method, {"change": 1})[0], 403, path)
                 for method, path, body in (("PATCH", yard, {"reviewed": True}), ("DELETE", yard, None),
                                            ("POST", yard + "/link", {"file": "picture.jpg", "hours": 1}),
                                            ("POST", "export", {"events": [hidden["event"]]}),
@@ -624,6 +632,79 @@ class Media(WebTest):
         for gone in (path, path + "/play.mp4", path + "/clip.mp4"):
             self.get(gone, 404)
         self.assertEqual(self.ask("export", "POST", {"events": [event["event"]]})[0], 404)
+
+
+class Changing(WebTest):
+    def test_zones_come_and_go_and_last(self):
+        """Zones and values changed over the interface: in force at once, after a restart, taken back; the configuration file stays."""
+        process = self.serve()
+        self.login()
+        text = (self.dir / "host.toml").read_text()
+
+        def zones():
+            return {z["name"]: z["title"] for z in self.get("cameras/gate")["zones"]}
+
+        def change(method, path, body=None, expect=200):
+            status, _, data = self.ask("cameras/gate/" + path, method, body)
+            self.assertEqual(status, expect, data)
+            return data
+        half = [[0, 0.5], [1, 0.5], [1, 1], [0, 1]]
+        first = change("PUT", "zones/half", {"points": half, "title": "Lower"})
+        self.assertEqual((first["change"], first["effect"]), (1, "rules"))
+        self.until(lambda: zones() == {"all": "all", "half": "Lower"} or zones() == {"all": "", "half": "Lower"}, f"the zone: {zones()}")
+        self.events("camera=gate&rule=half")
+        change("DELETE", "zones/all")
+        change("PATCH", "settings", {"control": {"color_high": 0.7}, "masks": [[[0, 0], [1, 0], [1, 0.1]]]})
+        self.until(lambda: list(zones()) == ["half"] and len(self.get("cameras/gate")["masks"]) == 1, "all of it")
+        refused = (("PUT", "zones/x", {"title": "no points"}, 400, "points"), ("PUT", "zones/x", {"points": [[0, 0], [1, 1]]}, 400, "points"),
+                   ("PUT", "lines/half", {"points": [[0, 0], [1, 1]]}, 400, "another zone or line"), ("DELETE", "zones/x", None, 404, "zone"),
+                   ("PATCH", "settings", {"source": "/etc/passwd"}, 400, "configuration file"), ("PATCH", "settings", {"rate": "5"}, 400, "rate"),
+                   ("PATCH", "settings", {"outputs": ["jsonl=/tmp/x"]}, 400, "configuration file"), ("PATCH", "settings", {}, 400, "nothing"),
+                   ("PATCH", "settings", {"zone": {"half": {"when": "noon"}}}, 400, "when"), ("POST", "undo", {"change": 99}, 404, "change"))
+        for method, path, body, status, words in refused:
+            with self.subTest(path, body=body):
+                self.assertIn(words, change(method, path, body, status)["error"])
+        # What is in force says where it comes from, and lasts.
+        origins = {v["key"]: v["origin"] for v in self.get("configuration")["values"]}
+        self.assertRegex(origins["camera.gate.zone.half.points"], r"overrides\.toml:\d+$")
+        self.assertRegex(origins["camera.gate.source"], r"host\.toml:\d+$")
+        self.assertEqual(origins["camera.gate.least_area"], "default")
+        self.end(process)
+        printed = self.host("run", "--print-config", "host.toml").stdout
+        self.assertRegex(printed, r"camera\.gate\.zone\.half\.title = ['\"]Lower['\"]  # .*overrides\.toml:\d+\n")
+        self.assertNotIn("camera.gate.zone.all", printed)
+        self.serve()
+        self.login()
+        self.assertEqual(list(zones()), ["half"])
+        # Taken back, the latest first where they touch the same.
+        change("PUT", "zones/half", {"dwell": 3})
+        self.assertIn("changed again", change("POST", "undo", {"change": 1}, 409)["error"])
+        for number in (4, 3, 2, 1):
+            change("POST", "undo", {"change": number})
+        self.until(lambda: list(zones()) == ["all"] and not self.get("cameras/gate")["masks"], "as it was")
+        history = self.get("cameras/gate/history")["changes"]
+        self.assertEqual([c["undoes"] for c in history], [1, 2, 3, 4, None, None, None, None])
+        self.assertEqual([c["undone_by"] for c in history[4:]], [5, 6, 7, 8])
+        self.assertGreater(history[-2]["before"]["events"], 0)
+        self.assertEqual((self.dir / "host.toml").read_text(), text)
+
+    def test_a_damaged_file_loses_nothing(self):
+        process = self.serve()
+        self.login()
+        self.assertEqual(self.ask("cameras/gate/settings", "PATCH", {"private": [[[0, 0], [1, 0], [1, 1]]]})[2]["effect"], "restart")
+        file = self.dir / "state/overrides.toml"
+        good = file.read_text()
+        for text, words in ((good[:-4], "overrides.toml:"), (good.replace("private", "source"), "configuration file")):
+            file.write_text(text)
+            status, _, data = self.ask("cameras/gate/settings", "PATCH", {"stopped": 3})
+            self.assertIn(status, (400, 409), data)
+            process.send_signal(1)
+            self.until(lambda: self.log().count("the configuration in force stays"), "a word")
+            self.assertEqual(file.read_text(), text)
+            self.assertIn(words, self.host("run", "--check-config", "host.toml", expect=78).stderr)
+        # Of what is gone from the configuration nothing is left behind but a warning.
+        file.write_text(good.replace('"gate"', '"gone"').replace("'gate'", "'gone'"))
+        self.assertIn("no camera 'gone' any more", self.host("run", "--check-config", "host.toml").stderr)
 
 
 if __name__ == "__main__":

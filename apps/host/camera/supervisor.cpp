@@ -121,6 +121,12 @@ bool Supervisor::allDone() const {
            std::all_of(cameras_.begin(), cameras_.end(), [](const auto& camera) { return camera->done(); });
 }
 
+void Supervisor::post(std::function<void()> job) {
+    const std::lock_guard lock(mutex_);
+    jobs_.push_back(std::move(job));
+    woken_.set();
+}
+
 int Supervisor::run(const std::function<void()>& tick, const std::function<void()>& reload) {
     constexpr int kTickMilliseconds = 200;
     bool told = false;
@@ -133,6 +139,13 @@ int Supervisor::run(const std::function<void()>& tick, const std::function<void(
             for (const auto& camera : cameras_) camera->stop();
         }
         if (reload_.exchange(false) && reload && !stopping_) reload();
+        std::vector<std::function<void()>> jobs;
+        {
+            const std::lock_guard lock(mutex_);
+            jobs.swap(jobs_);
+        }
+        for (const auto& job : jobs)
+            if (!stopping_) job();
         letGo();
         if (tick) tick();
     }

@@ -32,6 +32,9 @@ class Supervisor {
     /// Runs until every camera has ended. SIGHUP calls `reload`. `tick` is called a few times a second where it is
     /// given. Returns the exit status: 0, or the first failure.
     int run(const std::function<void()>& tick, const std::function<void()>& reload);
+    /// From any thread: something to be done in run()'s. What comes after its end, or behind a signal to end, is left
+    /// out.
+    void post(std::function<void()> job);
     bool stopping() const { return stopping_; }
     /// Whether a camera like this was removed and has not ended yet.
     bool anyLeaving(const std::function<bool(const CameraConfig&)>& like) const;
@@ -49,6 +52,8 @@ class Supervisor {
     Event woken_;  ///< a camera has ended, or a signal has come
     Event over_;
     std::atomic<bool> stopping_{false}, reload_{false};
+    std::mutex mutex_;
+    std::vector<std::function<void()>> jobs_;
     std::vector<std::unique_ptr<Camera>> cameras_;
     std::vector<Leaving> leaving_;
     std::thread thread_;

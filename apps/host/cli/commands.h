@@ -26,6 +26,7 @@ int playCommand(PlayOptions options);
 struct RunOptions {
     std::string config;
     bool check_only = false;
+    bool print_only = false;  ///< what is in force, and where each value comes from
     std::string analyzer;
     std::string version;  ///< of this program
 };

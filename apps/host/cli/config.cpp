@@ -9,11 +9,13 @@
 #include <iterator>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "camera/output_types.h"
 #include "cli/clip_list.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
+#include "cli/overrides.h"
 #include "cli/profile_choice.h"
 #include "cli/rules_config.h"
 #include "cli/values.h"
@@ -63,21 +65,17 @@ class Loader {
     Loader(const std::string& path, std::vector<std::string>& errors, ConfigCheck check)
         : path_(path), directory_(fs::absolute(path).parent_path()), errors_(errors), check_(check) {}
 
-    HostConfig load(std::string_view document) {
+    HostConfig load(std::string_view document, const OverridesFile* overrides) {
         HostConfig config;
-        if (const std::size_t line = lineOfStrayCharacter(document); line > 0) {
-            errors_.push_back(path_ + ":" + std::to_string(line) +
-                              ": a character beyond ASCII stands outside of quotes");
-            return config;
-        }
-        toml::table root;
-        try {
-            root = toml::parse(document);
-        } catch (const toml::parse_error& error) {
-            const std::string line =
-                error.source().begin.line > 0 ? std::to_string(error.source().begin.line) + ": " : " ";
-            errors_.push_back(path_ + ":" + line + std::string(error.description()));
-            return config;
+        std::optional<toml::table> found = parsed(document, path_);
+        if (!found) return config;
+        toml::table& root = *found;
+        if (overrides != nullptr && !overrides->text.empty()) {
+            std::optional<toml::table> changes = parsed(overrides->text, overrides->path);
+            if (!changes) return config;
+            mergeOverrides(root, std::move(*changes), config.warnings,
+                           [this](const toml::source_region& where, const std::string& key,
+                                  const std::string& message) { complain(where, key, message); });
         }
         Table top(*this, root, "");
         top.keys({"analyzer", "root", "outputs", "rotate", "camera", "state", "timezone", "keep", "on_event", "notify",
@@ -92,13 +90,30 @@ class Loader {
         readWeb(top, config.web);
         readCameras(root, config);
         listValues(root, "", config.values);
-        std::ranges::stable_sort(faults_, {}, &std::pair<std::uint32_t, std::string>::first);
-        for (const auto& [line, message] : faults_)
-            errors_.push_back(path_ + ":" + std::to_string(line) + ": " + message);
+        std::ranges::stable_sort(faults_, [](const Fault& a, const Fault& b) {
+            return std::tie(a.overrides, a.line) < std::tie(b.overrides, b.line);
+        });
+        for (const Fault& fault : faults_) errors_.push_back(fault.text);
         return config;
     }
 
  private:
+    std::optional<toml::table> parsed(std::string_view document, const std::string& path) {
+        if (const std::size_t line = lineOfStrayCharacter(document); line > 0) {
+            errors_.push_back(path + ":" + std::to_string(line) +
+                              ": a character beyond ASCII stands outside of quotes");
+            return std::nullopt;
+        }
+        try {
+            return toml::parse(document, std::string_view(path));
+        } catch (const toml::parse_error& error) {
+            const std::string line =
+                error.source().begin.line > 0 ? std::to_string(error.source().begin.line) + ": " : " ";
+            errors_.push_back(path + ":" + line + std::string(error.description()));
+            return std::nullopt;
+        }
+    }
+
     /// Typed access to one table, with complaints that name its place.
     class Table {
      public:
@@ -112,12 +127,12 @@ class Loader {
                 const std::vector<std::string> words(known.begin(), known.end());
                 const std::string meant = nearest(name, words);
                 const std::string message = "unknown key" + (meant.empty() ? "" : " (did you mean " + meant + "?)");
-                loader_.complain(key.source().begin.line, prefix_ + name, message);
+                loader_.complain(key.source(), prefix_ + name, message);
             }
         }
         void complain(const char* key, const std::string& message) const {
             const toml::node* node = table_.get(key);
-            loader_.complain((node ? node->source() : table_.source()).begin.line, prefix_ + key, message);
+            loader_.complain(node ? node->source() : table_.source(), prefix_ + key, message);
         }
         bool has(const char* key) const { return table_.contains(key); }
         std::optional<std::string> text(const char* key) const { return get<std::string>(key, "a text in quotes"); }
@@ -186,8 +201,14 @@ class Loader {
         std::string prefix_;
     };
 
-    void complain(std::uint32_t line, const std::string& key, const std::string& message) {
-        faults_.emplace_back(line, key + ": " + message);
+    void complain(const toml::source_region& where, const std::string& key, const std::string& message) {
+        const bool overrides = where.path && *where.path != path_;
+        faults_.push_back({overrides, where.begin.line, placeOf(where) + ": " + key + ": " + message});
+    }
+
+    /// "cameras.toml:12"
+    std::string placeOf(const toml::source_region& where) const {
+        return (where.path ? *where.path : path_) + ':' + std::to_string(std::max(1u, where.begin.line));
     }
 
     bool forClips() const { return check_ == ConfigCheck::kClips; }
@@ -287,8 +308,7 @@ class Loader {
                 std::ranges::replace(line, '\n', ' ');
                 // What a program is told may be anything.
                 const bool secret = key.str() == "on_event" || key.str() == "ffmpeg_options";
-                values.push_back({name, secret ? "\"***\"" : withoutSecrets(line),
-                                  path_ + ':' + std::to_string(node.source().begin.line)});
+                values.push_back({name, secret ? "\"***\"" : withoutSecrets(line), placeOf(node.source())});
             }
         }
     }
@@ -298,7 +318,7 @@ class Loader {
         const toml::array* cameras = node ? node->as_array() : nullptr;
         if (!node && forClips()) return;
         if (!cameras || cameras->empty() || !cameras->is_array_of_tables()) {
-            complain(node ? node->source().begin.line : 1, "camera", "expected at least one [[camera]] table");
+            complain(node ? node->source() : root.source(), "camera", "expected at least one [[camera]] table");
             return;
         }
         int index = 0;
@@ -329,9 +349,8 @@ class Loader {
         camera.notify_from_ns = notifyFrom(in, notify_from_ns_);
         readClips(in, camera.clips, "camera[" + std::to_string(index) + "].keep.");
         camera.rules = readRules(table, "camera[" + std::to_string(index) + "].", place_,
-                                 [this](std::uint32_t line, const std::string& key, const std::string& message) {
-                                     complain(line, key, message);
-                                 });
+                                 [this](const toml::source_region& where, const std::string& key,
+                                        const std::string& message) { complain(where, key, message); });
         const std::string prefix = "camera[" + std::to_string(index) + "].";
         readPolygons(table, "masks", prefix, camera.source.masks);
         readPolygons(table, "private", prefix, camera.source.private_areas);
@@ -427,7 +446,7 @@ class Loader {
         const toml::node* node = table.get(key);
         if (!node) return;
         const auto fault = [&](const toml::node& where, const std::string& message) {
-            complain(where.source().begin.line, prefix + key, message);
+            complain(where.source(), prefix + key, message);
         };
         constexpr const char* kExpected = "expected a list of polygons, such as [[[0, 0], [1, 0], [1, 0.2]]]";
         if (!node->is_array()) return fault(*node, kExpected);
@@ -514,7 +533,12 @@ class Loader {
     const fs::path directory_;
     std::vector<std::string>& errors_;
     const ConfigCheck check_;
-    std::vector<std::pair<std::uint32_t, std::string>> faults_;  ///< line and message
+    struct Fault {
+        bool overrides;  ///< in that file, which comes behind the configuration's own
+        std::uint32_t line;
+        std::string text;
+    };
+    std::vector<Fault> faults_;
     std::string root_, output_directory_;
     Rotation rotation_;
     std::shared_ptr<const TimeZone> place_ = std::make_shared<const TimeZone>("UTC");
@@ -526,20 +550,25 @@ class Loader {
 }  // namespace
 
 HostConfig parseConfig(std::string_view text, const std::string& path, std::vector<std::string>& errors,
-                       ConfigCheck check) {
-    return Loader(path, errors, check).load(text);
+                       ConfigCheck check, const OverridesFile* overrides) {
+    return Loader(path, errors, check).load(text, overrides);
 }
 
-HostConfig loadConfig(const std::string& path, std::vector<std::string>& errors, ConfigCheck check) {
+std::optional<std::string> readConfig(const std::string& path, std::vector<std::string>& errors) {
     constexpr std::uintmax_t kLargest = 16u << 20;
     std::error_code error;
     const std::uintmax_t size = fs::file_size(path, error);
     std::ifstream file(path, std::ios::binary);
     if (error || !file || size > kLargest) {
         errors.push_back(path + ": " + (error ? error.message() : !file ? "cannot be read" : "larger than 16 MiB"));
-        return {};
+        return std::nullopt;
     }
-    return parseConfig(std::string{std::istreambuf_iterator<char>(file), {}}, path, errors, check);
+    return std::string{std::istreambuf_iterator<char>(file), {}};
+}
+
+HostConfig loadConfig(const std::string& path, std::vector<std::string>& errors, ConfigCheck check) {
+    const std::optional<std::string> text = readConfig(path, errors);
+    return text ? parseConfig(*text, path, errors, check) : HostConfig();
 }
 
 }  // namespace fleifeisa::host

@@ -1,6 +1,7 @@
 // The configuration file of `run`: TOML, one [[camera]] table a camera.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,7 +18,13 @@ struct HostConfig {
     WebSettings web;
     std::string timezone = "UTC";
     std::vector<CameraConfig> cameras;
-    std::vector<ConfigValue> values;  ///< what the file says, without secrets, with the lines
+    std::vector<ConfigValue> values;    ///< what the files say, without secrets, with the lines
+    std::vector<std::string> warnings;  ///< changes of things that are gone
+};
+
+/// What people changed on the page (cli/overrides.h): `path` names it in messages.
+struct OverridesFile {
+    std::string path, text;
 };
 
 /// How closely a configuration is looked at.
@@ -32,8 +39,12 @@ enum class ConfigCheck {
 HostConfig loadConfig(const std::string& path, std::vector<std::string>& errors,
                       ConfigCheck check = ConfigCheck::kText);
 
-/// The same for a text that is at hand; `path` names it, and gives the directory.
+/// The same for a text that is at hand; `path` names it, and gives the directory. The changes are laid over it; their
+/// faults come behind the text's own.
 HostConfig parseConfig(std::string_view text, const std::string& path, std::vector<std::string>& errors,
-                       ConfigCheck check = ConfigCheck::kText);
+                       ConfigCheck check = ConfigCheck::kText, const OverridesFile* overrides = nullptr);
+
+/// The text of such a file. Nothing where it cannot be read or is too large, which is an error.
+std::optional<std::string> readConfig(const std::string& path, std::vector<std::string>& errors);
 
 }  // namespace fleifeisa::host

@@ -40,11 +40,11 @@ class Section {
     void keys(std::initializer_list<std::string_view> known) const {
         for (const auto& [key, node] : table_)
             if (std::ranges::find(known, key.str()) == known.end())
-                complain_(key.source().begin.line, prefix_ + std::string(key.str()), "unknown key");
+                complain_(key.source(), prefix_ + std::string(key.str()), "unknown key");
     }
     void fault(const char* key, const std::string& message) const {
         const toml::node* node = table_.get(key);
-        complain_((node ? node->source() : table_.source()).begin.line, prefix_ + key, message);
+        complain_(node ? node->source() : table_.source(), prefix_ + key, message);
     }
     std::string text(const char* key) const {
         const toml::node* node = table_.get(key);
@@ -91,7 +91,7 @@ class Section {
         }
         std::array<char, 60> expected{};
         std::snprintf(expected.data(), expected.size(), "expected a number from 0 to %g", greatest);
-        complain_(node.source().begin.line, prefix_ + key, expected.data());
+        complain_(node.source(), prefix_ + key, expected.data());
     }
     void leastSize(const toml::node& node, LeastSize& size) const {
         const toml::table* both = node.as_table();
@@ -146,7 +146,7 @@ class Reader {
         if (const toml::table* table = node->as_table())
             read(Section(*table, prefix_ + key + '.', complain_));
         else
-            complain_(node->source().begin.line, prefix_ + key, "expected a table");
+            complain_(node->source(), prefix_ + key, "expected a table");
     }
     template <typename Read>
     void each(const char* key, Read read) {
@@ -154,7 +154,7 @@ class Reader {
         if (!node) return;
         const toml::array* list = node->as_array();
         if (!list || list->empty() || !list->is_array_of_tables()) {
-            complain_(node->source().begin.line, prefix_ + key, std::string("expected [[camera.") + key + "]] tables");
+            complain_(node->source(), prefix_ + key, std::string("expected [[camera.") + key + "]] tables");
             return;
         }
         int index = 0;

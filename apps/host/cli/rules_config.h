@@ -23,8 +23,9 @@ namespace fleifeisa::host {
 /// The keys of a [[camera]] table that readRules() reads.
 inline constexpr const char* kRuleKeys[] = {"zone", "line", "motion", "scene", "stopped"};
 
-/// Told for each fault: its line in the file, its key ("camera[1].zone[2].points"), what is wrong.
-using Complain = std::function<void(std::uint32_t line, const std::string& key, const std::string& message)>;
+/// Told for each fault: where it stands, its key ("camera[1].zone[2].points"), what is wrong.
+using Complain =
+    std::function<void(const toml::source_region& where, const std::string& key, const std::string& message)>;
 
 /// The rules of one [[camera]] table. What is faulty is told and left out.
 /// @param prefix  before all keys: "camera[1]."

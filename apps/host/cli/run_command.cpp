@@ -9,6 +9,8 @@
 #include "camera/supervisor.h"
 #include "cli/commands.h"
 #include "cli/config.h"
+#include "cli/config_values.h"
+#include "cli/page_changes.h"
 #include "cli/paths.h"
 #include "cli/store_commands.h"
 #include "common/log.h"
@@ -29,6 +31,11 @@ class Service {
             std::printf("%s: %zu cameras, no errors\n", options_.config.c_str(), config.cameras.size());
             return 0;
         }
+        if (options_.print_only) {
+            for (const ConfigValue& value : valuesInForce(config))
+                std::printf("%s = %s  # %s\n", value.key.c_str(), value.value.c_str(), value.origin.c_str());
+            return 0;
+        }
         if (!setAnalyzer(config)) return EX_UNAVAILABLE;
         desk_settings_ = config.desk;
         web_settings_ = config.web;
@@ -42,7 +49,14 @@ class Service {
             logError("", error.what());
             return EX_CANTCREAT;
         }
-        values_.set(config.values);
+        if (desk_)
+            changes_.emplace(config.desk.state, options_.config, [this](std::function<void()> then) {
+                supervisor_.post([this, then = std::move(then)] {
+                    applyChanges();
+                    then();
+                });
+            });
+        isInForce(config);
         for (const CameraConfig& camera : config.cameras) add(camera);
         startWaiting();
         if (!startWeb(config)) return EX_UNAVAILABLE;
@@ -59,16 +73,38 @@ class Service {
     }
 
  private:
-    bool load(HostConfig& config) const {
+    /// The file and what was changed on the page.
+    bool load(HostConfig& config) {
         std::vector<std::string> errors;
-        config = loadConfig(options_.config, errors, options_.check_only ? ConfigCheck::kWorld : ConfigCheck::kText);
-        if (config.desk.state.empty()) config.desk.state = stateDirectory();
+        const std::optional<std::string> text = readConfig(options_.config, errors);
+        std::string read = text.value_or("");
+        if (text) config = withChanges(read, errors);
         if (config.desk.state.empty() && !config.desk.on_event.empty())
             errors.push_back(options_.config + ": on_event: events are told when they are stored: it needs a state " +
                              "directory (state, or $STATE_DIRECTORY)");
         for (const std::string& fault : pathFaults(config.cameras)) errors.push_back(options_.config + ": " + fault);
         for (const std::string& error : errors) logError("", error);
+        for (const std::string& warning : config.warnings) logWarning("", warning);
+        if (errors.empty()) text_ = std::move(read);
         return errors.empty();
+    }
+
+    /// Changes that cannot be read are as bad as a configuration that cannot: a private area may stand in them.
+    HostConfig withChanges(const std::string& text, std::vector<std::string>& errors) const {
+        const ConfigCheck check = options_.check_only ? ConfigCheck::kWorld : ConfigCheck::kText;
+        HostConfig config = parseConfig(text, options_.config, errors, check);
+        if (config.desk.state.empty()) config.desk.state = stateDirectory();
+        if (!errors.empty() || config.desk.state.empty()) return config;
+        const std::string state = config.desk.state;
+        try {
+            const ChangeHistory history(state);
+            const OverridesFile changes{history.overridesPath(), history.overridesText()};
+            if (!changes.text.empty()) config = parseConfig(text, options_.config, errors, check, &changes);
+        } catch (const std::invalid_argument& error) {
+            errors.emplace_back(error.what());
+        }
+        config.desk.state = state;
+        return config;
     }
 
     bool setAnalyzer(HostConfig& config) const {
@@ -101,6 +137,7 @@ class Service {
             };
         parts.configuration_file = options_.config;
         parts.configuration = [this] { return values_.get(); };
+        parts.changes = changes_ ? &*changes_ : nullptr;
         try {
             web_.emplace(config.web, parts);
         } catch (const std::exception& error) {
@@ -211,21 +248,39 @@ class Service {
         }
         if (!(config.desk == desk_settings_))
             logWarning("", "state, keep and on_event are read at the start only: they stay as they were");
+        if (!(config.web == web_settings_)) logWarning("", "http is read at the start only: it stays as it was");
+        adopt(config);
+        if (web_) web_->reloaded();
+        logInfo("", "the configuration was read again");
+    }
+
+    /// Somebody changed something on the page: the file's text stays the one in force.
+    void applyChanges() {
+        std::vector<std::string> errors;
+        HostConfig config = withChanges(text_, errors);
+        if (!errors.empty() || !setAnalyzer(config)) {
+            for (const std::string& error : errors) logError("", error);
+            return;
+        }
+        adopt(config);
+    }
+
+    void isInForce(const HostConfig& config) {
+        values_.set(valuesInForce(config));
+        if (changes_) changes_->inForce(text_, config);
+    }
+
+    void adopt(const HostConfig& config) {
         const std::vector<CameraConfig> before = configured_;
         for (const CameraConfig& old : before) {
             const bool kept =
                 std::ranges::any_of(config.cameras, [&](const CameraConfig& c) { return c.name == old.name; });
             if (!kept) drop(old.name, false);
         }
-        if (!(config.web == web_settings_)) logWarning("", "http is read at the start only: it stays as it was");
-        values_.set(config.values);
+        isInForce(config);
         for (const CameraConfig& camera : config.cameras) update(camera);
         startWaiting();
-        if (web_) {
-            showCameras();
-            web_->reloaded();
-        }
-        logInfo("", "the configuration was read again");
+        if (web_) showCameras();
     }
 
     void update(const CameraConfig& wanted) {
@@ -234,7 +289,10 @@ class Service {
         Camera* camera = running(wanted.name);
         // One that gave up gets another chance; one whose file has come to its end has done its work.
         const bool failed = !camera || (camera->done() && camera->exitCode() != 0);
-        if (*old == wanted && !failed) return;
+        if (*old == wanted && !failed) {
+            *old = wanted;  // titles of zones and lines, which nothing depends on
+            return;
+        }
         if (old->sameCamera(wanted) && camera && !camera->done()) {
             CameraConfig new_rules = *old;
             new_rules.rules = wanted.rules;
@@ -280,6 +338,7 @@ class Service {
     };
 
     const RunOptions& options_;
+    std::string text_;  ///< of the configuration file, in force
     DeskSettings desk_settings_;
     WebSettings web_settings_;
     Values values_;
@@ -287,6 +346,7 @@ class Service {
     ChangeFeed feed_;
     std::optional<EventDesk> desk_;  ///< outlives the cameras
     Supervisor supervisor_;
+    std::optional<PageChanges> changes_;  ///< where there is a state directory
     std::vector<CameraConfig> configured_;
     std::vector<std::string> waiting_;  ///< names of the configured cameras that are still to be started
     int failed_ = 0;

@@ -347,6 +347,14 @@ std::string EventQueries::paths(const std::string& camera, std::int64_t since_ns
     return "{\"camera\":" + jsonString(camera) + ",\"paths\":[" + json + "]}";
 }
 
+std::int64_t EventQueries::eventsBetween(const std::string& camera, std::int64_t since_ns, std::int64_t until_ns) {
+    const std::int64_t id = idOf(camera);
+    Statement row = database_.prepare(
+        "SELECT count(*) FROM events WHERE start_ns >= ? AND start_ns < ? AND id >= ? AND id < ? AND track > 0");
+    row.bind(since_ns, until_ns, rowOf(id, 0), rowOf(id + 1, 0)).step();
+    return row.integer(0);
+}
+
 std::optional<double> EventQueries::daysThatFit(std::int64_t free_bytes) {
     const auto now = std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
     std::optional<double> days;

@@ -61,6 +61,8 @@ class EventQueries {
     /// Where tracks were that have ended. At most kMostPaths of them.
     static constexpr std::int64_t kMostPaths = 1000;
     std::string paths(const std::string& camera, std::int64_t since_ns, std::int64_t until_ns);
+    /// How many events of tracks began in that time.
+    std::int64_t eventsBetween(const std::string& camera, std::int64_t since_ns, std::int64_t until_ns);
     std::string parametersText(const std::string& hash) { return reader_.parameters(hash); }
     std::string lastEvent(const std::string& camera);
     std::vector<std::string> cameras() { return reader_.cameras(); }

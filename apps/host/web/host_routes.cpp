@@ -167,7 +167,9 @@ void WebServer::addHostRoutes() {
             for (const ConfigValue& value : parts_.configuration())
                 values += (values.empty() ? "{" : ",{") + ("\"key\":" + jsonString(value.key)) +
                           ",\"value\":" + jsonString(value.value) + ",\"origin\":" + jsonString(value.origin) + '}';
-        return jsonResponse("{\"file\":" + jsonString(parts_.configuration_file) + ",\"overrides\":null,\"values\":[" +
+        const std::string overrides = parts_.changes ? parts_.changes->file() : "";
+        return jsonResponse("{\"file\":" + jsonString(parts_.configuration_file) +
+                            ",\"overrides\":" + (overrides.empty() ? "null" : jsonString(overrides)) + ",\"values\":[" +
                             values + "]}");
     });
 }

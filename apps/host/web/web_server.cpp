@@ -400,6 +400,7 @@ void WebServer::addRoutes() {
     addEventRoutes();
     addHostRoutes();
     addMediaRoutes();
+    addRuleRoutes();
 }
 
 }  // namespace fleifeisa::host

@@ -19,6 +19,7 @@
 #include "sources/mask.h"
 #include "store/store.h"
 #include "web/access.h"
+#include "web/camera_changes.h"
 #include "web/change_feed.h"
 #include "web/event_queries.h"
 #include "web/live.h"
@@ -72,6 +73,7 @@ struct WebParts {
     /// thread, perhaps never. False where too much is asked for. Empty: no clips are made.
     std::function<bool(const std::string& camera, std::int64_t number, std::function<void(std::string)> done)>
         make_playable = nullptr;
+    CameraChanges* changes = nullptr;  ///< null: nothing can be changed, there is no state directory
 };
 
 /// 0 where this address may be listened at with these accounts; else a sentence.
@@ -133,6 +135,7 @@ class WebServer {
     void addEventRoutes();
     void addHostRoutes();
     void addMediaRoutes();
+    void addRuleRoutes();
     void take(std::shared_ptr<const HttpRequest> request, const HttpAnswer& answer);
     HttpResponse page(const HttpRequest& request) const;
     HttpResponse metrics(const Identity& identity);
@@ -161,6 +164,9 @@ class WebServer {
     HttpResponse makeLink(const Call& call);
     std::optional<HttpResponse> nextPicture(Call& call);
     std::optional<HttpResponse> openPictures(const Call& call);
+    CameraChanges& changes() const;
+    CameraChanges::Done answerChange(const Call& call) const;
+    HttpResponse history(const Call& call);
     std::optional<HttpResponse> changeView(const Call& call);
     std::vector<Watched> parseView(const std::string& text, const Identity& identity) const;
     void checkView(const std::vector<Watched>& view, const Identity& identity) const;
