@@ -48,8 +48,9 @@ void addSourceOptions(CLI::App& app, CameraConfig& camera) {
                                          valueOption(parseRegion, [&source](const Region& r) { source.region = r; }),
                                          "cut out a part first: WIDTHxHEIGHT+LEFT+TOP");
     app.add_option_function<std::string>(
-        "--size", valueOption(parseSize, [&source](auto s) { std::tie(source.width, source.height) = s; }),
-        "scale to WIDTHxHEIGHT");
+        "--size",
+        valueOption([&source](const std::string& text) { return parseSize(text, source), true; }, [](bool) {}),
+        "scale to WIDTHxHEIGHT, or down to so many pixels on the longer side (384), or full: as it comes");
     app.add_option_function<std::string>("--matrix",
                                          valueOption(parseMatrix, [&source](Matrix m) { source.matrix = m; }),
                                          "colours of the video: bt601, bt709, bt2020 (else as the video says)");

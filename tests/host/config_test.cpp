@@ -106,6 +106,14 @@ TEST(Config, EveryKeyOfACamera) {
              c.analyzer.infrared = true;
              c.control = {"300", {}, {}, "0.5", "2.0"};
          }},
+        {"size = '256'", [](auto& c) { c.source.longest_side = 256; }},
+        {"profile = 'indoor'\nsize = 'full'",
+         [](auto& c) {
+             c.profile = "indoor";
+             c.source.longest_side = 16384;
+             c.control = {"300", "1.0", "2.0", {}, {}};
+             c.filter.shadow_test = false;
+         }},
         {"rotate = { size = '3 kB', hours = 0.5, keep = 7 }\noutputs = ['replies=/r.txt']",
          [](auto& c) {
              c.outputs = {{"replies", "/r.txt", {.rotation = {3000, 1800, 7}}}};
@@ -170,8 +178,9 @@ TEST(Config, WhatConcernsEventsOfAllCameras) {
             kPlain + "[[camera.zone]]\nname = 'z'\nwhen = '08:00-09:00'\npoints = [[0,0],[1,0],[1,1]]\n",
         kPath, errors);
     ASSERT_TRUE(errors.empty()) << errors.front();
-    EXPECT_TRUE(
-        (config.desk == DeskSettings{"/nowhere/conf/s", {3, 4, 5, 2'000'000'000, 3'000'000'000, 4'000'000, 1'000'000}, {"sh", "{kind}"}}));
+    EXPECT_TRUE((config.desk == DeskSettings{"/nowhere/conf/s",
+                                             {3, 4, 5, 2'000'000'000, 3'000'000'000, 4'000'000, 1'000'000},
+                                             {"sh", "{kind}"}}));
     EXPECT_EQ(config.cameras.at(0).notify_from_ns, CameraConfig::kNever);
     const Rules& rules = config.cameras.at(0).rules;
     EXPECT_EQ(rules.timezone, "Europe/Berlin");
@@ -213,7 +222,7 @@ TEST(Config, FaultsNameLineAndKey) {
         {kPlain + "masks = [[[0,0],[1.01,0],[1,1]]]", ":5: camera[1].masks: expected points within"},
         {kPlain + "private = [[[0,0],[1,1]]]", ":5: camera[1].private: expected at least 3"},
         {kPlain + "masks = [[[0,0],[nan,0],[1,1]]]", ":5: camera[1].masks: expected points within"},
-        {kPlain + "size = '320'", ":5: camera[1].size: expected WIDTHxHEIGHT"},
+        {kPlain + "size = '320x'", ":5: camera[1].size: expected WIDTHxHEIGHT"},
         {kPlain + "region = '320x240'", ":5: camera[1].region: expected"},
         {kPlain + "rate = 'x'", ":5: camera[1].rate: expected a number from 0.001 to 1000"},
         {kPlain + "rate = 0", ":5: camera[1].rate: expected a number"},

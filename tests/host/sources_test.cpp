@@ -329,8 +329,9 @@ TEST(Log, IsOneLineOfUtf8WhateverTheTextsHold) {
 
 TEST(Values, TextsOfUsers) {
     EXPECT_EQ(parseRegion("160x120+40+0"), (Region{40, 0, 160, 120}));
-    for (const char* bad : {"", "320", "320x", "x240", "320x240x", "-1x4", "0x4", "99999x4"})
-        EXPECT_THROW(parseSize(bad), ValueError) << bad;
+    SourceOptions scaled;
+    for (const char* bad : {"", "8", "320x", "x240", "320x240x", "-1x4", "0x4", "99999x4", "99999", "Full"})
+        EXPECT_THROW(parseSize(bad, scaled), ValueError) << bad;
     for (const char* bad : {"160x120", "160x120+1", "160x120+1+-1"}) EXPECT_THROW(parseRegion(bad), ValueError) << bad;
     for (const char* bad : {"", "x", "-1", "0.5 ", "nan", "inf"}) EXPECT_THROW(parseThreshold(bad), ValueError) << bad;
     EXPECT_EQ(parseMoment("1970-01-01T00:00:00Z"), 0);

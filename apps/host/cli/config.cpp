@@ -396,7 +396,8 @@ class Loader {
             source.source = "list:" + resolved(source.source.substr(5));
         else if (!isUrl(source.source) && !source.source.starts_with("scene:"))
             source.source = resolved(source.source);
-        in.parsed("size", parseSize, [&source](auto size) { std::tie(source.width, source.height) = size; });
+        in.parsed(
+            "size", [&source](const std::string& text) { return parseSize(text, source), true; }, [](bool) {});
         in.parsed("region", parseRegion, [&source](const Region& region) { source.region = region; });
         const std::string fault = forClips() ? "" : sourceFault(source);
         if (!fault.empty()) in.complain("source", fault);

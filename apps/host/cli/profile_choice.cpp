@@ -24,7 +24,8 @@ void applyProfile(CameraConfig& camera, const FilterChoice& said) {
         if (!field) field = value;
     };
     if (const Profile* profile = findProfile(camera.profile)) {
-        if (camera.source.width == 0) camera.source.longest_side = profile->longest_side;
+        if (camera.source.width == 0 && camera.source.longest_side == 0)
+            camera.source.longest_side = profile->longest_side;
         if (!said.type) camera.analyzer.infrared = profile->filter.infrared;
         ControlParameters& control = camera.control;
         complete(control.bgframes, std::to_string(profile->learning_frames));

@@ -36,14 +36,28 @@ std::string lower(std::string text) {
 
 }  // namespace
 
-std::pair<int, int> parseSize(const std::string& text) {
-    constexpr const char* kExpected = "expected WIDTHxHEIGHT in pixels, such as 320x240";
+void parseSize(const std::string& text, SourceOptions& source) {
+    constexpr const char* kExpected =
+        "expected WIDTHxHEIGHT in pixels, such as 320x240, or the longest side, such as 384, or full";
     std::string_view rest = text;
-    const int width = takeNumber(rest, 1, kExpected);
-    takeSign(rest, 'x', kExpected);
-    const int height = takeNumber(rest, 1, kExpected);
-    if (!rest.empty()) throw ValueError(kExpected);
-    return {width, height};
+    int width = 0, height = 0, longest_side = kLargest;
+    if (text != "full") {
+        constexpr int kLeastSide = 16;
+        const int first = takeNumber(rest, 1, kExpected);
+        if (rest.empty()) {
+            longest_side = first;
+            if (first < kLeastSide) throw ValueError(kExpected);
+        } else {
+            takeSign(rest, 'x', kExpected);
+            width = first;
+            height = takeNumber(rest, 1, kExpected);
+            if (!rest.empty()) throw ValueError(kExpected);
+            longest_side = 0;
+        }
+    }
+    source.width = width;
+    source.height = height;
+    source.longest_side = longest_side;
 }
 
 Region parseRegion(const std::string& text) {

@@ -8,6 +8,7 @@
 
 #include "sources/mask.h"
 #include "sources/pixels.h"
+#include "sources/source.h"
 
 namespace fleifeisa::host {
 
@@ -16,8 +17,9 @@ struct ValueError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// "320x240". @throws ValueError
-std::pair<int, int> parseSize(const std::string& text);
+/// "320x240"; "384": larger pictures are scaled down so that their longer side is that; "full": as they come, whatever a
+/// profile says. Sets size or longest side. @throws ValueError
+void parseSize(const std::string& text, SourceOptions& source);
 /// "160x120+40+20": width x height + left + top. @throws ValueError
 Region parseRegion(const std::string& text);
 /// "color", "ir" or "auto", any case. @throws ValueError
