@@ -166,7 +166,7 @@ class Matcher {
                                       : pair.b == 0                           ? pair.in_a.from_ns
                                       : pair.in_a.from_ns < pair.in_b.from_ns ? pair.in_a.from_ns
                                                                               : pair.in_b.from_ns;
-            return std::tuple(from, pair.a, pair.b);
+            return std::tuple(from, pair.a == 0, pair.a, pair.b);
         });
         return pairs;
     }
