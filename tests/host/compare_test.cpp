@@ -89,7 +89,7 @@ TEST(Compare, Tracks) {
         {"elsewhere",
          run(one),
          run({{1, 20, 60, 0.5}}),
- XX
+         {match(Difference::kOnlyA, 1, 0, frames(20, 60), {}), match(Difference::kOnlyB, 0, 1, {}, frames(20, 60))},
          20},
         {"at another time",
          run({{1, 20, 40}}),

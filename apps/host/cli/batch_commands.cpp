@@ -15,22 +15,6 @@
 namespace fleifeisa::host {
 namespace {
 
-std::string foundAnalyzer(const std::string& wanted) {
-    const std::string program = findAnalyzer(wanted);
-    if (program.empty())
-        throw SourceError(EX_UNAVAILABLE,
-                          "the analyzer " + (wanted.empty() ? "fleifeisa" : wanted) +
-                              " was not found (it is looked for beside this program and in PATH; --analyzer names it)");
-    return program;
-}
-
-int tellFaults(const std::vector<std::string>& faults) {
-    constexpr std::size_t kMost = 20;
-    for (std::size_t i = 0; i < std::min(faults.size(), kMost); ++i) logError("", faults[i]);
-    if (faults.size() > kMost) logError("", "and " + std::to_string(faults.size() - kMost) + " more of the kind");
-    return EX_CONFIG;
-}
-
 int batch(const BatchOptions& options) {
     std::vector<std::string> faults;
     const ClipConfigs configs = loadClipConfigs(options.config, faults);

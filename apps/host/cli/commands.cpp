@@ -62,4 +62,20 @@ void makeDirectory(const std::string& path) {
     if (error) throw SourceError(EX_CANTCREAT, path + ": " + error.message());
 }
 
+std::string foundAnalyzer(const std::string& wanted) {
+    std::string program = findAnalyzer(wanted);
+    if (program.empty())
+        throw SourceError(EX_UNAVAILABLE,
+                          "the analyzer " + (wanted.empty() ? "fleifeisa" : wanted) +
+                              " was not found (it is looked for beside this program and in PATH; --analyzer names it)");
+    return program;
+}
+
+int tellFaults(const std::vector<std::string>& faults) {
+    constexpr std::size_t kMost = 20;
+    for (std::size_t i = 0; i < std::min(faults.size(), kMost); ++i) logError("", faults[i]);
+    if (faults.size() > kMost) logError("", "and " + std::to_string(faults.size() - kMost) + " more of the kind");
+    return EX_CONFIG;
+}
+
 }  // namespace fleifeisa::host

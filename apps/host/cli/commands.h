@@ -60,4 +60,9 @@ OutputChoice parseOutputChoice(const std::string& text, const std::string& direc
 /// Creates the directory. @throws SourceError
 void makeDirectory(const std::string& path);
 
+/// The analyzer's path: as wanted, or beside this program, or in PATH. @throws SourceError
+std::string foundAnalyzer(const std::string& wanted);
+/// Logs the first of them; returns the status of a faulty configuration.
+int tellFaults(const std::vector<std::string>& faults);
+
 }  // namespace fleifeisa::host

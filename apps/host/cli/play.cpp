@@ -96,11 +96,7 @@ void printEnd(const Camera& camera, const TrackTable& table, double elapsed) {
 
 int play(PlayOptions& options) {
     CameraConfig& config = options.camera;
-    config.analyzer.program = findAnalyzer(options.analyzer);
-    if (config.analyzer.program.empty())
-        throw SourceError(EX_UNAVAILABLE,
-                          "the analyzer " + (options.analyzer.empty() ? "fleifeisa" : options.analyzer) +
-                              " was not found (it is looked for beside this program and in PATH; --analyzer names it)");
+    config.analyzer.program = foundAnalyzer(options.analyzer);
     const auto to_standard_output = [](const OutputChoice& choice) { return choice.path == "-"; };
     const PrivateRoot root;
     config.analyzer.root = root.path();

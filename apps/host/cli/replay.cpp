@@ -25,8 +25,7 @@ class Replay {
  public:
     explicit Replay(const ReplayOptions& options)
         : options_(options), reader_(options.recording), tracks_(options.recording, chosenOutputs(options)) {
-        settings_.program = findAnalyzer(options.analyzer);
-        if (settings_.program.empty()) throw SourceError(EX_UNAVAILABLE, "the analyzer was not found");
+        settings_.program = foundAnalyzer(options.analyzer);
         settings_.root = root_.path();
         if (!isRecording(options.recording))
             throw SourceError(EX_DATAERR,
