@@ -67,7 +67,8 @@ const std::array<Row, 29> kRows = {{
     {"bgr0", 'r', 4, 1, 8, false, true},
 }};
 
-constexpr int kW = 7, kH = 5;  // odd: the last chroma samples stand for fewer pixels
+// Odd: the last chroma samples stand for fewer pixels. More than two of the blocks in which rows are converted.
+constexpr int kW = 515, kH = 5;
 
 /// Number of the samples of pixel (x, y): three of them.
 std::array<int, 3> samplesOf(const Row& row, int x, int y) {
@@ -135,6 +136,40 @@ TEST(Pixels, EveryFormatAgreesWithTheDefinition) {
     Bytes white(3);
     toRgb({*findFormat("gray10le"), 1, 1}, Bytes{0, 0xFF}, white);
     EXPECT_EQ(white, (Bytes{255, 255, 255}));
+}
+
+// Every triple of samples in every colour space: the formula in plain integers, with factors in 1/65536.
+TEST(Pixels, EveryTripleIsTheRoundedSum) {
+    const struct {
+        Matrix matrix;
+        double kr, kb;
+    } spaces[] = {{Matrix::kBt601, 0.299, 0.114}, {Matrix::kBt709, 0.2126, 0.0722}, {Matrix::kBt2020, 0.2627, 0.0593}};
+    const auto byte = [](int sum) { return static_cast<std::uint8_t>(std::clamp(sum >> 16, 0, 255)); };
+    Bytes frame(256 * 256 * 3), rgb(frame.size()), expected(frame.size());
+    for (const auto& space : spaces)
+        for (const bool full : {false, true}) {
+            const double chroma = 65536 * (full ? 1 : 255.0 / 224), kg = 1 - space.kr - space.kb;
+            const int luma = full ? 65536 : static_cast<int>(std::lround(65536 * 255.0 / 219)), zero = full ? 0 : 16;
+            const auto rv = static_cast<int>(std::lround(chroma * 2 * (1 - space.kr)));
+            const auto bu = static_cast<int>(std::lround(chroma * 2 * (1 - space.kb)));
+            const auto gu = static_cast<int>(std::lround(chroma * 2 * (1 - space.kb) * space.kb / kg));
+            const auto gv = static_cast<int>(std::lround(chroma * 2 * (1 - space.kr) * space.kr / kg));
+            for (int u = 0; u < 256; ++u) {
+                for (int y = 0; y < 256; ++y)
+                    for (int v = 0; v < 256; ++v) {
+                        const auto at = static_cast<std::size_t>(y * 256 + v);
+                        const int light = (y - zero) * luma + 32768;
+                        frame[at] = static_cast<std::uint8_t>(y);
+                        frame[65536 + at] = static_cast<std::uint8_t>(u);
+                        frame[131072 + at] = static_cast<std::uint8_t>(v);
+                        expected[3 * at] = byte(light + rv * (v - 128));
+                        expected[3 * at + 1] = byte(light - gu * (u - 128) - gv * (v - 128));
+                        expected[3 * at + 2] = byte(light + bu * (u - 128));
+                    }
+                toRgb({*findFormat("yuv444p"), 256, 256, space.matrix, full}, frame, rgb);
+                ASSERT_EQ(rgb, expected) << space.kr << " full " << full << " u " << u;
+            }
+        }
 }
 
 TEST(Pixels, Crop) {

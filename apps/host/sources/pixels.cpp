@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "sources/yuv_rows.h"
+
 namespace fleifeisa::host {
 namespace {
 
@@ -49,14 +51,8 @@ int chromaHeight(const PixelLayout& l) {
     return (l.height + (1 << l.format.shift_y) - 1) >> l.format.shift_y;
 }
 
-/// Factors in 1/65536.
-struct Factors {
-    int offset;  ///< of luma
-    int y, rv, gu, gv, bu;
-};
-
 /// From the weights of red and blue in luma (1/10000), by integer division rounded to nearest.
-constexpr Factors makeFactors(std::int64_t kr, std::int64_t kb, bool full) {
+constexpr YuvFactors makeFactors(std::int64_t kr, std::int64_t kb, bool full) {
     constexpr std::int64_t kOne = 65536;
     const std::int64_t kg = 10000 - kr - kb;
     const std::int64_t num = full ? 1 : 255;  // chroma spans 224 of 255 steps in the limited range, luma 219
@@ -65,12 +61,12 @@ constexpr Factors makeFactors(std::int64_t kr, std::int64_t kb, bool full) {
     return {full ? 0 : 16,
             full ? 65536 : ratio(kOne * 255, 219),
             ratio(kOne * 2 * (10000 - kr) * num, 10000 * den),
-            ratio(kOne * 2 * (10000 - kb) * kb * num, 10000 * kg * den),
-            ratio(kOne * 2 * (10000 - kr) * kr * num, 10000 * kg * den),
+            -ratio(kOne * 2 * (10000 - kb) * kb * num, 10000 * kg * den),
+            -ratio(kOne * 2 * (10000 - kr) * kr * num, 10000 * kg * den),
             ratio(kOne * 2 * (10000 - kb) * num, 10000 * den)};
 }
 
-Factors factorsOf(Matrix matrix, bool full) {
+YuvFactors factorsOf(Matrix matrix, bool full) {
     switch (matrix) {
         case Matrix::kBt709:
             return makeFactors(2126, 722, full);
@@ -81,72 +77,26 @@ Factors factorsOf(Matrix matrix, bool full) {
     }
 }
 
-/// What each sample value contributes, in 1/65536, and the sums' way back to a byte. Lookups cost a third of the
-/// multiplications and comparisons they stand for, and give the same numbers.
-class Tables {
- public:
-    explicit Tables(const Factors& f) {
-        for (int i = 0; i < 256; ++i) {
-            const auto at = static_cast<std::size_t>(i);
-            luma_[at] = (i - f.offset) * f.y + 32768;
-            red_[at] = f.rv * (i - 128);
-            green_u_[at] = -f.gu * (i - 128);
-            green_v_[at] = -f.gv * (i - 128);
-            blue_[at] = f.bu * (i - 128);
-        }
-        for (int i = 0; i < kClampSize; ++i)
-            clamp_[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(std::clamp(i - kClampZero, 0, 255));
-    }
-
-    /// One row; each chroma sample, `step` bytes from the next, holds for 2^shift pixels.
-    template <int shift>
-    void row(const std::uint8_t* y, const std::uint8_t* u, const std::uint8_t* v, int step, std::uint8_t* rgb,
-             int width) const {
-        for (int x = 0; x < width; u += step, v += step) {
-            const int r = red_[*v], g = green_u_[*u] + green_v_[*v], b = blue_[*u];
-            for (const int end = std::min(width, x + (1 << shift)); x < end; ++x, rgb += 3) {
-                const int luma = luma_[y[x]];
-                rgb[0] = byte(luma + r);
-                rgb[1] = byte(luma + g);
-                rgb[2] = byte(luma + b);
-            }
-        }
-    }
-
- private:
-    // Sums lie between -300 and 560.
-    static constexpr int kClampZero = 384, kClampSize = 1024;
-    std::uint8_t byte(int sum) const { return clamp_[static_cast<std::size_t>((sum >> 16) + kClampZero)]; }
-
-    std::array<int, 256> luma_{}, red_{}, green_u_{}, green_v_{}, blue_{};
-    std::array<std::uint8_t, kClampSize> clamp_{};
-};
-
 void planarToRgb(const PixelLayout& l, const std::uint8_t* frame, std::uint8_t* rgb) {
-    const Tables tables(factorsOf(l.matrix, l.full_range || l.format.full));
+    const YuvFactors factors = factorsOf(l.matrix, l.full_range || l.format.full);
     const int cw = chromaWidth(l);
     const bool semi = l.format.kind == F::kSemiPlanar;
     const std::uint8_t* first = frame + area(l.width, l.height);
     const std::uint8_t* second = semi ? first + 1 : first + area(cw, chromaHeight(l));
     if (l.format.order == 1) std::swap(first, second);
     const std::size_t stride = static_cast<std::size_t>(semi ? 2 * cw : cw);
-    const int step = semi ? 2 : 1;
-    const auto width = static_cast<std::size_t>(l.width);
-    for (int row = 0; row < l.height; ++row) {
+    const int together = 1 << l.format.shift_y;
+    for (int row = 0; row < l.height; row += together) {
         const std::size_t chroma = static_cast<std::size_t>(row >> l.format.shift_y) * stride;
-        const std::size_t at = static_cast<std::size_t>(row) * width;
-        const std::uint8_t *y = frame + at, *u = first + chroma, *v = second + chroma;
-        if (l.format.shift_x == 1)
-            tables.row<1>(y, u, v, step, rgb + at * 3, l.width);
-        else if (l.format.shift_x == 0)
-            tables.row<0>(y, u, v, step, rgb + at * 3, l.width);
-        else
-            tables.row<2>(y, u, v, step, rgb + at * 3, l.width);
+        const std::size_t at = area(l.width, row);
+        yuvToRgb({frame + at, first + chroma, second + chroma, semi ? 2 : 1, l.format.shift_x, l.width,
+                  std::min(together, l.height - row)},
+                 factors, rgb + at * 3);
     }
 }
 
 void packedToRgb(const PixelLayout& l, const std::uint8_t* frame, std::uint8_t* rgb) {
-    const Tables tables(factorsOf(l.matrix, l.full_range));
+    const YuvFactors factors = factorsOf(l.matrix, l.full_range);
     const auto width = static_cast<std::size_t>(l.width);
     const std::size_t stride = static_cast<std::size_t>(chromaWidth(l)) * 4;
     const std::size_t luma = l.format.order == 1 ? 1 : 0;
@@ -154,8 +104,7 @@ void packedToRgb(const PixelLayout& l, const std::uint8_t* frame, std::uint8_t* 
     for (int row = 0; row < l.height; ++row) {
         const std::uint8_t* p = frame + static_cast<std::size_t>(row) * stride;
         for (std::size_t x = 0; x < width; ++x) y[x] = p[2 * x + luma];
-        tables.row<1>(y.data(), p + 1 - luma, p + 3 - luma, 4, rgb + static_cast<std::size_t>(row) * width * 3,
-                      l.width);
+        yuvToRgb({y.data(), p + 1 - luma, p + 3 - luma, 4, 1, l.width, 1}, factors, rgb + area(l.width, row) * 3);
     }
 }
 
