@@ -6,6 +6,7 @@ import http.server
 import json
 import os
 import random
+import re
 import shutil
 import signal
 import threading
@@ -322,6 +323,23 @@ class Sources(HostTest):
         done = self.host("play", "v.avi", "--quiet", expect=65)
         self.assertIn("the decoder died: signal 9", done.stderr)
         self.assertEqual((self.dir / "count").read_text(), "4")
+
+    @needs_ffmpeg
+    def test_small_pictures_are_decoded_by_one_thread(self):
+        """Unless somebody says otherwise. Large ones begin again, at most once and before their first frame."""
+        self.stand_in("import os, sys\nopen(os.environ['ARGUMENTS'], 'a').write(' '.join(sys.argv[1:]) + '\\n')\n"
+                      "os.execv(os.environ['FFMPEG'], ['ffmpeg'] + sys.argv[1:])\n")
+        self.video("small.avi", frames=3, size="640x480")
+        self.video("large.avi", frames=3, size="642x480")
+        for source, options, threads in (("small", None, ["1"]), ("large", None, ["1", ""]), ("large", ["-threads", "2"], ["2"]),
+                                         ("small", ["-threads", "2"], ["2"])):
+            (self.dir / "arguments").write_text("")
+            row = {"name": f'"{source}"', "source": f'"{source}.avi"', "outputs": '["replies"]', "decoder_threads": 0}
+            self.cameras(row | ({"ffmpeg_options": options} if options else {}))
+            self.host("run", "c.toml")
+            starts = (self.dir / "arguments").read_text().splitlines()
+            self.assertEqual([re.sub("^.*-threads ([0-9]+) .*$|^.*$", r"\1", line) for line in starts], threads)
+            self.assertEqual(sequences(self.dir / f"out/{source}/replies.txt")[-3:], [1, 2, 3])
 
     def test_hostile_decoders_cost_their_own_camera_only(self):
         """Stand-ins for ffmpeg that write what no decoder does; a camera of pictures beside them is answered in full."""

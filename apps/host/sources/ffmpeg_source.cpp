@@ -5,9 +5,11 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -33,6 +35,32 @@ double numberBefore(std::string_view text, std::string_view unit) {
 
 /// Thrown where the decoder is to begin once more, without its second output.
 struct UselessCopy {};
+/// The same with as many threads as ffmpeg likes.
+struct LargePicture {};
+
+/// Up to here one thread decodes faster than anybody analyzes, and more of them cost a tenth more.
+constexpr double kOneThreadPixels = 640 * 480;
+
+/// Pixels of a picture in "..., 320x240 [SAR 1:1 DAR 4:3], ...", 0 where nothing is said.
+double pixelsIn(std::string_view description) {
+    for (std::size_t at = description.find(", "); at != std::string_view::npos; at = description.find(", ", at)) {
+        at += 2;
+        int width = 0, height = 0;
+        const char* const end = description.data() + description.size();
+        const auto first = std::from_chars(description.data() + at, end, width);
+        if (first.ec != std::errc() || first.ptr == end || *first.ptr != 'x') continue;
+        if (std::from_chars(first.ptr + 1, end, height).ec == std::errc()) return 1.0 * width * height;
+    }
+    return 0;
+}
+
+/// Its size is not known before it is opened; a pipe cannot be opened twice, and packets must not come twice.
+bool mayBeginAgain(const SourceOptions& options, const PacketSink* sink) {
+    std::error_code error;
+    return sink == nullptr && options.decoder_threads == 0 &&
+           std::ranges::count(options.ffmpeg_input_options, "-threads") == 0 && !isLive(options) &&
+           !isCameraSource(options) && std::filesystem::is_regular_file(options.source, error);
+}
 
 /// What a user may do about a refusal of ffmpeg's.
 std::string hint(const std::string& reason) {
@@ -47,6 +75,8 @@ FfmpegSource::FfmpegSource(const SourceOptions& options, const Event& stop, Pack
     if (findProgram(options_.ffmpeg).empty())
         throw SourceError(EX_UNAVAILABLE, "ffmpeg is needed for " + withoutSecrets(options_.source) +
                                               " and was not found (install it: packaging/setup.sh video)");
+    one_thread_ = mayBeginAgain(options_, sink_);
+    if (one_thread_) options_.decoder_threads = 1;
     begin(sink_ ? sink_->wanted() : PacketCopy::kNone);
 }
 
@@ -127,6 +157,8 @@ void FfmpegSource::onLine(std::string_view line) {
     const std::size_t at = line.find("Video: ");
     if (line.find("Stream #") == std::string_view::npos || at == std::string_view::npos) return;
     if (!in_output_ && rate_ == 0) rate_ = numberBefore(line, " fps");
+    if (!in_output_ && one_thread_ && frames_ == 0 && pixelsIn(line.substr(at)) > kOneThreadPixels)
+        throw LargePicture();
     if (!in_output_ && sink_ && !std::exchange(codec_known_, true)) onCodec(line.substr(at));
     if (in_output_ && colours_.empty()) onOutputStream(line.substr(at));
 }
@@ -198,6 +230,9 @@ bool FfmpegSource::next(RawFrame& frame) {
         try {
             return read(frame);
         } catch (const UselessCopy&) {
+        } catch (const LargePicture&) {
+            one_thread_ = false;
+            options_.decoder_threads = 0;
         } catch (const SourceError& error) {
             if (!copy_broke_) throw;
             const std::string why = first_error_;

@@ -40,6 +40,7 @@ class FfmpegSource : public Source {
     const Event& stop_;
     PacketSink* const sink_;
     bool live_;
+    bool one_thread_ = false;  ///< to begin with; it begins again where the picture is large
     PacketCopy copy_ = PacketCopy::kNone;
     bool copy_broke_ = false;  ///< the second output failed, and with it the decoder
     Process process_;
