@@ -30,7 +30,7 @@ TEST(Config, EveryKeyOfACamera) {
         std::function<void(CameraConfig&)> expected;
     } rows[] = {
         {"", [](auto&) {}},
-        {"title = 'Tor \xC3\xA4'", [](auto& c) { c.title = "Tor \xC3\xA4"; }},
+        {"title = 'Tor \xC3\xA4 ~41'", [](auto& c) { c.title = "Tor \xC3\xA4 ~41"; }},
         {"analyzer = 3", [](auto& c) { c.analyzer.analyzer_id = 3; }},
         {"type = 'ir'", [](auto& c) { c.analyzer.infrared = true; }},
         {"type = 'COLOR'", [](auto&) {}},
@@ -196,9 +196,13 @@ TEST(Config, FaultsNameLineAndKey) {
         {"zzzzzzz = 1\n" + kPlain, ":1: zzzzzzz: unknown key"},
         {"analyzer = 1\n" + kPlain, ":1: analyzer: expected a text"},
         {"[[camera]]\nname = 'a\n", ":2: "},
-        {"# \xC3\xA4 ' \n" + kPlain + "title = \"\xC3\xA4\\\"\"\nname \xC7\xBD = '\xC3\xA4'\n",
-         ":7: a character beyond ASCII stands outside"},
-        {"name =0\"; \xC5\xBF\"\n" + kPlain, ":1: a character beyond ASCII stands outside"},
+        {"# \xC3\xA4 ' \n" + kPlain + "title = \"\xC3\xA4\\\"\"\nname \xC7\xBD = '\xC3\xA4'\n", ":7: "},
+        {"name =0\"; \xC5\xBF\"\n" + kPlain, ":1: "},
+        {"names = 'x[[\"\"\"\xD0\x9A = '\n" + kPlain, ":1: "},
+        {kPlain + "title\xC7\xBD = '\xC3\xA4'\n",
+         ":5: Error while parsing key-value pair: expected '=', saw '~'; characters beyond ASCII stand within quotes "
+         "only"},
+        {kPlain + "\ntitle = '\xC3'\n", ":6: this is not UTF-8"},
         {kPlain + "[[camera]]\nname = 'gate'\nsource = 'b'\ndevice = 8\n",
          ":6: camera[2].name: another camera has the name 'gate'"},
         {kPlain + "[[camera]]\nname = 'b'\nsource = 'b'\ndevice = 7\n",

@@ -22,43 +22,12 @@
 #include "common/secrets.h"
 #include "hooks/hook_runner.h"
 #include "sources/protocols.h"
+#include "toml/toml_text.h"
 
 namespace fleifeisa::host {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// The line of the first character beyond ASCII that stands in neither quotes nor a comment; 0 for none. TOML allows no
-/// such character, and the parser's own check for one is undefined for those below U+049A. Quotes begin where a key or
-/// a value does; elsewhere, as in `0"`, they are part of what the parser takes for a value.
-std::size_t lineOfStrayCharacter(std::string_view text) {
-    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);  // byte order mark
-    std::string_view end;                                         // of the quotes or comment that text is in
-    std::size_t line = 1;
-    bool may_quote = true;
-    const auto opens_item = [](char c) { return std::string_view("=,[{.\n").find(c) != std::string_view::npos; };
-    const auto is_blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
-    for (; !text.empty(); text.remove_prefix(1)) {
-        if (text[0] == '\n') ++line;
-        const bool quotes = std::exchange(may_quote, opens_item(text[0]) || (may_quote && is_blank(text[0])));
-        if (!end.empty() && (text.starts_with(end) || (end.size() == 1 && text[0] == '\n'))) {
-            text.remove_prefix(end.size() - 1);
-            end = {};
-        } else if (!end.empty()) {
-            if (end[0] == '"' && text[0] == '\\' && text.size() > 1 && text[1] != '\n') text.remove_prefix(1);
-        } else if (quotes && (text.starts_with("\"\"\"") || text.starts_with("'''"))) {
-            end = text.substr(0, 3);
-            text.remove_prefix(2);
-        } else if (quotes && (text[0] == '"' || text[0] == '\'')) {
-            end = text.substr(0, 1);
-        } else if (text[0] == '#') {
-            end = "\n";
-        } else if (static_cast<unsigned char>(text[0]) >= 0x80) {
-            return line;
-        }
-    }
-    return 0;
-}
 
 class Loader {
  public:
@@ -99,17 +68,10 @@ class Loader {
 
  private:
     std::optional<toml::table> parsed(std::string_view document, const std::string& path) {
-        if (const std::size_t line = lineOfStrayCharacter(document); line > 0) {
-            errors_.push_back(path + ":" + std::to_string(line) +
-                              ": a character beyond ASCII stands outside of quotes");
-            return std::nullopt;
-        }
         try {
-            return toml::parse(document, std::string_view(path));
-        } catch (const toml::parse_error& error) {
-            const std::string line =
-                error.source().begin.line > 0 ? std::to_string(error.source().begin.line) + ": " : " ";
-            errors_.push_back(path + ":" + line + std::string(error.description()));
+            return parseToml(document, path);
+        } catch (const TomlFault& fault) {
+            errors_.emplace_back(fault.what());
             return std::nullopt;
         }
     }

@@ -5,6 +5,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "toml/toml_text.h"
+
 namespace fleifeisa::host {
 namespace {
 
@@ -202,15 +204,14 @@ void mergeOverrides(toml::table& config, toml::table&& changes, std::vector<std:
 
 json overridesJson(const std::string& text, const std::string& path) {
     try {
-        json all = jsonOf(toml::parse(text, std::string_view(path)));
+        json all = jsonOf(parseToml(text, path));
         json cameras = all.contains("camera") ? byName(std::move(all["camera"])) : json::object();
         for (json& camera : cameras)
             for (const char* key : kOverrideNamed)
                 if (camera.contains(key)) camera[key] = byName(std::move(camera[key]));
         return {{"change", all.value("change", std::int64_t{0})}, {"camera", std::move(cameras)}};
-    } catch (const toml::parse_error& error) {
-        throw std::invalid_argument(path + ':' + std::to_string(error.source().begin.line) + ": " +
-                                    std::string(error.description()));
+    } catch (const TomlFault& fault) {
+        throw std::invalid_argument(fault.what());
     } catch (const json::exception&) {
         throw std::invalid_argument(path + ": is not as this program writes it");
     } catch (const std::invalid_argument& error) {

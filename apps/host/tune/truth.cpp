@@ -11,6 +11,8 @@
 #include <map>
 #include <sstream>
 
+#include "toml/toml_text.h"
+
 namespace fleifeisa::host {
 namespace {
 
@@ -203,10 +205,9 @@ class TruthReader {
 
 std::optional<toml::table> parsed(const std::string& text, const std::string& path, std::vector<std::string>& errors) {
     try {
-        return toml::parse(text);
-    } catch (const toml::parse_error& error) {
-        errors.push_back(path + ":" + std::to_string(error.source().begin.line) + ": " +
-                         std::string(error.description()));
+        return parseToml(text, path);
+    } catch (const TomlFault& fault) {
+        errors.emplace_back(fault.what());
         return std::nullopt;
     }
 }
