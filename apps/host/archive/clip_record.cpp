@@ -11,7 +11,7 @@ namespace fleifeisa::host {
 
 struct ClipRecord::Pixels {
     struct Free {
-        void operator()(XXH3_state_t* state) const { ::XXH3_freeState(state); }
+        void operator()(XXH3_state_t* held) const { ::XXH3_freeState(held); }
     };
     std::unique_ptr<XXH3_state_t, Free> state{::XXH3_createState()};
 

@@ -9,6 +9,7 @@
 
 #include "archive/archive.h"
 #include "cli/config.h"
+#include "cli/toml_text.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -44,7 +45,7 @@ ClipConfigs parseClipConfigs(const std::string& text, const std::string& path, s
     const HostConfig checked = parseConfig(text, path, errors, ConfigCheck::kClips);
     ClipConfigs configs;
     if (errors.size() > before) return configs;
-    const toml::table root = toml::parse(text);
+    const toml::table root = parseToml(text);
     configs.timezone = checked.timezone;
     configs.times = root["clip_times"].value_or(std::string());
     if (const toml::array* cameras = root["camera"].as_array())
