@@ -9,7 +9,7 @@
 
 #include "archive/archive.h"
 #include "cli/config.h"
-#include "cli/toml_text.h"
+#include "toml/toml_text.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -45,7 +45,7 @@ ClipConfigs parseClipConfigs(const std::string& text, const std::string& path, s
     const HostConfig checked = parseConfig(text, path, errors, ConfigCheck::kClips);
     ClipConfigs configs;
     if (errors.size() > before) return configs;
-    const toml::table root = parseToml(text);
+    const toml::table root = parseToml(text, path);
     configs.timezone = checked.timezone;
     configs.times = root["clip_times"].value_or(std::string());
     if (const toml::array* cameras = root["camera"].as_array())
