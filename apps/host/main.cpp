@@ -43,6 +43,9 @@ void addSourceOptions(CLI::App& app, CameraConfig& camera) {
         ->required();
     app.add_option("--rate", source.rate, "at most so many frames a second; for images: their rate (10)")
         ->check(CLI::Range(0.001, 1000.0));
+    app.add_option("--idle-rate", source.idle_rate,
+                   "while nothing moves, analyze so many frames a second (saves processor time)")
+        ->check(CLI::Range(kLeastIdleRate, 1000.0));
     app.add_option("--frames", source.frames, "end after so many frames")->check(CLI::NonNegativeNumber);
     app.add_option_function<std::string>("--region",
                                          valueOption(parseRegion, [&source](const Region& r) { source.region = r; }),

@@ -5,7 +5,7 @@ _fleifeisa_host() {
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in play | run | replay | report | events | tell | db | user | scenes) verb=$word && break ;; esac
     done
-    local source="--rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --private --tracks --least-area --shadow-test
+    local source="--rate --idle-rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --private --tracks --least-area --shadow-test
         --no-shadow-test --split-people --no-split-people --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option --zone --line"
     local analyzer="--analyzer --type --device --analyzer-id --bgframes --color-low --color-high --ir-low --ir-high
         --answer-timeout"

@@ -12,7 +12,7 @@ complete -c fleifeisa-host -l log-format -x -a "text json" -d "form of the log"
 complete -c fleifeisa-host -l help -d "help"
 
 complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd scene:static scene:lights scene:lamp scene:dusk scene:covered scene:night-ir scene:stage"
-for option in rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout zone line
+for option in rate idle-rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout zone line
     complete -c fleifeisa-host -n $feeds -l $option -x
 end
 for option in mask private least-area

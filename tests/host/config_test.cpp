@@ -38,6 +38,11 @@ TEST(Config, EveryKeyOfACamera) {
         {"seamless = false\nwarm_up = 12", [](auto& c) { c.seamless = false, c.warm_up = 12; }},
         {"rate = 12.5", [](auto& c) { c.source.rate = 12.5; }},
         {"rate = 5", [](auto& c) { c.source.rate = 5; }},
+        {"rate = 5\nidle_rate = 0.5",
+         [](auto& c) {
+             c.source.rate = 5;
+             c.source.idle_rate = 0.5;
+         }},
         {"size = '640x360'", [](auto& c) { c.source.width = 640, c.source.height = 360; }},
         {"region = '960x540+1+100'",
          [](auto& c) {
@@ -230,6 +235,8 @@ TEST(Config, FaultsNameLineAndKey) {
         {kPlain + "region = '320x240'", ":5: camera[1].region: expected"},
         {kPlain + "rate = 'x'", ":5: camera[1].rate: expected a number from 0.001 to 1000"},
         {kPlain + "rate = 0", ":5: camera[1].rate: expected a number"},
+        {kPlain + "idle_rate = 0.01", ":5: camera[1].idle_rate: expected a number from 0.1 to 1000"},
+        {kPlain + "rate = 2\nidle_rate = 2", ":6: camera[1].idle_rate: an idle rate is lower than the rate"},
         {kPlain + "rate = nan", ":5: camera[1].rate: expected a number"},
         {kPlain + "live = 1", ":5: camera[1].live: expected true or false"},
         {kPlain + "stall_timeout = 0", ":5: camera[1].stall_timeout: expected a number"},

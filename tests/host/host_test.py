@@ -42,6 +42,18 @@ def sequences_or_none(path):
     return sequences(path) if path.exists() else None
 
 
+# Stands between host and analyzer; answers come late, by times that nobody knows.
+RELAY = r"""
+import os, random, subprocess, sys, time
+child = subprocess.Popen([os.environ["RELAYED"]] + sys.argv[1:], stdout=subprocess.PIPE)
+while data := os.read(child.stdout.fileno(), 65536):
+    time.sleep(random.choice((0, 0, 0, 0.005)))
+    sys.stdout.buffer.write(data)
+    sys.stdout.buffer.flush()
+sys.exit(child.wait())
+"""
+
+
 class Play(HostTest):
     def test_every_frame_is_answered_and_runs_repeat(self):
         table = self.host("play", SMALL, "--out", "a", "--bgframes", 20, "--output", "replies", "--output", "recording")
@@ -406,6 +418,33 @@ class Service(HostTest):
         restart = (starts[1] - 1) * 20_000_000
         lived = [t for t in map(json.loads, tracks.splitlines()) if t["start_ns"] < restart - 40_000_000 and t["time_ns"] > restart]
         self.assertTrue(lived, "no track lived through the restart")
+
+    def test_a_quiet_camera_is_analyzed_less(self):
+        """The same frames however slow the analyzer is; a replay of them makes the same tracks; all of the visit is there."""
+        relay = self.script("relay", RELAY)
+        os.environ["RELAYED"] = os.environ["FLEIFEISA"]
+        self.addCleanup(os.environ.pop, "RELAYED")
+        source = ("play", "scene:stage?act=walk&size=160x120&quiet=400&frames=720", "--bgframes", 20, "--quiet")
+        outputs = ("--output", "recording", "--output", "replies", "--output", "tracks")
+        self.host(*source, "--out", "full", *outputs)
+        self.host(*source, "--out", "a", *outputs, "--idle-rate", 2)
+        self.host(*source, "--out", "b", *outputs, "--idle-rate", 2, "--analyzer", relay)
+        for name in ("replies.txt", "tracks.jsonl"):
+            self.assertEqual((self.dir / "a" / name).read_bytes(), (self.dir / "b" / name).read_bytes(), name)
+        analyzed = times(self.dir / "a/replies.txt")
+        steps = [round(10 * (b - a)) for a, b in zip(analyzed, analyzed[1:])]
+        self.assertLess(len(analyzed), 500)
+        self.assertEqual(set(steps), {1, 2, 4, 5})  # 2, 4: into and out of the idle rate
+        self.assertEqual(steps[:69], [1] * 69)  # learns, and waits for five seconds
+        found = self.host("replay", "a/recording.bin", "--verify", "--output", "tracks=again")
+        self.assertIn("every reply is the same, and every track", found.stdout)
+        self.assertEqual((self.dir / "again").read_bytes(), (self.dir / "a/tracks.jsonl").read_bytes())
+        starts = [[json.loads(line)["start_ns"] for line in (self.dir / d / "tracks.jsonl").read_text().splitlines()]
+                  for d in ("full", "a")]
+        self.assertEqual(len(starts[0]), len(starts[1]))
+        for full, idle in zip(*starts):
+            self.assertLess(abs(idle - full), 1e9)  # half a second until it is seen, and the next frames
+        self.assertIn("lower than the rate", self.host("play", "scene:street", "--rate", 1, "--idle-rate", 1, expect=64).stderr)
 
     def test_what_happened_is_stored_told_and_replayed(self):
         """A live camera that is lost and comes back, with store, hook, and somebody who tells; then a second run."""

@@ -40,6 +40,7 @@ Camera::Camera(CameraConfig config, std::vector<Output*> extra, EventDesk* desk)
       desk_(desk),
       wake_(post_->wake()),
       window_(feeder_.live() ? kLiveWindow : kFileWindow),
+      idle_(config_.source.idle_rate),
       ring_(config_.handsOver() ? static_cast<std::size_t>(config_.warm_up) : 0),
       night_(config_.analyzer.infrared),
       hand_over_retry_(kHandOverRetries),
@@ -221,14 +222,31 @@ void Camera::sendNext() {
     sendRequest(request);
 }
 
-/// Takes the next frame of the source, if there is one.
+/// Takes the next frame of the source that is to be analyzed, if there is one. What the source told of those before
+/// goes with it.
+bool Camera::takeFrame(RawFrame& frame, Request& request) {
+    while (!stopping_ && idle_.decidable()) {
+        std::int64_t dropped = 0;
+        if (!feeder_.take(frame, dropped)) return false;
+        counts_.dropped += dropped;
+        counts_.expected = feeder_.expectedFrames();
+        passed_over_.dropped += dropped;
+        passed_over_.clock_step_ns += frame.clock_step_ns;
+        if (idle_.wants(frame.time_ns)) {
+            request.time_ns = frame.time_ns;
+            request.dropped = std::exchange(passed_over_.dropped, 0);
+            request.clock_step_ns = std::exchange(passed_over_.clock_step_ns, 0);
+            return true;
+        }
+        ++counts_.passed_over;
+        feeder_.recycle(std::move(frame.bytes));
+    }
+    return false;
+}
+
 bool Camera::readFrame(Request& request) {
     RawFrame frame;
-    if (!feeder_.take(frame, request.dropped)) return false;
-    counts_.dropped += request.dropped;
-    counts_.expected = feeder_.expectedFrames();
-    request.time_ns = frame.time_ns;
-    request.clock_step_ns = frame.clock_step_ns;
+    if (!takeFrame(frame, request)) return false;
     if (const auto& cut = config_.source.region)
         request.map =
             PictureMap::ofRegion(cut->left, cut->top, cut->width, cut->height, frame.layout.width, frame.layout.height);
@@ -243,8 +261,8 @@ bool Camera::readFrame(Request& request) {
 }
 
 void Camera::pollOnce() {
-    const bool hungry =
-        !stopping_ && analyzer_ && !holdsBack() && !held_ && in_flight_.size() < window_ && !feeder_.ended();
+    const bool hungry = !stopping_ && analyzer_ && !holdsBack() && !held_ && in_flight_.size() < window_ &&
+                        idle_.decidable() && !feeder_.ended();
     std::array<pollfd, 8> items = {{{wake_.fd(), POLLIN, 0},
                                     {hungry ? feeder_.ready().fd() : -1, POLLIN, 0},
                                     {analyzer_ ? analyzer_->wantsWrite() : -1, POLLOUT, 0},

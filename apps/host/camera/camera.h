@@ -12,6 +12,7 @@
 #include "analyzer/reply.h"
 #include "camera/event_desk.h"
 #include "camera/hand_over.h"
+#include "camera/idle_rate.h"
 #include "camera/night_watch.h"
 #include "camera/rule_run.h"
 #include "common/backoff.h"
@@ -41,7 +42,7 @@ struct CameraConfig {
     Rules rules;
     bool pictures = true;  ///< of its events, where there is a store
     CameraLimits keep;     ///< of what the store keeps of it
-    ClipSettings clips;  ///< where there is a store
+    ClipSettings clips;    ///< where there is a store
     /// Programs (hooks) are told of its events from then on (nanoseconds since 1970); stored they are always.
     std::int64_t notify_from_ns = 0;
     static constexpr std::int64_t kNever = INT64_MAX;
@@ -63,11 +64,12 @@ struct OutputEnd {
 
 /// What a camera has done so far; read from other threads.
 struct CameraCounts {
-    std::atomic<std::int64_t> answered{0};  ///< frames
-    std::atomic<std::int64_t> detected{0};  ///< of them with detection
-    std::atomic<std::int64_t> dropped{0};   ///< live frames replaced by newer ones
-    std::atomic<std::int64_t> lost{0};      ///< frames that went down with an analyzer
-    std::atomic<std::int64_t> restarts{0};  ///< of the analyzer
+    std::atomic<std::int64_t> answered{0};     ///< frames
+    std::atomic<std::int64_t> detected{0};     ///< of them with detection
+    std::atomic<std::int64_t> dropped{0};      ///< live frames replaced by newer ones
+    std::atomic<std::int64_t> passed_over{0};  ///< not analyzed, because nothing was there (idle_rate)
+    std::atomic<std::int64_t> lost{0};         ///< frames that went down with an analyzer
+    std::atomic<std::int64_t> restarts{0};     ///< of the analyzer
     std::atomic<std::int64_t> hand_overs{0};
     std::atomic<std::int64_t> expected{0};  ///< frames in all, 0 where unknown
 };
@@ -137,6 +139,7 @@ class Camera {
     void serve();
     void takeFrames();
     void sendNext();
+    bool takeFrame(RawFrame& frame, Request& request);
     bool readFrame(Request& request);
     void pollOnce();
     CameraInfo info() const;
@@ -226,11 +229,15 @@ class Camera {
     bool opened_ = false;
     std::deque<CameraEvent> early_;  ///< of a source without a frame so far: outputs hear of them when they are opened
     std::unique_ptr<AnalyzerClient> analyzer_;
-    std::deque<Request> in_flight_;         ///< sent or to be sent, oldest first
-    std::vector<std::uint8_t> spare_rgb_;   ///< memory of an answered frame
+    std::deque<Request> in_flight_;        ///< sent or to be sent, oldest first
+    std::vector<std::uint8_t> spare_rgb_;  ///< memory of an answered frame
+    struct {
+        std::int64_t dropped = 0, clock_step_ns = 0;
+    } passed_over_;                         ///< what was told of frames that were not wanted
     std::optional<Request> held_;           ///< waits for a new analyzer, because its size differs
     const std::size_t window_;              ///< how many may be under way
     std::optional<CameraConfig> in_place_;  ///< waits until nothing is under way
+    IdleRate idle_;
     FrameRing ring_;
     NightWatch night_;
     bool dark_ = false;                     ///< the light is changing

@@ -15,6 +15,12 @@ constexpr Clock::duration kStopGrace = std::chrono::seconds(1);  // for the answ
 constexpr int kGiveUp = 7;    // analyzers in a row without an answer; a live camera never gives up
 constexpr int kAttempts = 3;  // a frame over which so many analyzers die is given up
 
+/// While light changes and while anybody learns, every frame counts.
+bool showsNothing(const Reply& reply, const TrackFrame& frame) {
+    return reply.detection && reply.objects.empty() && frame.tracks.empty() &&
+           (frame.scene == SceneState::kWatching || frame.scene == SceneState::kBlind);
+}
+
 }  // namespace
 
 void Camera::startAnalyzer() {
@@ -25,6 +31,7 @@ void Camera::startAnalyzer() {
         return;
     }
     root_.reset();
+    idle_.wake();
     waiting_since_ = Clock::now();
     restarts_.began(waiting_since_);
     width_ = height_ = 0;
@@ -72,6 +79,7 @@ void Camera::handleReply(const std::string& bytes) {
     if (in_flight_.empty() || reply.sequence != in_flight_.front().sequence)
         throw AnalyzerError("the analyzer answered a frame that it was not sent");
     const FrameResult result = resultOf(in_flight_.front(), reply, bytes);
+    idle_.answered(showsNothing(reply, result.tracks));
     callOutputs([&result](Output& output) { output.frame(result); });
     if (recorder_)
         recorder_->seen(result.rgb, result.width, result.height, result.time_ns, feeder_.live(), feeder_.rate());
@@ -146,13 +154,17 @@ std::int64_t Camera::giveUpFrames() {
     std::int64_t lost = 0;
     if (feeder_.live()) {
         lost = static_cast<std::int64_t>(in_flight_.size());
-        for (const Request& request : in_flight_) lost_untold_ += 1 + request.dropped;
+        for (const Request& request : in_flight_) {
+            lost_untold_ += 1 + request.dropped;
+            idle_.answered(false);
+        }
         in_flight_.clear();
     } else if (!in_flight_.empty() && ++in_flight_.front().attempts >= kAttempts) {
         logError(config_.name, "frame " + std::to_string(in_flight_.front().sequence) +
                                    " is given up: " + std::to_string(kAttempts) + " analyzers died over it");
         lost_untold_ += 1 + in_flight_.front().dropped;
         in_flight_.pop_front();
+        idle_.answered(false);
         for (Request& request : in_flight_)
             request.header = frameHeader(request.width, request.height, request.time_ns, --request.sequence);
         lost = 1;

@@ -301,7 +301,7 @@ class Loader {
                  "ffmpeg_options", "title",        "credentials",   "redirects",      "start_time",
                  "group",          "link",         "notify",        "zone",           "line",
                  "motion",         "scene",        "stopped",       "private",        "keep",
-                 "seamless",       "warm_up",      "clips",         "audio"});
+                 "seamless",       "warm_up",      "clips",         "audio",          "idle_rate"});
         readIdentity(in, camera);
         readSource(in, camera.source);
         if (check_ == ConfigCheck::kWorld) checkWorld(in, table, camera);
@@ -371,6 +371,8 @@ class Loader {
         in.parsed("matrix", parseMatrix, [&source](Matrix matrix) { source.matrix = matrix; });
         in.parsed("range", parseFullRange, [&source](bool full) { source.full_range = full; });
         source.rate = in.number("rate", 0.001, 1000).value_or(0);
+        source.idle_rate = in.number("idle_rate", kLeastIdleRate, 1000).value_or(0);
+        if (const std::string wrong = idleRateFault(source); !wrong.empty()) in.complain("idle_rate", wrong);
         source.live = in.flag("live");
         source.loop = in.flag("loop").value_or(false);
         source.realtime = in.flag("realtime").value_or(false);

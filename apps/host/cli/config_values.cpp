@@ -29,6 +29,7 @@ class Unsaid {
         const std::string profile = camera.profile.empty() ? "default" : "profile " + camera.profile;
         const SourceOptions& source = camera.source;
         add("rate", source.rate > 0 ? numberText(source.rate) : "\"as the source sends\"", "default");
+        add("idle_rate", source.idle_rate > 0 ? numberText(source.idle_rate) : "\"as ever\"", "default");
         if (source.width == 0)
             add("size",
                 source.longest_side > 0 ? "\"longest side " + std::to_string(source.longest_side) + '"'

@@ -22,7 +22,7 @@ class Progress {
     explicit Progress(const Camera& camera) : camera_(camera) {}
 
     void show() {
-        const std::int64_t done = camera_.counts().answered;
+        const std::int64_t done = camera_.counts().answered + camera_.counts().passed_over;
         const std::int64_t all = camera_.counts().expected;
         const Clock::time_point now = Clock::now();
         // The rate of the last seconds, so that the time left follows what really happens.
@@ -80,6 +80,9 @@ void printEnd(const Camera& camera, const TrackTable& table, double elapsed) {
     const auto answered = static_cast<long long>(counts.answered);
     std::printf("\n%lld frames in %.1f s (%.0f a second), detection on %lld of them.\n", answered, elapsed,
                 elapsed > 0 ? static_cast<double>(answered) / elapsed : 0.0, static_cast<long long>(counts.detected));
+    if (counts.passed_over > 0)
+        std::printf("%lld more were not analyzed, because nothing moved (idle rate).\n",
+                    static_cast<long long>(counts.passed_over));
     if (counts.dropped > 0)
         std::printf("%lld live frames were dropped for newer ones.\n", static_cast<long long>(counts.dropped));
     if (counts.restarts > 0)
@@ -103,6 +106,8 @@ int play(PlayOptions& options) {
     config.outputs = chosenOutputs(options);
     if (std::ranges::any_of(config.outputs, to_standard_output)) options.quiet = true;  // the table would stand in it
     for (const std::string& fault : pathFaults({&config, 1})) throw SourceError(EX_USAGE, fault);
+    if (const std::string fault = idleRateFault(config.source); !fault.empty())
+        throw SourceError(EX_USAGE, "--idle-rate: " + fault);
     std::optional<EventDesk> desk;
     if (!options.state.empty()) {
         if (!hasDates(config.source))

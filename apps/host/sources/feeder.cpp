@@ -36,6 +36,7 @@ Feeder::Feeder(std::string camera, SourceOptions options, std::shared_ptr<Packet
       options_(std::move(options)),
       live_(isLive(options_)),
       packets_(std::move(packets)),
+      grid_(options_.rate),
       backoff_(kLimits) {
     learnSecretsOf(options_.source);
 }
@@ -129,18 +130,6 @@ bool Feeder::waitUntil(Clock::time_point when) const {
     return true;
 }
 
-/// Whether a frame of this time falls into another interval of the wanted rate than the one taken before. A quarter of
-/// an interval of tolerance keeps every frame of a source that already has that rate, with jitter.
-bool Feeder::wanted(std::int64_t time_ns) {
-    if (options_.rate <= 0) return true;
-    if (rate_slot_ < 0) rate_start_ns_ = time_ns;
-    const auto slot = static_cast<std::int64_t>(
-        std::floor(static_cast<double>(time_ns - rate_start_ns_) * options_.rate / 1e9 + 0.25));
-    if (slot <= rate_slot_) return false;
-    rate_slot_ = slot;
-    return true;
-}
-
 void Feeder::deliver(RawFrame&& frame) {
     std::unique_lock lock(mutex_);
     if (live_) {
@@ -173,7 +162,7 @@ bool Feeder::inTime(RawFrame& frame) {
     const LiveClock::Moment moment = clock_.ofFrame(readClocks());
     frame.time_ns = moment.time_ns;
     clock_step_ns_ += moment.step_ns;
-    if (moment.step_ns != 0) rate_slot_ = -1;  // the rate's intervals begin anew
+    if (moment.step_ns != 0) grid_.restart();
     return true;
 }
 
@@ -221,7 +210,7 @@ Feeder::Outcome Feeder::readOnce() {
             last_time_ns_ = frame.time_ns;
             if (!inTime(frame)) return Outcome::kStopped;
             if (packets_) packets_->frame(run_ns, frame.time_ns);
-            if (!wanted(frame.time_ns)) continue;
+            if (!grid_.takes(frame.time_ns)) continue;
             noteProgress(*source);
             deliver(std::move(frame));
             if (options_.frames > 0 && ++handed_on_ >= options_.frames) outcome = Outcome::kEnough;

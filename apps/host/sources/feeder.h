@@ -10,6 +10,7 @@
 #include "common/backoff.h"
 #include "sources/live_clock.h"
 #include "sources/packet_sink.h"
+#include "sources/rate_grid.h"
 #include "sources/source.h"
 
 namespace fleifeisa::host {
@@ -67,7 +68,6 @@ class Feeder {
     bool readFileAgain();
     RawFrame emptyFrame();
     void deliver(RawFrame&& frame);
-    bool wanted(std::int64_t time_ns);
     bool waitUntil(Clock::time_point when) const;
     void noteOutage();
     void finish(int code);
@@ -91,10 +91,9 @@ class Feeder {
     std::string trouble_;
 
     // the thread's own
-    std::int64_t delivered_ = 0;   ///< frames read in all; a file that is reopened skips them
-    std::int64_t handed_on_ = 0;   ///< frames that went to the camera
-    std::int64_t rate_slot_ = -1;  ///< interval of the rate in which the last frame was taken
-    std::int64_t rate_start_ns_ = 0;
+    std::int64_t delivered_ = 0;  ///< frames read in all; a file that is reopened skips them
+    std::int64_t handed_on_ = 0;  ///< frames that went to the camera
+    RateGrid grid_;
     std::int64_t clock_step_ns_ = 0;                       ///< since the latest frame that was handed on
     Clock::time_point begin_{};                            ///< of the playing in real time
     std::int64_t loop_offset_ns_ = 0, last_time_ns_ = -1;  ///< the last: -1 before any frame

@@ -156,6 +156,11 @@ std::string sourceFault(const SourceOptions& options) {
     return "";
 }
 
+std::string idleRateFault(const SourceOptions& options) {
+    const bool saves = options.rate <= 0 || options.idle_rate < options.rate;
+    return saves ? "" : "an idle rate is lower than the rate: it holds while nothing moves";
+}
+
 void checkSource(const SourceOptions& options) {
     if (const std::string fault = sourceFault(options); !fault.empty()) throw SourceError(EX_USAGE, fault);
     if (isSynthetic(options)) return;

@@ -22,6 +22,8 @@ struct RawFrame {
     std::int64_t clock_step_ns = 0;  ///< of a live frame: by so much the clock was stepped since the one before
 };
 
+constexpr double kLeastIdleRate = 0.1;  ///< what comes is noticed after so long
+
 /// What a user may say about a source.
 struct SourceOptions {
     std::string source;               ///< file, directory, URL, device, "scene:...", "list:FILE"
@@ -30,6 +32,7 @@ struct SourceOptions {
     bool realtime = false;            ///< a file's frames come at their own times, not as fast as possible
     std::int64_t frames = 0;          ///< end after so many, 0: all
     double rate = 0;                  ///< at most so many frames a second, 0: all; images: their rate (10)
+    double idle_rate = 0;             ///< while nothing moves, so many a second are analyzed, 0: as ever
     std::optional<Region> region;     ///< cut out before scaling
     int width = 0, height = 0;        ///< scaled to this size; 0: as they come
     int longest_side = 0;             ///< without a size: larger pictures are scaled down to it, 0: as they come
@@ -99,6 +102,9 @@ bool isCameraName(std::string_view name);
 
 /// What is wrong with the text of a source (an unknown scene or protocol, a malformed URL), "" where nothing is.
 std::string sourceFault(const SourceOptions& options);
+
+/// What is wrong with the idle rate, "" where nothing is.
+std::string idleRateFault(const SourceOptions& options);
 
 /// Whether all that can be known without reading frames is in order: files are there, credentials can be read.
 /// @throws SourceError
