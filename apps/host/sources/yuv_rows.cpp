@@ -3,15 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-// Every loop here is plain and short so that compilers make vectors of it. On x86-64 it is compiled for several
-// processors, of which the dynamic linker chooses one; integers give the same bytes in each.
-#if defined(__x86_64__) && defined(__gnu_linux__) && defined(__GNUC__) && !defined(__clang__)
-#define FLEIFEISA_CLONES __attribute__((target_clones("default", "arch=x86-64-v2", "arch=x86-64-v3", "arch=x86-64-v4")))
-#define FLEIFEISA_INTO_CLONES inline __attribute__((always_inline))
-#else
-#define FLEIFEISA_CLONES
-#define FLEIFEISA_INTO_CLONES inline
-#endif
+#include "common/clones.h"
 
 namespace fleifeisa::host {
 namespace {

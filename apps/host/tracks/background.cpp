@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "common/clones.h"
 #include "tracks/constants.h"
 
 namespace fleifeisa::host {
@@ -107,15 +108,15 @@ namespace {
 
 constexpr int kLeast = kLeastThreshold << kLevelBits, kMost = kMostThreshold << kLevelBits;
 
-inline std::int16_t thresholdOf(std::int16_t noise) {
+FLEIFEISA_INTO_CLONES std::int16_t thresholdOf(std::int16_t noise) {
     constexpr auto kLow = static_cast<std::int16_t>(kLeast / kNoiseFactor);
     constexpr auto kHigh = static_cast<std::int16_t>(kMost / kNoiseFactor);
     return static_cast<std::int16_t>(std::clamp(noise, kLow, kHigh) * kNoiseFactor);
 }
 
 /// into[x] = largest |sample - level| of all channels, 1/64 levels
-inline void largestDifference(const std::uint8_t* sample, const std::int16_t* level, int count, bool first,
-                              std::int16_t* into) {
+FLEIFEISA_INTO_CLONES void largestDifference(const std::uint8_t* sample, const std::int16_t* level, int count,
+                                             bool first, std::int16_t* into) {
     for (int x = 0; x < count; ++x) {
         const auto d = static_cast<std::int16_t>(static_cast<std::int16_t>(sample[x] << kLevelBits) - level[x]);
         const auto size = static_cast<std::int16_t>(d < 0 ? -d : d);
@@ -135,7 +136,8 @@ int Background::luma(int x, int y) const {
     return (levels(0)[i] + 2 * levels(1)[i] + levels(2)[i] + 128) >> (kLevelBits + 2);
 }
 
-void Background::compare(const SmoothFrame& frame, int y, int from, int to, std::uint8_t* foreground) const {
+FLEIFEISA_CLONES void Background::compare(const SmoothFrame& frame, int y, int from, int to,
+                                          std::uint8_t* foreground) const {
     constexpr int kPiece = 256;
     std::int16_t difference[kPiece];
     for (; from < to; from += kPiece) {
@@ -157,7 +159,7 @@ void Background::follow(SmoothFrame& frame, std::span<const Box> boxes, std::int
     phase_ = (phase_ + 1) % kRowPhases;
 }
 
-void Background::followRow(SmoothFrame& frame, int y, std::span<const Box> boxes, double seconds) {
+FLEIFEISA_CLONES void Background::followRow(SmoothFrame& frame, int y, std::span<const Box> boxes, double seconds) {
     const auto fast = static_cast<std::int16_t>(std::max(1.0, kFollowOutside * 64 * seconds + 0.5));
     const auto slow = static_cast<std::int16_t>(std::max(1.0, kFollowInside * 64 * seconds + 0.5));
     const auto forget = static_cast<std::int16_t>(std::min(32767.0, 65536 / kNoiseSeconds * seconds + 0.5));

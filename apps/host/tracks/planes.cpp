@@ -1,5 +1,7 @@
 #include "tracks/planes.h"
 
+#include "common/clones.h"
+
 namespace fleifeisa::host {
 
 Box clipped(const Box& box, int width, int height) {
@@ -39,37 +41,47 @@ void SmoothFrame::begin(std::span<const std::uint8_t> rgb, int width, int height
     done_.assign(static_cast<std::size_t>(height), 0);
 }
 
-void SmoothFrame::smooth(int y) {
-    done_[static_cast<std::size_t>(y)] = 1;
-    const int count = width_ * kChannels;
-    const std::uint8_t* above = pixels(std::max(y - 1, 0));
-    const std::uint8_t* here = pixels(y);
-    const std::uint8_t* below = pixels(std::min(y + 1, height_ - 1));
-    std::uint16_t* sum = sums_.data() + kChannels;
+namespace {
+
+/// Three rows of `count` samples, interleaved, as their mean over 3x3 pixels.
+/// @param sum  room for kChannels samples more at both ends
+FLEIFEISA_CLONES void meanOfRows(const std::uint8_t* above, const std::uint8_t* here, const std::uint8_t* below,
+                                 int count, std::uint16_t* sum, std::uint8_t* mean) {
     for (int i = 0; i < count; ++i) sum[i] = static_cast<std::uint16_t>(above[i] + here[i] + below[i]);
     for (int i = 0; i < kChannels; ++i) {
         sum[i - kChannels] = sum[i];
         sum[count + i] = sum[count + i - kChannels];
     }
-    std::uint8_t* mixed = mixed_.data();
     for (int i = 0; i < count; ++i) {
         const auto nine = static_cast<std::uint16_t>(sum[i - kChannels] + sum[i] + sum[i + kChannels]);
-        mixed[i] = static_cast<std::uint8_t>((static_cast<std::uint32_t>(nine) * 7282u) >> 16);  // a ninth
+        mean[i] = static_cast<std::uint8_t>((static_cast<std::uint32_t>(nine) * 7282u) >> 16);  // a ninth
     }
-    std::uint8_t* red = planes_[0].data() + at(y);
-    std::uint8_t* light = luma_.data() + at(y);
-    if (channels_ == 1) {
-        for (int x = 0; x < width_; ++x) light[x] = red[x] = mixed[3 * x];
-        return;
-    }
-    std::uint8_t* green = planes_[1].data() + at(y);
-    std::uint8_t* blue = planes_[2].data() + at(y);
-    for (int x = 0; x < width_; ++x) {
+}
+
+FLEIFEISA_CLONES void apart(const std::uint8_t* __restrict mixed, int width, std::uint8_t* __restrict red,
+                            std::uint8_t* __restrict green, std::uint8_t* __restrict blue,
+                            std::uint8_t* __restrict light) {
+    for (int x = 0; x < width; ++x) {
         red[x] = mixed[3 * x];
         green[x] = mixed[3 * x + 1];
         blue[x] = mixed[3 * x + 2];
     }
-    for (int x = 0; x < width_; ++x) light[x] = static_cast<std::uint8_t>((red[x] + 2 * green[x] + blue[x]) / 4);
+    for (int x = 0; x < width; ++x) light[x] = static_cast<std::uint8_t>((red[x] + 2 * green[x] + blue[x]) / 4);
+}
+
+}  // namespace
+
+void SmoothFrame::smooth(int y) {
+    done_[static_cast<std::size_t>(y)] = 1;
+    std::uint8_t* mixed = mixed_.data();
+    meanOfRows(pixels(std::max(y - 1, 0)), pixels(y), pixels(std::min(y + 1, height_ - 1)), width_ * kChannels,
+               sums_.data() + kChannels, mixed);
+    std::uint8_t* red = planes_[0].data() + at(y);
+    std::uint8_t* light = luma_.data() + at(y);
+    if (channels_ == 1)
+        for (int x = 0; x < width_; ++x) light[x] = red[x] = mixed[3 * x];
+    else
+        apart(mixed, width_, red, planes_[1].data() + at(y), planes_[2].data() + at(y), light);
 }
 
 }  // namespace fleifeisa::host

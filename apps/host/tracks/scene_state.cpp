@@ -182,12 +182,17 @@ bool SceneWatch::frozen(const SmoothFrame& frame, double seconds) {
                         static_cast<std::size_t>((height + kSampleStep) / kSampleStep));
     for (int y = kSampleStep / 2; y < height; y += kSampleStep) {
         const std::uint8_t* row = frame.pixels(y);
-        for (int x = kSampleStep / 2; x < width; x += kSampleStep, ++i) {
-            const std::uint8_t now = row[3 * x + 1];
-            if (now == samples_[i]) continue;
-            samples_[i] = now;
+        int x = kSampleStep / 2;
+        for (int column = 0; column < kParts; ++column) {
+            int differences = 0;
+            for (const int end = ((column + 1) * width + kParts - 1) / kParts; x < end; x += kSampleStep, ++i) {
+                const std::uint8_t now = row[3 * x + 1];
+                differences |= now ^ samples_[i];
+                samples_[i] = now;
+            }
+            if (differences == 0) continue;
             changed = true;
-            part[static_cast<std::size_t>(y * kParts / height * kParts + x * kParts / width)] = true;
+            part[static_cast<std::size_t>(y * kParts / height * kParts + column)] = true;
         }
     }
     if (first) return false;
