@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -21,7 +22,7 @@ extern char** environ;
 namespace fleifeisa {
 namespace {
 
-constexpr int kExtraOutput = 3;
+constexpr int kExtra = 3;
 
 std::mutex children_mutex;
 std::set<pid_t> children;
@@ -36,6 +37,14 @@ Pipe makePipe(int bytes) {
     Pipe pipe{Fd(ends[0]), Fd(ends[1])};
     for (int size = bytes; size > 65536 && ::fcntl(pipe.write.get(), F_SETPIPE_SZ, size) < 0;) size /= 2;
     return pipe;
+}
+
+/// The end that is read is this process's, the other one the child's.
+Pipe makeSocket() {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+        throw std::system_error(errno, std::generic_category(), "socketpair");
+    return {Fd(ends[0]), Fd(ends[1])};
 }
 
 void setNonBlocking(const Fd& fd) {
@@ -100,17 +109,18 @@ class SpawnSetup {
 }  // namespace
 
 Process::Process(const Options& options) {
-    Pipe to, from, errors, extra_output;
+    Pipe to, from, errors, extra_ends;
     if (options.pipe_in) to = makePipe(options.pipe_bytes);
     if (options.pipe_out) from = makePipe(options.pipe_bytes);
     if (options.pipe_err) errors = makePipe(options.pipe_bytes);
-    if (options.pipe_extra) extra_output = makePipe(options.pipe_bytes);
+    if (options.pipe_extra) extra_ends = makePipe(options.pipe_bytes);
+    if (options.socket_extra) extra_ends = makeSocket();
     SpawnSetup setup;
     setup.connect(STDIN_FILENO, to.read);
     setup.connect(STDOUT_FILENO, from.write);
     if (options.pipe_err) setup.connect(STDERR_FILENO, errors.write);
     // Last: the other ends may lie at this number themselves.
-    if (options.pipe_extra) setup.connect(kExtraOutput, extra_output.write);
+    if (extra_ends.write) setup.connect(kExtra, extra_ends.write);
 
     std::vector<std::string> arguments = options.argv;
     std::vector<std::string> environment = childEnvironment(options.environment);
@@ -128,7 +138,7 @@ Process::Process(const Options& options) {
     in = std::move(to.write);
     out = std::move(from.read);
     err = std::move(errors.read);
-    extra = std::move(extra_output.read);
+    extra = std::move(extra_ends.read);
     for (const Fd* end : {&in, &out, &err, &extra})
         if (*end) setNonBlocking(*end);
 }

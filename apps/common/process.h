@@ -24,6 +24,7 @@ class Process {
         bool pipe_out = false;                                         ///< else /dev/null
         bool pipe_err = false;                                         ///< else the host's
         bool pipe_extra = false;                                       ///< a second output, its descriptor 3
+        bool socket_extra = false;                                     ///< instead: both ways, a local socket
         int pipe_bytes = kPipeBytes;                                   ///< size asked for, 0: as the system makes them
         bool survives = false;  ///< killAllChildren() spares it: it ends when its input does
         int nice = 0;           ///< added to the host's own priority: what nobody waits for takes what others leave
@@ -46,10 +47,10 @@ class Process {
     /// SIGKILL and wait.
     int kill();
 
-    Fd in;   ///< write end of its standard input, non-blocking
-    Fd out;  ///< read end of its standard output, non-blocking
-    Fd err;  ///< read end of its standard error, non-blocking
-    Fd extra;  ///< read end of its second output, non-blocking
+    Fd in;     ///< write end of its standard input, non-blocking
+    Fd out;    ///< read end of its standard output, non-blocking
+    Fd err;    ///< read end of its standard error, non-blocking
+    Fd extra;  ///< read end of its second output, or this end of the socket, non-blocking
 
  private:
     pid_t pid_ = -1;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "tracks/constants.h"
+#include "tracks/reasons.h"
 
 namespace fleifeisa::inspect {
 
@@ -77,23 +78,32 @@ void TrackStage::frame(Session& session, const SourceFrame& frame, bool explain)
 }
 
 std::string TrackStage::whyOf(const host::Mover& mover) const {
-    const host::Track& track = mover.track;
+    const auto text = [&mover](host::Reason reason) -> std::string {
+        switch (reason) {
+            case host::Reason::kTooFewSightings:
+                return "seen " + std::to_string(mover.track.frames) + " of " + std::to_string(host::kBirthSightings) +
+                       " times";
+            case host::Reason::kTooYoung:
+                return "younger than " + seconds(host::kBirthSeconds);
+            case host::Reason::kTooSmall:
+                return "too small";
+            case host::Reason::kInGroup:
+                return "in one blob with others";
+            case host::Reason::kStandsStill:
+                return "stands still, its place is watched";
+            case host::Reason::kPredicted:
+                return "not seen, shown where it is expected";
+            case host::Reason::kWaitedFor:
+                return "not seen, waited for";
+            case host::Reason::kUnsupported:
+                return "not looked for without the analyzer's support";
+            default:
+                return "never left the place of its birth";
+        }
+    };
     std::string why;
-    const auto say = [&](const std::string& text) { why += (why.empty() ? "" : "; ") + text; };
-    const double age = static_cast<double>(*time_ns_ - track.start_ns) / 1e9;
-    if (!mover.confirmed) {
-        if (track.frames < host::kBirthSightings)
-            say("seen " + std::to_string(track.frames) + " of " + std::to_string(host::kBirthSightings) + " times");
-        if (age + view_.seconds / 2 < host::kBirthSeconds) say("younger than " + seconds(host::kBirthSeconds));
-        if (mover.area < view_.least_pixels) say("too small");
-    }
-    if (track.merged_with != 0) say("in one blob with others");
-    if (mover.stopped) say("stands still, its place is watched");
-    if (mover.missed > 0 && mover.confirmed && !mover.stopped)
-        say(mover.missed <= host::kShown ? "not seen, shown where it is expected" : "not seen, waited for");
-    const double longest = mover.arrived ? host::kUnsupportedSeconds : host::kUnsupportedUnmoved;
-    if (mover.confirmed && mover.unsupported > longest) say("not looked for without the analyzer's support");
-    if (mover.confirmed && !mover.arrived) say("never left the place of its birth");
+    for (const host::Reason reason : host::reasonsOf(mover, view_, *time_ns_))
+        why += (why.empty() ? "" : "; ") + text(reason);
     return why;
 }
 

@@ -125,7 +125,7 @@ class HostTest(unittest.TestCase):
             except OSError:
                 continue
             state, parent = stat.rsplit(")", 1)[1].split()[:2]
-            if int(parent) == process.pid and state != "Z" and os.path.basename(argv[0]) == name.encode():
+            if int(parent) == process.pid and state != "Z" and os.path.basename(argv[0]).decode() in (name, name + "-explain"):
                 found.append((int(entry.name), [a.decode(errors="replace") for a in argv]))
         return found
 

@@ -19,12 +19,15 @@ constexpr std::size_t kLastLines = 5, kMaxLastWord = 300;
 
 AnalyzerClient::AnalyzerClient(const AnalyzerSettings& settings) {
     Process::Options options;
-    options.argv = {settings.program, settings.infrared ? "IR" : "COLOR", "STREAMING", std::to_string(settings.device),
-                    std::to_string(settings.analyzer_id)};
+    const bool explains = !settings.explainer.empty();
+    options.argv = {explains ? settings.explainer : settings.program, settings.infrared ? "IR" : "COLOR", "STREAMING",
+                    std::to_string(settings.device), std::to_string(settings.analyzer_id)};
     if (!settings.root.empty()) options.environment.emplace_back("FLEIFEISA_ROOT", settings.root);
     options.pipe_in = options.pipe_out = options.pipe_err = true;
+    options.socket_extra = explains;
     try {
         process_ = Process(options);
+        questions_ = QuestionWire(std::move(process_.extra));
     } catch (const std::system_error& error) {
         throw AnalyzerError(std::string("the analyzer could not be started: ") + error.what());
     }

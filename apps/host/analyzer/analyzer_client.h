@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "analyzer/question_wire.h"
 #include "common/process.h"
 
 namespace fleifeisa::host {
@@ -15,6 +16,7 @@ struct AnalyzerSettings {
     int device = 1;       ///< numbers that the analyzer writes into every object id
     int analyzer_id = 1;
     bool infrared = false;
+    std::string explainer;  ///< path of the executable that answers questions as well, "": `program` runs
 
     bool operator==(const AnalyzerSettings&) const = default;
 };
@@ -53,11 +55,14 @@ class AnalyzerClient {
     bool shutdown(Clock::duration grace);
     void kill() { process_.kill(); }
     pid_t pid() const { return process_.pid(); }
+    /// Closed where it answers no questions.
+    QuestionWire& questions() { return questions_; }
 
  private:
     [[noreturn]] void gone();
 
     Process process_;
+    QuestionWire questions_;
     std::deque<std::span<const char>> outgoing_;
     std::string incoming_;
     std::string error_text_;

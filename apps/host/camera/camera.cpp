@@ -29,9 +29,14 @@ std::optional<Box> regionOf(const SourceOptions& source) {
     return Box{source.region->left, source.region->top, source.region->width, source.region->height};
 }
 
+/// A sentence for whoever asks.
+std::string explainOff(const CameraConfig& config) {
+    return "explain is off: " + (config.explain_off.empty() ? "nobody asks" : config.explain_off);
+}
+
 }  // namespace
 
-Camera::Camera(CameraConfig config, std::vector<Output*> extra, EventDesk* desk)
+Camera::Camera(CameraConfig config, std::vector<Output*> extra, EventDesk* desk, const std::shared_ptr<WhyBox>& why)
     : config_(std::move(config)),
       recorder_(desk && config_.clips.on && hasDates(config_.source)
                     ? std::make_shared<CameraRecorder>(desk->recorder(), config_.name, clipSettings(config_))
@@ -43,6 +48,7 @@ Camera::Camera(CameraConfig config, std::vector<Output*> extra, EventDesk* desk)
       idle_(config_.source.idle_rate),
       ring_(config_.handsOver() ? static_cast<std::size_t>(config_.warm_up) : 0),
       night_(config_.analyzer.infrared),
+      why_(config_.name, why, config_.analyzer.explainer.empty() ? explainOff(config_) : "", keepsWhy()),
       hand_over_retry_(kHandOverRetries),
       restarts_(kRestarts) {
     for (Output* output : extra) sinks_.push_back({output, {"summary", ""}});
@@ -174,6 +180,7 @@ void Camera::serve() {
             pollOnce();
             if (analyzer_) takeReplies();
             if (analyzer_) checkAnswerTime();
+            why_.turn(analyzer_.get());
         } catch (const AnalyzerError& error) {
             analyzerFailed(error.what());
         }
@@ -219,6 +226,7 @@ void Camera::sendNext() {
     request.sequence = last_sequence_;
     request.header = frameHeader(request.width, request.height, request.time_ns, request.sequence);
     if (in_flight_.size() == 1) waiting_since_ = Clock::now();
+    why_.sending(*analyzer_, request.sequence);
     sendRequest(request);
 }
 
@@ -263,20 +271,23 @@ bool Camera::readFrame(Request& request) {
 void Camera::pollOnce() {
     const bool hungry = !stopping_ && analyzer_ && !holdsBack() && !held_ && in_flight_.size() < window_ &&
                         idle_.decidable() && !feeder_.ended();
-    std::array<pollfd, 8> items = {{{wake_.fd(), POLLIN, 0},
-                                    {hungry ? feeder_.ready().fd() : -1, POLLIN, 0},
-                                    {analyzer_ ? analyzer_->wantsWrite() : -1, POLLOUT, 0},
-                                    {analyzer_ ? analyzer_->wantsRead() : -1, POLLIN, 0},
-                                    {analyzer_ ? analyzer_->wantsErrors() : -1, POLLIN, 0},
-                                    {hand_over_ ? hand_over_->wantsWrite() : -1, POLLOUT, 0},
-                                    {hand_over_ ? hand_over_->wantsRead() : -1, POLLIN, 0},
-                                    {hand_over_ ? hand_over_->wantsErrors() : -1, POLLIN, 0}}};
+    std::array<pollfd, 10> items = {{{wake_.fd(), POLLIN, 0},
+                                     {hungry ? feeder_.ready().fd() : -1, POLLIN, 0},
+                                     {analyzer_ ? analyzer_->wantsWrite() : -1, POLLOUT, 0},
+                                     {analyzer_ ? analyzer_->wantsRead() : -1, POLLIN, 0},
+                                     {analyzer_ ? analyzer_->wantsErrors() : -1, POLLIN, 0},
+                                     {hand_over_ ? hand_over_->wantsWrite() : -1, POLLOUT, 0},
+                                     {hand_over_ ? hand_over_->wantsRead() : -1, POLLIN, 0},
+                                     {hand_over_ ? hand_over_->wantsErrors() : -1, POLLIN, 0},
+                                     {why_.wakes(), POLLIN, 0},
+                                     {why_.wantsRead(analyzer_.get()), POLLIN, 0}}};
     if (stopping_) items[0].fd = -1;
     Clock::time_point deadline = Clock::now() + std::chrono::minutes(1);
     if (!analyzer_ && !hand_over_) deadline = restarts_.nextTry();
     if (analyzer_ && !in_flight_.empty()) deadline = answerDeadline();
     if (hand_over_ || changeDue()) deadline = std::min(deadline, Clock::now() + kHandOverTurn);
     if (feeder_.live() && !stopping_) deadline = std::min(deadline, Clock::now() + std::chrono::seconds(1));
+    deadline = why_.due(deadline);
     if (::poll(items.data(), items.size(), pollTimeout(deadline)) <= 0) return;
     if (items[4].revents != 0)
         for (const std::string& line : analyzer_->takeErrors()) logDebug(config_.name, "analyzer: " + line);

@@ -10,6 +10,7 @@
 #include "analyzer/analyzer_client.h"
 #include "analyzer/control_file.h"
 #include "analyzer/reply.h"
+#include "camera/camera_why.h"
 #include "camera/event_desk.h"
 #include "camera/hand_over.h"
 #include "camera/idle_rate.h"
@@ -47,8 +48,10 @@ struct CameraConfig {
     std::int64_t notify_from_ns = 0;
     static constexpr std::int64_t kNever = INT64_MAX;
     std::vector<OutputChoice> outputs;
-    double answer_seconds = 10;  ///< an analyzer that takes longer for a frame counts as hung
-    bool service = false;        ///< files of an earlier run are kept; an output that cannot be made is tried again
+    std::optional<bool> explain;  ///< the analyzer answers questions; unset: where there is a page
+    std::string explain_off;      ///< why it does not, "": analyzer.explainer does
+    double answer_seconds = 10;   ///< an analyzer that takes longer for a frame counts as hung
+    bool service = false;         ///< files of an earlier run are kept; an output that cannot be made is tried again
 
     bool operator==(const CameraConfig&) const = default;
     bool handsOver() const { return seamless.value_or(control.any() || type_by_picture); }
@@ -78,7 +81,9 @@ class Camera {
  public:
     /// Outputs beyond the configured ones may be handed in (not owned, called from the camera's thread).
     /// @param desk  keeps its events and tells of them, null: nobody does; lives longer
-    explicit Camera(CameraConfig config, std::vector<Output*> extra = {}, EventDesk* desk = nullptr);
+    /// @param why  where people ask what it sees, null: nowhere
+    explicit Camera(CameraConfig config, std::vector<Output*> extra = {}, EventDesk* desk = nullptr,
+                    const std::shared_ptr<WhyBox>& why = nullptr);
     ~Camera();
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
@@ -181,6 +186,7 @@ class Camera {
     FrameResult resultOf(const Request& request, const Reply& reply, const std::string& bytes);
     void callOutputs(const std::function<void(Output&)>& call);
     bool freshAnalyzerWanted() const;
+    CameraWhy::Keep keepsWhy();
     void reopenWhereAsked();
     void finishOutputs();
 
@@ -240,6 +246,8 @@ class Camera {
     IdleRate idle_;
     FrameRing ring_;
     NightWatch night_;
+    CameraWhy why_;
+    const FrameResult* judged_ = nullptr;   ///< the frame whose tracks the rules are told
     bool dark_ = false;                     ///< the light is changing
     std::optional<Change> change_;          ///< waits until the ring is full
     std::int64_t due_at_ = 0;               ///< change_ can begin before the frame of this number, 0: not yet

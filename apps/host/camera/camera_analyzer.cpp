@@ -84,8 +84,11 @@ void Camera::handleReply(const std::string& bytes) {
     if (recorder_)
         recorder_->seen(result.rgb, result.width, result.height, result.time_ns, feeder_.live(), feeder_.rate());
     keepTracks(result.tracks, true);
+    why_.answered(result);
     if (tracks_) next_.track = tracks_->settings().first_number;
+    judged_ = &result;
     rules_->frame(result.tracks);
+    judged_ = nullptr;
     ++counts_.answered;
     if (reply.detection) ++counts_.detected;
     failures_in_a_row_ = 0;

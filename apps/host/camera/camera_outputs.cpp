@@ -82,7 +82,8 @@ FrameResult Camera::resultOf(const Request& request, const Reply& reply, const s
     result.request = request.header;
     result.reply = bytes;
     result.tracks =
-        tracks_->frame({request.time_ns, request.width, request.height, request.rgb, reply.detection, reply.objects});
+        tracks_->frame({request.time_ns, request.width, request.height, request.rgb, reply.detection, reply.objects},
+                       why_.viewOf(request.sequence));
     return result;
 }
 
@@ -123,6 +124,7 @@ void Camera::finishOutputs() {
     constexpr double kSettleSeconds = 30, kStopSeconds = 0.5;
     endTracks(TrackEnd::kSource);
     finishRules(replaced_ ? "configuration" : "source");
+    why_.finish();
     if (recorder_) recorder_->finish();
     if (keeper_) {
         keeper_->finish();

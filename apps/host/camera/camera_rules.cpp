@@ -61,6 +61,17 @@ void Camera::ruled(const RuleResults& results) {
     if (!results.events.empty() || !results.crossings.empty() || !results.near_misses.empty())
         desk_->store().results(config_.name, results);
     if (recorder_) recorder_->events(results);
+    for (const CameraEvent& event : results.events)
+        if (judged_ && why_.on() && event.state == EventState::kStart && event.width > 0)
+            why_.began(event, *judged_, *tracks_, rulesText(config_.rules));
+}
+
+/// With its event, where there is a store.
+CameraWhy::Keep Camera::keepsWhy() {
+    if (!desk_) return nullptr;
+    return [this](const CameraEvent& event, const std::string& json) {
+        if (keeper_) desk_->pictures().why(event, json);
+    };
 }
 
 void Camera::tellOutputs(const CameraEvent& event) {

@@ -301,7 +301,8 @@ class Loader {
                  "ffmpeg_options", "title",        "credentials",   "redirects",      "start_time",
                  "group",          "link",         "notify",        "zone",           "line",
                  "motion",         "scene",        "stopped",       "private",        "keep",
-                 "seamless",       "warm_up",      "clips",         "audio",          "idle_rate"});
+                 "seamless",       "warm_up",      "clips",         "audio",          "idle_rate",
+                 "explain"});
         readIdentity(in, camera);
         readSource(in, camera.source);
         if (check_ == ConfigCheck::kWorld) checkWorld(in, table, camera);
@@ -345,6 +346,7 @@ class Loader {
             camera.type_by_picture = type == ImageType::kByPicture;
         });
         camera.seamless = in.flag("seamless");
+        camera.explain = in.flag("explain");
         constexpr int kFewest = 8, kMost = 300;
         camera.warm_up = static_cast<int>(in.integer("warm_up", kFewest, kMost).value_or(camera.warm_up));
         camera.answer_seconds = in.number("answer_timeout", 0.1, 86400).value_or(camera.answer_seconds);

@@ -10,10 +10,12 @@
 #include "cli/commands.h"
 #include "cli/config.h"
 #include "cli/config_values.h"
+#include "cli/explain_choice.h"
 #include "cli/page_changes.h"
 #include "cli/paths.h"
 #include "cli/store_commands.h"
 #include "common/log.h"
+#include "common/memory_left.h"
 #include "common/secrets.h"
 #include "web/web_server.h"
 
@@ -111,8 +113,26 @@ class Service {
         const std::string wanted = options_.analyzer.empty() ? config.analyzer : options_.analyzer;
         const std::string program = findAnalyzer(wanted);
         if (program.empty()) logError("", "the analyzer " + (wanted.empty() ? "fleifeisa" : wanted) + " was not found");
-        for (CameraConfig& camera : config.cameras) camera.analyzer.program = program;
+        for (CameraConfig& camera : config.cameras) {
+            camera.analyzer.program = program;
+            explain(camera, config.web.on);
+        }
         return !program.empty();
+    }
+
+    /// What was decided at a camera's start stays as long as nobody wants it otherwise: less memory later is no reason
+    /// to begin anew.
+    void explain(CameraConfig& camera, bool page) const {
+        const auto before = std::ranges::find(configured_, camera.name, &CameraConfig::name);
+        if (before != configured_.end() && before->explain == camera.explain &&
+            before->analyzer.program == camera.analyzer.program) {
+            camera.analyzer.explainer = before->analyzer.explainer;
+            camera.explain_off = before->explain_off;
+            return;
+        }
+        chooseExplain(camera, page, memoryLeft());
+        if (!camera.explain_off.empty() && camera.explain.value_or(page))
+            logWarning(camera.name, "explain is off: " + camera.explain_off);
     }
 
     /// False where the page cannot be served, which is said.
@@ -121,6 +141,7 @@ class Service {
         WebParts parts;
         parts.live = &live_;
         parts.feed = &feed_;
+        parts.why = &why_;
         parts.state = config.desk.state;
         parts.version = options_.version;
         parts.timezone = config.timezone;
@@ -164,6 +185,7 @@ class Service {
             status.zones = config.rules.zones;
             status.lines = config.rules.lines;
             status.masks = config.source.masks;
+            status.explain_off = config.explain_off;
             const Camera* camera = running(config.name);
             if (!camera) continue;
             const CameraCounts& counts = camera->counts();
@@ -205,7 +227,7 @@ class Service {
     void start(const CameraConfig& config) {
         std::vector<Output*> watchers;
         if (web_settings_.on) watchers.push_back(&live_.camera(config.name));
-        auto camera = std::make_unique<Camera>(config, watchers, desk_ ? &*desk_ : nullptr);
+        auto camera = std::make_unique<Camera>(config, watchers, desk_ ? &*desk_ : nullptr, why_.of(config.name));
         try {
             camera->prepare();
         } catch (const StoreError& error) {
@@ -342,8 +364,9 @@ class Service {
     DeskSettings desk_settings_;
     WebSettings web_settings_;
     Values values_;
-    LivePictures live_;  ///< these two outlive the cameras and the store, which tell them
+    LivePictures live_;  ///< these three outlive the cameras and the store, which tell them
     ChangeFeed feed_;
+    WhyBoxes why_;
     std::optional<EventDesk> desk_;  ///< outlives the cameras
     Supervisor supervisor_;
     std::optional<PageChanges> changes_;  ///< where there is a state directory

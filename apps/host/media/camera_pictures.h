@@ -37,7 +37,7 @@ struct PictureFrame {
 /// A file of an event: `media` says what it is but for file and bytes.
 struct MadePicture {
     StoredMedia media;
-    std::string jpeg;
+    std::string jpeg;  ///< its bytes; JSON where the kind is
 };
 
 /// Does this kind of event have a picture? Not what is told of the host, and not of a source without one.

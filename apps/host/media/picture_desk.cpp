@@ -59,6 +59,9 @@ bool PictureDesk::event(const std::string& camera, const CameraEvent& event) {
 bool PictureDesk::trackEnded(const std::string& camera, std::int64_t track) {
     return push({camera, TrackEnded{track}}, 0, 0);
 }
+bool PictureDesk::why(const CameraEvent& event, std::string json) {
+    return push({event.camera, Why{event, std::move(json)}}, 0, 0);
+}
 bool PictureDesk::passed(const std::string& camera, std::int64_t time_ns) {
     return push({camera, Passed{time_ns}}, 0, 0);
 }
@@ -102,6 +105,10 @@ void PictureDesk::run() {
 }
 
 void PictureDesk::work(const Job& job) {
+    if (const auto* why = std::get_if<Why>(&job.what)) {
+        const CameraEvent& event = why->event;
+        return keep(event, {{{MediaKind::kWhy, "", 0, event.start_ns, event.start_ns, 0, 0, ""}, why->json}});
+    }
     CameraPictures& camera = of(job.camera);
     if (const auto* frame = std::get_if<PictureFrame>(&job.what)) camera.frame(*frame);
     if (const auto* event = std::get_if<CameraEvent>(&job.what)) camera.event(*event);

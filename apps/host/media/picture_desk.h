@@ -44,6 +44,8 @@ class PictureDesk {
     bool frame(const std::string& camera, PictureFrame frame, double patience);
     bool event(const std::string& camera, const CameraEvent& event);
     bool trackEnded(const std::string& camera, std::int64_t track);
+    /// What an event has to say for itself: kept as it is, beside its pictures. From any camera's thread.
+    bool why(const CameraEvent& event, std::string json);
     /// It is later than that: what is over is closed.
     bool passed(const std::string& camera, std::int64_t time_ns);
     /// Its events are closed. @param patience  seconds to wait until that is done
@@ -59,9 +61,13 @@ class PictureDesk {
         std::int64_t time_ns;
     };
     struct Finish {};
+    struct Why {
+        CameraEvent event;
+        std::string json;
+    };
     struct Job {
         std::string camera;
-        std::variant<PictureFrame, CameraEvent, TrackEnded, Passed, Finish> what;
+        std::variant<PictureFrame, CameraEvent, TrackEnded, Passed, Finish, Why> what;
     };
     bool push(Job job, std::size_t bytes, double patience);
     void run();

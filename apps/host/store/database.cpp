@@ -69,7 +69,7 @@ void Statement::put(int index, std::string_view value) {
     const char* bytes = value.data() ? value.data() : "";
     check(sqlite3_bind_text(statement_.get(), index, bytes, static_cast<int>(value.size()), SQLITE_STATIC));
 }
-void Statement::put(int index, Blob value) {
+void Statement::put(int index, BlobValue value) {
     check(sqlite3_bind_blob(statement_.get(), index, value.bytes.data(), static_cast<int>(value.bytes.size()),
                             SQLITE_STATIC));
 }

@@ -19,7 +19,7 @@ class StoreError : public std::runtime_error {
 };
 
 /// Bytes to be bound as a blob.
-struct Blob {
+struct BlobValue {
     std::string_view bytes;
 };
 
@@ -60,7 +60,7 @@ class Statement {
     void put(int index, bool value) { put(index, static_cast<std::int64_t>(value)); }
     void put(int index, double value);
     void put(int index, std::string_view value);
-    void put(int index, Blob value);
+    void put(int index, BlobValue value);
     void putNull(int index);
     template <typename Value>
     void put(int index, const std::optional<Value>& value) {

@@ -27,7 +27,8 @@ constexpr std::array<Kind, kMediaKinds> kKinds = {{{"picture", ".jpg"},
                                                    {"strip", "-strip.jpg"},
                                                    {"clip", ".mp4"},
                                                    {"times", "-times.json"},
-                                                   {"play", "-play.mp4"}}};
+                                                   {"play", "-play.mp4"},
+                                                   {"why", "-why.json"}}};
 
 const Kind& of(MediaKind kind) {
     return kKinds[static_cast<std::size_t>(kind)];

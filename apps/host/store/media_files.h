@@ -18,7 +18,7 @@ constexpr const char* kExportDirectory = "exports";
 constexpr const char* kExportList = ".events";
 constexpr const char* kUnfinished = ".part";  ///< ending of a file that is being written
 
-/// "picture", "box", "thumb", "strip", "clip", "times", "play".
+/// "picture", "box", "thumb", "strip", "clip", "times", "play", "why".
 const char* nameOf(MediaKind kind);
 
 /// Relative to the state directory: "media/gate/2026-11-21/1042-box.jpg".

@@ -11,8 +11,9 @@ namespace {
 constexpr std::int64_t kDayNs = 86'400'000'000'000;
 constexpr int kFiles = 200;  ///< a step
 constexpr const char* kClips = "(4, 5, 6)";
-constexpr const char* kPictures = "(0, 1, 2, 3)";
-static_assert(static_cast<int>(MediaKind::kClip) == 4 && static_cast<int>(MediaKind::kPlayable) == 6);
+constexpr const char* kPictures = "(0, 1, 2, 3, 7)";
+static_assert(static_cast<int>(MediaKind::kClip) == 4 && static_cast<int>(MediaKind::kPlayable) == 6 &&
+              static_cast<int>(MediaKind::kWhy) == 7);
 
 constexpr const char* kNotKept = " AND event NOT IN (SELECT id FROM events WHERE keep = 1)";
 

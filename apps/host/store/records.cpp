@@ -92,8 +92,8 @@ void RecordWriter::track(std::int64_t camera, const StoredTrack& stored) {
     const std::string path = encodePath(track.path);
     track_
         .bind(rowOf(camera, track.number), track.start_ns, track.end_ns, static_cast<int>(track.ended),
-              track.split_from, stored.frames, stored.path_px, stored.width, stored.height, stored.removed, Blob{path},
-              stored.path_error)
+              track.split_from, stored.frames, stored.path_px, stored.width, stored.height, stored.removed,
+              BlobValue{path}, stored.path_error)
         .run();
 }
 
@@ -107,7 +107,7 @@ void RecordWriter::scene(std::int64_t camera, const PastScene& scene) {
 
 void RecordWriter::minute(std::int64_t camera, const ActivityMinute& minute) {
     const std::string grid(minute.grid.begin(), minute.grid.end());
-    minute_.bind(camera, minute.minute, minute.foreground, Blob{grid}).run();
+    minute_.bind(camera, minute.minute, minute.foreground, BlobValue{grid}).run();
 }
 
 void RecordWriter::nearMiss(std::int64_t camera, const NearMiss& miss) {

@@ -50,8 +50,9 @@ enum class MediaKind {
     kClip = 4,      ///< MP4
     kTimes = 5,     ///< times of the clip's frames, JSON
     kPlayable = 6,  ///< the clip as H.264, made on demand
+    kWhy = 7,       ///< what the analyzer and the filter had to say at its first frame, JSON (docs/explain.md)
 };
-constexpr int kMediaKinds = 7;
+constexpr int kMediaKinds = 8;
 
 /// A finished file of an event.
 struct StoredMedia {

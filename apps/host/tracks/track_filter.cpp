@@ -17,6 +17,7 @@ struct TrackFilter::State {
     std::int64_t first_number = 1;
     int width = 0, height = 0;
     std::int64_t time_ns = 0;
+    double seconds = 0;  // between the latest two frames
     bool begun = false;  // a frame of this size has come
     SmoothFrame frame;
     Background background;
@@ -29,7 +30,7 @@ struct TrackFilter::State {
     void resize(const FilterInput& input);
     SceneState step(const FilterInput& input, FilterView* view);
     void copyBackground(std::vector<std::uint8_t>& rgb) const;
-    void support(const FilterInput& input, double seconds);
+    void support(const FilterInput& input);
 };
 
 TrackFilter::TrackFilter(const FilterSettings& settings, int learning_frames, std::int64_t first_number)
@@ -76,22 +77,25 @@ TrackFrame TrackFilter::frame(const FilterInput& input, FilterView* view) {
         if (input.width != s.width || input.height != s.height) s.resize(input);
         result.scene = s.step(input, view);
         result.foreground = s.refiner.foreground();
-        if (view) {
-            view->width = s.width;
-            view->height = s.height;
-            view->least_pixels = s.settings.least_area * s.width * s.height;
-            view->movers = s.tracker.movers();
-        }
+        if (view) glance(*view);
     }
     result.tracks = s.told;
     return result;
 }
 
+void TrackFilter::glance(FilterView& view) const {
+    const State& s = *state_;
+    view.width = s.width;
+    view.height = s.height;
+    view.seconds = s.seconds;
+    view.least_pixels = s.settings.least_area * s.width * s.height;
+    view.movers = s.tracker.movers();
+}
+
 SceneState TrackFilter::State::step(const FilterInput& input, FilterView* view) {
     frame.begin(input.rgb, width, height, settings.infrared ? 1 : kChannels);
     // Times rise; should they not, a millisecond passes.
-    const double seconds = begun ? std::clamp(static_cast<double>(input.time_ns - time_ns) / 1e9, 0.001, 10.0) : 0.001;
-    if (view) view->seconds = seconds;
+    seconds = begun ? std::clamp(static_cast<double>(input.time_ns - time_ns) / 1e9, 0.001, 10.0) : 0.001;
     time_ns = input.time_ns;
     begun = true;
     if (!background.ready()) {
@@ -111,7 +115,7 @@ SceneState TrackFilter::State::step(const FilterInput& input, FilterView* view) 
     const auto blobs = refiner.find(frame, background, input.objects, tracker.movers(), settings, seconds, view);
     tracker.update(blobs, time_ns, seconds);
     places.update(tracker.movers(), frame, background, seconds);
-    support(input, seconds);
+    support(input);
     refiner.follow(frame, background, tracker.movers(), time_ns);
     tracker.tell(told);
     return input.detection ? state : SceneState::kLearning;
@@ -125,7 +129,7 @@ void TrackFilter::State::copyBackground(std::vector<std::uint8_t>& rgb) const {
 }
 
 /// Which of the analyzer's objects lie in which track: half of the smaller one of the two boxes is common.
-void TrackFilter::State::support(const FilterInput& input, double seconds) {
+void TrackFilter::State::support(const FilterInput& input) {
     for (Mover& mover : tracker.movers()) {
         mover.track.objects.clear();
         if (input.detection) mover.unsupported += seconds;  // an analyzer that learns anew supports nobody

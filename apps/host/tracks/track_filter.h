@@ -55,6 +55,8 @@ class TrackFilter {
     /// Behind handOver(): a frame from which the new analyzer has learned. No frame of the camera: nothing moves.
     void warmUp(const FilterInput& input);
     std::int64_t nextNumber() const;
+    /// After a frame: all that live on, and what reasonsOf() needs of a view, for little.
+    void glance(FilterView& view) const;
 
  private:
     struct State;

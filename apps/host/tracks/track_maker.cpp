@@ -65,9 +65,13 @@ bool TrackMaker::clockWentBack(std::int64_t time_ns) const {
     return last_ns_ && time_ns < *last_ns_ - kClockBack;
 }
 
-TrackFrame TrackMaker::frame(const FilterInput& input) {
+TrackFrame TrackMaker::frame(const FilterInput& input, FilterView* view) {
     last_ns_ = input.time_ns;
-    return filter_ ? filter_->frame(input) : raw_.frame(input);
+    return filter_ ? filter_->frame(input, view) : raw_.frame(input);
+}
+
+void TrackMaker::glance(FilterView& view) const {
+    if (filter_) filter_->glance(view);
 }
 
 TrackFrame TrackMaker::end(TrackEnd why) {

@@ -33,9 +33,11 @@ class TrackMaker {
     /// The clock was set back before a frame of this time: end(TrackEnd::kClock) comes first, and all begins anew.
     bool clockWentBack(std::int64_t time_ns) const;
     /// As TrackFilter's.
-    TrackFrame frame(const FilterInput& input);
+    TrackFrame frame(const FilterInput& input, FilterView* view = nullptr);
     TrackFrame end(TrackEnd why);
     void analyzerRestarted();
+    /// As TrackFilter's; raw tracks have nothing to show.
+    void glance(FilterView& view) const;
     /// As TrackFilter's, for raw tracks a restart. The number of the first track is not looked at.
     void handOver(const TrackSettings& settings, bool new_picture);
     void warmUp(const FilterInput& input) {

@@ -17,8 +17,8 @@ constexpr std::size_t kSecretBytes = 32, kMostSessions = 50;
 /// Also makes the file unreadable for others, before anything is in it.
 std::string prepared(const std::string& path) {
     if (sodium_init() < 0) throw StoreError("libsodium does not start");
-    // SQLite gives the files beside it the same mode. Only where there is none: closing a file that another connection of
-    // this process has open would drop its locks.
+    // SQLite gives the files beside it the same mode. Only where there is none: closing a file that another connection
+    // of this process has open would drop its locks.
     if (const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600); file >= 0) ::close(file);
     return path;
 }
@@ -263,7 +263,7 @@ std::string Accounts::tokenUser(std::string_view token) {
 std::string Accounts::secret() {
     std::string fresh(kSecretBytes, '\0');
     randombytes_buf(fresh.data(), fresh.size());
-    database_.prepare("INSERT OR IGNORE INTO secrets(name, value) VALUES('links', ?)").bind(Blob{fresh}).run();
+    database_.prepare("INSERT OR IGNORE INTO secrets(name, value) VALUES('links', ?)").bind(BlobValue{fresh}).run();
     Statement row = database_.prepare("SELECT value FROM secrets WHERE name = 'links'");
     row.bind().step();
     return row.text(0);

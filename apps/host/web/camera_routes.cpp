@@ -65,6 +65,7 @@ std::string WebServer::cameraJson(const Known& known) const {
             ",\"lost\":" + number(status.lost) + ",\"restarts\":" + number(status.restarts);
     json += ',' + armedJson(known.armed_from, "armed_from");
     json += ",\"last_event\":" + orNull(known.last_event);
+    json += ",\"explain_off\":" + orNull(parts_.why ? status.explain_off : "nobody can ask here");
     json += ",\"zones\":" + listJson(status.zones, [](const ZoneRule& zone) {
                 return "{\"name\":" + jsonString(zone.name) + ",\"title\":" + jsonString(zone.title) +
                        ",\"points\":" + pointsJson(zone.points) + '}';

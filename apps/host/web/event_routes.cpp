@@ -19,12 +19,14 @@ std::string pathOf(const CameraEvent& event) {
 /// As the interface names it: "picture.jpg".
 std::string fileName(MediaKind kind) {
     const bool video = kind == MediaKind::kClip || kind == MediaKind::kPlayable;
-    return std::string(nameOf(kind)) + (video ? ".mp4" : kind == MediaKind::kTimes ? ".json" : ".jpg");
+    const bool json = kind == MediaKind::kTimes || kind == MediaKind::kWhy;
+    return std::string(nameOf(kind)) + (video ? ".mp4" : json ? ".json" : ".jpg");
 }
 
 std::string typeOf(MediaKind kind) {
     const bool video = kind == MediaKind::kClip || kind == MediaKind::kPlayable;
-    return video ? "video/mp4" : kind == MediaKind::kTimes ? "application/json" : "image/jpeg";
+    const bool json = kind == MediaKind::kTimes || kind == MediaKind::kWhy;
+    return video ? "video/mp4" : json ? "application/json" : "image/jpeg";
 }
 
 std::string mediaJson(const CameraEvent& event, const std::vector<StoredMedia>& all) {

@@ -186,6 +186,7 @@ std::string WebServer::address() const {
 
 void WebServer::update(std::vector<CameraStatus> cameras) {
     parts_.live->expire();
+    if (parts_.why) parts_.why->expire();
     applyArming();  // a camera that starts begins as it is configured
     const Clock::time_point now = Clock::now();
     std::vector<std::pair<std::string, std::string>> news;
@@ -401,6 +402,7 @@ void WebServer::addRoutes() {
     addHostRoutes();
     addMediaRoutes();
     addRuleRoutes();
+    addWhyRoutes();
 }
 
 }  // namespace fleifeisa::host

@@ -25,6 +25,7 @@
 #include "web/live.h"
 #include "web/picture_stream.h"
 #include "web/worker.h"
+#include "why/why_box.h"
 
 namespace fleifeisa::host {
 
@@ -50,6 +51,7 @@ struct CameraStatus {
     std::vector<ZoneRule> zones;
     std::vector<LineRule> lines;
     std::vector<Mask> masks;
+    std::string explain_off;  ///< why nobody can ask what it sees, "": one can
 };
 
 /// One value of the configuration in force.
@@ -61,10 +63,11 @@ struct ConfigValue {
 struct WebParts {
     LivePictures* live = nullptr;
     ChangeFeed* feed = nullptr;
-    std::string state;       ///< state directory, "": no store
-    std::string version;     ///< of the program
-    std::string timezone;    ///< of what people read
-    Store* store = nullptr;  ///< null: none
+    WhyBoxes* why = nullptr;  ///< null: nobody can ask
+    std::string state;        ///< state directory, "": no store
+    std::string version;      ///< of the program
+    std::string timezone;     ///< of what people read
+    Store* store = nullptr;   ///< null: none
     std::function<std::vector<ConfigValue>()> configuration = nullptr;
     /// From that moment on (nanoseconds since 1970) a camera's events are told to programs and people.
     std::function<void(const std::string& camera, std::int64_t from_ns)> notify_from = nullptr;
@@ -136,6 +139,7 @@ class WebServer {
     void addHostRoutes();
     void addMediaRoutes();
     void addRuleRoutes();
+    void addWhyRoutes();
     void take(std::shared_ptr<const HttpRequest> request, const HttpAnswer& answer);
     HttpResponse page(const HttpRequest& request) const;
     HttpResponse metrics(const Identity& identity);
@@ -163,6 +167,7 @@ class WebServer {
     HttpResponse exported(const Call& call);
     HttpResponse makeLink(const Call& call);
     std::optional<HttpResponse> nextPicture(Call& call);
+    std::optional<HttpResponse> why(Call& call);
     std::optional<HttpResponse> openPictures(const Call& call);
     CameraChanges& changes() const;
     CameraChanges::Done answerChange(const Call& call) const;

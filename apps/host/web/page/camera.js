@@ -12,6 +12,7 @@ import {openEvent} from './player.js';
 import {Scrubber} from './scrubber.js';
 import {watch} from './pictures.js';
 import {zoomable} from './zoom.js';
+import {Why} from './why.js';
 
 const TRAIL_NS = 8e9; // of a track's way behind it
 const STALE_MS = 5000;
@@ -100,6 +101,7 @@ class Screen {
     if (this.layers.has('trails')) drawTrails(pen, new Map([...this.trails].map(([key, {feet}]) => [key, feet])), frame.tracks);
     if (this.layers.has('objects')) drawObjects(pen, frame.objects);
     if (this.layers.has('tracks')) drawTracks(pen, frame.tracks);
+    if (!this.still) this.overlay?.(pen, frame);
   }
 
   showStill(still) {
@@ -161,6 +163,7 @@ export function cameraView([name]) {
   const layers = new Set((here().query.get('layers') ?? settings.read('layers', DEFAULT)).split(',').filter((layer) => LAYERS.includes(layer)));
   const screen = new Screen(name, layers);
   const table = new TrackTable();
+  const why = new Why(name, screen);
   const badge = stateBadge();
   const title = h('h1');
   const facts = h('span', {class: 'muted number'});
@@ -266,9 +269,9 @@ export function cameraView([name]) {
     h('div', {class: 'columns'},
       h('div', null, picture,
         h('div', {class: 'row layers', role: 'group', 'aria-label': words.layers},
-          LAYERS.map((layer) => toggle(words.layer[layer], layers.has(layer), (yes) => setLayer(layer, yes), {title: words.layerHints[layer]}))),
+          LAYERS.map((layer) => toggle(words.layer[layer], layers.has(layer), (yes) => setLayer(layer, yes), {title: words.layerHints[layer]})), why.button),
         line.element),
-      h('aside', null, table.element,
+      h('aside', null, table.element, why.panel,
         h('section', {class: 'panel'}, h('h2', null, words.visits), visits, h('a', {href: link(['events'], {camera: name})}, words.allVisits)))));
   update();
   loadVisits();
@@ -283,6 +286,7 @@ export function cameraView([name]) {
       ends.forEach((end) => end());
       line.close();
       scrubber.close();
+      why.close();
       screen.close();
     },
   };

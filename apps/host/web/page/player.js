@@ -8,6 +8,7 @@ import {isAdmin, now, on, ruleTitle, titleOf} from './model.js';
 import {Clip} from './clip.js';
 import {exportEvents} from './export.js';
 import {texts} from './texts.js';
+import {eventWhy} from './why_facts.js';
 
 const BEFORE_MS = 2000; // of what one came for, within a longer clip
 const SHARE_HOURS = 24;
@@ -203,6 +204,7 @@ class Player {
         toggle(words.seen, event.reviewed, (yes) => attempt(() => this.change({reviewed: yes}))),
         isAdmin() && toggle(words.keep, event.keep, (yes) => attempt(() => this.change({keep: yes})))),
       h('dl', {class: 'facts'}, facts.map(([name, value]) => [h('dt', null, name), h('dd', null, String(value))])),
+      detail.media.why && (this.why ??= eventWhy(() => get(detail.media.why.href))),
       h('h2', null, words.inClip), this.family,
       h('div', {class: 'row wrap'},
         h('a', {class: 'button', href: link(['camera', event.camera], {at: isoOf(msOf(event.start_ns)), span: 1})}, words.atCamera),
