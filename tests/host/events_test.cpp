@@ -386,6 +386,20 @@ TEST(Rules, EveryEventHasOneStartAndOneEnd) {
     }
 }
 
+// New rules, or a clock that is set back, while a lost source is on its way back: its event ends, once.
+TEST(Rules, WhatComesBetweenASourceThatComesBack) {
+    Rules rules = yardAndGate();
+    rules.lost_after = 2;
+    rules.back_after = 3;
+    for (const char* script :
+         {"1 lost; 5 back; 6 clock 4; 20 tick; 30 finish", "1 lost; 5 back; 6 rules other; 20 tick; 30 finish"}) {
+        Player player(rules, {"gate", 1, "", {}, true});
+        const std::string told = player.play(script);
+        EXPECT_TRUE(told.starts_with("3 scene lost start\n6 scene lost end ")) << told;
+        EXPECT_EQ(told.find("scene", 30), std::string::npos) << told;
+    }
+}
+
 TEST(Rules, ZonesAreDrawnOnTheWholePicture) {
     Rules rules = yardAndGate();
     // The right lower quarter was analyzed: a foot in its middle stands at 0.75, 0.75.

@@ -298,6 +298,22 @@ TEST_F(Media, WhatACrashLeftIsMended) {
     EXPECT_TRUE(reader.check().empty());
 }
 
+TEST_F(Media, LimitsHoldForACameraThatIsNoLongerThere) {
+    {
+        StoreOptions busy = options();
+        busy.keep_house = false;
+        Store store(busy, nullptr);
+        store.addCamera("gone", "", "");
+        store.limit("gone", {0, 0, 5});
+        for (const int day : {14, 16}) store.event(past("gone", day));
+        ASSERT_TRUE(store.settle(30));
+    }
+    Store store(options(), nullptr);
+    for (int i = 0; i < 400 && StoreReader(directory).event("gone", 14); ++i) ::usleep(50'000);
+    EXPECT_FALSE(StoreReader(directory).event("gone", 14));
+    EXPECT_TRUE(StoreReader(directory).event("gone", 16));
+}
+
 TEST_F(Media, MarkedEventsHaveALimitAndDaysAreTold) {
     StoreOptions limited = options();
     limited.retention.kept_bytes = 250'000'000;

@@ -17,6 +17,7 @@
 #include "image/ImageFiles.h"
 #include "outputs/track_path.h"
 #include "outputs/track_table.h"
+#include "outputs/video.h"
 #include "report/median_background.h"
 #include "support/process.h"
 #include "tracks/raw_tracks.h"
@@ -499,6 +500,19 @@ TEST(Report, ShowsTheValuesOfTheRun) {
     EXPECT_EQ(between(page, "of the picture; ", " at most"), Values{"3.1 %"});
     EXPECT_EQ(between(page, "Most at once</dt><dd>", "<small>"), Values{"2"});
     EXPECT_EQ(between(page, "Length</dt><dd>", "<small>"), Values{"0:04.0"});
+    // Over time: nothing at the bottom of the scale, the most on top.
+    std::string chart = between(page, "<title id=\"share-title\">", "</svg>").at(0);
+    chart.erase(0, chart.rfind("<g class=\"axis\">"));
+    const auto labels = between(chart, "dy=\"4\" text-anchor=\"end\">", "</text>");
+    ASSERT_EQ(labels.size(), 3u);
+    EXPECT_EQ(labels[0], "0 %");
+    const auto lines = between(chart, "<path d=\"M", "H"),
+               texts = between(chart, "\" y=\"", "\" dy=\"4\" text-anchor=\"end\"");
+    ASSERT_GE(texts.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(lines.at(i).substr(lines[i].find(' ') + 1), texts[i]) << "a label stands at its line";
+        EXPECT_TRUE(i == 0 || std::stod(texts[i]) < std::stod(texts[i - 1]));
+    }
     // Thumbnails as they stand in the page: the box of 8 x 6 with 4 and 3 pixels around, that of 16 x 6 with 5 and 3.
     const auto thumbs = between(page, "<td class=\"thumb\"><img alt=\"\" src=\"data:image/jpeg;base64,", "\"");
     ASSERT_EQ(thumbs.size(), 2u);
@@ -605,6 +619,22 @@ TEST(Video, NeedsAnEncoderThatWorks) {
     EXPECT_FALSE(exists(path) || exists(path + ".part"));
 }
 
+TEST(Video, SaysWhatIsShown) {
+    FrameResult result;
+    result.camera = "gate";
+    result.sequence = 125;
+    result.detection = true;
+    result.tracks.scene = SceneState::kWatching;
+    result.time_ns = 12'400'000'000;
+    EXPECT_EQ(captionOf(result), "gate  0:12.4  frame 125");
+    result.tracks.scene = SceneState::kBlind;
+    EXPECT_EQ(captionOf(result), "gate  0:12.4  frame 125  blind");
+    result.detection = false;
+    result.live = true;
+    result.time_ns = 951'868'799'000'000'000;
+    EXPECT_EQ(captionOf(result), "gate  23:59:59 UTC  frame 125  learning");
+}
+
 TEST(Video, ShowsBoxesWhereTheyAre) {
     if (findProgram("ffmpeg").empty()) GTEST_SKIP() << "no ffmpeg";
     const TempDir directory;
@@ -618,6 +648,7 @@ TEST(Video, ShowsBoxesWhereTheyAre) {
         // From the fifth frame on twice the size: the same picture in the same place.
         if (i >= 4) run.frames.back() = {.width = 198, .height = 150, .objects = {object(6, 40, 40, 80, 60, 90)}};
     }
+    run.frames.push_back({.width = 3, .height = 600, .objects = {}});  // a line at least
     run = followed(run);
     play(run, "video", path);
     const std::string once = readFile(path);
@@ -630,7 +661,8 @@ TEST(Video, ShowsBoxesWhereTheyAre) {
     EXPECT_NE(readFile(note).find("25 fps"), std::string::npos);
     const std::string decoded = readFile(raw);
     constexpr std::size_t kPicture = 100 * 76 * 3 / 2;  // even sizes
-    ASSERT_EQ(decoded.size(), 8 * kPicture);
+    ASSERT_EQ(decoded.size(), 9 * kPicture);
+    EXPECT_GT(static_cast<int>(static_cast<unsigned char>(decoded[8 * kPicture + 30 * 100 + 49])), 50);
     for (const std::size_t picture : {std::size_t{0}, std::size_t{7}}) {
         const auto luma = [&](std::size_t x, std::size_t y) {
             return static_cast<int>(static_cast<unsigned char>(decoded[picture * kPicture + y * 100 + x]));
@@ -663,13 +695,23 @@ TEST(Text, OfTimesAndNumbers) {
     EXPECT_EQ(fixedPoint(-5, 2), "-0.05");
     EXPECT_EQ(fixedPoint(1234, 1), "123.4");
     EXPECT_EQ(clockTime(3'723'960'000'000), "1:02:03.9");
+    EXPECT_EQ(clockTime(125'990'000'000), "2:05.9");
+    EXPECT_EQ(clockTime(-1), "0:00.0");
     const std::pair<const char*, const char*> names[] = {
         {"\xC3\xA4\xF0\x9F\x98\x80", "\xC3\xA4\xF0\x9F\x98\x80"},
-        {"\xC0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD"},                  // overlong
-        {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},  // half of a surrogate pair
-        {"a\x1B\xE2\x82", "a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+        {"\xC2\x80\xDF\xBF", "\xC2\x80\xDF\xBF"},  // the first and the last of each length
+        {"\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", "\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF"},
+        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
+        {"a\x1B", "a\uFFFD"},
     };
     for (const auto& [name, clean] : names) EXPECT_EQ(cleanUtf8(name), clean);
+    // Overlong, half of a surrogate pair, beyond the last character, cut off: each byte is replaced.
+    for (const std::string bad : {"\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF",
+                                  "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xE2\x82", "\xF0\x9F\x98", "\xC3", "\x80"}) {
+        std::string clean;
+        for (std::size_t i = 0; i < bad.size(); ++i) clean += "\uFFFD";
+        EXPECT_EQ(cleanUtf8(bad), clean) << static_cast<int>(static_cast<unsigned char>(bad[0]));
+    }
     const std::pair<const char*, const char*> codes[] = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo\xFF", "Zm9v/w=="}};
     for (const auto& [bytes, code] : codes) EXPECT_EQ(base64(bytes), code);

@@ -17,6 +17,7 @@
 #include "store/reader.h"
 #include "store/schema.h"
 #include "store/store.h"
+#include "web/event_queries.h"
 
 namespace {
 
@@ -311,9 +312,29 @@ TEST_F(StoreTest, NumbersAreNeverUsedAgain) {
         EXPECT_GE(next.track, 2600);
         EXPECT_LE(next.track, 2600 + StateDirectory::kBlock);
     }
+    {
+        Store store(options(), nullptr);
+        store.addCamera("gate", "", "");
+        store.track("gate", {{2700, 0, TrackEnd::kLost, 1, 2, {{1, {}, 0, 0}}}, 1, 0, 1, 1, false, 0});
+        ASSERT_TRUE(store.settle(30));
+    }
     fs::remove(directory + "/numbers");  // the database knows, too
     Store store(options(), nullptr);
-    EXPECT_EQ(store.addCamera("gate", "", "").event, 701);
+    EXPECT_EQ(store.addCamera("gate", "", ""), (NextNumbers{2701, 701}));
+}
+
+TEST_F(StoreTest, ActivityIsTheMeanOfItsMinutes) {
+    Store store(options(), nullptr);
+    store.addCamera("gate", "", "");
+    for (const auto& [minute, share] : {std::pair{0, 0.2}, {1, 0.4}, {2, 0.6}, {5, 0.5}}) {
+        ActivityMinute one{minute, share, {}};
+        one.grid[0] = minute == 1 ? 255 : 0;
+        store.minute("gate", one);
+    }
+    ASSERT_TRUE(store.settle(30));
+    const std::string text = EventQueries(directory).activity("gate", 0, 8 * 60 * kSecond, 2, true);
+    EXPECT_NE(text.find("\"foreground\":[0.3,0.6,0.5,null]"), std::string::npos) << text.substr(0, 200);
+    EXPECT_NE(text.find("\"grid\":[0.25,0,"), std::string::npos) << text.substr(0, 200);
 }
 
 TEST_F(StoreTest, OlderDatabasesComeUpToDateNewerOnesAreRefused) {

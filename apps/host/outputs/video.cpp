@@ -17,15 +17,14 @@ int textScale(int height) {
     return std::clamp(height / 360, 1, 6);
 }
 
-/// "gate  0:12.4  frame 125": of live cameras the time of day in UTC.
-std::string caption(const FrameResult& result) {
+}  // namespace
+
+std::string captionOf(const FrameResult& result) {
     const std::string time = result.live ? rfc3339(result.time_ns).substr(11, 8) + " UTC" : clockTime(result.time_ns);
     std::string text = std::string(result.camera) + "  " + time + "  frame " + std::to_string(result.sequence);
     const SceneState scene = result.detection ? result.tracks.scene : SceneState::kLearning;
     return scene == SceneState::kWatching ? text : text + "  " + nameOf(scene);
 }
-
-}  // namespace
 
 VideoOutput::VideoOutput(const std::string& path, const CameraInfo& camera, const FilePolicy& policy)
     : path_(path), policy_(policy), retries_({policy.retry_seconds, 30, std::chrono::seconds(10)}), rate_(camera.rate) {
@@ -134,7 +133,7 @@ void VideoOutput::annotate(const FrameResult& result) {
         canvas.box(corner.x, corner.y, width, height, isLoose(track) ? kLooseColour : trackColour(track.number), thick);
         if (!isLoose(track)) label(canvas, track, corner, scale);
     }
-    const std::string line = caption(result);
+    const std::string line = captionOf(result);
     const int height = Canvas::textHeight(scale) + 6 * scale;
     canvas.fill(0, height_ - height, Canvas::textWidth(line, scale) + 8 * scale, height, kBlack, 150);
     canvas.text(4 * scale, height_ - height + 3 * scale, line, kWhite, scale);

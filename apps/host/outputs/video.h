@@ -14,6 +14,9 @@
 
 namespace fleifeisa::host {
 
+/// What stands in a corner of the picture, "gate  0:12.4  frame 125": of live cameras with the time of day in UTC.
+std::string captionOf(const FrameResult& result);
+
 /// Every answered frame is one picture at the camera's nominal rate (10 a second where it is unknown). All pictures
 /// have the size of the first one; later frames of another size are fitted into it, with black beside them. What an
 /// encoder that failed had is gone; the next attempt begins a new file.
