@@ -5,6 +5,7 @@
 import calendar
 import json
 import shutil
+import signal
 import subprocess
 import time
 import unittest
@@ -62,13 +63,17 @@ class Clips(HostTest):
         path = next(self.dir.glob(f"state/media/*/*/{number}.mp4"))
         return path, json.loads(path.with_name(f"{number}-times.json").read_text())
 
-    def check(self, event, time_of):
+    def told(self):
+        path = self.dir / "out/gate/events.jsonl"
+        return [json.loads(line) for line in path.read_text().splitlines()] if path.exists() else []
+
+    def check(self, event, time_of, before=5):
         path, told = self.clip(event)
         seen = numbers(path)
         self.assertEqual(told["time_ns"], [START + round(time_of(n) * 1e9) for n in seen])
         for shown, pts in zip(shown_at(path), told["pts"], strict=True):
             self.assertAlmostEqual(shown, pts / told["timescale"], places=5)
-        self.assertEqual(told["lead_ns"], event["start_ns"] - 5_000_000_000 - told["time_ns"][0])
+        self.assertEqual(told["lead_ns"], event["start_ns"] - before * 1_000_000_000 - told["time_ns"][0])
         return seen, told
 
     def play(self, source, *more):
@@ -116,6 +121,71 @@ class Clips(HostTest):
                     self.assertLess(told["lead_ns"], keys * 0.14e9)
                     self.assertGreaterEqual(told["time_ns"][-1], min(event["end_ns"] + 10e9 - 0.14e9, START + time_of(199) * 1e9))
                     self.assertEqual(told["codec"], "hevc" if what == "H.265" else "h264")
+
+    def live(self, source, *lines, walker=WALKER):
+        """A configuration in which a file plays the camera; the walker's visit is an event."""
+        return self.write("c.toml", f"""state = "state"
+outputs = "out"
+analyzer = "{self.analyzer(walker)}"
+[[camera]]
+name = "gate"
+device = 1
+source = "{source}"
+start_time = "{START_TEXT}"
+tracks = "raw"
+outputs = ["events"]
+""" + "\n".join(lines) + """
+[camera.keep]
+before = 1
+after = 2
+[[camera.zone]]
+name = "all"
+points = [[0.0, 0.0], [1.0, 0.0], [1.0, 1.0], [0.0, 1.0]]
+""")
+
+    def test_sound_only_where_it_is_asked_for(self):
+        self.source("silent.mp4", *H264, "-g", "10", frames=120)
+        self.ffmpeg("-i", "silent.mp4", "-f", "lavfi", "-i", "sine=duration=12", "-c:v", "copy", "-c:a", "aac", "source.mp4")
+        for wanted in (False, True):
+            shutil.rmtree(self.dir / "state", ignore_errors=True)
+            self.live("source.mp4", f"audio = {str(wanted).lower()}")
+            self.host("run", "c.toml")
+            for event in self.events():
+                path, _ = self.clip(event)
+                kinds = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=codec_type", "-of", "csv=p=0", path],
+                                       check=True, capture_output=True, text=True).stdout.split()
+                self.assertEqual(kinds, ["video", "audio"] if wanted else ["video"])
+                seen, _ = self.check(event, lambda n: n / 10, before=1)
+                self.assertIn(60, seen)
+
+    def test_a_killed_host_goes_on_with_its_clips(self):
+        self.source("source.mp4", *H264, "-g", "10", frames=200, rate=30)
+        self.live("source.mp4", "realtime = true", "live = true", "loop = true",
+                  walker='for n, stamp in frames(): answer(n, stamp, *([object(x="60", w="24", h="24")] if n >= 60 else []))')
+        process = self.start("run", "c.toml")
+        running = self.until(lambda: [e for e in self.told() if e["kind"] == "zone"], "an event", timeout=40)[0]
+        self.until(lambda: [p for p in self.dir.glob("state/ring/gate/*/*-k.ts")
+                            if int(p.name.split("-")[3]) > running["start_ns"]], "its video on disk", timeout=40)
+        self.assertEqual(self.end(process, signal.SIGKILL), -signal.SIGKILL)
+        self.assertEqual({e["clip"] for e in self.events()}, {"recording"})
+        process = self.start("run", "c.toml")
+        def ready():
+            return [e for e in self.events() if e["event"] == running["event"] and e["clip"] != "recording"]
+        self.assertEqual(self.until(ready, "the clip", timeout=60)[0]["clip"], "ready", self.log())
+        self.assertEqual(self.end(process), 0, self.log())
+        path, told = self.clip(running)
+        self.assertEqual(len(numbers(path)), len(told["time_ns"]))
+        self.assertIn(running["start_ns"], told["time_ns"])
+
+    def test_video_that_cannot_be_written_is_told(self):
+        self.source("source.mp4", *H264, "-g", "10", frames=120)
+        (self.dir / "state/ring").mkdir(parents=True)
+        self.write("state/ring/gate", "in the way of a directory")
+        self.live("source.mp4")
+        self.host("run", "c.toml")
+        gaps = [e for e in self.told() if e["kind"] == "gap"]
+        self.assertEqual([(e["change"], e["text"]) for e in gaps[:1]], [("recording", "Not a directory")])
+        self.assertGreater(gaps[0]["value"], 0)
 
 
 if __name__ == "__main__":

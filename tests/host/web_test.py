@@ -446,6 +446,13 @@ class Rights(WebTest):
         self.user("add", "ann", "--role", "admin")
         self.serve()
         self.login("ann")
+        for path, method, body in (("users", "POST", {"name": "x", "password": PASSWORD, "role": "root"}),
+                                   ("users", "POST", {"name": "x", "password": "short", "role": "view"}),
+                                   ("users", "POST", {"name": "x y", "password": PASSWORD, "role": "view"}),
+                                   ("users", "POST", {"name": "x", "password": PASSWORD, "role": "view", "cameras": "gate"}),
+                                   ("users", "POST", {"password": PASSWORD}), ("users/ann", "PATCH", {"role": "nobody"})):
+            self.assertEqual(self.ask(path, method, body)[0], 400, body)
+        self.assertEqual([(u["name"], u["role"]) for u in self.get("users")], [("ann", "admin")])
         stolen, token = self.cookie, self.token
         self.assertEqual(self.ask("session", "DELETE")[0], 204)
         self.assertEqual(self.ask("cameras")[0], 401)  # the cookie is of no use after the logout
