@@ -10,7 +10,7 @@ import subprocess
 import time
 import unittest
 
-from support import HostTest, needs_ffmpeg
+from support import HostTest, needs_ffmpeg, times
 
 WIDTH, HEIGHT, BITS = 192, 64, 12
 # Lately: clips of long ago would be removed at once.
@@ -133,7 +133,7 @@ device = 1
 source = "{source}"
 start_time = "{START_TEXT}"
 tracks = "raw"
-outputs = ["events"]
+outputs = ["events", "replies"]
 """ + "\n".join(lines) + """
 [camera.keep]
 before = 1
@@ -176,6 +176,9 @@ points = [[0.0, 0.0], [1.0, 0.0], [1.0, 1.0], [0.0, 1.0]]
         path, told = self.clip(running)
         self.assertEqual(len(numbers(path)), len(told["time_ns"]))
         self.assertIn(running["start_ns"], told["time_ns"])
+        # Its end was in order: what the camera saw last is on disk.
+        latest = max(int(p.name.split("-")[3]) for p in self.dir.glob("state/ring/gate/*/*.ts"))
+        self.assertGreater(latest / 1e9, times(self.dir / "out/gate/replies.txt")[-1] - 0.001)
 
     def test_video_that_cannot_be_written_is_told(self):
         self.source("source.mp4", *H264, "-g", "10", frames=120)

@@ -96,6 +96,8 @@ class Camera {
     void start(const Event& done);
     /// Ends it in order, in some two seconds at most: the frame in work is answered, outputs are made complete.
     void stop();
+    /// Once done: waits until its source is closed, which hands on its last packets. Before the desk goes.
+    void joinSource() { feeder_.join(); }
     /// The same, where another configuration takes over.
     void replace() {
         replaced_ = true;

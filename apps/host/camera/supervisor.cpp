@@ -149,6 +149,8 @@ int Supervisor::run(const std::function<void()>& tick, const std::function<void(
         letGo();
         if (tick) tick();
     }
+    // Their decoders end, and hand on their last packets, before what takes those goes.
+    for (const auto& camera : cameras_) camera->joinSource();
     for (const auto& camera : cameras_)
         if (camera->exitCode() != 0) return camera->exitCode();
     return 0;

@@ -42,6 +42,10 @@ Feeder::Feeder(std::string camera, SourceOptions options, std::shared_ptr<Packet
 }
 
 Feeder::~Feeder() {
+    join();
+}
+
+void Feeder::join() {
     stop();
     if (thread_.joinable()) thread_.join();
 }

@@ -28,6 +28,8 @@ class Feeder {
     void start();
     /// Asks the thread to end; the destructor waits for it.
     void stop();
+    /// Stops, and waits until the source is closed.
+    void join();
 
     /// Is set when there is a frame to take or the source has ended.
     const Event& ready() const { return ready_; }
