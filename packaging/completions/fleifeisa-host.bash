@@ -3,7 +3,7 @@
 _fleifeisa_host() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb='' word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        case $word in play | run | replay | report | events | tell | db | user | scenes) verb=$word && break ;; esac
+        case $word in play | run | replay | report | batch | events | tell | db | user | scenes) verb=$word && break ;; esac
     done
     local source="--rate --idle-rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --private --tracks --least-area --shadow-test
         --no-shadow-test --split-people --no-split-people --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option --zone --line"
@@ -17,7 +17,7 @@ _fleifeisa_host() {
     if [ "$previous" = = ]; then previous=${COMP_WORDS[COMP_CWORD - 2]}; fi
     if [ "${COMP_WORDS[COMP_CWORD]}" = = ]; then previous=${COMP_WORDS[COMP_CWORD - 1]}; fi
     for name in $outputs; do # behind jsonl= stands a file
-        if [ "$previous" = "$name" ]; then previous=--out; fi
+        if [ "$previous" = "$name" ] && [ "$previous" != "$verb" ]; then previous=--out; fi
     done
     case $previous in
         --type) words="color ir auto" ;;
@@ -28,13 +28,14 @@ _fleifeisa_host() {
         --matrix) words="bt601 bt709 bt2020" ;;
         --range) words="full limited" ;;
         --output) [ "$verb" = play ] && words=$outputs ;;
-        --analyzer | --out | --replies | -o) ;;
+        --analyzer | --out | --replies | --config | -o) ;;
         *)
             case $verb in
                 play) words="$source $analyzer --state --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
-                '') words="play run replay report events tell db user scenes --verbose --log-format --version --help" ;;
+                '') words="play run replay report batch events tell db user scenes --verbose --log-format --version --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --print-config --analyzer --help" ;;
+                batch) words="--config --out --jobs --retry --analyzer --quiet --help" ;;
                 replay) words="--verify --out --output --replies --analyzer --help" ;;
                 events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --near-misses
                     export keep unkeep delete --out --help" ;;
@@ -43,7 +44,7 @@ _fleifeisa_host() {
                 user) words="add list remove password change token --state --role --camera --all-cameras --help" ;;
                 scenes) words="--help" ;;
             esac
-            if [[ $current != -* && -n $verb && $verb != scenes && $verb != db && $verb != user ]]; then
+            if [[ $current != -* && -n $verb && $verb != scenes && $verb != db && $verb != user && $verb != events ]]; then
                 words=''
                 if [[ $verb == play || $verb == report ]] && [[ $current == scene* ]]; then
                     # A colon begins a new word in bash: only what follows it is completed.

@@ -1,6 +1,6 @@
 # fish completion for fleifeisa-host
 
-set -l verbs play run replay report events tell db user scenes
+set -l verbs play run replay report batch events tell db user scenes
 set -l none "not __fish_seen_subcommand_from $verbs"
 set -l feeds "__fish_seen_subcommand_from play report"
 set -l play "__fish_seen_subcommand_from play"
@@ -15,26 +15,43 @@ complete -c fleifeisa-host -n $feeds -a "scene:street scene:walkers scene:crowd 
 for option in rate idle-rate frames region size stall-timeout device analyzer-id bgframes color-low color-high ir-low ir-high answer-timeout zone line
     complete -c fleifeisa-host -n $feeds -l $option -x
 end
-for option in mask private least-area
+for option in mask private least-area start-time ffmpeg-option
     complete -c fleifeisa-host -n $feeds -l $option -x
 end
 complete -c fleifeisa-host -n $feeds -l profile -x -a "people-outdoor traffic indoor thermal"
 complete -c fleifeisa-host -n $feeds -l tracks -x -a "filtered raw"
-for flag in live no-live loop realtime shadow-test no-shadow-test split-people no-split-people
+for flag in redirects live no-live loop realtime shadow-test no-shadow-test split-people no-split-people
     complete -c fleifeisa-host -n $feeds -l $flag
 end
 complete -c fleifeisa-host -n $feeds -l matrix -x -a "bt601 bt709 bt2020"
 complete -c fleifeisa-host -n $feeds -l range -x -a "full limited"
-complete -c fleifeisa-host -n $feeds -l type -x -a "color ir"
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run replay" -l analyzer -r
+complete -c fleifeisa-host -n $feeds -l type -x -a "color ir auto"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run replay batch" -l analyzer -r
 
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l output -r -a "replies recording jsonl mot onvif tracks events video report" -d "an output"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l out -r -d "directory of the outputs"
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell" -l state -r -d "state directory"
+complete -c fleifeisa-host -n $feeds -l credentials -r -d "file with name and password"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell events db" -l state -r -d "state directory"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -f -a "add list remove password change token"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l role -x -a "view admin"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l state -r -d "state directory"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l camera -x -d "may see it"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l all-cameras -d "may see all"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from db" -f -a "check backup use"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from events" -f -a "export keep unkeep delete"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from events" -l kind -x -a "motion zone line stopped removed scene analyzer gap clock external"
+for option in camera rule since until last what-if days timezone
+    complete -c fleifeisa-host -n "__fish_seen_subcommand_from events" -l $option -x
+end
+for flag in json csv near-misses
+    complete -c fleifeisa-host -n "__fish_seen_subcommand_from events" -l $flag
+end
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from events" -s o -l out -r -d "directory or zip file"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -l config -r -d "configuration of the cameras"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -l out -r -d "directory of the archive"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -l jobs -x -d "processes at a time"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -l retry -d "also clips that failed"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -s q -l quiet -d "no progress"
 for option in rotate-size rotate-hours rotate-keep
     complete -c fleifeisa-host -n $play -l $option -x
 end

@@ -227,6 +227,47 @@ for number, stamp in frames():
         self.assertEqual(self.end(process), 0)
 
 
+class Completion(HostTest):
+    FILES = pathlib.Path(__file__).parents[2] / "packaging/completions"
+
+    def offers(self, *verbs):
+        """What `--help` names: verbs, long options."""
+        text = self.host(*verbs, "--help").stdout
+        listed = re.search(r"Subcommands:\n((?:  .*\n)+)", text)
+        options = {o for line in re.findall(r"^  (-\S+)", text, re.M) for o in re.findall(r"--[\w-]+", line)}
+        return re.findall(r"^  ([a-z]\S*)", listed.group(1), re.M) if listed else [], options
+
+    def bash(self, *words):
+        """What bash would put behind these words."""
+        script = (f"COMP_WORDS=(fleifeisa-host {' '.join(words)}); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); _fleifeisa_host; "
+                  "printf '%s\\n' \"${COMPREPLY[@]}\"")
+        done = subprocess.run(["bash", "-c", f"source '{self.FILES}/fleifeisa-host.bash'; {script}"], capture_output=True, text=True,
+                              check=True)
+        return set(done.stdout.split())
+
+    def test_every_verb_and_option_is_known_to_all_shells(self):
+        zsh, fish = ((self.FILES / name).read_text() for name in ("_fleifeisa-host", "fleifeisa-host.fish"))
+        fish_lists = {word for line in re.findall(r"^for \w+ in (.*)$", fish, re.M) for word in line.split()}
+        in_fish = fish_lists | set(re.findall(r" -l ([\w-]+)", fish))
+        verbs, general = self.offers()
+        self.assertGreater(len(verbs), 8)
+        found = self.bash("''")
+        self.assertLessEqual(set(verbs), found)
+        for verb in ((), *((verb,) for verb in verbs)):
+            inner, options = self.offers(*verb)
+            for each in inner if verb else []:
+                options |= self.offers(*verb, each)[1]
+            with self.subTest(verb):
+                self.assertLessEqual(options, self.bash(*verb, "--"), "bash")
+                self.assertLessEqual(set(inner), self.bash(*verb, "''"), "bash")
+                self.assertFalse([o for o in options if not re.search(re.escape(o) + r"\b(?!-)", zsh)], "zsh")
+                self.assertFalse([o for o in options if o[2:] not in in_fish], "fish")
+                for each in inner:
+                    for shell in (zsh, fish):
+                        self.assertRegex(shell, rf"\b{each}\b")
+                self.assertTrue(not verb or verb == ("scenes",) or re.search(rf"^  {verb[0]}\) _arguments", zsh, re.M), verb)
+
+
 # What the hostile analyzer of a camera answers (an expression), and whether that is within the bounds of a reply.
 HOSTILE = [("object(w=2147483647, h=20, x=0, y=0)", False), ("object(x=-2147483648)", False),
            ("object(y=2147483647)", False), ("object(w=2147483648)", False), ("object(w=0)", False),

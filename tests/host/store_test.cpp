@@ -1,5 +1,7 @@
 // The store: what was told is there, whatever happens to disk and host.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +13,7 @@
 #include <fstream>
 #include <mutex>
 #include <sstream>
+#include <thread>
 
 #include "hooks/hook_runner.h"
 #include "store/media_files.h"
@@ -335,6 +338,27 @@ TEST_F(StoreTest, ActivityIsTheMeanOfItsMinutes) {
     const std::string text = EventQueries(directory).activity("gate", 0, 8 * 60 * kSecond, 2, true);
     EXPECT_NE(text.find("\"foreground\":[0.3,0.6,0.5,null]"), std::string::npos) << text.substr(0, 200);
     EXPECT_NE(text.find("\"grid\":[0.25,0,"), std::string::npos) << text.substr(0, 200);
+}
+
+// Held on for a moment by what a killed host was starting; a host that lives is another thing.
+TEST_F(StoreTest, ALockThatOutlivesItsHostIsWaitedFor) {
+    const std::string path = directory + "/lock";
+    const auto held = [&path](const std::string& owner) {
+        std::ofstream(path) << owner << '\n';
+        Fd file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+        EXPECT_EQ(::flock(file.get(), LOCK_EX), 0);
+        return file;
+    };
+    {
+        const Fd file = held(std::to_string(::getpid()));
+        EXPECT_THROW(StateDirectory{directory}, StoreError);
+    }
+    Fd file = held("999999999");
+    std::jthread later([&file] {
+        ::usleep(50'000);
+        file.reset();
+    });
+    EXPECT_NO_THROW(StateDirectory{directory});
 }
 
 TEST_F(StoreTest, OlderDatabasesComeUpToDateNewerOnesAreRefused) {

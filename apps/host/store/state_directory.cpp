@@ -1,16 +1,20 @@
 #include "store/state_directory.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/vfs.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "common/log.h"
 
@@ -47,6 +51,18 @@ std::string filesystemFault(std::uint64_t type) {
     return "";
 }
 
+namespace {
+
+/// Programs that a killed host was just starting hold its lock for a moment longer.
+constexpr int kTries = 20;
+
+bool isGone(const std::string& process) {
+    const int number = std::atoi(process.c_str());
+    return number > 0 && ::kill(number, 0) != 0 && errno == ESRCH;
+}
+
+}  // namespace
+
 StateDirectory::StateDirectory(const std::string& path) : path_(path) {
     std::error_code error;
     std::filesystem::create_directories(path, error);
@@ -59,10 +75,14 @@ StateDirectory::StateDirectory(const std::string& path) : path_(path) {
     const std::string lock_path = path + "/lock";
     lock_ = Fd(::open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
     if (!lock_) failWithErrno(lock_path);
-    if (::flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
+    for (int tries = 0; ::flock(lock_.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
         if (errno != EWOULDBLOCK) failWithErrno(lock_path);
         std::string owner;
         std::ifstream(lock_path) >> owner;
+        if (tries < kTries && isGone(owner)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            continue;
+        }
         throw StoreError(path + ": is used by another host" + (owner.empty() ? "" : " (process " + owner + ")"));
     }
     const std::string owner = std::to_string(::getpid()) + '\n';
