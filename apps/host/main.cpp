@@ -11,6 +11,7 @@
 #include "camera/supervisor.h"
 #include "cli/batch_options.h"
 #include "cli/commands.h"
+#include "cli/compare_command.h"
 #include "cli/nearest.h"
 #include "cli/rules_config.h"
 #include "cli/store_commands.h"
@@ -454,6 +455,7 @@ int run(int argc, char** argv) {
     addDb(app, code);
     addUser(app, code);
     addBatch(app, code, FLEIFEISA_VERSION);
+    addCompare(app, code, FLEIFEISA_VERSION);
     app.add_subcommand("scenes", "Lists the built-in synthetic scenes.")->callback([&code] { code = scenesCommand(); });
     app.require_subcommand(0, 1);
     for (CLI::App* verb : app.get_subcommands({})) verb->fallthrough();  // -v may stand behind the verb

@@ -14,18 +14,19 @@ const char* const kStyle = R"css(
 .looks { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(100%, 30rem), 1fr)); gap: 1rem; margin-top: 1rem; }
 .looks.first { grid-template-columns: minmax(0, 56rem); }
 figure { margin: 0; }
-figcaption { margin-bottom: .3rem; } figcaption small { color: var(--soft); }
+figcaption { margin-bottom: .3rem; } figcaption small { display: block; color: var(--soft); }
+.plain thead th { white-space: normal; } .plain th, .plain td { padding: .3rem .45rem; }
 .pair { display: grid; grid-template-columns: 1fr 1fr; gap: .4rem; }
 .pair div { position: relative; } .pair img { display: block; width: 100%; border-radius: 6px; }
 .pair b { position: absolute; left: .4rem; bottom: .4rem; padding: 0 .45rem; border-radius: 4px; color: #fff; background: #000a; font-size: .85rem; }
 .left th, .left td { text-align: left; } .left td { white-space: normal; overflow-wrap: anywhere; }
 .wide { overflow-x: auto; }
 .change { font-weight: 650; } .calm { color: var(--soft); }
-.bars rect { rx: 2px; } .bars .same { fill: #2a803c; } .bars .times { fill: #c58a00; } .bars .alone { fill: #d0392a; }
+.bars rect { rx: 2px; } .bars .same { fill: #2a803c; } .bars .times { fill: #c58a00; } .bars .alone { fill: #d0392a; } .bars .early { fill: var(--soft); fill-opacity: .35; }
 .bars .parting { stroke: var(--ink); stroke-dasharray: 3 3; }
 .bars text { fill: var(--soft); font-size: 11px; }
 .key { display: inline-block; width: .8em; height: .8em; border-radius: 2px; vertical-align: -.05em; }
-.key.same { background: #2a803c; } .key.times { background: #c58a00; } .key.alone { background: #d0392a; }
+.key.same { background: #2a803c; } .key.times { background: #c58a00; } .key.alone { background: #d0392a; } .key.early { background: var(--soft); opacity: .35; }
 @media (max-width: 640px) {
   .plain thead { display: table-header-group; } .plain table { display: table; } .plain tbody { display: table-row-group; }
   .plain tr { display: table-row; } .plain th, .plain td { padding: .3rem .5rem; border-bottom: 1px solid var(--line); }
@@ -104,18 +105,18 @@ std::string countCells(const std::vector<Match>& matches) {
 std::string clipTable(const ComparePage& page) {
     std::string text = "<section class=\"plain\">\n<h2>Clips</h2>\n<div class=\"wide\" tabindex=\"0\">\n<table>\n";
     text += tableHead({"Clip", "Tracks in both", "other times", "only A", "only B", "Events in both", "other times",
-                       "only A", "only B", "Frames A", "Frames B", "Work A", "Work B"});
+                       "only A", "only B", "Frames A, B", "Work A, B"});
     text += "<tbody>\n";
     for (std::size_t i = 0; i < page.clips.size(); ++i) {
         const ComparedClip& clip = page.clips[i];
         text += "<tr><th scope=\"row\"><a href=\"#c" + std::to_string(i + 1) + "\">" + xmlText(clip.name) + "</a></th>";
         if (!clip.fault.empty()) {
-            text += "<td colspan=\"12\" class=\"change\">" + xmlText(clip.fault) + "</td></tr>\n";
+            text += "<td colspan=\"10\" class=\"change\">" + xmlText(clip.fault) + "</td></tr>\n";
             continue;
         }
         text += countCells(clip.comparison.tracks) + countCells(clip.comparison.events);
-        text +=
-            cells({number(clip.a.frames), number(clip.b.frames), rounded(clip.a.work(), 2), rounded(clip.b.work(), 2)});
+        text += cells({number(clip.a.frames) + ", " + number(clip.b.frames),
+                       rounded(clip.a.work(), 2) + ", " + rounded(clip.b.work(), 2)});
         text += "</tr>\n";
     }
     return text + "</tbody>\n</table>\n</div>\n</section>\n";
@@ -134,7 +135,10 @@ std::string differencesTable(const ComparePage& page) {
 }
 
 const char* classOf(Difference difference) {
-    return difference == Difference::kNone ? "same" : difference == Difference::kTimes ? "times" : "alone";
+    return difference == Difference::kNone    ? "same"
+           : difference == Difference::kTimes ? "times"
+           : difference == Difference::kEarly ? "early"
+                                              : "alone";
 }
 
 /// Tracks along time: A's above the line, B's below it; each at the lowest place that is free.
@@ -226,7 +230,7 @@ const char* nameOfDifference(Difference difference) {
 std::string eventTable(const ComparedClip& clip) {
     std::string rows;
     for (const Match& match : clip.comparison.events) {
-        if (match.difference == Difference::kNone) continue;
+        if (match.difference == Difference::kNone || match.difference == Difference::kEarly) continue;
         const CameraEvent* event = match.a > 0 ? eventOf(clip.events_a, match.a) : eventOf(clip.events_b, match.b);
         if (event == nullptr) continue;
         const std::string what = std::string(nameOf(event->kind)) + (event->rule.empty() ? "" : " " + event->rule) +
@@ -245,6 +249,8 @@ std::string verdict(const ComparedClip& clip) {
     const ClipComparison& comparison = clip.comparison;
     if (comparison.identical) return "The same frames, tracks and events, to the last byte.";
     std::string text = comparison.differs() ? "" : "The same tracks and events; boxes are drawn a little differently. ";
+    if (comparison.from_ns > 0)
+        text = "They learn for different times and are compared from " + clockTime(comparison.from_ns) + " on. " + text;
     if (!comparison.parting) return text.empty() ? "Nothing stands alone in any frame." : text;
     const Parting& parting = *comparison.parting;
     return text + "They part at " + clockTime(parting.time_ns) + ", where " +
@@ -277,7 +283,8 @@ const char* const kNotes = R"(<footer>
 <h2>How to read this page</h2>
 <ul>
 <li><span class="key same"></span> in both from and to the same moments (within one frame), <span class="key times"></span> in both, but
-seen earlier, later or longer, <span class="key alone"></span> in one of the two alone. On pictures boxes have the same colours.</li>
+seen earlier, later or longer, <span class="key alone"></span> in one of the two alone, <span class="key early"></span> over before
+the other had learned: nothing is compared until both have. On pictures boxes have the same colours.</li>
 <li>A track is in both where its boxes lie on each other, by three tenths of their common area on average, for half of the time of the
 briefer one. Where one run has a thing in pieces, the piece that fits longest is its partner, and the others stand alone.</li>
 <li>An event is in both where rule and kind are the same and it starts within 5 seconds, or while the other lasts.</li>
@@ -315,7 +322,7 @@ std::string compareText(const ComparePage& page) {
             text += clip.fault + "\n";
             continue;
         }
-        const auto& [tracks, events, parting, identical] = clip.comparison;
+        const auto& [tracks, events, parting, from_ns, identical] = clip.comparison;
         const auto part = [](const std::vector<Match>& matches, const char* noun) {
             return counted(ClipComparison::count(matches, Difference::kNone), noun) + " in both, " +
                    number(ClipComparison::count(matches, Difference::kTimes)) + " at other times, " +

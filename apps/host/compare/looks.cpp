@@ -60,6 +60,16 @@ std::map<std::int64_t, Look> looksAt(const SourceOptions& clip, const std::set<s
     return looks;
 }
 
+std::pair<int, int> pictureSize(const SourceOptions& clip) {
+    SourceOptions one = clip;
+    one.frames = 1;
+    Feeder feeder("pictures", one);
+    feeder.start();
+    RawFrame frame;
+    if (!takeFrame(feeder, frame)) throw SourceError(EX_NOINPUT, clip.source + ": there is no frame in it");
+    return {frame.layout.width, frame.layout.height};
+}
+
 std::string drawnLook(const Picture& picture, const std::vector<MarkedBox>& boxes) {
     Picture drawn = picture;
     Canvas canvas(drawn.rgb, drawn.width, drawn.height);
@@ -74,8 +84,10 @@ std::string drawnLook(const Picture& picture, const std::vector<MarkedBox>& boxe
             const int left = place(one.box.left, drawn.width), top = place(one.box.top, drawn.height);
             const int width = place(one.box.right, drawn.width) - left;
             const int height = place(one.box.bottom, drawn.height) - top;
-            canvas.box(left - 1, top - 1, width + 2, height + 2, kDark, scale + 2);
-            canvas.box(left, top, width, height, colourOf(mark), scale);
+            const int thick = one.meant ? 2 * scale + 1 : scale;
+            canvas.box(left - thick, top - thick, width + 2 * thick, height + 2 * thick, kDark, thick + 1);
+            canvas.box(left - thick + 1, top - thick + 1, width + 2 * thick - 2, height + 2 * thick - 2, colourOf(mark),
+                       thick);
             const std::string number = std::to_string(one.track);
             const int above = top - Canvas::textHeight(scale) - scale;
             const int text_top = above >= 0 ? above : std::min(top + height, drawn.height - Canvas::textHeight(scale));

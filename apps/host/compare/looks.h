@@ -24,6 +24,9 @@ constexpr int kLookSide = 640;  ///< pixels
 /// @throws SourceError
 std::map<std::int64_t, Look> looksAt(const SourceOptions& clip, const std::set<std::int64_t>& moments);
 
+/// Width and height of the source's own picture, before region and size. @throws SourceError
+std::pair<int, int> pictureSize(const SourceOptions& clip);
+
 /// What a box is drawn like.
 enum class Mark { kBoth, kOtherTimes, kAlone };
 
@@ -31,6 +34,7 @@ struct MarkedBox {
     std::int64_t track = 0;
     ShareBox box;
     Mark mark = Mark::kBoth;
+    bool meant = false;  ///< the one that the picture is about: drawn stronger
 };
 
 /// JPEG file of the picture with the boxes and their numbers.

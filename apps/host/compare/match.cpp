@@ -11,6 +11,7 @@ namespace {
 constexpr double kSameThing = 0.3;  // mean overlap of two tracks that are one thing; boxes differ by edges and shadows
 constexpr double kSamePlace = 0.3;  // overlap of two boxes in one frame, for neither to stand alone
 constexpr double kPartOfShorter = 0.5;                // of the frames of the briefer track, in which both are shown
+constexpr std::int64_t kSettleNs = 1'000'000'000;     // behind learning: tracks take a moment to be confirmed
 constexpr std::int64_t kSameEventNs = 5'000'000'000;  // between starts of an event that is in both
 
 /// A moment at which both runs are looked at.
@@ -32,9 +33,12 @@ const ResultFrame* nearest(const ClipResult& run, std::int64_t time_ns, std::int
 class Matcher {
  public:
     Matcher(const ClipResult& a, const ClipResult& b) : a_(a), b_(b), step_(std::max(a.stepNs(), b.stepNs())) {
+        const std::int64_t learned = std::max(a.learningNs(), b.learningNs());
+        from_ = std::abs(a.learningNs() - b.learningNs()) <= step_ ? 0 : learned + kSettleNs;
         const bool by_a = a.frames.size() <= b.frames.size();
         for (const ResultFrame& frame : (by_a ? a : b).frames) {
             const std::int64_t time = frame.time_ns - (by_a ? a : b).frames.front().time_ns;
+            if (time < from_) continue;
             const ResultFrame* const other = nearest(by_a ? b : a, time, step_ / 2);
             instants_.push_back({time, by_a ? &frame : other, by_a ? other : &frame});
         }
@@ -42,6 +46,7 @@ class Matcher {
 
     ClipComparison compare() {
         ClipComparison result;
+        result.from_ns = from_;
         result.identical = a_.frames == b_.frames && a_.width == b_.width && a_.height == b_.height &&
                            std::ranges::equal(a_.events, b_.events, sameEvent);
         measure();
@@ -113,12 +118,20 @@ class Matcher {
     bool sameMoment(std::int64_t one, std::int64_t other) const { return std::abs(one - other) <= step_; }
 
     Difference differenceOf(const TimeSpan& one, const TimeSpan& other) const {
-        return sameMoment(one.from_ns, other.from_ns) && sameMoment(one.to_ns, other.to_ns) ? Difference::kNone
-                                                                                            : Difference::kTimes;
+        return sameMoment(std::max(one.from_ns, from_), std::max(other.from_ns, from_)) &&
+                       sameMoment(one.to_ns, other.to_ns)
+                   ? Difference::kNone
+                   : Difference::kTimes;
+    }
+
+    Difference alone(const TimeSpan& span, Difference where) const {
+        return span.to_ns < from_ ? Difference::kEarly : where;
     }
 
     /// In the middle of the longer of the two spans in which only one of them is shown.
-    static std::int64_t lookAtTimes(const TimeSpan& one, const TimeSpan& other) {
+    std::int64_t lookAtTimes(TimeSpan one, TimeSpan other) const {
+        one.from_ns = std::max(one.from_ns, from_);
+        other.from_ns = std::max(other.from_ns, from_);
         const std::int64_t before = std::abs(one.from_ns - other.from_ns), after = std::abs(one.to_ns - other.to_ns);
         return before >= after ? std::min(one.from_ns, other.from_ns) + before / 2
                                : std::min(one.to_ns, other.to_ns) + (after + 1) / 2;
@@ -140,7 +153,7 @@ class Matcher {
                 candidates.push_back({common.overlaps, numbers.first, numbers.second, likeness});
         }
         std::ranges::stable_sort(candidates, std::ranges::greater{}, &Candidate::overlaps);
-        std::vector<Match> pairs;
+        std::vector<Match> matches;
         std::set<std::int64_t> taken_a, taken_b;
         for (const Candidate& one : candidates) {
             if (taken_a.contains(one.a) || taken_b.contains(one.b)) continue;
@@ -148,27 +161,29 @@ class Matcher {
             taken_b.insert(one.b);
             const TimeSpan &a = in_a_[one.a].span, &b = in_b_[one.b].span;
             const Difference difference = differenceOf(a, b);
-            pairs.push_back({difference, one.a, one.b, a, b, one.likeness,
-                             difference == Difference::kNone ? in_a_[one.a].largest_ns : lookAtTimes(a, b)});
+            matches.push_back({difference, one.a, one.b, a, b, one.likeness,
+                               difference == Difference::kNone ? in_a_[one.a].largest_ns : lookAtTimes(a, b)});
         }
         for (const auto& [number, presence] : in_a_)
             if (!taken_a.contains(number))
-                pairs.push_back({Difference::kOnlyA, number, 0, presence.span, {}, 0, presence.largest_ns});
+                matches.push_back(
+                    {alone(presence.span, Difference::kOnlyA), number, 0, presence.span, {}, 0, presence.largest_ns});
         for (const auto& [number, presence] : in_b_)
             if (!taken_b.contains(number))
-                pairs.push_back({Difference::kOnlyB, 0, number, {}, presence.span, 0, presence.largest_ns});
-        return inOrder(std::move(pairs));
+                matches.push_back(
+                    {alone(presence.span, Difference::kOnlyB), 0, number, {}, presence.span, 0, presence.largest_ns});
+        return inOrder(std::move(matches));
     }
 
-    static std::vector<Match> inOrder(std::vector<Match> pairs) {
-        std::ranges::stable_sort(pairs, {}, [](const Match& pair) {
-            const std::int64_t from = pair.a == 0                             ? pair.in_b.from_ns
-                                      : pair.b == 0                           ? pair.in_a.from_ns
-                                      : pair.in_a.from_ns < pair.in_b.from_ns ? pair.in_a.from_ns
-                                                                              : pair.in_b.from_ns;
-            return std::tuple(from, pair.a == 0, pair.a, pair.b);
+    static std::vector<Match> inOrder(std::vector<Match> matches) {
+        std::ranges::stable_sort(matches, {}, [](const Match& match) {
+            const std::int64_t from = match.a == 0                              ? match.in_b.from_ns
+                                      : match.b == 0                            ? match.in_a.from_ns
+                                      : match.in_a.from_ns < match.in_b.from_ns ? match.in_a.from_ns
+                                                                                : match.in_b.from_ns;
+            return std::tuple(from, match.a == 0, match.a, match.b);
         });
-        return pairs;
+        return matches;
     }
 
     static TimeSpan spanOf(const CameraEvent& event, const ClipResult& run) {
@@ -193,7 +208,7 @@ class Matcher {
                     candidates.push_back({apart, i, j});
             }
         std::ranges::stable_sort(candidates, {}, &Candidate::apart);
-        std::vector<Match> pairs;
+        std::vector<Match> matches;
         std::set<std::size_t> taken_a, taken_b;
         for (const Candidate& one : candidates) {
             if (taken_a.contains(one.a) || taken_b.contains(one.b)) continue;
@@ -201,20 +216,20 @@ class Matcher {
             taken_b.insert(one.b);
             const TimeSpan a = spanOf(a_.events[one.a], a_), b = spanOf(b_.events[one.b], b_);
             const Difference difference = differenceOf(a, b);
-            pairs.push_back({difference, a_.events[one.a].number, b_.events[one.b].number, a, b, 0,
-                             difference == Difference::kNone ? a.from_ns : lookAtTimes(a, b)});
+            matches.push_back({difference, a_.events[one.a].number, b_.events[one.b].number, a, b, 0,
+                               difference == Difference::kNone ? a.from_ns : lookAtTimes(a, b)});
         }
         for (std::size_t i = 0; i < a_.events.size(); ++i)
             if (const TimeSpan span = spanOf(a_.events[i], a_); !taken_a.contains(i))
-                pairs.push_back({Difference::kOnlyA, a_.events[i].number, 0, span, {}, 0, span.from_ns});
+                matches.push_back({alone(span, Difference::kOnlyA), a_.events[i].number, 0, span, {}, 0, span.from_ns});
         for (std::size_t i = 0; i < b_.events.size(); ++i)
             if (const TimeSpan span = spanOf(b_.events[i], b_); !taken_b.contains(i))
-                pairs.push_back({Difference::kOnlyB, 0, b_.events[i].number, {}, span, 0, span.from_ns});
-        return inOrder(std::move(pairs));
+                matches.push_back({alone(span, Difference::kOnlyB), 0, b_.events[i].number, {}, span, 0, span.from_ns});
+        return inOrder(std::move(matches));
     }
 
     /// A track of `frame` that nothing in `other` lies upon, 0 where there is none.
-    static std::int64_t alone(const ResultFrame& frame, const ResultFrame& other) {
+    static std::int64_t standsAlone(const ResultFrame& frame, const ResultFrame& other) {
         for (const ShownTrack& seen : frame.shown)
             if (std::ranges::none_of(other.shown, [&seen](const ShownTrack& there) {
                     return overlap(seen.box, there.box) >= kSamePlace;
@@ -226,9 +241,9 @@ class Matcher {
     std::optional<Parting> part() const {
         for (const Instant& instant : instants_) {
             if (instant.a == nullptr || instant.b == nullptr) continue;
-            if (const std::int64_t track = alone(*instant.a, *instant.b); track > 0)
+            if (const std::int64_t track = standsAlone(*instant.a, *instant.b); track > 0)
                 return Parting{instant.time_ns, track, 0};
-            if (const std::int64_t track = alone(*instant.b, *instant.a); track > 0)
+            if (const std::int64_t track = standsAlone(*instant.b, *instant.a); track > 0)
                 return Parting{instant.time_ns, 0, track};
         }
         return std::nullopt;
@@ -236,6 +251,7 @@ class Matcher {
 
     const ClipResult &a_, &b_;
     const std::int64_t step_;  ///< of the run with fewer frames
+    std::int64_t from_ = 0;    ///< compared from there
     std::vector<Instant> instants_;
     Presences in_a_, in_b_;
     std::map<std::pair<std::int64_t, std::int64_t>, Common> common_;
@@ -243,12 +259,14 @@ class Matcher {
 
 }  // namespace
 
-std::int64_t ClipComparison::count(const std::vector<Match>& pairs, Difference difference) {
-    return std::ranges::count(pairs, difference, &Match::difference);
+std::int64_t ClipComparison::count(const std::vector<Match>& matches, Difference difference) {
+    return std::ranges::count(matches, difference, &Match::difference);
 }
 
 bool ClipComparison::differs() const {
-    const auto same = [](const Match& pair) { return pair.difference == Difference::kNone; };
+    const auto same = [](const Match& match) {
+        return match.difference == Difference::kNone || match.difference == Difference::kEarly;
+    };
     return !std::ranges::all_of(tracks, same) || !std::ranges::all_of(events, same);
 }
 

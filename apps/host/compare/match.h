@@ -13,6 +13,7 @@ enum class Difference {
     kTimes,  ///< in both, but one is seen earlier, later or longer
     kOnlyA,
     kOnlyB,
+    kEarly,  ///< in one alone, and over before the other had learned: nothing is compared then
 };
 
 /// A span of time since the clip's first frame; `to_ns` is the moment of the last sighting.
@@ -44,10 +45,11 @@ struct ClipComparison {
     std::vector<Match> tracks;  ///< by the time they begin
     std::vector<Match> events;  ///< likewise
     std::optional<Parting> parting;
-    bool identical = false;  ///< the same frames with the same boxes, the same events
+    std::int64_t from_ns = 0;  ///< both have learned, and had a second to confirm what they see: compared from there
+    bool identical = false;    ///< the same frames with the same boxes, the same events
 
-    static std::int64_t count(const std::vector<Match>& pairs, Difference difference);
-    /// Something is in one of the two alone, or at other times.
+    static std::int64_t count(const std::vector<Match>& matches, Difference difference);
+    /// Something is in one of the two alone, or at other times, once both have learned.
     bool differs() const;
 };
 
