@@ -15,6 +15,7 @@
 #include "cli/nearest.h"
 #include "cli/rules_config.h"
 #include "cli/store_commands.h"
+#include "cli/tune_command.h"
 #include "cli/user_commands.h"
 #include "cli/values.h"
 #include "common/log.h"
@@ -456,6 +457,7 @@ int run(int argc, char** argv) {
     addUser(app, code);
     addBatch(app, code, FLEIFEISA_VERSION);
     addCompare(app, code, FLEIFEISA_VERSION);
+    addTune(app, code, FLEIFEISA_VERSION);
     app.add_subcommand("scenes", "Lists the built-in synthetic scenes.")->callback([&code] { code = scenesCommand(); });
     app.require_subcommand(0, 1);
     for (CLI::App* verb : app.get_subcommands({})) verb->fallthrough();  // -v may stand behind the verb

@@ -42,10 +42,12 @@ struct ClipRun {
     std::string name;
     Clip clip;
     std::string configuration;  ///< TOML of one camera, as clipConfiguration() (cli/clip_config.h) gives it
+    /// What is tried on the clip in place of its own result (tune/trial.h), "": nothing. Stands in trial.json then.
+    std::string trial = {};
 };
 
 /// Hashes what the run depends on. @param version  of this program
-ClipRun clipRun(Clip clip, std::string configuration, std::string_view version);
+ClipRun clipRun(Clip clip, std::string configuration, std::string_view version, std::string trial = {});
 
 /// What became of a run, alike wherever it was made. Stands in its result as summary.json.
 struct ClipSummary {

@@ -50,13 +50,16 @@ auto parsed(const char* what, std::string_view text, Read read) {
 }  // namespace
 
 std::string toJson(const ClipRun& run) {
-    return line({{"name", run.name}, {"clip", jsonOf(run.clip)}, {"configuration", run.configuration}});
+    Json json{{"name", run.name}, {"clip", jsonOf(run.clip)}, {"configuration", run.configuration}};
+    if (!run.trial.empty()) json["trial"] = run.trial;
+    return line(json);
 }
 
 template <>
 ClipRun fromJson<ClipRun>(std::string_view text) {
     return parsed("run of a clip", text, [](const Json& json) {
-        return ClipRun{json.at("name"), clipOf(json.at("clip")), json.at("configuration")};
+        return ClipRun{json.at("name"), clipOf(json.at("clip")), json.at("configuration"),
+                       json.value("trial", std::string())};
     });
 }
 

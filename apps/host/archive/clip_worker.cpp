@@ -34,22 +34,6 @@ namespace fs = std::filesystem;
 /// Held while a result gets its name: what is removed at an early end must be a part, not half of a result.
 std::mutex naming;
 
-/// Ends the process when whoever gave the order has gone, even without a word.
-void endWithParent() {
-    std::thread([] {
-        std::array<char, 64> bytes{};
-        pollfd item{STDIN_FILENO, POLLIN, 0};
-        for (;;) {
-            ::poll(&item, 1, -1);
-            if (::read(STDIN_FILENO, bytes.data(), bytes.size()) > 0) continue;
-            const std::lock_guard lock(naming);
-            killAllChildren();
-            removeLeftovers(true);
-            ::_exit(EX_TEMPFAIL);
-        }
-    }).detach();
-}
-
 /// The camera of a clip: every frame once, as fast as it goes, into files of this part.
 void adapt(CameraConfig& camera, const Clip& clip, const std::string& part) {
     camera.name = clip.camera;
@@ -68,21 +52,6 @@ void adapt(CameraConfig& camera, const Clip& clip, const std::string& part) {
         choice.path = part + '/' + std::string(findOutputType(choice.type)->default_file);
         choice.policy = {};
     }
-}
-
-ClipCost costSince(Clock::time_point begin) {
-    ClipCost cost;
-    cost.node = nodeName();
-    cost.seconds = Seconds(Clock::now() - begin).count();
-    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
-        rusage use{};
-        ::getrusage(who, &use);
-        for (const timeval& time : {use.ru_utime, use.ru_stime})
-            cost.cpu_seconds += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-        // Of the children the largest alone is known; there are two, analyzer and decoder.
-        cost.peak_bytes += std::int64_t{use.ru_maxrss} * 1024 * (who == RUSAGE_SELF ? 1 : 2);
-    }
-    return cost;
 }
 
 /// What the log has to say of a run: warnings and errors, the latest last.
@@ -192,6 +161,36 @@ class Run {
 };
 
 }  // namespace
+
+void endWithParent() {
+    std::thread([] {
+        std::array<char, 64> bytes{};
+        pollfd item{STDIN_FILENO, POLLIN, 0};
+        for (;;) {
+            ::poll(&item, 1, -1);
+            if (::read(STDIN_FILENO, bytes.data(), bytes.size()) > 0) continue;
+            const std::lock_guard lock(naming);
+            killAllChildren();
+            removeLeftovers(true);
+            ::_exit(EX_TEMPFAIL);
+        }
+    }).detach();
+}
+
+ClipCost costSince(Clock::time_point begin) {
+    ClipCost cost;
+    cost.node = nodeName();
+    cost.seconds = Seconds(Clock::now() - begin).count();
+    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+        rusage use{};
+        ::getrusage(who, &use);
+        for (const timeval& time : {use.ru_utime, use.ru_stime})
+            cost.cpu_seconds += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+        // Of the children the largest alone is known; there are two, analyzer and decoder.
+        cost.peak_bytes += std::int64_t{use.ru_maxrss} * 1024 * (who == RUSAGE_SELF ? 1 : 2);
+    }
+    return cost;
+}
 
 int makeResult(const Archive& archive, const ClipRun& run, CameraConfig camera) {
     endWithParent();

@@ -16,4 +16,9 @@ namespace fleifeisa::host {
 /// @returns a sysexits status; 0 where the result is in the archive. What went wrong stands in the log
 int makeResult(const Archive& archive, const ClipRun& run, CameraConfig camera);
 
+/// For such a process: ends it, and all that it started, at the end of standard input. Call before other threads.
+void endWithParent();
+/// What this process and its children have used.
+ClipCost costSince(Clock::time_point begin);
+
 }  // namespace fleifeisa::host

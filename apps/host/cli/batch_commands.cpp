@@ -15,6 +15,7 @@
 #include "cli/clip_list.h"
 #include "cli/commands.h"
 #include "common/log.h"
+#include "tune/trial_worker.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -154,7 +155,9 @@ int clipRunCommand(const std::string& directory, const std::string& analyzer) {
         const ClipRun run = fromJson<ClipRun>(order);
         CameraConfig camera = clipCamera(run.configuration);
         camera.analyzer.program = foundAnalyzer(analyzer);
-        return makeResult(Archive(directory), run, std::move(camera));
+        const Archive archive(directory);
+        return run.trial.empty() ? makeResult(archive, run, std::move(camera))
+                                 : makeTrial(archive, run, std::move(camera));
     });
 }
 

@@ -10,8 +10,9 @@ namespace {
 
 constexpr double kGridShare = 0.6;   // of all candidates, at most: the rest refines
 constexpr std::size_t kCentres = 3;  // candidates that are refined in each round
-constexpr int kRounds = 6;           // of refinement, at most
+constexpr int kRounds = 20;          // of refinement, at most
 constexpr double kSeenSteps = 20;    // things seen for 5 % longer is luck
+constexpr double kLeastRatio = 1.1;  // of high over low: between them confidence rises
 constexpr double kHighOverLow = 2;   // of the analyzer's own thresholds
 
 constexpr std::array<int, 9> kSides = {160, 192, 224, 256, 320, 384, 448, 512, 640};
@@ -97,7 +98,7 @@ std::vector<ParameterSet> Search::around(const ParameterSet& centre, double fact
     };
     for (const double by : {factor, 1 / factor}) {
         with([by](ParameterSet& c) { c.low *= by, c.high *= by; });
-        with([by](ParameterSet& c) { c.high = std::max(c.low, c.high * by); });
+        with([by](ParameterSet& c) { c.high = std::max(kLeastRatio * c.low, c.high * by); });
         with([by](ParameterSet& c) { c.least_area *= by; });
     }
     with([](ParameterSet& c) { c.shadow_test = !c.shadow_test; });

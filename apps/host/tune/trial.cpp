@@ -128,9 +128,8 @@ TrackSettings trackSettings(const CameraConfig& camera) {
     return settings;
 }
 
-SourceOptions sourceOf(const CameraConfig& camera, const std::string& clip) {
+SourceOptions sourceOf(const CameraConfig& camera) {
     SourceOptions source = camera.source;
-    source.source = clip;
     source.live = false;
     source.loop = source.realtime = false;
     source.decoder_threads = 1;
@@ -140,8 +139,8 @@ SourceOptions sourceOf(const CameraConfig& camera, const std::string& clip) {
 
 class TrialRun {
  public:
-    TrialRun(const CameraConfig& camera, const TrialOrder& order, const Truth& truth, const TrialWatcher& watcher)
-        : source_(sourceOf(order.present ? camera : withCandidate(camera, order.candidates.at(0)), order.clip)),
+    TrialRun(const CameraConfig& camera, const TrialOrder& order, const TrialWatcher& watcher)
+        : source_(sourceOf(order.present ? camera : withCandidate(camera, order.candidates.at(0)))),
           watcher_(watcher),
           feeder_(camera.name, source_) {
         for (const ParameterSet& candidate : order.candidates) {
@@ -149,7 +148,7 @@ class TrialRun {
             auto branch = std::ranges::find_if(branches_, [&](const Branch& one) { return one.serves(config); });
             if (branch == branches_.end()) branch = branches_.emplace(branches_.end(), config);
             branch->followers.push_back(followers_.size());
-            followers_.emplace_back(trackSettings(config), truth, order.learned_ns);
+            followers_.emplace_back(trackSettings(config), order.truth, order.learned_ns);
         }
     }
 
@@ -186,8 +185,8 @@ class TrialRun {
     void handle(RawFrame& frame) {
         const double begin = used(CLOCK_THREAD_CPUTIME_ID);
         if (facts_.frames == 0) {
-            facts_.width = frame.layout.width;
-            facts_.height = frame.layout.height;
+            facts_.width = source_.region ? source_.region->width : frame.layout.width;
+            facts_.height = source_.region ? source_.region->height : frame.layout.height;
             first_ns_ = last_ns_ = frame.time_ns;
         }
         RgbFrame picture = toRgbFrame(frame, source_, spare_);
@@ -300,9 +299,9 @@ ParameterSet candidateOf(const CameraConfig& camera) {
             camera.filter.split_people};
 }
 
-TrialResults runTrial(const CameraConfig& camera, const TrialOrder& order, const Truth& truth,
+TrialResults runTrial(const CameraConfig& camera, const TrialOrder& order,
                       const std::function<void(std::int64_t, std::int64_t)>& progress, const TrialWatcher& watcher) {
-    return TrialRun(camera, order, truth, watcher).run(progress);
+    return TrialRun(camera, order, watcher).run(progress);
 }
 
 }  // namespace fleifeisa::host

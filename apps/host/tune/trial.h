@@ -18,15 +18,15 @@ ParameterSet candidateOf(const CameraConfig& camera);
 
 /// What candidates are tried on, and how.
 struct TrialOrder {
-    std::string clip;                      ///< path or "scene:..."
     bool present = false;                  ///< the camera as it is, whatever the candidate says; one candidate only
     std::vector<ParameterSet> candidates;  ///< of one size and rate
     std::int64_t learned_ns = 0;           ///< nothing before that is judged
+    Truth truth;
 };
 
 /// What the clip is.
 struct ClipFacts {
-    int width = 0, height = 0;  ///< before scaling, pixels
+    int width = 0, height = 0;  ///< cut out, before scaling, pixels
     std::int64_t frames = 0;    ///< at the rate of the trial
     std::int64_t length_ns = 0;
     std::int64_t step_ns = 0;  ///< usual distance of the trial's frames
@@ -47,10 +47,10 @@ struct TrialResults {
 /// Sees what a candidate's tracks were in a frame, for tests.
 using TrialWatcher = std::function<void(std::size_t candidate, std::int64_t time_ns, const TrackFrame& tracks)>;
 
-/// @param camera  with the analyzer's program; its source and outputs are not looked at
+/// @param camera  with the analyzer's program and the clip as its source; its outputs are not looked at
 /// @param progress  told of frames done and expected (0: unknown), may be empty
 /// @throws SourceError, AnalyzerError, std::runtime_error
-TrialResults runTrial(const CameraConfig& camera, const TrialOrder& order, const Truth& truth,
+TrialResults runTrial(const CameraConfig& camera, const TrialOrder& order,
                       const std::function<void(std::int64_t, std::int64_t)>& progress,
                       const TrialWatcher& watcher = {});
 

@@ -17,6 +17,47 @@ ParameterSet candidateFrom(const Json& json) {
     return {json.at(0), json.at(1), json.at(2), json.at(3), json.at(4), json.at(5), json.at(6), json.at(7)};
 }
 
+Json jsonOf(const std::vector<TruthBox>& boxes) {
+    Json json = Json::array();
+    for (const TruthBox& one : boxes)
+        json.push_back({one.time_ns, one.box.left, one.box.top, one.box.right, one.box.bottom});
+    return json;
+}
+
+std::vector<TruthBox> boxesFrom(const Json& json) {
+    std::vector<TruthBox> boxes;
+    for (const Json& one : json) boxes.push_back({one.at(0), {one.at(1), one.at(2), one.at(3), one.at(4)}});
+    return boxes;
+}
+
+Json jsonOf(const Truth& truth) {
+    Json things = Json::array();
+    for (const Thing& thing : truth.things) {
+        Json one{{"name", thing.name}, {"span", {thing.span.from_ns, thing.span.to_ns}}, {"within", thing.within}};
+        if (thing.about) one["about"] = {thing.about->x, thing.about->y};
+        if (!thing.boxes.empty()) one["boxes"] = jsonOf(thing.boxes);
+        things.push_back(std::move(one));
+    }
+    Json json{{"things", std::move(things)}, {"ignored", jsonOf(truth.ignored)}, {"box_step_ns", truth.box_step_ns}};
+    if (truth.judged) json["judged"] = {truth.judged->from_ns, truth.judged->to_ns};
+    return json;
+}
+
+Truth truthFrom(const Json& json) {
+    const auto span = [](const Json& of) { return TimeSpan{of.at(0), of.at(1)}; };
+    Truth truth;
+    if (json.contains("judged")) truth.judged = span(json.at("judged"));
+    for (const Json& one : json.at("things")) {
+        Thing thing{one.at("name"), span(one.at("span")), std::nullopt, one.at("within"), {}};
+        if (one.contains("about")) thing.about = Point{one.at("about").at(0), one.at("about").at(1)};
+        if (one.contains("boxes")) thing.boxes = boxesFrom(one.at("boxes"));
+        truth.things.push_back(std::move(thing));
+    }
+    truth.ignored = boxesFrom(json.at("ignored"));
+    truth.box_step_ns = json.at("box_step_ns");
+    return truth;
+}
+
 template <typename Read>
 auto parsed(const char* what, const std::string& text, Read read) {
     try {
@@ -31,14 +72,16 @@ auto parsed(const char* what, const std::string& text, Read read) {
 std::string toJson(const TrialOrder& order) {
     Json candidates = Json::array();
     for (const ParameterSet& one : order.candidates) candidates.push_back(jsonOf(one));
-    return Json{
-        {"clip", order.clip}, {"present", order.present}, {"learned_ns", order.learned_ns}, {"candidates", candidates}}
+    return Json{{"present", order.present},
+                {"learned_ns", order.learned_ns},
+                {"candidates", candidates},
+                {"truth", jsonOf(order.truth)}}
         .dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 TrialOrder trialOrderOf(const std::string& text) {
     return parsed("order of a trial", text, [](const Json& json) {
-        TrialOrder order{json.at("clip"), json.at("present"), {}, json.at("learned_ns")};
+        TrialOrder order{json.at("present"), {}, json.at("learned_ns"), truthFrom(json.at("truth"))};
         for (const Json& one : json.at("candidates")) order.candidates.push_back(candidateFrom(one));
         return order;
     });
