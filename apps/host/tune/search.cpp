@@ -142,13 +142,23 @@ double Search::work(const ParameterSet& candidate) const {
     return side * side * (candidate.rate > 0 ? std::min(candidate.rate, space_.rate) : space_.rate);
 }
 
+/// How much of what is set now it changes: of equals people keep what they know.
+double Search::change(const ParameterSet& candidate) const {
+    const auto steps = [](double one, double other) {
+        return one > 0 && other > 0 ? std::abs(std::log2(one / other)) : one == other ? 0 : 1;
+    };
+    return steps(candidate.low, present_.low) + steps(candidate.high, present_.high) +
+           steps(candidate.least_area, present_.least_area) + (candidate.shadow_test != present_.shadow_test ? 1 : 0) +
+           (candidate.split_people != present_.split_people ? 1 : 0);
+}
+
 bool Search::better(const Judged& one, const Judged& other) const {
     const auto key = [this](const Judged& judged) {
         const Score& score = judged.score;
         const double seen =
             score.present > 0 ? static_cast<double>(score.seen) / static_cast<double>(score.present) : 0;
         return std::tuple(loss(score, weights_), -std::floor(seen * kSeenSteps), score.again, work(judged.candidate),
-                          judged.candidate == present_ ? 0 : 1, judged.candidate);
+                          change(judged.candidate), judged.candidate);
     };
     return key(one) < key(other);
 }

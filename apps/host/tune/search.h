@@ -30,7 +30,7 @@ class Search {
     /// From 0 for the grid.
     int round() const { return round_; }
 
-    /// Orders candidates: fewer mistakes, then things seen for longer, fewer tracks a thing, less work.
+    /// Orders candidates: fewer mistakes, then things seen for longer, fewer tracks a thing, less work, less change.
     bool better(const Judged& one, const Judged& other) const;
     /// The first by better(). @param judged  not empty
     const Judged& best(const std::vector<Judged>& judged) const;
@@ -40,6 +40,7 @@ class Search {
     std::vector<ParameterSet> around(const ParameterSet& centre, double factor) const;
     ParameterSet fitted(ParameterSet candidate) const;
     double work(const ParameterSet& candidate) const;
+    double change(const ParameterSet& candidate) const;
 
     const ParameterSet present_;
     const SearchSpace space_;

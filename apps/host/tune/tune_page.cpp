@@ -14,7 +14,8 @@ pre { margin: .5rem 0; padding: .75rem 1rem; overflow-x: auto; border: 1px solid
 .wide { overflow-x: auto; max-height: 40rem; overflow-y: auto; }
 .left th, .left td { text-align: left; } .left td { white-space: normal; }
 thead th { white-space: normal; position: sticky; top: 0; background: var(--card); }
-tr.best { font-weight: 650; } tr.present { background: var(--learning); }
+tbody th { font-weight: 400; text-align: left; white-space: normal; min-width: 15rem; } thead th:first-child { text-align: left; }
+th, td { padding: .3rem .45rem; } tr.best, tr.best th { font-weight: 650; } tr.present { background: var(--learning); }
 .verdict { padding: 1rem; border-left: 4px solid var(--accent); background: var(--card); font-size: 1.05rem; }
 .trade .dot { fill: var(--soft); fill-opacity: .45; } .trade .front { fill: none; stroke: var(--accent); stroke-width: 1.6; }
 .trade .on { fill: var(--accent); fill-opacity: 1; } .trade .present { fill: none; stroke: #d0392a; stroke-width: 2.5; }
@@ -29,6 +30,17 @@ tr.best { font-weight: 650; } tr.present { background: var(--learning); }
 
 std::string number(std::int64_t value) {
     return std::to_string(value);
+}
+
+/// Lines stay lines.
+std::string xmlLines(const std::string& text) {
+    std::string all;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        all += xmlText(text.substr(begin, end - begin)) + '\n';
+        begin = end + 1;
+    }
+    return all;
 }
 
 std::string perMinute(const Score& score) {
@@ -254,7 +266,7 @@ std::string tunePage(const TunePage& page) {
             std::string(page.compare.empty()
                             ? ""
                             : "; <a href=\"" + xmlText(page.compare) + "\">what they change on these clips</a>") +
-            ".</p>\n<pre>" + xmlText(candidateToml(best.candidate, page.infrared)) + "</pre>\n</section>\n";
+            ".</p>\n<pre>" + xmlLines(candidateToml(best.candidate, page.infrared)) + "</pre>\n</section>\n";
     text +=
         "<section>\n<h2>Found against wrong</h2>\n<div class=\"scroll\" tabindex=\"0\" role=\"group\" "
         "aria-label=\"Trade\">" +
