@@ -1,9 +1,9 @@
 #include "cli/clip_keys.h"
 
-#include <toml++/toml.h>
-
 #include <map>
 #include <sstream>
+
+#include "toml/toml_text.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -42,7 +42,7 @@ void flatten(const toml::table& table, const std::string& prefix, std::map<std::
 }  // namespace
 
 std::string withOutputs(const std::string& configuration, const std::vector<std::string>& outputs) {
-    toml::table document = toml::parse(configuration);
+    toml::table document = parseToml(configuration, "configuration");
     toml::array list;
     for (const std::string& output : outputs) list.push_back(output);
     cameraOf(document).insert_or_assign("outputs", list);
@@ -50,16 +50,16 @@ std::string withOutputs(const std::string& configuration, const std::vector<std:
 }
 
 std::string withLines(const std::string& configuration, const std::string& lines) {
-    toml::table document = toml::parse(configuration);
+    toml::table document = parseToml(configuration, "configuration");
     // As the lines stand in a file, behind the head of their table.
-    toml::table added = toml::parse("[[camera]]\n" + lines);
+    toml::table added = parseToml("[[camera]]\n" + lines, "lines");
     merge(cameraOf(document), cameraOf(added));
     return formatted(document) + '\n';
 }
 
 std::vector<DifferentKey> differentKeys(const std::string& a, const std::string& b) {
     std::map<std::string, std::string> in_a, in_b;
-    toml::table one = toml::parse(a), other = toml::parse(b);
+    toml::table one = parseToml(a, "A"), other = parseToml(b, "B");
     flatten(cameraOf(one), "", in_a);
     flatten(cameraOf(other), "", in_b);
     std::map<std::string, DifferentKey> all;

@@ -92,7 +92,7 @@ class Tuning {
             else
                 tried.fault = "nobody says what is in it (no " +
                               (options_.truth.empty() ? fs::path(tried.name).replace_extension(".toml").string()
-                                                      : "table in " + options_.truth) +
+                                                      : "[[clip]] in " + options_.truth) +
                               ")";
             clips_.push_back(std::move(tried));
         }
@@ -384,7 +384,7 @@ void addTune(CLI::App& app, int& code, const std::string& version) {
     tune->add_option("--clips", options->clips, "video files, directories of them, lists (.csv: camera,file,start)")
         ->required();
     tune->add_option("--truth", options->truth,
-                     "one file (TOML) with a table for each clip, else a file beside each: gate.toml for gate.mp4");
+                     "one file (TOML) with a [[clip]] table for each, else a file beside each: gate.toml for gate.mp4");
     tune->add_option("--config", options->config, "what is set now (TOML, as of run); the rest of it stays as it is");
     tune->add_option("--camera", options->camera, "which of its cameras");
     tune->add_option("--out", options->out, "directory of the page, tune.html, and of all results (tune)");

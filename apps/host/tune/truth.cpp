@@ -219,11 +219,6 @@ Truth parseTruth(const std::string& text, const std::string& path, std::vector<s
     return table ? TruthReader(path, "", errors).read(*table) : Truth{};
 }
 
-struct TruthBook::Book {
-    toml::table table;
-    std::string text;
-};
-
 TruthBook::TruthBook(const std::string& file, std::vector<std::string>& errors) : file_(file) {
     if (file_.empty()) return;
     const auto text = contentOf(file_);
@@ -231,29 +226,33 @@ TruthBook::TruthBook(const std::string& file, std::vector<std::string>& errors) 
         errors.push_back(file_ + ": cannot be read");
         return;
     }
-    auto table = parsed(*text, file_, errors);
+    const auto table = parsed(*text, file_, errors);
     if (!table) return;
-    if (!(*table)["clip"].is_table()) {
-        errors.push_back(file_ + ": expected a table for each clip, such as [clip.\"gate.mp4\"]");
+    const toml::array* const clips = (*table)["clip"].as_array();
+    if (!clips || !clips->is_array_of_tables()) {
+        errors.push_back(file_ + ": expected [[clip]] tables, each with file = \"NAME\"");
         return;
     }
-    book_ = std::make_unique<Book>(Book{std::move(*table), *text});
+    int index = 0;
+    for (const toml::node& item : *clips) {
+        toml::table clip = *item.as_table();
+        const std::string key = "clip[" + std::to_string(++index) + "].";
+        const auto name = clip["file"].value<std::string>();
+        const std::string where = file_ + ":" + std::to_string(item.source().begin.line) + ": " + key + "file: ";
+        if (!name) {
+            errors.push_back(where + "expected the name of the clip's file");
+            continue;
+        }
+        clip.erase("file");
+        if (!truths_.emplace(*name, TruthReader(file_, key, errors).read(clip)).second)
+            errors.push_back(where + "this clip has a table already");
+    }
 }
-
-TruthBook::~TruthBook() = default;
 
 std::optional<Truth> TruthBook::of(const std::string& clip, std::vector<std::string>& errors) const {
     if (!file_.empty()) {
-        if (!book_) return std::nullopt;
-        const std::string name = fs::path(clip).filename().string();
-        const toml::node* const node = book_->table["clip"].as_table()->get(name);
-        if (!node) return std::nullopt;
-        if (!node->is_table()) {
-            errors.push_back(file_ + ":" + std::to_string(node->source().begin.line) + ": clip." + name +
-                             ": expected a table");
-            return std::nullopt;
-        }
-        return TruthReader(file_, "clip." + name + ".", errors).read(*node->as_table());
+        const auto found = truths_.find(fs::path(clip).filename().string());
+        return found == truths_.end() ? std::nullopt : std::optional(found->second);
     }
     const fs::path beside = fs::path(clip).replace_extension(".toml");
     if (!fs::exists(beside)) return std::nullopt;

@@ -1,5 +1,5 @@
 // What really happened in a clip, as somebody who watched it wrote down. A small TOML file beside the clip (gate.toml
-// for gate.mp4), or one file for many clips with a table for each:
+// for gate.mp4), or one file for many clips, with a [[clip]] table for each:
 //
 //   nothing = true                      # nobody and nothing; whatever is tracked is wrong
 //
@@ -18,7 +18,7 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,17 +60,16 @@ Truth parseTruth(const std::string& text, const std::string& path, std::vector<s
 /// The truth about each clip that has one.
 class TruthBook {
  public:
-    /// @param file  one file for many clips: a table "clip" whose keys are their file names; "": files beside the clips
+    /// @param file  one file for many clips: [[clip]] tables with file = "NAME" beside the keys above; "": files beside
+    ///              the clips. Faults as parseTruth() tells them
     TruthBook(const std::string& file, std::vector<std::string>& errors);
-    ~TruthBook();
 
-    /// Nothing where there is none. Faults as parseTruth() tells them.
+    /// Nothing where there is none.
     std::optional<Truth> of(const std::string& clip, std::vector<std::string>& errors) const;
 
  private:
-    struct Book;
-    std::unique_ptr<Book> book_;
-    std::string file_;
+    const std::string file_;
+    std::map<std::string, Truth> truths_;  ///< by the name of the clip's file
 };
 
 }  // namespace fleifeisa::host
