@@ -1,6 +1,6 @@
 # fish completion for fleifeisa-host
 
-set -l verbs play run replay report batch events tell db user scenes
+set -l verbs play run replay report compare tune batch events tell db user scenes
 set -l none "not __fish_seen_subcommand_from $verbs"
 set -l feeds "__fish_seen_subcommand_from play report"
 set -l play "__fish_seen_subcommand_from play"
@@ -61,3 +61,14 @@ complete -c fleifeisa-host -n "__fish_seen_subcommand_from run" -l check-config 
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from run" -l print-config -d "what is in force and where it comes from"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from replay" -l verify -d "compare with the recorded run"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from replay" -l replies -r -d "write the replies"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from compare tune" -l clips -r -d "videos, directories, lists"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from compare tune" -l out -r -d "directory of the page and of all results"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from compare tune" -l jobs -x -d "processes at a time"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from compare tune" -l analyzer -r
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from compare tune" -s q -l quiet -d "no progress, no table"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from compare" -l fail-on-change -d "status 1 where anything differs"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from tune" -l truth -r -d "what is in the clips"
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from tune" -l config -r -d "what is set now"
+for option in camera candidates miss-weight least-seconds
+    complete -c fleifeisa-host -n "__fish_seen_subcommand_from tune" -l $option -x
+end

@@ -57,6 +57,12 @@ std::string withLines(const std::string& configuration, const std::string& lines
     return formatted(document) + '\n';
 }
 
+std::string withoutKey(const std::string& configuration, const std::string& key) {
+    toml::table document = parseToml(configuration, "configuration");
+    cameraOf(document).erase(key);
+    return formatted(document) + '\n';
+}
+
 std::vector<DifferentKey> differentKeys(const std::string& a, const std::string& b) {
     std::map<std::string, std::string> in_a, in_b;
     toml::table one = parseToml(a, "A"), other = parseToml(b, "B");

@@ -11,6 +11,9 @@ std::string withOutputs(const std::string& configuration, const std::vector<std:
 /// With the keys of `lines` (of a [[camera]] table, [camera.control] included) in place of its own; the others stay.
 std::string withLines(const std::string& configuration, const std::string& lines);
 
+/// Without this key of the camera.
+std::string withoutKey(const std::string& configuration, const std::string& key);
+
 struct DifferentKey {
     std::string key, a, b;  ///< values as the files have them, "": not there
 };

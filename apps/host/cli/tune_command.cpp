@@ -114,8 +114,9 @@ class Tuning {
         const std::string* const found = configs.find(camera_name_);
         if (found == nullptr)
             throw SourceError(EX_USAGE, "--camera: there is no camera '" + camera_name_ + "' (" + names + ")");
-        // As trials have it: nothing but tracks.
-        configuration_ = withOutputs(*found, {});
+        // As trials have it: nothing but tracks. What idle_rate passes over depends on tracks of before, so that
+        // candidates could share nothing.
+        configuration_ = withoutKey(withOutputs(*found, {}), "idle_rate");
         camera_ = clipCamera(configuration_);
         present_ = candidateOf(camera_);
         return 0;
