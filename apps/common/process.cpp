@@ -13,8 +13,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <system_error>
 
 extern char** environ;
@@ -201,6 +204,20 @@ std::string findProgram(const std::string& name) {
         rest.erase(0, colon + 1);
     }
     return "";
+}
+
+double processorSeconds(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(file)), {});
+    const std::size_t name_end = text.rfind(')');  // a name may hold blanks and parentheses
+    if (pid <= 0 || name_end == std::string::npos) return 0;
+    std::istringstream words(text.substr(name_end + 1));
+    constexpr int kBefore = 11;  // fields between the name and utime
+    std::string word;
+    for (int i = 0; i < kBefore; ++i) words >> word;
+    double user = 0, system = 0;
+    words >> user >> system;
+    return (user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
 }  // namespace fleifeisa

@@ -65,4 +65,7 @@ void killAllChildren();
 /// Full path of a program: as given where it holds a slash, else from PATH; "" where there is none.
 std::string findProgram(const std::string& name);
 
+/// Processor time of a process so far, in seconds; 0 where it is gone.
+double processorSeconds(pid_t pid);
+
 }  // namespace fleifeisa

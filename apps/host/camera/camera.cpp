@@ -136,6 +136,22 @@ void Camera::setRules(const Rules& rules) {
     wake_.set();
 }
 
+void Camera::setTaps(std::vector<std::shared_ptr<FrameTap>> taps) {
+    const std::lock_guard lock(mutex_);
+    new_taps_ = std::move(taps);
+    wake_.set();
+}
+
+double Camera::cpuSeconds() const {
+    clockid_t clock{};
+    timespec time{};
+    const bool known = !done_ &&
+                       ::pthread_getcpuclockid(const_cast<std::thread&>(thread_).native_handle(), &clock) == 0 &&
+                       ::clock_gettime(clock, &time) == 0;
+    return processorSeconds(analyzer_pid_) +
+           (known ? static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9 : 0);
+}
+
 void Camera::run() {
     try {
         feeder_.start();
@@ -165,7 +181,9 @@ void Camera::serve() {
         if (!analyzer_ && !hand_over_ && !given_up_ && Clock::now() >= restarts_.nextTry() && !recover())
             startAnalyzer();
         if (given_up_) return;
+        analyzer_pid_ = analyzer_ ? analyzer_->pid() : 0;
         takeChange();
+        takeTaps();
         applyRules();
         stepHandOver();
         reopenWhereAsked();
@@ -259,8 +277,8 @@ bool Camera::readFrame(Request& request) {
         request.map =
             PictureMap::ofRegion(cut->left, cut->top, cut->width, cut->height, frame.layout.width, frame.layout.height);
     request.for_ring = ring_.due(frame.time_ns);
-    RgbFrame picture =
-        toRgbFrame(frame, config_.source, spare_rgb_, request.for_ring || hand_over_ ? &request.kept : nullptr);
+    RgbFrame picture = toRgbFrame(frame, config_.source, spare_rgb_,
+                                  request.for_ring || hand_over_ || !taps_.empty() ? &request.kept : nullptr);
     if (!frame.bytes.empty()) feeder_.recycle(std::move(frame.bytes));
     request.width = picture.width;
     request.height = picture.height;

@@ -12,6 +12,7 @@
 #include "analyzer/reply.h"
 #include "camera/camera_why.h"
 #include "camera/event_desk.h"
+#include "camera/frame_tap.h"
 #include "camera/hand_over.h"
 #include "camera/idle_rate.h"
 #include "camera/night_watch.h"
@@ -109,6 +110,10 @@ class Camera {
     void change(const CameraConfig& config);
     /// New rules take effect between two frames; tracks live on.
     void setRules(const Rules& rules);
+    /// Who gets its frames from now on; what it answers is the same with and without them.
+    void setTaps(std::vector<std::shared_ptr<FrameTap>> taps);
+    /// Processor time of its thread and its analyzer so far, in seconds; less than before after a new analyzer began.
+    double cpuSeconds() const;
 
     const CameraConfig& config() const { return config_; }
     const CameraCounts& counts() const { return counts_; }
@@ -165,6 +170,7 @@ class Camera {
 
     // camera_handover.cpp
     void takeChange();
+    void takeTaps();
     void want(const std::string& why, const CameraConfig& config, bool new_picture);
     const CameraConfig& latestConfig() const;
     void changeInPlace(const CameraConfig& config);
@@ -219,11 +225,13 @@ class Camera {
     std::atomic<bool> stopping_{false}, done_{false}, reopen_{false}, replaced_{false};
     std::atomic<Clock::rep> stopped_at_{0};
     std::atomic<int> exit_code_{0};
+    std::atomic<pid_t> analyzer_pid_{0};  ///< of the one that answers, 0: none
     const Event* done_event_ = nullptr;
 
     std::mutex mutex_;  // guards what is new
     std::optional<CameraConfig> new_config_;
     std::optional<Rules> new_rules_;
+    std::optional<std::vector<std::shared_ptr<FrameTap>>> new_taps_;
 
     // the thread's own
     struct Sink {
@@ -247,6 +255,7 @@ class Camera {
     std::optional<CameraConfig> in_place_;  ///< waits until nothing is under way
     IdleRate idle_;
     FrameRing ring_;
+    std::vector<std::shared_ptr<FrameTap>> taps_;
     NightWatch night_;
     CameraWhy why_;
     const FrameResult* judged_ = nullptr;   ///< the frame whose tracks the rules are told

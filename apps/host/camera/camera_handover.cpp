@@ -66,6 +66,19 @@ void Camera::takeChange() {
     if (in_place_ && in_flight_.empty()) changeInPlace(*std::exchange(in_place_, std::nullopt));
 }
 
+void Camera::takeTaps() {
+    std::optional<std::vector<std::shared_ptr<FrameTap>>> taps;
+    {
+        const std::lock_guard lock(mutex_);
+        taps = std::exchange(new_taps_, std::nullopt);
+    }
+    if (!taps) return;
+    for (const auto& tap : *taps)
+        if (std::ranges::count(taps_, tap) == 0)
+            tap->begin(ring_.frames(), ring_.most() > 0 ? ring_.capacity() : static_cast<std::size_t>(config_.warm_up));
+    taps_ = std::move(*taps);
+}
+
 /// @param config  what is to be in force, apart from what nobody can change while it runs
 void Camera::want(const std::string& why, const CameraConfig& config, bool new_picture) {
     if (!change_) change_.emplace(Change{config, why, new_picture});
@@ -258,6 +271,7 @@ void Camera::keep(Request& request, const FrameResult& result) {
         request.kept->sequence = request.sequence;
         if (request.for_ring && result.tracks.scene != SceneState::kBlind) ring_.add(request.kept);
         if (hand_over_) hand_over_->add(request.kept);
+        for (const auto& tap : taps_) tap->add(request.kept, result);
         request.kept.reset();
     }
     // Of a file every run hands over at the same frame: no later one can be under way already.

@@ -291,7 +291,8 @@ CameraConfig PageChanges::configWith(const std::string& camera, const std::strin
     json all = overrides();
     json& changed = all["camera"][camera];
     if (changed.is_null()) changed = json::object();
-    for (const auto& [unit, value] : unitsOf(camera, all, change)) set(changed, unit, value);
+    if (!objectOf(change).empty())
+        for (const auto& [unit, value] : unitsOf(camera, all, change)) set(changed, unit, value);
     return cameraOf(checked(all), camera);
 }
 

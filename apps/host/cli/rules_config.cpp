@@ -73,7 +73,8 @@ class Section {
         number("least_age", limits.least_age, kDay);
         number("cooldown", limits.cooldown, kDay);
         if (table_.contains("when")) try {
-                if (const std::string when = text("when"); table_.get("when")->is_string())
+                // "": always; what is laid over a file's times may take them away.
+                if (const std::string when = text("when"); table_.get("when")->is_string() && !when.empty())
                     limits.when = Schedule(when, place);
             } catch (const std::invalid_argument& error) {
                 fault("when", error.what());

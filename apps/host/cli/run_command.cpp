@@ -14,6 +14,7 @@
 #include "cli/page_changes.h"
 #include "cli/paths.h"
 #include "cli/store_commands.h"
+#include "cli/trials.h"
 #include "common/log.h"
 #include "common/memory_left.h"
 #include "common/secrets.h"
@@ -58,6 +59,7 @@ class Service {
                     then();
                 });
             });
+        if (changes_) trials_.emplace(*changes_, live_);
         isInForce(config);
         for (const CameraConfig& camera : config.cameras) add(camera);
         startWaiting();
@@ -159,6 +161,7 @@ class Service {
         parts.configuration_file = options_.config;
         parts.configuration = [this] { return values_.get(); };
         parts.changes = changes_ ? &*changes_ : nullptr;
+        parts.trials = trials_ ? &*trials_ : nullptr;
         try {
             web_.emplace(config.web, parts);
         } catch (const std::exception& error) {
@@ -173,6 +176,7 @@ class Service {
     }
 
     void showCameras() {
+        if (trials_) trials_->tick([this](const std::string& name) { return running(name); });
         std::vector<CameraStatus> all;
         for (const CameraConfig& config : configured_) {
             CameraStatus& status = all.emplace_back();
@@ -367,9 +371,10 @@ class Service {
     LivePictures live_;  ///< these three outlive the cameras and the store, which tell them
     ChangeFeed feed_;
     WhyBoxes why_;
-    std::optional<EventDesk> desk_;  ///< outlives the cameras
-    Supervisor supervisor_;
+    std::optional<EventDesk> desk_;       ///< outlives the cameras
     std::optional<PageChanges> changes_;  ///< where there is a state directory
+    std::optional<Trials> trials_;        ///< outlives the cameras, who hold some
+    Supervisor supervisor_;
     std::vector<CameraConfig> configured_;
     std::vector<std::string> waiting_;  ///< names of the configured cameras that are still to be started
     int failed_ = 0;

@@ -133,7 +133,7 @@ struct Later {
 
 std::vector<CameraEvent> eventsOfThePast(const Rules& rules, const std::string& camera,
                                          const std::vector<PastTrack>& tracks, const std::vector<PastScene>& scenes,
-                                         bool wall_clock) {
+                                         bool wall_clock, const std::function<bool()>& stopped) {
     Rules tried = rules;
     tried.stopped = 0;
     const std::vector<Extent> extents = extentsOf(rules);
@@ -156,7 +156,9 @@ std::vector<CameraEvent> eventsOfThePast(const Rules& rules, const std::string& 
     auto scene = scenes.begin();
     auto next = order.begin();
     std::priority_queue<Walk, std::vector<Walk>, Later> living;
-    while (next != order.end() || !living.empty()) {
+    constexpr int kBetweenQuestions = 4096;  // steps, a few milliseconds
+    for (int steps = 1; next != order.end() || !living.empty(); ++steps) {
+        if (stopped && steps % kBetweenQuestions == 0 && stopped()) break;
         while (next != order.end() && (living.empty() || (*next)->path.front().time_ns <= living.top().time()))
             living.emplace(**next++);
         Walk walk = living.top();

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,8 +33,9 @@ struct PastScene {
 
 /// The events that these zones and lines would have raised, with numbers from 1. Visits are not told.
 /// @param tracks  of one camera, in any order  @param scenes  in order of their times
+/// @param stopped  asked now and then: true ends it, with what was found so far
 std::vector<CameraEvent> eventsOfThePast(const Rules& rules, const std::string& camera,
                                          const std::vector<PastTrack>& tracks, const std::vector<PastScene>& scenes,
-                                         bool wall_clock = true);
+                                         bool wall_clock = true, const std::function<bool()>& stopped = nullptr);
 
 }  // namespace fleifeisa::host

@@ -49,4 +49,25 @@ class CameraChanges {
     virtual void undo(const std::string& camera, const std::string& user, std::int64_t number, Done done) = 0;
 };
 
+/// Changed versions of cameras, which run beside them for those who look. As above.
+class CameraTrials {
+ public:
+    static constexpr int kMost = 2;  ///< at once, in the whole host
+
+    CameraTrials() = default;
+    CameraTrials(const CameraTrials&) = delete;
+    CameraTrials& operator=(const CameraTrials&) = delete;
+    virtual ~CameraTrials() = default;
+
+    /// Its number, 1 to kMost. Live pictures of it go by liveName(). It ends where nobody asks for its state.
+    virtual int begin(const std::string& camera, const std::string& change) = 0;
+    /// JSON.
+    virtual std::string state(const std::string& camera, int number) = 0;
+    virtual void end(const std::string& camera, int number) = 0;
+    virtual bool runs(const std::string& live_name) = 0;
+
+    /// "gate~1": no name of a camera.
+    static std::string liveName(const std::string& camera, int number) { return camera + '~' + std::to_string(number); }
+};
+
 }  // namespace fleifeisa::host

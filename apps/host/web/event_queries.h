@@ -63,6 +63,18 @@ class EventQueries {
     std::string paths(const std::string& camera, std::int64_t since_ns, std::int64_t until_ns);
     /// How many events of tracks began in that time.
     std::int64_t eventsBetween(const std::string& camera, std::int64_t since_ns, std::int64_t until_ns);
+    /// Tracks that ended since then, and scenes; of so many tracks the latest. `since_ns` is where they begin then.
+    struct Past {
+        std::vector<PastTrack> tracks;
+        std::vector<PastScene> scenes;
+        std::int64_t since_ns = 0;
+    };
+    Past past(const std::string& camera, std::int64_t since_ns, std::int64_t most_tracks);
+    /// The event that shows a track at that time: its own, else the visit; "" where no picture was kept.
+    std::string pictured(const std::string& camera, std::int64_t track, std::int64_t time_ns);
+    /// The latest events of that kind and rule, and who said what of them.
+    std::vector<std::pair<StoredEvent, std::int64_t>> marked(const std::string& camera, EventKind kind,
+                                                             const std::string& rule, int most);
     std::string parametersText(const std::string& hash) { return reader_.parameters(hash); }
     std::string lastEvent(const std::string& camera);
     std::vector<std::string> cameras() { return reader_.cameras(); }

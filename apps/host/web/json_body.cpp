@@ -84,6 +84,13 @@ std::vector<std::string> JsonBody::texts(const char* key) const {
     return all;
 }
 
+std::string JsonBody::object(const char* key) const {
+    const nlohmann::json* value = find(key);
+    if (!value) return "";
+    if (!value->is_object()) refuse(key, "an object");
+    return value->dump();
+}
+
 std::vector<JsonBody> JsonBody::objects(const char* key) const {
     const nlohmann::json* value = find(key);
     if (!value || !value->is_array()) refuse(key, "a list");

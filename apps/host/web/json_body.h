@@ -26,6 +26,9 @@ class JsonBody {
     /// A list of objects, which must be there.
     std::vector<JsonBody> objects(const char* key) const;
 
+    /// The text of an object in it, "" where there is none.
+    std::string object(const char* key) const;
+
     /// Whether the text is well-formed JSON.
     static bool sound(const std::string& text);
 

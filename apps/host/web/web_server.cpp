@@ -16,7 +16,7 @@ namespace fleifeisa::host {
 namespace {
 
 constexpr std::string_view kRoot = "/api/v1/";
-constexpr std::size_t kMostQueries = 200, kMostLogins = 8, kMostExports = 8;
+constexpr std::size_t kMostQueries = 200, kMostLogins = 8, kMostExports = 8, kMostStudies = 8;
 constexpr double kTellSeconds = 1;   // between two messages of a camera's state
 constexpr double kRateSeconds = 10;  // over which the rate is taken
 
@@ -137,7 +137,8 @@ WebServer::WebServer(const WebSettings& settings, WebParts parts)
       access_({basePath(settings.url) + '/', settings.url, isLocal(settings)}, parts_.state),
       store_worker_(std::make_unique<Worker>(kMostQueries)),
       login_worker_(std::make_unique<Worker>(kMostLogins)),
-      export_worker_(std::make_unique<Worker>(kMostExports)) {
+      export_worker_(std::make_unique<Worker>(kMostExports)),
+      study_worker_(std::make_unique<Worker>(kMostStudies)) {
     if (!parts_.state.empty()) arming_ = Accounts(parts_.state).arming();
     applyArming();
     if (parts_.store)
@@ -170,6 +171,7 @@ WebServer::~WebServer() {
     parts_.live->onNews(nullptr);
     stopping_ = true;
     export_worker_.reset();
+    study_worker_.reset();
     store_worker_.reset();
     login_worker_.reset();
     server_.reset();
@@ -337,9 +339,13 @@ void WebServer::onWorker(Worker& worker, const std::shared_ptr<Call>& call, cons
     if (!taken) throw HttpError(503, "too much is asked at once");
 }
 
-EventQueries& WebServer::queries() {
+void WebServer::queriesAreThere() const {
     if (parts_.state.empty() || !parts_.store)
         throw HttpError(503, "nothing is kept: the configuration names no state directory");
+}
+
+EventQueries& WebServer::queries() {
+    queriesAreThere();
     if (!queries_) queries_ = std::make_unique<EventQueries>(parts_.state);
     return *queries_;
 }
@@ -403,6 +409,8 @@ void WebServer::addRoutes() {
     addMediaRoutes();
     addRuleRoutes();
     addWhyRoutes();
+    addStudyRoutes();
+    addTrialRoutes();
 }
 
 }  // namespace fleifeisa::host

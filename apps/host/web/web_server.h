@@ -77,6 +77,7 @@ struct WebParts {
     std::function<bool(const std::string& camera, std::int64_t number, std::function<void(std::string)> done)>
         make_playable = nullptr;
     CameraChanges* changes = nullptr;  ///< null: nothing can be changed, there is no state directory
+    CameraTrials* trials = nullptr;    ///< null: nothing can be tried
 };
 
 /// 0 where this address may be listened at with these accounts; else a sentence.
@@ -140,6 +141,8 @@ class WebServer {
     void addMediaRoutes();
     void addRuleRoutes();
     void addWhyRoutes();
+    void addStudyRoutes();
+    void addTrialRoutes();
     void take(std::shared_ptr<const HttpRequest> request, const HttpAnswer& answer);
     HttpResponse page(const HttpRequest& request) const;
     HttpResponse metrics(const Identity& identity);
@@ -147,6 +150,7 @@ class WebServer {
     void perform(const std::shared_ptr<Call>& call, const Route& route);
     void onWorker(Worker& worker, const std::shared_ptr<Call>& call, const Handle& handle);
     EventQueries& queries();
+    void queriesAreThere() const;
     std::function<bool()> departure(const std::shared_ptr<const Identity>& identity);
 
     std::string sessionJson(const Identity* identity) const;
@@ -170,8 +174,13 @@ class WebServer {
     std::optional<HttpResponse> why(Call& call);
     std::optional<HttpResponse> openPictures(const Call& call);
     CameraChanges& changes() const;
+    CameraTrials& trials() const;
     CameraChanges::Done answerChange(const Call& call) const;
     HttpResponse history(const Call& call);
+    std::shared_ptr<std::atomic<bool>> beginStudy(const Call& call);
+    void endStudies(const Call& call);
+    std::string whatIf(const Call& call, const std::atomic<bool>& over);
+    std::string notAgain(const Call& call, const std::atomic<bool>& over);
     std::optional<HttpResponse> changeView(const Call& call);
     std::vector<Watched> parseView(const std::string& text, const Identity& identity) const;
     void checkView(const std::vector<Watched>& view, const Identity& identity) const;
@@ -188,8 +197,9 @@ class WebServer {
     mutable std::mutex mutex_;
     std::vector<Known> cameras_;
     std::map<std::string, std::string> last_events_;
-    std::map<std::string, std::int64_t> arming_;                  ///< as Accounts::arming()
-    std::vector<std::pair<std::string, std::string>> succeeded_;  ///< logins: address and user
+    std::map<std::string, std::shared_ptr<std::atomic<bool>>> studies_;  ///< by user and camera; true: give it up
+    std::map<std::string, std::int64_t> arming_;                         ///< as Accounts::arming()
+    std::vector<std::pair<std::string, std::string>> succeeded_;         ///< logins: address and user
     std::deque<std::pair<Clock::time_point, std::map<std::string, std::int64_t>>> history_;  ///< of frames answered
 
     // the server's thread's own
@@ -208,7 +218,7 @@ class WebServer {
     const std::shared_ptr<Copies> copies_ = std::make_shared<Copies>();
     std::atomic<bool> stopping_{false};
     const std::shared_ptr<std::atomic<int>> exports_ = std::make_shared<std::atomic<int>>(0);  ///< made or fetched
-    std::unique_ptr<Worker> store_worker_, login_worker_, export_worker_;
+    std::unique_ptr<Worker> store_worker_, login_worker_, export_worker_, study_worker_;
     std::unique_ptr<HttpServer> server_;
 };
 

@@ -1,6 +1,6 @@
 // One camera: the live picture with its layers, what is in it, and its time line.
 import {h, fill, setText, iconButton} from './dom.js';
-import {model, now, on, settings, titleOf} from './model.js';
+import {isAdmin, model, now, on, settings, titleOf} from './model.js';
 import {drawMasks, drawObjects, drawRules, drawTracks, drawTrails, fitInto, Pen, trackColour} from './draw.js';
 import {go, here, link, linkWith} from './route.js';
 import {get} from './api.js';
@@ -264,7 +264,7 @@ export function cameraView([name]) {
   const timer = setInterval(update, 1000);
   const picture = h('div', {class: 'picture'}, screen.canvas, told);
   const element = h('div', {class: 'camera'},
-    h('div', {class: 'head'}, title, badge, facts, h('span', {class: 'gap'}), elsewhere, live,
+    h('div', {class: 'head'}, title, badge, facts, h('span', {class: 'gap'}), elsewhere, isAdmin() && h('a', {class: 'button', href: link(['workbench', name])}, texts.workbench.open), live,
       iconButton('area', words.fullscreen, () => (document.fullscreenElement ? document.exitFullscreen() : picture.requestFullscreen?.()))),
     h('div', {class: 'columns'},
       h('div', null, picture,

@@ -51,6 +51,7 @@ const handlers = {
   },
   deleted: (change) => tell('deleted', change.event),
   review: (change) => tell('review', change),
+  changed: async (change) => { await loadAnew(); tell('changed', change.camera); },
   reload: () => loadAnew(),
 };
 

@@ -16,9 +16,10 @@ import {wakePictures} from './pictures.js';
 import {wallView} from './wall.js';
 import {watchKeys} from './keys.js';
 import {watchTabs} from './tabs.js';
+import {workbenchView} from './workbench.js';
 
 // A view: {title, element, close(), changed()?, ready()?}. What the address names first opens it; the rest is its own.
-const VIEWS = {wall: wallView, camera: cameraView, events: eventsView, state: stateView, settings: settingsView};
+const VIEWS = {wall: wallView, camera: cameraView, events: eventsView, state: stateView, settings: settingsView, workbench: workbenchView};
 const BAR = ['wall', 'events', 'state', 'settings'];
 
 const main = document.getElementById('main');
@@ -63,7 +64,7 @@ function showBar() {
   bar.dataset.shown = shown;
   fill(bar, h('a', {class: 'brand', href: link(['wall'])}, h('img', {src: 'icon.svg', alt: '', width: 22, height: 22}), h('span', null, texts.product)),
     session && current !== 'signin' && h('nav', {'aria-label': texts.navigation}, BAR.map((name) => h('a', {
-      href: link([name]), 'aria-current': current === name || (name === 'wall' && current === 'camera') ? 'page' : null,
+      href: link([name]), 'aria-current': current === name || (name === 'wall' && ['camera', 'workbench'].includes(current)) ? 'page' : null,
     }, icon(name), h('span', null, texts.views[name])))),
     session?.user && h('button', {type: 'button', class: 'plain who', onclick: signOut, title: texts.signOut}, h('span', {class: 'muted'}, session.user), ' ', texts.signOut),
     banner);

@@ -10,7 +10,7 @@ export const model = {
 const listeners = new Map();
 
 /// Topics: cameras (all of them), camera (one), event, deleted, review, connection, missed (something may have been),
-/// session, signedout, awake, theme. @returns what ends it
+/// session, signedout, awake, theme, changed (a camera's zones, lines or values). @returns what ends it
 export function on(topic, call) {
   if (!listeners.has(topic)) listeners.set(topic, new Set());
   listeners.get(topic).add(call);
