@@ -17,6 +17,7 @@ from web_test import PASSWORD, WebTest
 
 try:
     from selenium import webdriver
+    from selenium.webdriver import ActionChains
     from selenium.common.exceptions import JavascriptException, StaleElementReferenceException
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
@@ -203,6 +204,83 @@ class Finding(PageTest):
         self.assertIn(event, self.find("dialog .facts").text)
 
 
+class Drawing(PageTest):
+    def corners(self, *points):
+        """Clicks on the picture, in shares of it."""
+        surface = self.find(".drawing svg")
+        for x, y in points:
+            ActionChains(self.driver).move_to_element_with_offset(surface, int((x - 0.5) * surface.rect["width"]),
+                                                                  int((y - 0.5) * surface.rect["height"])).click().perform()
+
+    def test_a_zone_is_drawn_gives_its_event_and_is_taken_back(self):
+        self.serve()
+        self.open("camera/gate")
+        self.find(".head a[href='#/workbench/gate']").click()
+        self.find("[aria-label='Add a zone']").click()
+        frozen = self.driver.execute_script("return document.querySelector('.drawing img').src")
+        self.corners((0.05, 0.3), (0.95, 0.3), (0.95, 0.95), (0.5, 0.6), (0.05, 0.95), (0.05, 0.3))  # the first again closes
+        self.wait("document.querySelectorAll('.handle.point').length === 5 && document.querySelectorAll('.handle.middle').length === 5")
+        targets = self.driver.execute_script("return [...document.querySelectorAll('.handle .target')].map(t => t.getBoundingClientRect().width)")
+        self.assertGreaterEqual(min(targets), 44)
+        # A point is pulled, an edge broken in its middle, and taken back.
+        handle = self.find(".handle[data-target=point3]")
+        ActionChains(self.driver).drag_and_drop_by_offset(handle, 0, 150).perform()
+        ActionChains(self.driver).drag_and_drop_by_offset(self.find(".handle[data-target=middle0]"), 0, -20).perform()
+        self.wait("document.querySelectorAll('.handle.point').length === 6")
+        self.find(".tools button:nth-child(2)").click()
+        self.wait("document.querySelectorAll('.handle.point').length === 5")
+        self.wait("Number(document.querySelector('.whatif').dataset.events) >= 0")
+        self.assertEqual(self.driver.execute_script("return document.querySelector('.drawing img').src"), frozen)
+        name = self.find(".shapeform input[name=name]")
+        name.clear()
+        name.send_keys("drawn")
+        self.find(".tools .primary").click()
+        self.find(".saved")
+        zone = next(z for z in self.get("cameras/gate")["zones"] if z["name"] == "drawn")
+        self.assertAlmostEqual(zone["points"][3][1], 0.95, delta=0.12)
+        self.events("camera=gate&rule=drawn")
+        self.find(".saved button").click()
+        self.until(lambda: all(z["name"] != "drawn" for z in self.get("cameras/gate")["zones"]), "it is gone")
+        self.open("workbench/gate?tab=changes")
+        self.wait("document.querySelectorAll('.history tbody tr').length === 2 && document.querySelector('.history .undone')")
+
+    def test_keys_suffice_on_a_phone(self):
+        self.serve()
+        self.size(PHONE)
+        self.open("workbench/gate")
+        self.find("[aria-label='Add a line']")
+        self.driver.execute_script("document.querySelector('[aria-label=\"Add a line\"]').focus()")
+        self.press(Keys.ENTER)
+        self.wait("document.activeElement.matches('.drawing svg')")
+        self.press(Keys.ARROW_LEFT)
+        self.press(*[Keys.SHIFT + Keys.ARROW_LEFT] * 4, " ", *[Keys.SHIFT + Keys.ARROW_RIGHT] * 8, " ")
+        self.wait("document.activeElement.name === 'name'")
+        self.driver.execute_script("document.querySelector('.handle[data-target=point1]').focus()")
+        self.press(Keys.SHIFT + Keys.ARROW_DOWN)
+        self.wait("document.activeElement.dataset.target === 'point1'")
+        self.assertLessEqual(self.driver.execute_script("return document.documentElement.scrollWidth"), PHONE[0])
+        self.press(Keys.ENTER)
+        self.driver.execute_script("document.querySelector('.tools .primary').focus()")
+        self.press(Keys.ENTER)
+        self.find(".saved")
+        (x0, y0), (x1, y1) = self.get("cameras/gate")["lines"][0]["points"]
+        self.assertAlmostEqual(x1 - x0, 0.4, delta=0.01)
+        self.assertAlmostEqual(y1 - y0, 0.05, delta=0.01)
+
+    def test_values_are_tried_beside_and_applied(self):
+        self.serve()
+        self.open("workbench/gate?tab=tune")
+        slider = self.find("input[name=high]")
+        slider.send_keys(Keys.ARROW_RIGHT)
+        self.find(".tune .tools button").click()
+        self.wait("[...document.querySelectorAll('.pair canvas')].filter(c => c.dataset.sequence).length === 2")
+        self.assertEqual(self.get("cameras/gate/settings")["changed"], [])
+        self.find(".tune .primary").click()
+        self.find(".saved")
+        self.assertEqual(self.get("cameras/gate/settings")["changed"], ["control"])
+        self.assertEqual(self.ask("cameras/gate/trials/1")[0], 404)
+
+
 # What the video shows, read from its pixels; the clip's own word for it; and the boxes that lie on it.
 LOOK = """const v = document.querySelector('dialog video'), o = document.querySelector('dialog .clip canvas'), c = new OffscreenCanvas(192, 64), x = c.getContext('2d');
 x.drawImage(v, 0, 0, 192, 64);
@@ -263,6 +341,8 @@ class Rights(PageTest):
         self.open()
         self.find(".tile.pictured")
         self.assertEqual(len(self.all(".tile")), 1)
+        self.open("workbench/gate")
+        self.assertIn("Only administrators", self.find(".empty").text)
         self.open("camera/yard")
         self.assertIn("There is no camera yard", self.find(".empty").text)
         self.open("state")

@@ -158,16 +158,18 @@ class Interface(WebTest):
         status, file = self.stream("pictures?view=gate:100")
         stream = self.message(file)[0]["stream"]
         values = {"camera": event["camera"], "number": str(event["number"]), "stream": stream, "user": "bob", "token": "t",
-                  "zone": "all", "line": "across"}
+                  "zone": "all", "line": "across", "trial": "1"}
         bodies = {"Login": {"user": "ann", "password": PASSWORD}, "PasswordChange": {"old": PASSWORD, "new": PASSWORD},
                   "NewUser": {"name": "bob", "password": PASSWORD, "role": "view", "cameras": ["gate"]},
                   "UserChange": {"cameras": None}, "Token": {"name": "t"}, "Reviewed": {"events": [event["event"]], "reviewed": True},
                   "EventChange": {"keep": True, "mark": "wrong", "reviewed": True}, "Link": {"file": "picture.jpg", "hours": 1},
                   "View": {"view": [{"camera": "yard", "width": 50, "calm": True}]},
                   "ArmingChange": {"armed": False, "minutes": 5}, "Export": {"events": [event["event"]]},
+                  "WhatIfQuestion": {"rule": "all", "days": 1}, "TrialQuestion": {"change": {"control": {"color_low": 0.4}}},
                   "SettingsChange": {"zone": {"all": {"dwell": 30}}, "stopped": 7}, "Undo": {"change": 1},
                   "RuleChange": {"points": [[0.1, 0.1], [0.9, 0.9]]}}
         self.ask(f"cameras/{event['camera']}/settings", "PATCH", {"motion": {"off_delay": 20}})  # what Undo takes back
+        self.ask(f"cameras/{event['camera']}/trials", "POST", {"change": {}})
         order = {"post": 0, "patch": 1, "put": 2, "get": 3, "delete": 4}
         operations = [(order[method], path, method, operation) for path, item in API["paths"].items()
                       for method, operation in item.items() if method in order]
@@ -399,7 +401,8 @@ class Rights(WebTest):
                     self.assertEqual(ask(path)[0], 404, path)
                 for path in ("state", "log", "configuration", "users", "cameras/gate/settings", "cameras/gate/history"):
                     self.assertEqual(ask(path)[0], 403, path)
-                for method, path in (("PATCH", "settings"), ("PUT", "zones/all"), ("DELETE", "zones/all"), ("PUT", "lines/x"), ("POST", "undo")):
+                for method, path in (("PATCH", "settings"), ("PUT", "zones/all"), ("DELETE", "zones/all"), ("PUT", "lines/x"), ("POST", "undo"),
+                                     ("POST", "what-if"), ("POST", "trials"), ("GET", "trials/1"), ("DELETE", "trials/1")):
                     self.assertEqual(ask("cameras/gate/" + path, method, {"change": 1})[0], 403, path)
                 for method, path, body in (("PATCH", yard, {"reviewed": True}), ("DELETE", yard, None),
                                            ("POST", yard + "/link", {"file": "picture.jpg", "hours": 1}),
@@ -694,6 +697,59 @@ class Changing(WebTest):
         self.assertEqual([c["undone_by"] for c in history[4:]], [5, 6, 7, 8])
         self.assertGreater(history[-2]["before"]["events"], 0)
         self.assertEqual((self.dir / "host.toml").read_text(), text)
+
+    def test_the_past_is_asked_and_a_wrong_event_answered(self):
+        self.serve()
+        self.login()
+        zone = {"points": [[0, 0.3], [1, 0.3], [1, 1], [0, 1]]}
+
+        def ask(points, rule="new", **more):
+            status, _, data = self.ask("cameras/gate/what-if", "POST", {"rule": rule, "days": 1, "change": {"zone": {rule: {"points": points, **more}}}})
+            self.assertEqual(status, 200, data)
+            return data
+        found = self.until(lambda: (lambda f: f if f["events"] >= 3 else None)(ask(zone["points"])), "stored tracks", 60)
+        self.assertEqual((found["before"], found["rule"]), (None, "new"))
+        self.assertGreaterEqual(found["tracks"], found["events"])
+        self.assertEqual(len(found["shown"]), min(24, found["events"]))
+        shown = next(one for one in found["shown"] if one["event"])
+        self.assertEqual(self.ask(f"cameras/gate/events/{shown['event'].rsplit('-', 1)[1]}/thumb.jpg", raw=True)[0], 200)
+        self.assertEqual(ask([[0, 0], [0.02, 0], [0.02, 0.02]])["events"], 0)
+        self.assertEqual(ask(zone["points"], least_size=0.99)["events"], 0)
+        same = ask([[0, 0], [1, 0], [1, 1], [0, 1]], "all")
+        self.assertEqual(same["before"], same["events"])
+        self.assertEqual(self.get("cameras/gate/settings")["changed"], [])
+        # Not again: of an event that ended, marked wrong; one click removes it, one brings it back.
+        event = self.until(lambda: next((e for e in self.get("events?camera=gate&kind=zone&limit=100")["events"] if e["end_ns"]), None), "an ended event", 40)
+        path = f"cameras/gate/events/{event['number']}"
+        self.ask(path, "PATCH", {"mark": "wrong"})
+        answer = self.until(lambda: (lambda a: a if a["suggestions"] else None)(self.get(path + "/not-again")), "its track", 40)
+        self.assertEqual((answer["wrong"], answer["right"], answer["rule"]), (1, 0, "all"))
+        for one in answer["suggestions"]:
+            with self.subTest(one["kind"]):
+                self.assertEqual((one["removes"]["wrong"], one["removes"]["right"]), (1, 0))
+                status, _, made = self.ask("cameras/gate/settings", "PATCH", one["change"])
+                self.assertEqual(status, 200, made)
+                self.assertEqual(self.ask("cameras/gate/undo", "POST", {"change": made["change"]})[0], 200)
+        self.assertEqual(self.get("cameras/gate/settings")["changed"], [])
+
+    def test_two_trials_and_their_end(self):
+        self.serve()
+        self.login()
+        change = {"control": {"color_low": 0.4}, "size": "80x60"}
+        first, second = (self.ask("cameras/gate/trials", "POST", {"change": change})[2] for _ in range(2))
+        self.assertEqual([first["trial"], second["trial"]], [1, 2])
+        self.assertEqual(self.ask("cameras/yard/trials", "POST", {"change": change})[0], 409)
+        self.assertEqual(self.ask("cameras/gate/trials", "POST", {"change": {"source": "x"}})[0], 400)
+        status, file = self.stream("pictures?view=gate~1:80")
+        self.message(file)
+        frame, picture = self.message(file)
+        self.assertEqual((frame["camera"], frame["size"]), ("gate~1", [80, 60]))
+        self.assertTrue(picture.startswith(b"\xff\xd8"))
+        self.assertIn(b"404", self.stream("pictures?view=yard~1:80")[0])
+        self.assertEqual(self.ask("cameras/gate/trials/2", "DELETE")[0], 204)
+        self.assertEqual(self.ask("cameras/gate/trials/2")[0], 404)
+        self.until(lambda: self.get("cameras/gate/trials/1")["learned"] > 0, "learning")
+        self.assertEqual(self.get("cameras/gate/settings")["changed"], [])
 
     def test_a_damaged_file_loses_nothing(self):
         process = self.serve()

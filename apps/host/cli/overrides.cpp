@@ -7,6 +7,8 @@
 
 #include "toml/toml_text.h"
 
+#include "toml/toml_text.h"
+
 namespace fleifeisa::host {
 namespace {
 

@@ -355,6 +355,12 @@ std::int64_t EventQueries::eventsBetween(const std::string& camera, std::int64_t
     return row.integer(0);
 }
 
+std::int64_t EventQueries::firstEvent(const std::string& camera) {
+    const std::int64_t id = idOf(camera);
+    Statement row = database_.prepare("SELECT start_ns FROM events WHERE id >= ? AND id < ? ORDER BY id LIMIT 1");
+    return row.bind(rowOf(id, 0), rowOf(id + 1, 0)).step() ? row.integer(0) : INT64_MAX;
+}
+
 EventQueries::Past EventQueries::past(const std::string& camera, std::int64_t since_ns, std::int64_t most_tracks) {
     Past past{{}, {}, since_ns};
     const std::int64_t id = idOf(camera);

@@ -63,6 +63,8 @@ class EventQueries {
     std::string paths(const std::string& camera, std::int64_t since_ns, std::int64_t until_ns);
     /// How many events of tracks began in that time.
     std::int64_t eventsBetween(const std::string& camera, std::int64_t since_ns, std::int64_t until_ns);
+    /// When its first event began, INT64_MAX: there is none.
+    std::int64_t firstEvent(const std::string& camera);
     /// Tracks that ended since then, and scenes; of so many tracks the latest. `since_ns` is where they begin then.
     struct Past {
         std::vector<PastTrack> tracks;

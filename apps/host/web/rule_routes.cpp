@@ -45,10 +45,12 @@ HttpResponse WebServer::history(const Call& call) {
     constexpr std::int64_t kMostNs = 7 * 24 * kHourNs;
     const std::int64_t now = std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
     const std::vector<CameraChange> all = changes().history(call.camera());
+    const std::int64_t first = queries().firstEvent(call.camera());
     std::string json;
     for (std::size_t i = 0; i < all.size(); ++i) {
         const std::int64_t time = all[i].time_ns;
-        const std::int64_t from = std::max(time - kMostNs, i + 1 < all.size() ? all[i + 1].time_ns : INT64_MIN);
+        const std::int64_t earliest = i + 1 < all.size() ? all[i + 1].time_ns : first;
+        const std::int64_t from = std::max(time - kMostNs, std::min(time, earliest));
         const std::int64_t to = std::min(time + kMostNs, i == 0 ? now : all[i - 1].time_ns);
         const auto span = [&](const char* name, std::int64_t since, std::int64_t until) {
             return std::string(",\"") + name + "\":{\"seconds\":" + std::to_string((until - since) / 1'000'000'000) +

@@ -5,6 +5,7 @@ import {attempt, calmly, choice, eventTitle, explain, lastedText, notice, questi
 import {clockText, isoOf, momentText, msOf} from './time.js';
 import {go, here, link, linkWith} from './route.js';
 import {isAdmin, now, on, ruleTitle, titleOf} from './model.js';
+import {notAgain} from './notagain.js';
 import {Clip} from './clip.js';
 import {exportEvents} from './export.js';
 import {texts} from './texts.js';
@@ -202,6 +203,7 @@ class Player {
     fill(this.side,
       h('div', {class: 'row wrap', role: 'group'}, mark('right'), mark('wrong'),
         toggle(words.seen, event.reviewed, (yes) => attempt(() => this.change({reviewed: yes}))),
+        isAdmin() && event.mark === 'wrong' && h('button', {type: 'button', onclick: () => notAgain(event)}, texts.notAgain.title),
         isAdmin() && toggle(words.keep, event.keep, (yes) => attempt(() => this.change({keep: yes})))),
       h('dl', {class: 'facts'}, facts.map(([name, value]) => [h('dt', null, name), h('dd', null, String(value))])),
       detail.media.why && (this.why ??= eventWhy(() => get(detail.media.why.href))),

@@ -7,8 +7,9 @@ import {failure, notice} from './parts.js';
 import {here, link, linkWith} from './route.js';
 import {isAdmin, model, on, titleOf} from './model.js';
 import {texts} from './texts.js';
+import {tuneTab} from './tune_tab.js';
 
-const TABS = ['draw', 'changes'];
+const TABS = ['draw', 'tune', 'changes'];
 
 /// @returns {element, close, changed}
 export function workbenchView([name]) {
@@ -31,7 +32,7 @@ export function workbenchView([name]) {
     tab?.load?.();
   }
 
-  const make = {draw: () => drawTab(name, load), changes: () => changeList(name, load)};
+  const make = {draw: () => drawTab(name, load), tune: () => tuneTab(name, load), changes: () => changeList(name, load)};
   function changed() {
     const wanted = TABS.includes(here().query.get('tab')) ? here().query.get('tab') : TABS[0];
     if (wanted === open) return;
