@@ -225,7 +225,9 @@ TEST(Tune, TheSearchEndsNearTheBest) {
             std::ranges::shuffle(judged, random);  // the order does not matter
             const std::vector<ParameterSet> next = search.next(judged);
             if (next.empty()) break;
-            if (judged.empty()) EXPECT_EQ(next.front(), present);
+            if (judged.empty()) {
+                EXPECT_EQ(next.front(), present);
+            }
             for (const ParameterSet& one : next) {
                 EXPECT_TRUE(seen.insert(one).second);
                 EXPECT_GE(one.high, one.low);
