@@ -140,7 +140,7 @@ TEST(ClipRun, ItsNameFollowsWhatMatters) {
         {"changed file", nameWith("profile='traffic'\nsize='320x240'", {"gate", "/a/b.mp4", std::nullopt, 7, 9, {}}),
          false},
         {"start", nameWith("profile='traffic'\nsize='320x240'", {"gate", "/a/b.mp4", 5, 7, 8, {}}), false},
-        {"part", nameWith("profile='traffic'\nsize='320x240'", {"gate", "/a/b.mp4", std::nullopt, 7, 8, {1, 2, 3, 4}}),
+        {"part", nameWith("profile='traffic'\nsize='320x240'", {"gate", "/a/b.mp4", std::nullopt, 7, 8, {1, 2, 3, 4, 5}}),
          false},
     };
     for (const auto& row : rows) EXPECT_EQ(row.name == plain, row.same) << row.what;
@@ -148,7 +148,7 @@ TEST(ClipRun, ItsNameFollowsWhatMatters) {
 }
 
 TEST(ClipRun, RecordsAreReadAsTheyWereWritten) {
-    Clip clip{"gate", "/a/\"b\".mp4", -5, 7, 8, {1, 2, 3, 4}};
+    Clip clip{"gate", "/a/\"b\".mp4", -5, 7, 8, {1, 2, 3, 4, 5}};
     const ClipRun run{"n", clip, "x = 'y'\n"};
     EXPECT_EQ(fromJson<ClipRun>(toJson(run)).clip, clip);
     EXPECT_EQ(fromJson<ClipRun>(toJson(run)).configuration, run.configuration);

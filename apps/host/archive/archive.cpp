@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -46,7 +47,9 @@ std::string self() {
 std::string nodeName() {
     std::array<char, 256> name{};
     ::gethostname(name.data(), name.size() - 1);
-    std::string text = name.data();
+    // The scheduler's own name for the machine, by which it can be asked to leave it out.
+    const char* const slurm = std::getenv("SLURMD_NODENAME");
+    std::string text = slurm != nullptr && *slurm != '\0' ? slurm : name.data();
     for (char& c : text)
         if (std::isalnum(static_cast<unsigned char>(c)) == 0 && c != '-' && c != '.') c = '_';
     return text.empty() ? "unnamed" : text;
@@ -150,7 +153,7 @@ void Archive::note(const JournalLine& line) {
     }
     std::ostringstream text;
     text.imbue(std::locale::classic());
-    text << line.name << ' ' << line.done << ' ' << line.ended_ns << ' ' << line.frames << ' ' << line.clip_bytes << ' '
+    text << line.name << ' ' << line.done << ' ' << line.ended_ns << ' ' << line.frames << ' ' << line.weight << ' '
          << line.seconds << ' ' << line.cpu_seconds << ' ' << line.peak_bytes << '\n';
     const std::string bytes = text.str();
     // Less is told of progress where this fails; nothing else depends on it.
@@ -165,7 +168,7 @@ std::vector<JournalLine> Archive::journal() const {
             std::istringstream words(text);
             words.imbue(std::locale::classic());
             JournalLine line;
-            if (words >> line.name >> line.done >> line.ended_ns >> line.frames >> line.clip_bytes >> line.seconds >>
+            if (words >> line.name >> line.done >> line.ended_ns >> line.frames >> line.weight >> line.seconds >>
                 line.cpu_seconds >> line.peak_bytes)
                 lines.push_back(line);
         }
@@ -185,6 +188,14 @@ std::optional<Fd> Archive::lock(std::string& holder) const {
     const std::string text = self();
     if (::ftruncate(fd.get(), 0) != 0 || ::write(fd.get(), text.data(), text.size()) < 0) fail(file);
     return fd;
+}
+
+void Archive::removeNeedlessParts() const {
+    for (const auto& entry : fs::directory_iterator(path("parts"))) {
+        const std::string name = entry.path().filename().string();
+        std::error_code error;
+        if (has(name.substr(0, name.rfind('@')))) fs::remove_all(entry.path(), error);
+    }
 }
 
 void Archive::removeLeftParts() const {

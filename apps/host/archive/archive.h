@@ -31,7 +31,8 @@ namespace fleifeisa::host {
 struct JournalLine {
     std::string name;
     bool done = false;  ///< else failed
-    std::int64_t ended_ns = 0, frames = 0, clip_bytes = 0;
+    std::int64_t ended_ns = 0, frames = 0;
+    double weight = 0;  ///< Clip::weight()
     double seconds = 0, cpu_seconds = 0;
     std::int64_t peak_bytes = 0;
 };
@@ -69,6 +70,8 @@ class Archive {
     std::optional<Fd> lock(std::string& holder) const;
     /// Removes what processes of this machine that are gone were making.
     void removeLeftParts() const;
+    /// Removes parts of which there is a result by now: their makers were lost, or come too late.
+    void removeNeedlessParts() const;
 
  private:
     std::string directory_;

@@ -15,6 +15,7 @@ struct ClipPart {
     std::int64_t from_ns = 0;
     std::int64_t to_ns = 0;  ///< exclusive, 0: to the clip's end
     std::int64_t warm_up_ns = 0, tail_ns = 0;
+    int parts = 1;  ///< that the clip is cut into
 
     bool whole() const { return from_ns == 0 && to_ns == 0; }
     bool operator==(const ClipPart&) const = default;
@@ -29,6 +30,8 @@ struct Clip {
     std::int64_t modified_ns = 0;               ///< since 1970, 0 for a scene
     ClipPart part;
 
+    /// What it costs, about: bytes, more than 0. How long a file is stands nowhere before it is read.
+    double weight() const { return static_cast<double>(bytes > 0 ? bytes : 1) / part.parts; }
     bool operator==(const Clip&) const = default;
 };
 

@@ -21,7 +21,7 @@ Json jsonOf(const Clip& clip) {
     json["bytes"] = clip.bytes;
     json["modified_ns"] = clip.modified_ns;
     if (!clip.part.whole())
-        json["part"] = {clip.part.from_ns, clip.part.to_ns, clip.part.warm_up_ns, clip.part.tail_ns};
+        json["part"] = {clip.part.from_ns, clip.part.to_ns, clip.part.warm_up_ns, clip.part.tail_ns, clip.part.parts};
     return json;
 }
 
@@ -33,7 +33,7 @@ Clip clipOf(const Json& json) {
     json.at("bytes").get_to(clip.bytes);
     json.at("modified_ns").get_to(clip.modified_ns);
     if (const auto part = json.find("part"); part != json.end())
-        clip.part = {part->at(0), part->at(1), part->at(2), part->at(3)};
+        clip.part = {part->at(0), part->at(1), part->at(2), part->at(3), part->at(4)};
     return clip;
 }
 

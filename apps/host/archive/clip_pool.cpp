@@ -108,8 +108,9 @@ class Pool {
                 waiting_.push_back(&run);
         }
         // The longest first, so that no processor waits for another at the end.
-        std::ranges::stable_sort(waiting_, std::ranges::greater(), [](const ClipRun* run) { return run->clip.bytes; });
-        for (const ClipRun* run : waiting_) bytes_left_ += weight(*run);
+        std::ranges::stable_sort(waiting_, std::ranges::greater(),
+                                 [](const ClipRun* run) { return run->clip.weight(); });
+        for (const ClipRun* run : waiting_) bytes_left_ += run->clip.weight();
     }
 
     PoolEnd run(const Event& stop, const std::function<void(const PoolProgress&)>& tick) {
@@ -124,8 +125,6 @@ class Pool {
     }
 
  private:
-    static double weight(const ClipRun& run) { return static_cast<double>(std::max<std::uint64_t>(run.clip.bytes, 1)); }
-
     void start() {
         const ClipRun& run = *waiting_.front();
         waiting_.pop_front();
@@ -208,12 +207,12 @@ class Pool {
         const int status = child.process.wait(Clock::now() + kGrace).value_or(-1);
         if (child.process.running()) child.process.kill();
         const ClipRun& run = *child.run;
-        bytes_left_ -= weight(run);
+        bytes_left_ -= run.clip.weight();
         std::error_code error;
         fs::remove_all(archive_.partOf(run.name, child.pid), error);  // there where it did not come to an orderly end
         JournalLine line{run.name, status == 0 && archive_.has(run.name), 0, child.frames, 0, 0, 0, 0};
         line.ended_ns = std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
-        line.clip_bytes = static_cast<std::int64_t>(run.clip.bytes);
+        line.weight = run.clip.weight();
         line.seconds = Seconds(Clock::now() - child.begin).count();
         if (line.done) {
             const ClipCost cost = archive_.cost(run.name);
@@ -230,7 +229,7 @@ class Pool {
             logWarning("", run.clip.file + ": " + why);
             ++progress_.failed;
         }
-        bytes_done_ += weight(run);
+        bytes_done_ += run.clip.weight();
         archive_.note(line);
     }
 
@@ -261,7 +260,7 @@ class Pool {
         double running = 0;
         for (const auto& child : children_)
             if (child->expected > 0)
-                running += this->weight(*child->run) *
+                running += child->run->clip.weight() *
                            std::min(1.0, static_cast<double>(child->frames) / static_cast<double>(child->expected));
         const double elapsed = Seconds(now - begin_).count();
         const double done = bytes_done_ + running;

@@ -12,14 +12,18 @@
 #include <filesystem>
 #include <thread>
 
+#include "archive/clip_pictures.h"
 #include "archive/clip_record.h"
+#include "archive/clip_videos.h"
 #include "archive/own_part.h"
+#include "archive/plan.h"
 #include "camera/output_types.h"
 #include "camera/supervisor.h"
 #include "common/leftovers.h"
 #include "common/log.h"
 #include "common/private_root.h"
 #include "common/process.h"
+#include "media/picture_tap.h"
 
 namespace fleifeisa::host {
 namespace {
@@ -103,12 +107,20 @@ class Run {
         const PrivateRoot root;
         camera.analyzer.root = root.path();
         adapt(camera, run_.clip, part_);
+        const bool pictures = camera.pictures, videos = camera.clips.on && camera.source.private_areas.empty();
         ClipRecord record;
         ClipSummary summary{run_.name, run_.clip, "", 0, 0, 0, 0, 0, 0, 0, 0, "", "", "", ""};
-        const int status = analyze(std::move(camera), record, summary);
+        ClipPictures maker(part_);
+        PictureTap tap(maker, camera.name);
+        std::vector<Output*> outputs{&record};
+        if (pictures) outputs.push_back(&tap);
+        const int status = analyze(std::move(camera), outputs, summary);
         if (status != 0) return abandon(status);
         record.write(summary);
         takeOwnPart(part_, summary);
+        fs::remove(part_ + '/' + PartProgress::kFile);
+        const bool is_file = !run_.clip.file.starts_with("scene:") && fs::is_regular_file(run_.clip.file);
+        if (videos && is_file && !isPlayable(run_.clip.file)) makeVisits(part_, run_.clip, never_);
         summary.events = linesOf(part_ + "/events.jsonl");
         summary.tracks = linesOf(part_ + "/tracks.jsonl");
         writeText(part_ + "/summary.json", toJson(summary));
@@ -128,20 +140,14 @@ class Run {
     }
 
     /// All frames of the clip; 0 where the result is of use.
-    int analyze(CameraConfig camera, ClipRecord& record, ClipSummary& summary) {
+    int analyze(CameraConfig camera, const std::vector<Output*>& outputs, ClipSummary& summary) {
         Supervisor supervisor;
-        auto owned = std::make_unique<Camera>(std::move(camera), std::vector<Output*>{&record});
+        auto owned = std::make_unique<Camera>(std::move(camera), outputs);
         const Camera& running = *owned;
         owned->prepare();
         supervisor.add(std::move(owned));
         const CameraCounts& counts = running.counts();
-        const int code = supervisor.run(
-            [&counts] {
-                std::printf("frames %lld %lld\n", static_cast<long long>(counts.answered),
-                            static_cast<long long>(counts.expected));
-                std::fflush(stdout);
-            },
-            nullptr);
+        const int code = supervisor.run([this, &counts] { tell(counts); }, nullptr);
         if (supervisor.stopping()) return EX_TEMPFAIL;
         if (counts.restarts > 0 || counts.lost > 0) {
             logError(run_.clip.camera, "the analyzer failed, so the result would be another one");
@@ -154,6 +160,17 @@ class Run {
         return code;
     }
 
+    void tell(const CameraCounts& counts) {
+        constexpr double kBetween = 5;  // seconds: the archive may be on another machine
+        std::printf("frames %lld %lld\n", static_cast<long long>(counts.answered),
+                    static_cast<long long>(counts.expected));
+        std::fflush(stdout);
+        const Clock::time_point now = Clock::now();
+        if (Seconds(now - told_).count() < kBetween) return;
+        told_ = now;
+        notePart(part_, {counts.answered, counts.expected, Seconds(now - begin_).count()});
+    }
+
     static std::int64_t linesOf(const std::string& file) {
         const std::string text = readFile(file);
         return std::ranges::count(text, '\n');
@@ -164,6 +181,8 @@ class Run {
     const std::string part_;
     const Leftover leftover_;
     const Clock::time_point begin_ = Clock::now();
+    Clock::time_point told_{};
+    const Event never_;
 };
 
 }  // namespace

@@ -46,6 +46,14 @@ bool CameraPictures::concerns(const CameraEvent& event, std::int64_t track) {
     return event.kind == EventKind::kMotion || (event.track == track && event.kind != EventKind::kRemoved);
 }
 
+void CameraPictures::trackEnded(std::int64_t track) {
+    const auto found = views_.find(track);
+    if (found == views_.end()) return;
+    const View view = std::move(found->second);
+    views_.erase(found);
+    if (keep_track_) keep_track_(track, thumbOf(view, pictureOf(*view.jpeg)));
+}
+
 void CameraPictures::passed(std::int64_t time_ns) {
     for (auto it = open_.begin(); it != open_.end();) {
         if (time_ns <= it->second.until_ns) {
@@ -123,17 +131,20 @@ void CameraPictures::offer(Open& open, const View& view) {
     if (first || worth) keepBest(open);
 }
 
+MadePicture CameraPictures::thumbOf(const View& view, const Picture& picture) {
+    const PictureView plain{picture.width, picture.height, picture.rgb};
+    const Cut cut = view.box ? thumbnailCut(plain, *view.box) : Cut{0, 0, plain.width, plain.height};
+    const Picture thumb = reduced(plain, cut, kThumbWidth, kThumbHeight);
+    return {described(MediaKind::kThumb, view.time_ns, thumb.width, thumb.height), jpegOf(thumb, kThumbQuality)};
+}
+
 void CameraPictures::keepBest(Open& open) {
     const View& view = *open.best;
     const std::string where = view.box ? boxText(*view.box) : "";
     std::vector<MadePicture> made;
     made.push_back({described(MediaKind::kPicture, view.time_ns, view.width, view.height, where), *view.jpeg});
     Picture picture = pictureOf(*view.jpeg);
-    const PictureView plain{picture.width, picture.height, picture.rgb};
-    const Cut cut = view.box ? thumbnailCut(plain, *view.box) : Cut{0, 0, plain.width, plain.height};
-    const Picture thumb = reduced(plain, cut, kThumbWidth, kThumbHeight);
-    made.push_back(
-        {described(MediaKind::kThumb, view.time_ns, thumb.width, thumb.height), jpegOf(thumb, kThumbQuality)});
+    made.push_back(thumbOf(view, picture));
     if (view.box) {
         Canvas canvas(picture.rgb, picture.width, picture.height);
         const int thick = std::clamp(picture.height / 240, 1, 6);

@@ -51,12 +51,15 @@ class CameraPictures {
     static constexpr std::int64_t kBeforeNs = 2'000'000'000;  ///< that a strip begins before its event
     static constexpr std::int64_t kAfterNs = 3'000'000'000;   ///< that strip and best view go on behind it
 
-    explicit CameraPictures(Keep keep) : keep_(std::move(keep)) {}
+    /// The best view of a track, once that has ended: a thumbnail.
+    using KeepTrack = std::function<void(std::int64_t track, const MadePicture& thumb)>;
+    explicit CameraPictures(Keep keep, KeepTrack keep_track = {})
+        : keep_(std::move(keep)), keep_track_(std::move(keep_track)) {}
 
     /// Before the events of the same frame. @throws OutputError where a picture cannot be made
     void frame(const PictureFrame& frame);
     void event(const CameraEvent& event);
-    void trackEnded(std::int64_t track) { views_.erase(track); }
+    void trackEnded(std::int64_t track);
     /// No frame is needed to know that it is later: events whose time is over are closed.
     void passed(std::int64_t time_ns);
     /// Nothing more comes: what is open is kept as far as it came.
@@ -80,11 +83,13 @@ class CameraPictures {
         bool wants_frame = false;  ///< no track belongs to it: the next frame is its picture
     };
     static bool concerns(const CameraEvent& event, std::int64_t track);
+    static MadePicture thumbOf(const View& view, const Picture& picture);
     void offer(Open& open, const View& view);
     void keepBest(Open& open);
     void close(Open& open);
 
     const Keep keep_;
+    const KeepTrack keep_track_;
     std::map<std::int64_t, View> views_;  ///< the best so far, by track
     std::map<std::int64_t, Open> open_;   ///< by number
     std::deque<SharedTile> recent_;       ///< of the latest seconds

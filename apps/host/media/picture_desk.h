@@ -24,7 +24,27 @@ struct PictureCounts {
     std::int64_t failed = 0;    ///< pictures that could not be made or written
 };
 
-class PictureDesk {
+/// Who makes pictures of what a camera's tap hands in.
+class PictureMaker {
+ public:
+    PictureMaker() = default;
+    virtual ~PictureMaker() = default;
+    PictureMaker(const PictureMaker&) = delete;
+    PictureMaker& operator=(const PictureMaker&) = delete;
+
+    // From the camera's thread. False where there is no room, which is counted. `patience`: seconds that a source which
+    // waits for nobody's clock may wait for room; 0 for all others.
+    virtual bool frame(const std::string& camera, PictureFrame frame, double patience) = 0;
+    virtual bool event(const std::string& camera, const CameraEvent& event) = 0;
+    virtual bool trackEnded(const std::string& camera, std::int64_t track) = 0;
+    /// It is later than that: what is over is closed.
+    virtual bool passed(const std::string& camera, std::int64_t time_ns) = 0;
+    /// Its events are closed. @param patience  seconds to wait until that is done
+    virtual void finish(const std::string& camera, double patience) = 0;
+};
+
+/// On a thread of its own, into the store.
+class PictureDesk : public PictureMaker {
  public:
     static constexpr std::size_t kMostBytes = 64 << 20;  ///< of frames that wait, of all cameras
     static constexpr std::size_t kMostWaiting = 20'000;
@@ -32,22 +52,16 @@ class PictureDesk {
     /// @param directory  the state directory
     PictureDesk(Store& store, std::string directory);
     /// What waits is still made, for a second and a half.
-    ~PictureDesk();
-    PictureDesk(const PictureDesk&) = delete;
-    PictureDesk& operator=(const PictureDesk&) = delete;
+    ~PictureDesk() override;
 
     /// The output that a camera gives its frames and events to. The desk lives longer.
     std::unique_ptr<Output> tap(const std::string& camera);
 
-    // For the tap, from its camera's thread. False where there is no room, which is counted. `patience`: seconds that
-    // a source which waits for nobody's clock may wait for room; 0 for all others.
-    bool frame(const std::string& camera, PictureFrame frame, double patience);
-    bool event(const std::string& camera, const CameraEvent& event);
-    bool trackEnded(const std::string& camera, std::int64_t track);
-    /// It is later than that: what is over is closed.
-    bool passed(const std::string& camera, std::int64_t time_ns);
-    /// Its events are closed. @param patience  seconds to wait until that is done
-    void finish(const std::string& camera, double patience);
+    bool frame(const std::string& camera, PictureFrame frame, double patience) override;
+    bool event(const std::string& camera, const CameraEvent& event) override;
+    bool trackEnded(const std::string& camera, std::int64_t track) override;
+    bool passed(const std::string& camera, std::int64_t time_ns) override;
+    void finish(const std::string& camera, double patience) override;
 
     PictureCounts counts();
 

@@ -10,7 +10,7 @@ namespace fleifeisa::host {
 
 class PictureTap : public Output {
  public:
-    PictureTap(PictureDesk& desk, std::string camera) : desk_(desk), camera_(std::move(camera)) {}
+    PictureTap(PictureMaker& desk, std::string camera) : desk_(desk), camera_(std::move(camera)) {}
 
     void frame(const FrameResult& result) override;
     void ended(const TrackFrame& frame, TrackEnd) override { forgetEnded(frame); }
@@ -27,7 +27,7 @@ class PictureTap : public Output {
     void closeWhatIsOver(std::int64_t time_ns);
     void forgetEnded(const TrackFrame& frame);
 
-    PictureDesk& desk_;
+    PictureMaker& desk_;
     const std::string camera_;
     std::map<std::int64_t, Sent> sent_;     ///< the best view so far, by track
     std::set<std::int64_t> running_;        ///< events
