@@ -22,7 +22,8 @@ packages_of() {
                 libsodium-dev libsqlite3-dev libhowardhinnant-date-dev libmicrohttpd-dev libxxhash-dev
             ;;
         video) echo ffmpeg ;;
-        test) echo libgtest-dev python3 python3-jsonschema ffmpeg xz-utils logrotate strace chromium chromium-driver python3-selenium ;;
+        test) echo libgtest-dev python3 python3-jsonschema ffmpeg xz-utils logrotate strace chromium chromium-driver python3-selenium \
+            slurmctld slurmd slurm-client munge iproute2 ;;
         matrix) echo clang libgtest-dev g++-aarch64-linux-gnu qemu-user ;;
         fuzz) echo clang libclang-rt-14-dev cmake ninja-build ;;
         lint) echo clang-tidy cppcheck ;;

@@ -8,6 +8,9 @@
 #include <thread>
 
 #include "archive/clip_pool.h"
+#include "archive/cutting.h"
+#include "archive/slurm.h"
+#include "archive/verify.h"
 #include "cli/clip_list.h"
 #include "common/text.h"
 
@@ -113,7 +116,8 @@ TEST(ClipList, MomentsInNames) {
 /// The name of a clip's result with this configuration of camera "gate".
 std::string nameWith(const std::string& config, Clip clip = {"gate", "/a/b.mp4", std::nullopt, 7, 8, {}},
                      const char* version = "1") {
-    const std::string text = config.find("[[camera]]") == std::string::npos ? "[[camera]]\nname='gate'\n" + config : config;
+    const std::string text =
+        config.find("[[camera]]") == std::string::npos ? "[[camera]]\nname='gate'\n" + config : config;
     return clipRun(clip, *configsOf(text).find("gate"), version).name;
 }
 
@@ -140,7 +144,8 @@ TEST(ClipRun, ItsNameFollowsWhatMatters) {
         {"changed file", nameWith("profile='traffic'\nsize='320x240'", {"gate", "/a/b.mp4", std::nullopt, 7, 9, {}}),
          false},
         {"start", nameWith("profile='traffic'\nsize='320x240'", {"gate", "/a/b.mp4", 5, 7, 8, {}}), false},
-        {"part", nameWith("profile='traffic'\nsize='320x240'", {"gate", "/a/b.mp4", std::nullopt, 7, 8, {1, 2, 3, 4, 5}}),
+        {"part",
+         nameWith("profile='traffic'\nsize='320x240'", {"gate", "/a/b.mp4", std::nullopt, 7, 8, {1, 2, 3, 4, 5}}),
          false},
     };
     for (const auto& row : rows) EXPECT_EQ(row.name == plain, row.same) << row.what;
@@ -155,6 +160,83 @@ TEST(ClipRun, RecordsAreReadAsTheyWereWritten) {
     const ClipSummary summary{"n", clip, "torn", 9, 8, 320, 240, -1, 7, 6, 5, "a", "b", "c", "d"};
     EXPECT_EQ(fromJson<ClipSummary>(toJson(summary)), summary);
     EXPECT_THROW(fromJson<ClipSummary>("{}"), std::runtime_error);
+}
+
+TEST(Cutting, PartsCoverTheClipOnce) {
+    const struct {
+        std::int64_t duration, length;
+        std::vector<std::pair<std::int64_t, std::int64_t>> parts;  // from, to; seconds
+    } rows[] = {
+        {100, 0, {{0, 0}}},
+        {0, 60, {{0, 0}}},
+        {89, 60, {{0, 0}}},
+        {90, 60, {{0, 60}, {60, 0}}},
+        {149, 60, {{0, 60}, {60, 0}}},
+        {150, 60, {{0, 60}, {60, 120}, {120, 0}}},
+    };
+    constexpr std::int64_t kSecond = 1'000'000'000;
+    for (const auto& row : rows) {
+        std::vector<std::pair<std::int64_t, std::int64_t>> parts;
+        const CutSettings settings{row.length * kSecond, 7, 9};
+        double weight = 0;
+        for (const Clip& clip : partsOf({"gate", "/a", 5, 3000, 8, {}}, row.duration * kSecond, settings)) {
+            parts.emplace_back(clip.part.from_ns / kSecond, clip.part.to_ns / kSecond);
+            weight += clip.weight();
+        }
+        EXPECT_EQ(parts, row.parts) << row.duration;
+        EXPECT_DOUBLE_EQ(weight, 3000);
+    }
+}
+
+TEST(Slurm, TasksAreOfEqualLengthAndNotTooMany) {
+    const struct {
+        std::vector<std::uint64_t> bytes;
+        std::size_t most;
+        std::vector<std::size_t> sizes;  // of chunks
+        std::int64_t memory_mb, minutes;
+    } rows[] = {
+        {{10, 10, 10, 10, 10}, 1000, {3, 2}, 448, 35},  // 100 s each, 300 s a task
+        {{100, 1, 1}, 1000, {1, 2}, 448, 82},           // longer than a task should be
+        {{30, 30, 30, 30, 30, 30}, 2, {6}, 448, 135},   // the array may not have more: twice the share of one task
+        {{30, 30, 30, 30, 30, 30}, 1000, {1, 1, 1, 1, 1, 1}, 448, 35},
+    };
+    for (const auto& row : rows) {
+        std::vector<ClipRun> runs;
+        for (const std::uint64_t bytes : row.bytes)
+            runs.push_back({std::to_string(runs.size()), {"gate", "/a", 5, bytes, 8, {}}, ""});
+        std::vector<const ClipRun*> pointers;
+        for (const ClipRun& run : runs) pointers.push_back(&run);
+        const ArrayShape shape = shapeOf(pointers, {10, 100 << 20}, row.most);
+        std::vector<std::size_t> sizes;
+        std::size_t next = 0;
+        for (const auto& chunk : shape.chunks) {
+            sizes.push_back(chunk.size());
+            for (const std::string& name : chunk) EXPECT_EQ(name, std::to_string(next++));
+        }
+        EXPECT_EQ(sizes, row.sizes);
+        EXPECT_EQ(std::pair(shape.memory_mb, shape.minutes), std::pair(row.memory_mb, row.minutes));
+    }
+}
+
+TEST(Verify, TheOddOneIsNamedAndNobodyElse) {
+    const struct {
+        std::vector<Witness> witnesses;
+        bool agrees;
+        std::vector<std::string> wrong;
+        std::string differences;
+    } rows[] = {
+        {{{"a", "1 2 3 4"}, {"b", "1 2 3 4"}}, true, {}, ""},
+        {{{"a", "1 2 3 4"}, {"b", "1 9 3 4"}}, false, {}, "replies"},
+        {{{"a", "1 2 3 4"}, {"b", "1 9 9 4"}, {"c", "1 2 3 4"}}, false, {"b"}, "replies, tracks"},
+        {{{"a", "8 2 3 4"}, {"b", "1 2 3 4"}, {"c", "1 2 3 4"}}, false, {"a"}, "frames"},
+        {{{"a", "1 2 3 7"}, {"b", "1 2 3 8"}, {"c", "1 2 3 9"}}, false, {}, "events"},
+    };
+    for (const auto& row : rows) {
+        const VerifiedClip clip{nullptr, row.witnesses, ""};
+        EXPECT_EQ(clip.agrees(), row.agrees);
+        EXPECT_EQ(clip.wrongNodes(), row.wrong);
+        EXPECT_EQ(clip.differences(), row.differences);
+    }
 }
 
 class PoolTest : public testing::Test {

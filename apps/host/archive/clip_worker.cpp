@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <thread>
 
 #include "archive/clip_pictures.h"
@@ -30,6 +31,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// Held while a result gets its name: what is removed at an early end must be a part, not half of a result.
+std::mutex naming;
+
 /// Ends the process when whoever gave the order has gone, even without a word.
 void endWithParent() {
     std::thread([] {
@@ -38,6 +42,7 @@ void endWithParent() {
         for (;;) {
             ::poll(&item, 1, -1);
             if (::read(STDIN_FILENO, bytes.data(), bytes.size()) > 0) continue;
+            const std::lock_guard lock(naming);
             killAllChildren();
             removeLeftovers(true);
             ::_exit(EX_TEMPFAIL);
@@ -128,6 +133,7 @@ class Run {
         cost.ended_ns = std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
         cost.warnings = loggedTroubles(nullptr);
         writeText(part_ + "/run.json", toJson(cost));
+        const std::lock_guard lock(naming);
         archive_.finish(part_, run_.name);
         return 0;
     }

@@ -74,14 +74,15 @@ std::optional<RunCost> measuredCost(const Archive& archive) {
     return cost;
 }
 
-ArrayShape shapeOf(std::span<const ClipRun* const> runs, const RunCost& cost, std::size_t most_tasks) {
+ArrayShape shapeOf(std::span<const ClipRun* const> runs, const RunCost& cost, std::size_t most_tasks,
+                   double task_seconds) {
     constexpr double kSpare = 1.5, kSlower = 4;  // of memory; of time: clips and machines differ
     constexpr std::int64_t kMore = 256, kStep = 64, kMega = 1 << 20, kMinutes = 15;
     const auto seconds = [&cost](const ClipRun* run) { return run->clip.weight() * cost.seconds_per_weight; };
     double all = 0;
     for (const ClipRun* run : runs) all += seconds(run);
     // Twice the share of each task, as the last clip of a task may be longer than what was left for it.
-    const double wanted = std::max(kTaskSeconds, 2 * all / static_cast<double>(std::max<std::size_t>(1, most_tasks)));
+    const double wanted = std::max(task_seconds, 2 * all / static_cast<double>(std::max<std::size_t>(1, most_tasks)));
     ArrayShape shape;
     double filled = wanted, longest = 0;
     for (const ClipRun* run : runs) {
@@ -97,6 +98,13 @@ ArrayShape shapeOf(std::span<const ClipRun* const> runs, const RunCost& cost, st
     shape.memory_mb = (peak + kStep - 1) / kStep * kStep;
     shape.minutes = kMinutes + std::llround(std::ceil(kSlower * longest / 60));
     return shape;
+}
+
+std::set<std::string> clusterNodes() {
+    std::istringstream words(ask({"sinfo", "--noheader", "--Node", "--format=%N"}));
+    std::set<std::string> nodes;
+    for (std::string node; words >> node;) nodes.insert(node);
+    return nodes;
 }
 
 std::size_t mostTasks() {

@@ -7,6 +7,7 @@
 //   slurm/ID_TASK.log what a task wrote
 #pragma once
 
+#include <set>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -36,13 +37,14 @@ struct ArrayShape {
     std::int64_t memory_mb = 0;                    ///< limit of a task
     std::int64_t minutes = 0;                      ///< limit of a task
 };
-/// Tasks of a few minutes (kTaskSeconds), more where the array may not have so many tasks; limits with room to spare.
-ArrayShape shapeOf(std::span<const ClipRun* const> runs, const RunCost& cost, std::size_t most_tasks);
 constexpr double kTaskSeconds = 300;
+/// Tasks of about so many seconds, more where the array may not have so many tasks; limits with room to spare.
+ArrayShape shapeOf(std::span<const ClipRun* const> runs, const RunCost& cost, std::size_t most_tasks,
+                   double task_seconds = kTaskSeconds);
 
 struct SlurmSettings {
     std::string analyzer;             ///< "": found
-    std::string exclude;              ///< node that is to do nothing, "": none
+    std::string exclude;              ///< nodes that are to do nothing, by commas, "": none
     std::vector<std::string> sbatch;  ///< further options of sbatch, such as a partition
     bool merge = true;                ///< a job behind the array
 };
@@ -52,6 +54,8 @@ std::string submit(const Archive& archive, const ArrayShape& shape, const SlurmS
 /// Names of the runs of a task. @throws std::runtime_error where there is no such task
 std::vector<std::string> runsOfTask(const std::string& chunks, std::size_t task);
 
+/// Names of the cluster's nodes. @throws SlurmError
+std::set<std::string> clusterNodes();
 /// Tasks that an array may have. @throws SlurmError
 std::size_t mostTasks();
 /// Waits until Slurm knows no job of these ids any more that is not over. False where the stop came first.

@@ -48,6 +48,7 @@ int runHere(Archive& archive, const Plan& plan, const BatchOptions& options) {
     const Interrupts interrupts;
     PoolSettings settings;
     settings.jobs = options.jobs;
+    settings.nice = options.nice;
     settings.retry_lasting = options.retry;
     settings.analyzer = foundAnalyzer(options.analyzer);
     std::function<void(const PoolProgress&)> tick;

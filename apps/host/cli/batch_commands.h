@@ -14,11 +14,13 @@ struct BatchOptions {
     std::string config;              ///< "": all is as usual
     std::string out = "archive";     ///< the archive's directory
     int jobs = 0;                    ///< processes, 0: one for each processor
+    int nice = 10;                   ///< of the processes
     CutSettings cut;
-    bool retry = false;               ///< also what failed because of its clip
-    bool merge = true;                ///< behind the clips
-    bool slurm = false;               ///< by a cluster: submits what is missing, and returns
-    std::vector<std::string> sbatch;  ///< further options of sbatch
+    bool retry = false;                      ///< also what failed because of its clip
+    bool merge = true;                       ///< behind the clips
+    bool slurm = false;                      ///< by a cluster: submits what is missing, and returns
+    std::vector<std::string> sbatch;         ///< further options of sbatch
+    std::int64_t task_ns = 300'000'000'000;  ///< that a task of an array should take
     bool quiet = false;
     std::string analyzer;
     std::string version;  ///< of this program

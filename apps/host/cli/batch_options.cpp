@@ -96,10 +96,13 @@ void addBatch(CLI::App& app, int& code, const std::string& version) {
     batch->add_option("--out", options->out, "directory of the archive (archive)");
     batch->add_option("--jobs", options->jobs, "processes at a time, which share as many processors (all there are)")
         ->check(CLI::Range(1, 1024));
+    batch->add_option("--nice", options->nice, "how far they stand back for other programs of this machine (10)")
+        ->check(CLI::Range(0, 19));
     addDuration(*batch, "--cut", options->cut.length_ns, "cut long files into parts of such a length: 1h");
     addDuration(*batch, "--warm-up", options->cut.warm_up_ns,
                 "what each part reads before it begins, to learn the scene (120 s)");
     addSlurm(*batch, options->slurm, options->sbatch, "submit what is missing to a Slurm cluster, and return");
+    addDuration(*batch, "--task-time", options->task_ns, "of --slurm: what a job should take, about (300 s)");
     batch->add_flag("--retry", options->retry, "also clips that failed before because of what is in them");
     batch->add_flag("!--no-merge", options->merge, "leave page and database for later (batch merge)");
     batch->add_option("--analyzer", options->analyzer, "the analyzer's executable");

@@ -81,7 +81,7 @@ int submitMissing(Archive& archive, const Plan& plan, const BatchOptions& option
         if (interrupts.stopped()) return EX_TEMPFAIL;
         runs = missing(archive, plan, false);
         if (!runs.empty()) {
-            const ArrayShape shape = shapeOf(runs, cost, most);
+            const ArrayShape shape = shapeOf(runs, cost, most, static_cast<double>(options.task_ns) / 1e9);
             SlurmSettings slurm;
             slurm.analyzer = options.analyzer.empty() ? "" : settings.analyzer;
             slurm.sbatch = options.sbatch;

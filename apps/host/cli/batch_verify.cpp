@@ -43,12 +43,15 @@ RunAgain runAgainHere(const VerifyOptions& options, const Event& stop) {
 RunAgain runAgainByOthers(const VerifyOptions& options, const Archive& archive, const Event& stop) {
     const auto cost = measuredCost(archive);
     if (!cost) throw SourceError(EX_NOINPUT, archive.directory() + ": nothing is done there yet");
-    return [&options, &archive, &stop, cost = *cost](Archive& again, const std::vector<const ClipRun*>& runs,
-                                                     const std::map<std::string, std::vector<std::string>>& nodes) {
+    return [&options, &stop, cost = *cost](Archive& again, const std::vector<const ClipRun*>& runs,
+                                           const std::map<std::string, std::vector<std::string>>& nodes) {
+        const std::set<std::string> known = clusterNodes();
         std::map<std::string, std::vector<const ClipRun*>> groups;
         for (const ClipRun* run : runs) {
-            const auto& made_by = nodes.at(run->name);
-            groups[joined({made_by.begin(), made_by.end()})].push_back(run);
+            std::set<std::string> exclude;
+            for (const std::string& node : nodes.at(run->name))
+                if (known.contains(node)) exclude.insert(node);  // others, such as this one, do no jobs anyway
+            groups[joined(exclude)].push_back(run);
         }
         std::vector<std::string> ids;
         for (const auto& [exclude, group] : groups) {
