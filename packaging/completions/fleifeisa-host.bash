@@ -3,7 +3,7 @@
 _fleifeisa_host() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb='' word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        case $word in play | run | replay | report | events | tell | db | user | scenes) verb=$word && break ;; esac
+        case $word in play | run | replay | report | batch | events | tell | db | user | scenes) verb=$word && break ;; esac
     done
     local source="--rate --idle-rate --frames --region --size --matrix --range --live --no-live --loop --profile --mask --private --tracks --least-area --shadow-test
         --no-shadow-test --split-people --no-split-people --realtime --stall-timeout --start-time --credentials --redirects --ffmpeg-option --zone --line"
@@ -27,17 +27,20 @@ _fleifeisa_host() {
         --tracks) words="filtered raw" ;;
         --matrix) words="bt601 bt709 bt2020" ;;
         --range) words="full limited" ;;
+        --config) ;;
         --output) [ "$verb" = play ] && words=$outputs ;;
         --analyzer | --out | --replies | -o) ;;
         *)
             case $verb in
                 play) words="$source $analyzer --state --out --output --rotate-size --rotate-hours --rotate-keep --quiet --help" ;;
-                '') words="play run replay report events tell db user scenes --verbose --log-format --version --help" ;;
+                '') words="play run replay report batch events tell db user scenes --verbose --log-format --version --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --print-config --analyzer --help" ;;
                 replay) words="--verify --out --output --replies --analyzer --help" ;;
                 events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --near-misses
                     export keep unkeep delete --out --help" ;;
+                batch) words="status merge verify cancel --config --out --jobs --nice --cut --warm-up --slurm --sbatch --task-time --retry --no-merge
+                    --watch --share --analyzer --quiet --help" ;;
                 tell) words="--state --help" ;;
                 db) words="check backup use --state --help" ;;
                 user) words="add list remove password change token --state --role --camera --all-cameras --help" ;;

@@ -1,6 +1,6 @@
 # fish completion for fleifeisa-host
 
-set -l verbs play run replay report events tell db user scenes
+set -l verbs play run replay report batch events tell db user scenes
 set -l none "not __fish_seen_subcommand_from $verbs"
 set -l feeds "__fish_seen_subcommand_from play report"
 set -l play "__fish_seen_subcommand_from play"
@@ -30,6 +30,17 @@ complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run repla
 
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l output -r -a "replies recording jsonl mot onvif tracks events video report" -d "an output"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l out -r -d "directory of the outputs"
+set -l batch "__fish_seen_subcommand_from batch"
+complete -c fleifeisa-host -n $batch -a "status merge verify cancel"
+for option in config out analyzer
+    complete -c fleifeisa-host -n $batch -l $option -r
+end
+for option in jobs nice cut warm-up sbatch task-time share
+    complete -c fleifeisa-host -n $batch -l $option -x
+end
+for flag in slurm retry no-merge watch quiet
+    complete -c fleifeisa-host -n $batch -l $flag
+end
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell" -l state -r -d "state directory"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -f -a "add list remove password change token"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l role -x -a "view admin"
