@@ -35,12 +35,13 @@ _fleifeisa_host() {
                 '') words="play run replay report compare tune batch events tell db user scenes --verbose --log-format --version --help" ;;
                 report) words="$source $analyzer --output --help" ;;
                 run) words="--check-config --print-config --analyzer --help" ;;
-                batch) words="--config --out --jobs --retry --analyzer --quiet --help" ;;
                 replay) words="--verify --out --output --replies --analyzer --help" ;;
                 events) words="--state --camera --rule --kind --since --until --last --json --csv --what-if --days --timezone --near-misses
                     export keep unkeep delete --out --help" ;;
                 compare) words="--clips --out --fail-on-change --jobs --analyzer --quiet --help" ;;
                 tune) words="--clips --truth --config --camera --out --candidates --miss-weight --least-seconds --jobs --analyzer --quiet --help" ;;
+                batch) words="status merge verify cancel --config --out --jobs --nice --cut --warm-up --slurm --sbatch --task-time --retry --no-merge
+                    --watch --share --analyzer --quiet --help" ;;
                 tell) words="--state --help" ;;
                 db) words="check backup use --state --help" ;;
                 user) words="add list remove password change token --state --role --camera --all-cameras --help" ;;

@@ -32,6 +32,18 @@ complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l outpu
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l out -r -d "directory of the outputs"
 complete -c fleifeisa-host -n $feeds -l credentials -r -d "file with name and password"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell events db" -l state -r -d "state directory"
+set -l batch "__fish_seen_subcommand_from batch"
+complete -c fleifeisa-host -n $batch -a "status merge verify cancel"
+for option in config out analyzer
+    complete -c fleifeisa-host -n $batch -l $option -r
+end
+for option in jobs nice cut warm-up sbatch task-time share
+    complete -c fleifeisa-host -n $batch -l $option -x
+end
+for flag in slurm retry no-merge watch quiet
+    complete -c fleifeisa-host -n $batch -l $flag
+end
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell" -l state -r -d "state directory"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -f -a "add list remove password change token"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l role -x -a "view admin"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l state -r -d "state directory"
@@ -47,11 +59,6 @@ for flag in json csv near-misses
     complete -c fleifeisa-host -n "__fish_seen_subcommand_from events" -l $flag
 end
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from events" -s o -l out -r -d "directory or zip file"
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -l config -r -d "configuration of the cameras"
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -l out -r -d "directory of the archive"
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -l jobs -x -d "processes at a time"
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -l retry -d "also clips that failed"
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from batch" -s q -l quiet -d "no progress"
 for option in rotate-size rotate-hours rotate-keep
     complete -c fleifeisa-host -n $play -l $option -x
 end
