@@ -1,6 +1,7 @@
 // A camera with a real analyzer and a synthetic scene, and somebody who writes down what it tells.
 #pragma once
 
+#include <csignal>
 #include <gtest/gtest.h>
 #include <poll.h>
 
@@ -62,6 +63,7 @@ class Witness : public Output {
 
 class Handover : public testing::Test {
  protected:
+    Handover() { std::signal(SIGPIPE, SIG_IGN); }  // as the host does: a broken analyzer is told by its pipe
     CameraConfig camera(const std::string& scene) const {
         CameraConfig config;
         config.name = "gate";

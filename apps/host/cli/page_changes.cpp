@@ -139,8 +139,13 @@ HostConfig PageChanges::checked(const json& overrides) const {
     std::vector<std::string> errors;
     HostConfig config = parseConfig(text_, path_, errors, ConfigCheck::kText, &file);
     if (errors.empty()) {
-        for (CameraConfig& camera : config.cameras)
-            camera.analyzer.program = config_.cameras.front().analyzer.program;  // found when the host began
+        for (CameraConfig& camera : config.cameras) {
+            // Found and chosen when the host began.
+            const CameraConfig& before = cameraOf(config_, camera.name);
+            camera.analyzer.program = before.analyzer.program;
+            camera.analyzer.explainer = before.analyzer.explainer;
+            camera.explain_off = before.explain_off;
+        }
         return config;
     }
     // "FILE:LINE: camera[1].zone[2].points: why": places in a file that nobody has written are no help.
