@@ -372,7 +372,7 @@ class Loader {
             source.credentials = resolved(source.credentials);
         in.parsed("matrix", parseMatrix, [&source](Matrix matrix) { source.matrix = matrix; });
         in.parsed("range", parseFullRange, [&source](bool full) { source.full_range = full; });
-        source.rate = in.number("rate", 0.001, 1000).value_or(0);
+        source.rate = in.number("rate", 0, 1000).value_or(0);
         source.idle_rate = in.number("idle_rate", kLeastIdleRate, 1000).value_or(0);
         if (const std::string wrong = idleRateFault(source); !wrong.empty()) in.complain("idle_rate", wrong);
         source.live = in.flag("live");

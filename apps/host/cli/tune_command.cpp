@@ -306,6 +306,7 @@ class Tuning {
 
     void fillPage() {
         page_.infrared = space_.infrared;
+        page_.over_rate = present_.rate > 0;
         page_.weights = options_.weights;
         page_.least_seconds = options_.least_seconds;
         page_.learning_seconds = space_.learning_seconds;
@@ -332,7 +333,7 @@ class Tuning {
     /// The files: the page, the table, both configurations, and their comparison.
     int write() {
         showProgress("");
-        const std::string lines = candidateToml(page_.best().judged.candidate, page_.infrared);
+        const std::string lines = candidateToml(page_.best().judged.candidate, page_.infrared, page_.over_rate);
         writeFile(options_.out + "/present.toml", configuration_);
         writeFile(options_.out + "/best.toml", page_.present == 0 ? configuration_ : withLines(configuration_, lines));
         writeFile(options_.out + "/candidates.csv", tuneTable(page_));

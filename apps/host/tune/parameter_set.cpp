@@ -24,12 +24,12 @@ std::string candidateText(const ParameterSet& candidate) {
     return text;
 }
 
-std::string candidateToml(const ParameterSet& candidate, bool infrared) {
+std::string candidateToml(const ParameterSet& candidate, bool infrared, bool over_rate) {
     std::string text;
     text += candidate.longest_side == ParameterSet::kFull
                 ? "size = \"full\"\n"
                 : "size = \"" + std::to_string(candidate.longest_side) + "\"\n";
-    if (candidate.rate > 0) text += "rate = " + shortest(candidate.rate) + "\n";
+    if (candidate.rate > 0 || over_rate) text += "rate = " + shortest(candidate.rate) + "\n";
     text += "least_area = " + shortest(candidate.least_area) + "\n";
     text += std::string("shadow_test = ") + (candidate.shadow_test ? "true" : "false") + "\n";
     text += std::string("split_people = ") + (candidate.split_people ? "true" : "false") + "\n";

@@ -27,7 +27,8 @@ struct ParameterSet {
 std::string candidateText(const ParameterSet& candidate);
 
 /// The lines of a [[camera]] table that say the same; the control table comes last.
-std::string candidateToml(const ParameterSet& candidate, bool infrared);
+/// @param over_rate  the table has a rate that must not stay
+std::string candidateToml(const ParameterSet& candidate, bool infrared, bool over_rate);
 
 /// Processor seconds for a second of video, in three parts.
 struct TrialCost {

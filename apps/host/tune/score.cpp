@@ -55,27 +55,37 @@ bool Scorer::ignored(std::int64_t time_ns, const ShareBox& box) const {
     });
 }
 
-/// The track that lies on it best is on it; others are excused.
-bool Scorer::onBoxes(std::size_t index, std::int64_t time_ns, const std::vector<ShownTrack>& shown,
-                     std::set<std::int64_t>& excused) {
-    const auto [begin, end] = boxesAt(truth_.things[index].boxes, time_ns, truth_.box_step_ns * 3 / 4);
-    if (begin == end) return false;
-    ThingSeen& thing = things_[index];
-    ++thing.present;
-    const ShownTrack* best = nullptr;
-    double most = 0;
-    for (const ShownTrack& seen : shown) {
-        const double value = overlap(seen.box, begin->box);
-        if (value < kOnThing) continue;
-        excused.insert(seen.track);
-        if (value <= most) continue;
-        most = value;
-        best = &seen;
+/// Things and tracks that lie on each other best belong together, each to one: two people under one box are not both
+/// found. Other tracks that lie on a thing are excused.
+void Scorer::onBoxes(std::int64_t time_ns, const std::vector<ShownTrack>& shown, std::set<std::int64_t>& excused) {
+    struct Pairing {
+        double overlaps;
+        std::size_t thing;
+        std::int64_t track;
+    };
+    std::vector<Pairing> pairings;
+    for (std::size_t index = 0; index < truth_.things.size(); ++index) {
+        if (truth_.things[index].rough()) continue;
+        const auto [begin, end] = boxesAt(truth_.things[index].boxes, time_ns, truth_.box_step_ns * 3 / 4);
+        if (begin == end) continue;
+        ++things_[index].present;
+        for (const ShownTrack& seen : shown) {
+            const double value = overlap(seen.box, begin->box);
+            if (value < kOnThing) continue;
+            excused.insert(seen.track);
+            pairings.push_back({value, index, seen.track});
+        }
     }
-    if (best == nullptr) return true;
-    ++thing.seen;
-    ++tracks_[best->track].on[index].frames;
-    return true;
+    std::ranges::stable_sort(pairings, std::ranges::greater{}, &Pairing::overlaps);
+    std::set<std::size_t> things;
+    std::set<std::int64_t> tracks;
+    for (const Pairing& one : pairings) {
+        if (things.contains(one.thing) || tracks.contains(one.track)) continue;
+        things.insert(one.thing);
+        tracks.insert(one.track);
+        ++things_[one.thing].seen;
+        ++tracks_[one.track].on[one.thing].frames;
+    }
 }
 
 void Scorer::onSpan(std::size_t index, std::int64_t time_ns, const std::vector<ShownTrack>& shown) {
@@ -97,12 +107,9 @@ void Scorer::onSpan(std::size_t index, std::int64_t time_ns, const std::vector<S
 void Scorer::frame(std::int64_t time_ns, const std::vector<ShownTrack>& shown) {
     if (!judged(time_ns)) return;
     std::set<std::int64_t> excused;
-    for (std::size_t index = 0; index < truth_.things.size(); ++index) {
-        if (truth_.things[index].rough())
-            onSpan(index, time_ns, shown);
-        else
-            onBoxes(index, time_ns, shown, excused);
-    }
+    onBoxes(time_ns, shown, excused);
+    for (std::size_t index = 0; index < truth_.things.size(); ++index)
+        if (truth_.things[index].rough()) onSpan(index, time_ns, shown);
     for (const ShownTrack& seen : shown) {
         Seen& track = tracks_[seen.track];
         ++track.frames;

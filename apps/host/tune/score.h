@@ -55,8 +55,7 @@ class Scorer {
 
     bool judged(std::int64_t time_ns) const;
     bool ignored(std::int64_t time_ns, const ShareBox& box) const;
-    bool onBoxes(std::size_t index, std::int64_t time_ns, const std::vector<ShownTrack>& shown,
-                 std::set<std::int64_t>& excused);
+    void onBoxes(std::int64_t time_ns, const std::vector<ShownTrack>& shown, std::set<std::int64_t>& excused);
     void onSpan(std::size_t index, std::int64_t time_ns, const std::vector<ShownTrack>& shown);
     bool belongs(const Seen& seen, std::size_t index) const;
     bool counts(const Thing& thing, std::int64_t length_ns) const;

@@ -43,7 +43,7 @@ class TruthReader {
 
     Truth read(const toml::table& table) {
         Truth truth;
-        known(table, "", {"nothing", "judged", "thing", "boxes"});
+        known(table, "", {"nothing", "judged", "thing", "boxes", prefix_.empty() ? "" : "file"});
         const bool nothing = table["nothing"].value_or(false);
         if (const toml::node* node = table.get("nothing"); node && !node->is_boolean())
             complain(*node, "nothing", "expected true or false");
@@ -52,7 +52,8 @@ class TruthReader {
         if (const toml::node* node = table.get("boxes")) readBoxes(*node, truth);
         const bool told = table.contains("thing") || table.contains("boxes");
         if (nothing && told) complain(table, "nothing", "either nothing was there, or the things that are listed");
-        if (!nothing && !told) complain(table, "", "expected nothing = true, [[thing]] tables, or a [boxes] table");
+        if (!nothing && !told)
+            complain(table, "nothing", "expected nothing = true, [[thing]] tables, or a [boxes] table");
         return truth;
     }
 
@@ -235,7 +236,7 @@ TruthBook::TruthBook(const std::string& file, std::vector<std::string>& errors) 
     }
     int index = 0;
     for (const toml::node& item : *clips) {
-        toml::table clip = *item.as_table();
+        const toml::table& clip = *item.as_table();
         const std::string key = "clip[" + std::to_string(++index) + "].";
         const auto name = clip["file"].value<std::string>();
         const std::string where = file_ + ":" + std::to_string(item.source().begin.line) + ": " + key + "file: ";
@@ -243,7 +244,6 @@ TruthBook::TruthBook(const std::string& file, std::vector<std::string>& errors) 
             errors.push_back(where + "expected the name of the clip's file");
             continue;
         }
-        clip.erase("file");
         if (!truths_.emplace(*name, TruthReader(file_, key, errors).read(clip)).second)
             errors.push_back(where + "this clip has a table already");
     }

@@ -266,7 +266,8 @@ std::string tunePage(const TunePage& page) {
             std::string(page.compare.empty()
                             ? ""
                             : "; <a href=\"" + xmlText(page.compare) + "\">what they change on these clips</a>") +
-            ".</p>\n<pre>" + xmlLines(candidateToml(best.candidate, page.infrared)) + "</pre>\n</section>\n";
+            ".</p>\n<pre>" + xmlLines(candidateToml(best.candidate, page.infrared, page.over_rate)) +
+            "</pre>\n</section>\n";
     text +=
         "<section>\n<h2>Found against wrong</h2>\n<div class=\"scroll\" tabindex=\"0\" role=\"group\" "
         "aria-label=\"Trade\">" +
@@ -303,7 +304,7 @@ std::string tuneText(const TunePage& page) {
     const Judged &best = page.best().judged, &present = page.rows[page.present].judged;
     text += number(static_cast<std::int64_t>(page.rows.size())) + " candidates. Now: " + scoreText(present.score) +
             ". Best: " + scoreText(best.score) + ".\n" + verdictText(page) + "\n\n" +
-            candidateToml(best.candidate, page.infrared);
+            candidateToml(best.candidate, page.infrared, page.over_rate);
     return text;
 }
 

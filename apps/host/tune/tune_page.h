@@ -26,6 +26,7 @@ struct TuneRow {
 
 struct TunePage {
     bool infrared = false;
+    bool over_rate = false;  ///< what is set now has a rate
     Weights weights;
     double least_seconds = 60;  ///< that a clip must have behind its learning
     double learning_seconds = 0;
