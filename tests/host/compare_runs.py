@@ -14,8 +14,8 @@ OTHER = "scene:crowd?size=96x64&frames=120&quiet=30&seed=4"
 class Compare(HostTest):
     def setUp(self):
         super().setUp()
-        self.write("a.toml", "[[camera]]\nname = 'any'\n[camera.control]\nbgframes = 20\n")
-        self.write("b.toml", "[[camera]]\nname = 'any'\nleast_area = 0.02\n[camera.control]\nbgframes = 20\n")
+        self.write("a.toml", "[[camera]]\nname = 'default'\n[camera.control]\nbgframes = 20\n")
+        self.write("b.toml", "[[camera]]\nname = 'default'\nleast_area = 0.02\n[camera.control]\nbgframes = 20\n")
 
     def page(self, out="compare"):
         return (self.dir / out / "compare.html").read_text()
@@ -49,7 +49,7 @@ class Compare(HostTest):
         self.assertGreater(self.page().count("data:image/jpeg;base64,"), 3)
 
     def test_faults_are_named(self):
-        self.write("bad.toml", "[[camera]]\nname = 'any'\nleast_area = 7\n")
+        self.write("bad.toml", "[[camera]]\nname = 'default'\nleast_area = 7\n")
         (self.dir / "empty").mkdir()
         self.write("no.mp4", "no video")
         for words, status, text in (
@@ -68,7 +68,7 @@ class Tune(HostTest):
         truth = "".join(f"[[clip]]\nfile = '{clip}'\n[[clip.thing]]\nfrom = 2\nto = 12\n" for clip in (BUSY, OTHER))
         self.write("truth.toml", truth + f"[[clip]]\nfile = '{QUIET}'\nnothing = true\n")
         # Sees things everywhere, and everything twice as finely as there is to see.
-        self.write("now.toml", "[[camera]]\nname = 'any'\nleast_area = 0.1\nidle_rate = 1\n[camera.control]\nbgframes = 20\n")
+        self.write("now.toml", "[[camera]]\nname = 'default'\nleast_area = 0.1\nidle_rate = 1\n[camera.control]\nbgframes = 20\n")
         words = ["tune", "--clips", BUSY, OTHER, QUIET, "--truth", "truth.toml", "--config", "now.toml", "--candidates", 12, "--least-seconds", 3]
         done = self.host(*words)
         self.assertRegex(done.stdout, r"1[0-2] candidates\. Now: 0 of \d found, .* Best: [12] of \d found")
@@ -95,7 +95,7 @@ class Tune(HostTest):
         self.assertGreater(len(list((self.dir / "tune/trials/results").iterdir())), len(trials))
 
     def test_what_cannot_be_judged_is_named(self):
-        self.write("now.toml", "[[camera]]\nname = 'any'\n[camera.control]\nbgframes = 20\n")
+        self.write("now.toml", "[[camera]]\nname = 'default'\n[camera.control]\nbgframes = 20\n")
         self.write("truth.toml", f"[[clip]]\nfile = '{BUSY}'\nnothing = true\n")
         words = ["tune", "--clips", BUSY, "--truth", "truth.toml", "--config", "now.toml"]
         done = self.host(*words, expect=65)

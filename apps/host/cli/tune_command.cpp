@@ -334,8 +334,10 @@ class Tuning {
     int write() {
         showProgress("");
         const std::string lines = candidateToml(page_.best().judged.candidate, page_.infrared, page_.over_rate);
-        writeFile(options_.out + "/present.toml", configuration_);
-        writeFile(options_.out + "/best.toml", page_.present == 0 ? configuration_ : withLines(configuration_, lines));
+        // Under the name that is taken for every clip, whatever its camera is called.
+        const std::string present = withLines(configuration_, std::string("name = \"") + kAnyCamera + "\"\n");
+        writeFile(options_.out + "/present.toml", present);
+        writeFile(options_.out + "/best.toml", page_.present == 0 ? present : withLines(present, lines));
         writeFile(options_.out + "/candidates.csv", tuneTable(page_));
         int status = 0;
         if (page_.present != 0) {
