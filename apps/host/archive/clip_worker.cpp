@@ -102,8 +102,7 @@ class Run {
         cost.ended_ns = std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
         cost.warnings = loggedTroubles(nullptr);
         writeText(part_ + "/run.json", toJson(cost));
-        const std::lock_guard lock(naming);
-        archive_.finish(part_, run_.name);
+        nameResult(archive_, part_, run_.name);
         return 0;
     }
 
@@ -175,6 +174,11 @@ void endWithParent() {
             ::_exit(EX_TEMPFAIL);
         }
     }).detach();
+}
+
+void nameResult(const Archive& archive, const std::string& part, const std::string& name) {
+    const std::lock_guard lock(naming);
+    archive.finish(part, name);
 }
 
 ClipCost costSince(Clock::time_point begin) {

@@ -18,6 +18,8 @@ int makeResult(const Archive& archive, const ClipRun& run, CameraConfig camera);
 
 /// For such a process: ends it, and all that it started, at the end of standard input. Call before other threads.
 void endWithParent();
+/// Archive::finish(), which the end of standard input waits for.
+void nameResult(const Archive& archive, const std::string& part, const std::string& name);
 /// What this process and its children have used.
 ClipCost costSince(Clock::time_point begin);
 

@@ -9,6 +9,9 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+/// Part of every order, and so of its result's name: with other rules of scoring all of them are made anew.
+constexpr int kForm = 1;
+
 Json jsonOf(const ParameterSet& c) {
     return {c.low, c.high, c.longest_side, c.rate, c.learning_frames, c.least_area, c.shadow_test, c.split_people};
 }
@@ -72,7 +75,8 @@ auto parsed(const char* what, const std::string& text, Read read) {
 std::string toJson(const TrialOrder& order) {
     Json candidates = Json::array();
     for (const ParameterSet& one : order.candidates) candidates.push_back(jsonOf(one));
-    return Json{{"present", order.present},
+    return Json{{"form", kForm},
+                {"present", order.present},
                 {"learned_ns", order.learned_ns},
                 {"candidates", candidates},
                 {"truth", jsonOf(order.truth)}}

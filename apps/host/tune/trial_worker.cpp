@@ -40,7 +40,7 @@ int makeTrial(const Archive& archive, const ClipRun& run, CameraConfig camera) {
     ClipCost cost = costSince(begin);
     cost.ended_ns = std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
     writeFile(part + "/run.json", toJson(cost) + '\n');
-    archive.finish(part, run.name);
+    nameResult(archive, part, run.name);
     return 0;
 }
 
