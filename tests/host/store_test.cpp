@@ -336,8 +336,9 @@ TEST_F(StoreTest, ActivityIsTheMeanOfItsMinutes) {
     }
     ASSERT_TRUE(store.settle(30));
     const std::string text = EventQueries(directory).activity("gate", 0, 8 * 60 * kSecond, 2, true);
-    EXPECT_NE(text.find("\"foreground\":[0.3,0.6,0.5,null]"), std::string::npos) << text.substr(0, 200);
-    EXPECT_NE(text.find("\"grid\":[0.25,0,"), std::string::npos) << text.substr(0, 200);
+    EXPECT_NE(text.find("\"foreground\":[0.3000000,0.6000000,0.5000000,null]"), std::string::npos)
+        << text.substr(0, 200);
+    EXPECT_NE(text.find("\"grid\":[0.2500000,0.0000000,"), std::string::npos) << text.substr(0, 200);
 }
 
 // Held on for a moment by what a killed host was starting; a host that lives is another thing.
