@@ -63,7 +63,8 @@ _fleifeisa_host() {
     if [ -n "$words" ]; then
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
     else
-        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        if [ "$verb" = batch ]; then words="status merge verify cancel"; fi # or clips
+        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current"; compgen -f -- "$current")
     fi
 }
 complete -o filenames -F _fleifeisa_host fleifeisa-host

@@ -26,10 +26,21 @@ end
 complete -c fleifeisa-host -n $feeds -l matrix -x -a "bt601 bt709 bt2020"
 complete -c fleifeisa-host -n $feeds -l range -x -a "full limited"
 complete -c fleifeisa-host -n $feeds -l type -x -a "color ir auto"
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run replay batch" -l analyzer -r
+complete -c fleifeisa-host -n "__fish_seen_subcommand_from play report run replay" -l analyzer -r
 
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l output -r -a "replies recording jsonl mot onvif tracks events video report" -d "an output"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play replay" -l out -r -d "directory of the outputs"
+set -l batch "__fish_seen_subcommand_from batch"
+complete -c fleifeisa-host -n $batch -a "status merge verify cancel"
+for option in config out analyzer
+    complete -c fleifeisa-host -n $batch -l $option -r
+end
+for option in jobs nice cut warm-up sbatch task-time share
+    complete -c fleifeisa-host -n $batch -l $option -x
+end
+for flag in slurm retry no-merge watch quiet
+    complete -c fleifeisa-host -n $batch -l $flag
+end
 complete -c fleifeisa-host -n $feeds -l credentials -r -d "file with name and password"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell events db" -l state -r -d "state directory"
 set -l batch "__fish_seen_subcommand_from batch"
