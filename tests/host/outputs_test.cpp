@@ -9,6 +9,7 @@
 #include <fstream>
 #include <optional>
 #include <regex>
+#include <sstream>
 
 #include "camera/output_types.h"
 #include "common/process.h"
@@ -531,6 +532,29 @@ TEST(Report, ShowsTheValuesOfTheRun) {
         EXPECT_NEAR(at(margin + width / 2, 0, colour), 90, 40) << i;
         std::free(image.pixels);
     }
+}
+
+TEST(Report, AWayIsDrawnWithItsCornersAndWithoutJitter) {
+    Scenario run = documentedRun();
+    run.frames.assign(62, {.width = 512, .height = 160, .objects = {}});
+    for (int i = 0; i < 60;
+         ++i)  // to the right, then down, too; the box's height differs by a pixel from frame to frame
+        run.frames[static_cast<std::size_t>(i)].objects.push_back(
+            object(7, 4 * i, 20 + std::max(0, 2 * (i - 30)), 8, 6 + i % 2, 50));
+    const TempDir directory;
+    play(followed(run), "report", directory.path + "/page");
+    const std::string way = between(readFile(directory.path + "/page"), "<path class=\"way\" d=\"", "\"").at(0);
+    std::istringstream numbers(way.substr(way.find('l') + 1));
+    double across = 0, down = 0;
+    int vectors = 0;
+    for (double x = 0, y = 0; numbers >> x >> y; ++vectors) {
+        across += x;
+        down += y;
+    }
+    EXPECT_NEAR(across, 4 * 59, 1) << way;
+    EXPECT_NEAR(down, 2 * 29, 1.5) << way;
+    EXPECT_GE(vectors, 2) << way;
+    EXPECT_LE(vectors, 4) << way;
 }
 
 TEST(Report, BackgroundIsTheMedianAndThumbnailsTheLargestMoment) {

@@ -137,6 +137,10 @@ class WebTest(HostTest):
         lengths = struct.unpack(">II", file.read(8))
         return json.loads(file.read(lengths[0])), file.read(lengths[1])
 
+    def metrics(self):
+        lines = self.ask("metrics")[2].decode().splitlines()
+        return {name: int(value) for name, value in (line.rsplit(" ", 1) for line in lines if not line.startswith("#"))}
+
     def schema(self, name):
         return {"$schema": "https://json-schema.org/draft/2020-12/schema", "$ref": "#/components/schemas/" + name,
                 "components": API["components"]}
@@ -282,6 +286,7 @@ class Interface(WebTest):
         self.login()
         self.until(lambda: self.get("cameras/gate")["tracks"], "a track", 30)
         self.assertEqual(self.get("state")["web"]["encoded"], 0)
+        self.assertEqual(self.metrics()["fleifeisa_live_pictures_total"], 0)
         viewers = [self.stream("pictures?view=gate:100,yard:160")[1] for _ in range(3)]
         for file in viewers:
             self.assertIn("stream", self.message(file)[0])
@@ -297,6 +302,13 @@ class Interface(WebTest):
             by_number = {}
             for number, jpeg, sent in found:
                 self.assertEqual(by_number.setdefault(number, (jpeg, sent)), (jpeg, sent), camera)
+        metrics = self.metrics()
+        encoded = sum(len({number for number, _, _ in found}) for found in frames.values())
+        self.assertGreaterEqual(metrics["fleifeisa_live_pictures_total"], encoded)
+        self.assertLessEqual(metrics["fleifeisa_live_pictures_total"], self.get("state")["web"]["encoded"])
+        for camera, found in frames.items():  # they are looked at a few times a second
+            name = f'fleifeisa_frames_answered_total{{camera="{camera}"}}'
+            self.until(lambda: self.metrics()[name] >= found[-1][0], "the frames that were seen")
         for file in viewers:
             file.close()
         # The sockets are closed with the test: until then they are full, and the newest frame wins.
