@@ -129,7 +129,7 @@ TEST(NightWatch, ChangesItsMindOnlyForWhatLasts) {
         for (std::size_t i = 0; i < rgb.size(); i += 3)
             if ((!moment && !night && second < 160) ||
                 (second >= 90 && second < 110 && i / 3 % 64 == 2 && i / 192 % 12 == 2))
-                rgb[i] = 200;
+                rgb[i + (second < 100 ? 0 : 2)] = 200;  // first red, then blue
         if (const auto since = watch.update(rgb, 64, 64, second * 1'000'000'000LL))
             turns.emplace_back(second, static_cast<int>(*since / 1'000'000'000));
     }

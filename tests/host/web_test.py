@@ -425,7 +425,10 @@ class Rights(WebTest):
                                            ("POST", "users", {"name": "x", "password": PASSWORD, "role": "admin"}),
                                            ("PATCH", "users/guest", {"role": "admin"}), ("DELETE", "users/ann", None)):
                     self.assertEqual(ask(path, method, body)[0], 403, path)
-                self.assertEqual(ask(gate, "PATCH", {"mark": "right"})[0], 200)
+                for mark, by in (("right", "guest"), ("wrong", "guest"), (None, None)):
+                    self.assertEqual(ask(gate, "PATCH", {"mark": mark})[0], 200)
+                    details = ask(gate)[2]
+                    self.assertEqual((details["event"]["mark"], details["marked_by"]), (mark, by))
         # Changes of the other camera are not told.
         self.login("guest")
         _, file = self.stream("changes")
