@@ -17,7 +17,7 @@ import termios
 import time
 import unittest
 
-from support import (HAVE_FFMPEG, HostTest, RtspServer, StallingServer, needs_ffmpeg, recorded_frames, sequences, times)
+from support import (HAVE_FFMPEG, HOST, HostTest, RtspServer, StallingServer, needs_ffmpeg, recorded_frames, sequences, times)
 
 SMALL = "scene:street?size=96x64&frames=120&quiet=10"
 
@@ -225,6 +225,24 @@ for number, stamp in frames():
         self.until(lambda: (self.dir / "now").read_text().count("\n") > seen, "another one", timeout=8)
         self.assertTrue((self.dir / "now").read_text().endswith("\n"))
         self.assertEqual(self.end(process), 0)
+
+    def test_progress_at_a_terminal(self):
+        """One line that is written over, with what is known of the length, and gone at the end."""
+        reader, terminal = os.openpty()
+        process = subprocess.Popen([HOST, "play", SMALL + "&rate=100", "--realtime", "--output", "replies=r"], cwd=self.dir,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=terminal)
+        os.close(terminal)
+        shown = b""
+        try:
+            while chunk := os.read(reader, 65536):
+                shown += chunk
+        except OSError:  # the terminal's other end is closed
+            pass
+        os.close(reader)
+        self.assertEqual(process.wait(timeout=30), 0)
+        self.assertRegex(shown.decode(), r"\S+: frame \d+ of 120 \(\d+ %\), \d+ frames/s")
+        self.assertNotIn(b"\n", shown)
+        self.assertTrue(shown.endswith(b"\r\x1b[K"), shown[-40:])
 
 
 class Completion(HostTest):
