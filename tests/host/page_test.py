@@ -281,6 +281,25 @@ class Drawing(PageTest):
         self.assertEqual(self.ask("cameras/gate/trials/1")[0], 404)
 
 
+    def test_not_again(self):
+        """From a wrong event to a change that keeps it from coming, and back, with one click each."""
+        self.serve()
+        self.login()
+        event = self.until(lambda: next((e for e in self.get("events?camera=gate&kind=zone&limit=100")["events"] if e["end_ns"]), None), "an ended event", 40)
+        self.open(f"events?event={event['event']}")
+        self.wait("document.querySelector('dialog.player .facts')")
+        self.press("n")
+        button = "[...document.querySelectorAll('dialog.player button')].find(b => b.textContent.startsWith('Not again'))"
+        self.wait(button)
+        self.driver.execute_script(button + ".click()")
+        self.find(".notagain li[data-kind=least_age] .primary").click()
+        self.wait("document.activeElement.textContent === 'Take back'")
+        zone = self.get("cameras/gate/settings")["zones"][0]
+        self.assertGreater(zone["least_age"], 0)
+        self.press(Keys.ENTER)
+        self.until(lambda: self.get("cameras/gate/settings")["changed"] == [], "as it was")
+
+
 # What the video shows, read from its pixels; the clip's own word for it; and the boxes that lie on it.
 LOOK = """const v = document.querySelector('dialog video'), o = document.querySelector('dialog .clip canvas'), c = new OffscreenCanvas(192, 64), x = c.getContext('2d');
 x.drawImage(v, 0, 0, 192, 64);

@@ -181,9 +181,8 @@ bool Trial::wanted(const KeptFrame& frame) {
 
 void Trial::add(std::shared_ptr<const KeptFrame> frame, const FrameResult& result) {
     const std::lock_guard lock(mutex_);
-    const bool learned = state_.learning > 0 && state_.learned >= state_.learning;
     const std::int64_t live = newTracks(result.tracks.tracks, live_seen_);
-    if (learned) state_.live_tracks += live;
+    if (state_.settled) state_.live_tracks += live;
     if (state_.learning == 0 || !state_.trouble.empty() || !wanted(*frame)) return;
     if (state_.learned + static_cast<int>(learn_.size()) < state_.learning) {
         learn_.push_back(std::move(frame));
@@ -231,11 +230,15 @@ void Trial::run() {
             state_.width = trial->width();
             state_.height = trial->height();
             if (learns) continue;
-            if (state_.frames++ == 0) {
+            if (state_.frames++ == 0) first_ns = frame->time_ns;
+            if (!state_.settled) {
+                if (frame->time_ns - first_ns < kSettleNs) continue;
+                state_.settled = true;
+                state_.left_out = 0;
                 cpu_before = trial->cpuSeconds();
                 first_ns = frame->time_ns;
                 began = Clock::now();
-                state_.live_tracks = state_.left_out = 0;
+                continue;
             }
             state_.tracks += trial->new_tracks;
             state_.seconds = static_cast<double>(frame->time_ns - first_ns) / 1e9;

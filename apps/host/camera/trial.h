@@ -18,16 +18,18 @@
 
 namespace fleifeisa::host {
 
-/// What a trial has come to so far, and what its camera has in the same time.
+/// What a trial has come to so far, and what its camera has in the same time. Both are counted from the moment on at
+/// which it has settled: who is in the picture when it begins to look is no new track of its.
 struct TrialState {
-    int learned = 0, learning = 0;             ///< frames
-    std::int64_t frames = 0, left_out = 0;     ///< answered with detection; passed over because they came too fast
-    std::int64_t tracks = 0, live_tracks = 0;  ///< confirmed since it had learned
-    double seconds = 0;                        ///< of frames since it had learned
-    double cpu_seconds = 0;                    ///< of its analyzer and filter, since it had learned
-    double wall_seconds = 0;                   ///< since it had learned
-    int width = 0, height = 0;                 ///< of its frames
-    std::string trouble;                       ///< why it has ended, "" while it runs
+    int learned = 0, learning = 0;          ///< frames
+    std::int64_t frames = 0, left_out = 0;  ///< answered with detection; passed over because they came too fast
+    bool settled = false;
+    std::int64_t tracks = 0, live_tracks = 0;  ///< confirmed
+    double seconds = 0;                        ///< of frames
+    double cpu_seconds = 0;                    ///< of its analyzer and filter
+    double wall_seconds = 0;
+    int width = 0, height = 0;  ///< of its frames
+    std::string trouble;        ///< why it has ended, "" while it runs
 };
 
 class Trial final : public FrameTap {
@@ -46,6 +48,7 @@ class Trial final : public FrameTap {
 
  private:
     static constexpr std::size_t kMostWaiting = 2;
+    static constexpr std::int64_t kSettleNs = 5'000'000'000;  ///< after its first look
     class Run;
 
     void run();

@@ -1,10 +1,10 @@
 #include "cli/page_changes.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <system_error>
 
+#include "cli/camera_settings.h"
 #include "cli/overrides.h"
 #include "common/log.h"
 #include "http/message.h"
@@ -59,31 +59,6 @@ json objectOf(const std::string& text) {
 
 std::int64_t wallClock() {
     return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-json pointsJson(const auto& points) {
-    json list = json::array();
-    for (const auto& point : points) list.push_back({point.x, point.y});
-    return list;
-}
-
-json polygonsJson(const std::vector<Mask>& masks) {
-    json list = json::array();
-    for (const Mask& mask : masks) list.push_back(pointsJson(mask));
-    return list;
-}
-
-json limitsJson(const Limits& limits) {
-    return {{"least_size", {{"near", limits.least_size.near}, {"far", limits.least_size.far}}},
-            {"least_age", limits.least_age},
-            {"cooldown", limits.cooldown},
-            {"when", limits.when.text()}};
-}
-
-json numberOf(const std::optional<std::string>& text) {
-    double value = 0;
-    if (!text || std::from_chars(text->data(), text->data() + text->size(), value).ec != std::errc()) return nullptr;
-    return value;
 }
 
 CameraChange changeOf(const json& line) {
@@ -308,64 +283,7 @@ Rules PageChanges::rulesWith(const std::string& camera, const std::string& chang
 std::string PageChanges::settings(const std::string& camera) {
     const std::lock_guard lock(mutex_);
     const CameraConfig& config = cameraOf(config_, camera);
-    const json changed = overrides()["camera"].value(camera, json::object());
-    json zones = json::array(), lines = json::array(), removed = json::array(), units = json::array();
-    const auto origin = [&changed](const std::string& unit) {
-        const json value = valueOf(changed, unit);
-        return value.is_null() ? "file" : value.value("added", false) ? "page" : "changed";
-    };
-    for (const ZoneRule& zone : config.rules.zones) {
-        json one = limitsJson(zone.limits);
-        one.update({{"name", zone.name},
-                    {"title", zone.title},
-                    {"points", pointsJson(zone.points)},
-                    {"dwell", zone.dwell},
-                    {"stopped", zone.stopped},
-                    {"origin", origin("zone." + zone.name)}});
-        zones.push_back(std::move(one));
-    }
-    for (const LineRule& line : config.rules.lines) {
-        json one = limitsJson(line.limits);
-        one.update({{"name", line.name},
-                    {"title", line.title},
-                    {"points", pointsJson(std::array{line.from, line.to})},
-                    {"origin", origin("line." + line.name)}});
-        lines.push_back(std::move(one));
-    }
-    for (const auto& [key, value] : changed.items()) {
-        if (!isOneOf(kOverrideNamed, key)) units.push_back(key);
-        if (isOneOf(kOverrideNamed, key))
-            for (const auto& [name, one] : value.items()) {
-                units.push_back(key + '.' + name);
-                if (one.value("removed", false)) removed.push_back(key + '.' + name);
-            }
-    }
-    const ControlParameters& control = config.control;
-    const auto or_null = [](bool there, json value) { return there ? std::move(value) : json(); };
-    const json all = {{"camera", camera},
-                      {"zones", std::move(zones)},
-                      {"lines", std::move(lines)},
-                      {"masks", polygonsJson(config.source.masks)},
-                      {"private", polygonsJson(config.source.private_areas)},
-                      {"tuning",
-                       {{"profile", or_null(!config.profile.empty(), config.profile)},
-                        {"rate", or_null(config.source.rate > 0, config.source.rate)},
-                        {"size", or_null(config.source.width > 0, std::to_string(config.source.width) + 'x' +
-                                                                      std::to_string(config.source.height))},
-                        {"longest_side", or_null(config.source.longest_side > 0, config.source.longest_side)},
-                        {"least_area", config.filter.least_area},
-                        {"shadow_test", config.filter.shadow_test},
-                        {"split_people", config.filter.split_people},
-                        {"stopped", config.rules.stopped},
-                        {"learning", numberOf(control.bgframes)},
-                        {"low", numberOf(config.analyzer.infrared ? control.ir_low : control.color_low)},
-                        {"high", numberOf(config.analyzer.infrared ? control.ir_high : control.color_high)},
-                        {"infrared", config.analyzer.infrared}}},
-                      {"motion", limitsJson(config.rules.motion)},
-                      {"hands_over", config.handsOver()},
-                      {"changed", std::move(units)},
-                      {"removed", std::move(removed)}};
-    return all.dump(-1, ' ', false, json::error_handler_t::replace);
+    return settingsJson(config, overrides()["camera"].value(camera, json::object()));
 }
 
 }  // namespace fleifeisa::host

@@ -13,6 +13,7 @@
 #include "cli/explain_choice.h"
 #include "cli/page_changes.h"
 #include "cli/paths.h"
+#include "cli/run_config.h"
 #include "cli/store_commands.h"
 #include "cli/trials.h"
 #include "common/log.h"
@@ -77,38 +78,11 @@ class Service {
     }
 
  private:
-    /// The file and what was changed on the page.
     bool load(HostConfig& config) {
-        std::vector<std::string> errors;
-        const std::optional<std::string> text = readConfig(options_.config, errors);
-        std::string read = text.value_or("");
-        if (text) config = withChanges(read, errors);
-        if (config.desk.state.empty() && !config.desk.on_event.empty())
-            errors.push_back(options_.config + ": on_event: events are told when they are stored: it needs a state " +
-                             "directory (state, or $STATE_DIRECTORY)");
-        for (const std::string& fault : pathFaults(config.cameras)) errors.push_back(options_.config + ": " + fault);
-        for (const std::string& error : errors) logError("", error);
-        for (const std::string& warning : config.warnings) logWarning("", warning);
-        if (errors.empty()) text_ = std::move(read);
-        return errors.empty();
-    }
-
-    /// Changes that cannot be read are as bad as a configuration that cannot: a private area may stand in them.
-    HostConfig withChanges(const std::string& text, std::vector<std::string>& errors) const {
-        const ConfigCheck check = options_.check_only ? ConfigCheck::kWorld : ConfigCheck::kText;
-        HostConfig config = parseConfig(text, options_.config, errors, check);
-        if (config.desk.state.empty()) config.desk.state = stateDirectory();
-        if (!errors.empty() || config.desk.state.empty()) return config;
-        const std::string state = config.desk.state;
-        try {
-            const ChangeHistory history(state);
-            const OverridesFile changes{history.overridesPath(), history.overridesText()};
-            if (!changes.text.empty()) config = parseConfig(text, options_.config, errors, check, &changes);
-        } catch (const std::invalid_argument& error) {
-            errors.emplace_back(error.what());
-        }
-        config.desk.state = state;
-        return config;
+        std::string read;
+        if (!loadRun(options_, config, read)) return false;
+        text_ = std::move(read);
+        return true;
     }
 
     bool setAnalyzer(HostConfig& config) const {
@@ -283,7 +257,7 @@ class Service {
     /// Somebody changed something on the page: the file's text stays the one in force.
     void applyChanges() {
         std::vector<std::string> errors;
-        HostConfig config = withChanges(text_, errors);
+        HostConfig config = withChanges(options_, text_, errors);
         if (!errors.empty() || !setAnalyzer(config)) {
             for (const std::string& error : errors) logError("", error);
             return;
@@ -346,28 +320,11 @@ class Service {
         if (const std::string trouble = camera.trouble(); !trouble.empty()) logInfo(camera.config().name, trouble);
     }
 
-    /// What stands in the file, for other threads.
-    class Values {
-     public:
-        void set(std::vector<ConfigValue> values) {
-            const std::lock_guard lock(mutex_);
-            values_ = std::move(values);
-        }
-        std::vector<ConfigValue> get() const {
-            const std::lock_guard lock(mutex_);
-            return values_;
-        }
-
-     private:
-        mutable std::mutex mutex_;
-        std::vector<ConfigValue> values_;
-    };
-
     const RunOptions& options_;
     std::string text_;  ///< of the configuration file, in force
     DeskSettings desk_settings_;
     WebSettings web_settings_;
-    Values values_;
+    ValuesInForce values_;
     LivePictures live_;  ///< these three outlive the cameras and the store, which tell them
     ChangeFeed feed_;
     WhyBoxes why_;

@@ -77,7 +77,7 @@ bool Trials::runs(const std::string& live_name) {
 void Trials::measure(One& one, const Camera& camera) {
     const Clock::time_point now = Clock::now();
     const double cpu = camera.cpuSeconds();
-    if (one.trial->state().frames == 0) return;
+    if (!one.trial->state().settled) return;
     // A new analyzer begins at nought: that moment is left out.
     if (one.cpu_before >= 0 && cpu >= one.cpu_before) {
         one.live_cpu += cpu - one.cpu_before;
