@@ -80,7 +80,7 @@ std::string effectOf(const CameraConfig& before, const CameraConfig& after) {
     rules.rules = after.rules;
     rules.notify_from_ns = after.notify_from_ns;
     if (rules == after) return "rules";
-    return after.handsOver() ? "hand-over" : "learns";
+    return before.handsOver() && after.handsOver() ? "hand-over" : "learns";
 }
 
 PageChanges::PageChanges(const std::string& state, std::string path, std::function<void(std::function<void()>)> apply)

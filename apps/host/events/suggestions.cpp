@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <tuple>
 
 namespace fleifeisa::host {
 namespace {
@@ -177,6 +178,9 @@ std::vector<Suggestion> suggestions(const JudgedEvent& event, const Limits& limi
             tried.when = Schedule(when, std::make_shared<const TimeZone>(place));
             add({.when = when}, tried);
         }
+    std::ranges::stable_sort(all, [](const Suggestion& a, const Suggestion& b) {
+        return std::tuple(a.removes.right, -a.removes.wrong) < std::tuple(b.removes.right, -b.removes.wrong);
+    });
     return all;
 }
 

@@ -35,7 +35,7 @@ struct Removed {
 
 /// One way to be rid of an event. Exactly one of the values is set.
 struct Suggestion {
-    std::vector<Point> mask = {};  ///< a rectangle around everything its tracks were seen in
+    std::vector<Point> mask = {};              ///< a rectangle around everything its tracks were seen in
     std::optional<LeastSize> least_size = {};  ///< of the event's rule
     std::optional<double> least_age = {};
     std::string when = {};
@@ -45,8 +45,8 @@ struct Suggestion {
 /// Would the event still come with this mask, these limits? @param mask  empty: none
 bool wouldCome(const JudgedEvent& event, const std::vector<Point>& mask, const Limits& limits);
 
-/// What would remove that event, in the order of masks, sizes, ages, times; only what removes it for sure and leaves
-/// most of the picture, sizes and times. @param limits  of its rule, in force
+/// What would remove that event, what costs the fewest right ones first, then what removes the most wrong ones; only
+/// what removes it for sure and leaves most of the picture, sizes and times. @param limits  of its rule, in force
 /// @param events  of the same rule, `event` among them
 std::vector<Suggestion> suggestions(const JudgedEvent& event, const Limits& limits,
                                     const std::vector<JudgedEvent>& events, const TimeZone& place);
