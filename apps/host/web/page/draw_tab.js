@@ -189,4 +189,3 @@ export function drawTab(camera, saved) {
     },
   };
 }
-
