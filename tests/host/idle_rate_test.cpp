@@ -66,6 +66,34 @@ TEST(IdleRate, FewFramesUntilSomethingIsThere) {
         }
 }
 
+TEST(IdleRate, NothingIsThereWithoutObjectsAndTracks) {
+    const Track standing{.number = 1, .state = TrackState::kStopped};
+    const struct {
+        bool detection;
+        std::size_t objects;
+        std::span<const Track> tracks;
+        SceneState scene;
+        bool nothing;
+    } rows[] = {
+        {true, 0, {}, SceneState::kWatching, true},
+        {true, 0, {}, SceneState::kBlind, true},
+        {false, 0, {}, SceneState::kWatching, false},
+        {true, 1, {}, SceneState::kWatching, false},
+        {true, 0, {&standing, 1}, SceneState::kWatching, false},
+        {true, 0, {}, SceneState::kChanged, false},
+        {true, 0, {}, SceneState::kLearning, false},
+    };
+    for (const auto& row : rows) {
+        Reply reply;
+        reply.detection = row.detection;
+        reply.objects.resize(row.objects);
+        TrackFrame frame;
+        frame.tracks = row.tracks;
+        frame.scene = row.scene;
+        EXPECT_EQ(showsNothing(reply, frame), row.nothing) << &row - rows;
+    }
+}
+
 TEST(IdleRate, AllFramesAfterWhatCannotBeKnown) {
     const auto always = [](auto) { return true; };
     for (const bool lost : {false, true}) {

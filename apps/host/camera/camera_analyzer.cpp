@@ -15,12 +15,6 @@ constexpr Clock::duration kStopGrace = std::chrono::seconds(1);  // for the answ
 constexpr int kGiveUp = 7;    // analyzers in a row without an answer; a live camera never gives up
 constexpr int kAttempts = 3;  // a frame over which so many analyzers die is given up
 
-/// While light changes and while anybody learns, every frame counts.
-bool showsNothing(const Reply& reply, const TrackFrame& frame) {
-    return reply.detection && reply.objects.empty() && frame.tracks.empty() &&
-           (frame.scene == SceneState::kWatching || frame.scene == SceneState::kBlind);
-}
-
 }  // namespace
 
 void Camera::startAnalyzer() {

@@ -9,6 +9,11 @@ constexpr std::int64_t kBefore = 2;  // frames: a file has two under way, see kF
 
 }  // namespace
 
+bool showsNothing(const Reply& reply, const TrackFrame& frame) {
+    return reply.detection && reply.objects.empty() && frame.tracks.empty() &&
+           (frame.scene == SceneState::kWatching || frame.scene == SceneState::kBlind);
+}
+
 bool IdleRate::decidable() const {
     const auto open = std::ranges::find(wanted_, false, &Wanted::answered);
     return open == wanted_.end() || open->index > next_ - kBefore;

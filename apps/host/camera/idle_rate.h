@@ -8,9 +8,14 @@
 #include <deque>
 #include <optional>
 
+#include "analyzer/reply.h"
 #include "sources/rate_grid.h"
+#include "tracks/track.h"
 
 namespace fleifeisa::host {
+
+/// Nothing is there. While light changes and while anybody learns, every frame counts.
+bool showsNothing(const Reply& reply, const TrackFrame& frame);
 
 class IdleRate {
  public:

@@ -10,16 +10,20 @@
 
 namespace fleifeisa::host {
 
+/// What ffmpeg says comes in scraps, a dozen for each frame, and would wake this thread as often. It fits into its pipe
+/// while data come; whoever needs it asks for it (drainErrors), and where no data come it is looked after all the same.
 void PipeReader::waitForData() {
+    constexpr std::chrono::milliseconds kErrorsWait{100};
     const Clock::time_point deadline = Clock::now() + stall_;
-    for (;;) {
+    for (bool errors_too = false;; errors_too = true) {
         std::array<pollfd, 4> items = {
-            {{data_, POLLIN, 0}, {stop_.fd(), POLLIN, 0}, {errors_, POLLIN, 0}, {also_, POLLIN, 0}}};
-        const int ready = ::poll(items.data(), items.size(), pollTimeout(deadline));
+            {{data_, POLLIN, 0}, {stop_.fd(), POLLIN, 0}, {also_, POLLIN, 0}, {errors_too ? errors_ : -1, POLLIN, 0}}};
+        const Clock::time_point until = errors_too ? deadline : std::min(deadline, Clock::now() + kErrorsWait);
+        const int ready = ::poll(items.data(), items.size(), pollTimeout(until));
         if (ready < 0 && errno == EINTR) continue;
         if (items[1].revents != 0) throw ReadEnd(ReadEnd::kStopped, "stopped");
-        if (items[2].revents != 0) drainErrors();
-        if (items[3].revents != 0) drainAlso();
+        if (ready == 0 || items[3].revents != 0) drainErrors();
+        if (items[2].revents != 0) drainAlso();
         if (items[0].revents != 0) return;
         if (Clock::now() >= deadline) throw ReadEnd(ReadEnd::kStalled, "no data in time");
     }
@@ -79,6 +83,7 @@ void PipeReader::drainErrors() {
                 line_ += c;
             }
         }
+        if (count < static_cast<ssize_t>(chunk.size())) return;  // that was all
     }
 }
 

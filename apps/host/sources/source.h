@@ -22,7 +22,7 @@ struct RawFrame {
     std::int64_t clock_step_ns = 0;  ///< of a live frame: by so much the clock was stepped since the one before
 };
 
-constexpr double kLeastIdleRate = 0.1;  ///< what comes is noticed after so long
+constexpr double kLeastIdleRate = 0.5;  ///< frames a second: pictures stay fresh, and who comes is noticed
 
 /// What a user may say about a source.
 struct SourceOptions {
