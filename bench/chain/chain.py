@@ -217,7 +217,7 @@ def main():
     parser.add_argument("--tools", type=pathlib.Path, default=pathlib.Path("build/bench"), help="where child_time and opencv_chain are")
     parser.add_argument("--footage", type=pathlib.Path, default=os.environ.get("FLEIFEISA_FOOTAGE"), help="directory; else made scenes")
     parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--sizes", default="320x240,768x576")
+    parser.add_argument("--sizes", default="320x240,768x576", help="of the comparison, \"\": the quiet day alone")
     parser.add_argument("--motion-seconds", type=int, default=20, help="of Motion at the file's rate, 0: without it")
     parser.add_argument("--no-idle", action="store_true", help="without the quiet day")
     options = parser.parse_args()
@@ -226,7 +226,7 @@ def main():
     print(f"Load when it began: {os.getloadavg()[0]:.1f} on {os.cpu_count()} processors")
     with tempfile.TemporaryDirectory(prefix="fleifeisa-chain-") as folder:
         bench = Bench(options, pathlib.Path(folder))
-        for size in options.sizes.split(","):
+        for size in filter(None, options.sizes.split(",")):
             printed(size, compared(bench, size))
         if not options.no_idle:
             idle(bench, "320x240")
