@@ -67,7 +67,8 @@ TEST(IdleRate, FewFramesUntilSomethingIsThere) {
 }
 
 TEST(IdleRate, NothingIsThereWithoutObjectsAndTracks) {
-    const Track standing{.number = 1, .state = TrackState::kStopped};
+    Track standing;
+    standing.state = TrackState::kStopped;
     const struct {
         bool detection;
         std::size_t objects;
