@@ -58,6 +58,7 @@ class Trial::Run {
         control.bgframes = std::to_string(learning);
         AnalyzerSettings settings = config.analyzer;
         settings.root = root_.path();
+        settings.explainer.clear();  // nobody asks it why
         writeControlFile(controlPath(settings.root, settings.device), controlText(control));
         analyzer_ = std::make_unique<AnalyzerClient>(settings);
     }
