@@ -62,10 +62,7 @@ std::string fixedPoint(std::int64_t value, int decimals) {
 std::string rounded(double value, int decimals) {
     double scale = 1;
     for (int i = 0; i < decimals; ++i) scale *= 10;
-    std::string text = fixedPoint(std::llround(value * scale), decimals);
-    if (decimals > 0) text.erase(text.find_last_not_of('0') + 1);
-    if (text.back() == '.') text.pop_back();
-    return text;
+    return fixedPoint(std::llround(value * scale), decimals);
 }
 
 std::string rfc3339(std::int64_t time_ns) {

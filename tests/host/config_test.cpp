@@ -234,7 +234,7 @@ TEST(Config, FaultsNameLineAndKey) {
         {kPlain + "size = '320x'", ":5: camera[1].size: expected WIDTHxHEIGHT"},
         {kPlain + "region = '320x240'", ":5: camera[1].region: expected"},
         {kPlain + "rate = 'x'", ":5: camera[1].rate: expected a number from 0 to 1000"},
-        {kPlain + "rate = 0", ":5: camera[1].rate: expected a number"},
+        {kPlain + "rate = -1", ":5: camera[1].rate: expected a number"},
         {kPlain + "idle_rate = 0.01", ":5: camera[1].idle_rate: expected a number from 0.5 to 1000"},
         {kPlain + "rate = 2\nidle_rate = 2", ":6: camera[1].idle_rate: an idle rate is lower than the rate"},
         {kPlain + "rate = nan", ":5: camera[1].rate: expected a number"},

@@ -134,6 +134,7 @@ class Why(WebTest):
         for query in ("x=1", "y=1", "x=-1&y=0", "x=1.5&y=0", "x=a&y=b", "x=99999999999&y=0", "x=160&y=0", "x=0&y=120", "layer=all",
                       "layer=age%0a1%200", "object=-1", "object=1%20layer%20age", "x=1%0a&y=1"):
             self.assertEqual(self.ask("cameras/gate/why?" + query)[0], 400, query)
+        self.until(lambda: self.ask("cameras/gate/why?layer=age")[0] == 200, "a frame that was searched", 40)
         # Many at once: each has an answer or is refused with a reason; frames go on.
         before = self.get("cameras/gate")["answered"]
         statuses = []
