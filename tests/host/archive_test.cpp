@@ -133,6 +133,8 @@ TEST(ClipRun, ItsNameFollowsWhatMatters) {
         {"source, live", nameWith("source='/dev/video0'\nlive=true\nprofile='traffic'\nsize='320x240'"), true},
         {"another camera",
          nameWith("[[camera]]\nname='gate'\nprofile='traffic'\nsize='320x240'\n[[camera]]\nname='yard'\n"), true},
+        {"pictures", nameWith("profile='traffic'\nsize='320x240'\nkeep={pictures=false}"), false},
+        {"clips are kept longer", nameWith("profile='traffic'\nsize='320x240'\nkeep={clip_days=3}"), true},
         {"size", nameWith("profile='traffic'\nsize='320x244'"), false},
         {"a zone", nameWith("profile='traffic'\nsize='320x240'\n[[camera.zone]]\nname='z'\npoints=[[0,0],[1,0],[1,1]]"),
          false},

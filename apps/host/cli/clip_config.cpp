@@ -25,6 +25,8 @@ std::string formatted(const toml::table& camera, const std::string& timezone) {
     toml::table kept = camera;
     for (const char* key : kOfNoMatter) kept.erase(key);
     kept.insert("name", "clip");
+    if (const auto pictures = camera["keep"]["pictures"].value<bool>())
+        kept.insert("keep", toml::table{{"pictures", *pictures}});
     const toml::table document{{"timezone", timezone}, {"camera", toml::array{kept}}};
     std::ostringstream text;
     text.imbue(std::locale::classic());

@@ -138,7 +138,8 @@ function words(entry) {
     .filter(Boolean).join(" ").toLowerCase();
 }
 
-let found = [];
+let entries = []; // of the chosen cameras and days
+let found = []; // of them, what was asked for
 let turn = 0; // of the latest show(): an earlier one that is still loading is out of date
 
 async function show() {
@@ -147,8 +148,9 @@ async function show() {
   element("found").textContent = "Loading ...";
   const day = element("day").value;
   const loads = chosen().flatMap((camera) => Object.keys(camera.days).filter((date) => day === "all" || (date || "undated") === day).map((date) => load(camera.name, date)));
-  const entries = (await Promise.all(loads)).flat();
+  const all = (await Promise.all(loads)).flat();
   if (mine !== turn) return;
+  entries = all;
   const kind = element("kind").value, rule = element("rule").value;
   const from = Number(element("from").value), to = Number(element("to").value);
   const search = element("text").value.toLowerCase().split(/\s+/).filter(Boolean);
@@ -181,7 +183,7 @@ function more() {
 const MARGIN = 3; // seconds that a visit's video begins before it
 
 function video(entry) {
-  const visit = entry.kind === "motion" ? entry : found.find((other) => other.kind === "motion" && other.clip === entry.clip && other.n === entry.visit);
+  const visit = entry.kind === "motion" ? entry : entries.find((other) => other.kind === "motion" && other.clip === entry.clip && other.n === entry.visit);
   let source = "", at = 0;
   if (entry.video) {
     source = resultFile(entry, entry.video);
