@@ -130,6 +130,23 @@ TEST(Compare, Tracks) {
     }
 }
 
+TEST(Compare, NothingIsComparedUntilBothHaveLearned) {
+    const ClipResult a = run({{1, 15, 30}, {2, 15, 70}, {3, 60, 80}}, 1,
+                             {event(1, EventKind::kLine, 2, 2, "gate"), event(2, EventKind::kZone, 2, 7, "yard")});
+    ClipResult b = run({{1, 43, 70}, {2, 60, 80}}, 1, {event(1, EventKind::kZone, 4.3, 7, "yard")});
+    for (int index = 0; index < 40; ++index) b.frames[static_cast<std::size_t>(index)].detection = false;
+    for (const bool turned : {false, true}) {
+        const ClipComparison result = turned ? compareResults(b, a) : compareResults(a, b);
+        EXPECT_EQ(result.from_ns, 50 * kStep);  // and a second more
+        EXPECT_EQ(ClipComparison::count(result.tracks, Difference::kEarly), 1);
+        EXPECT_EQ(ClipComparison::count(result.tracks, Difference::kNone), 2);
+        EXPECT_EQ(ClipComparison::count(result.events, Difference::kEarly), 1);
+        EXPECT_EQ(ClipComparison::count(result.events, Difference::kNone), 1);
+        EXPECT_FALSE(result.differs());
+        EXPECT_FALSE(result.parting);
+    }
+}
+
 TEST(Compare, APictureIsTakenWhereItSaysMost) {
     // In both: in the middle of what only one of them shows. Alone: where it is largest.
     const auto look = [](const ClipResult& a, const ClipResult& b) {

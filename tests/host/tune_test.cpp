@@ -76,6 +76,7 @@ TEST(Tune, Scores) {
         {"seen elsewhere", truth({rough(5, 8)}), {{1, 55, 75, 0.8}}, 1, 0, 0, 1},
         {"anywhere will do", truth({rough(5, 8, std::nullopt)}), {{1, 55, 75, 0.8}}, 1, 1, 0, 0},
         {"a second late, which people are", truth({rough(5, 8)}), {{1, 89, 99}}, 1, 1, 0, 0},
+        {"a second early", truth({rough(5, 8)}), {{1, 31, 41}}, 1, 1, 0, 0},
         {"two seconds late", truth({rough(5, 8)}), {{1, 101, 110}}, 1, 0, 0, 1},
         {"in two pieces", truth({rough(5, 8)}), {{1, 50, 60}, {2, 65, 80}}, 1, 1, 1, 0},
         {"over before it learned", truth({rough(5, 8)}), {}, 0, 0, 0, 0, 8 * kSecond},
@@ -399,7 +400,7 @@ TEST(Tune, ATrialIsAnExactRun) {
     for (const double low : {0.25, 1.0})
         for (const bool shadow : {true, false})
             for (const bool split : {true, false})
-                order.candidates.push_back({low, 2 * low, 128, 10, 20, low * 1e-3, shadow, split});
+                order.candidates.push_back({low, 2 * low, 128, 10, 20, split ? 2e-4 : 0.02, shadow, split});
     std::vector<std::vector<std::string>> tried(order.candidates.size());
     const TrialResults results =
         runTrial(camera, order, {}, [&](std::size_t index, std::int64_t, const TrackFrame& tracks) {
