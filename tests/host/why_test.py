@@ -128,7 +128,7 @@ class Why(WebTest):
         self.serve()
         self.assertEqual(self.ask("cameras/gate/why")[0], 401)
         self.login("guest")
-        self.until(lambda: self.ask("cameras/gate/why")[0] == 200, "an answer", 40)
+        self.until(lambda: self.ask("cameras/gate/why?layer=age")[0] == 200, "an answer of an analyzer that has learned", 40)
         self.assertEqual(self.ask("cameras/yard/why")[0], 404)
         self.assertEqual(self.ask("cameras/nobody/why")[0], 404)
         for query in ("x=1", "y=1", "x=-1&y=0", "x=1.5&y=0", "x=a&y=b", "x=99999999999&y=0", "x=160&y=0", "x=0&y=120", "layer=all",
