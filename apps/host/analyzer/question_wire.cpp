@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -66,10 +67,8 @@ void QuestionWire::read() {
 /// Takes one whole answer from what came in. Those to forgotten questions are dropped.
 bool QuestionWire::parse() {
     const std::size_t line = incoming_.find('\n');
-    if (line == std::string::npos || line > kMostHead) {
-        if (incoming_.size() > kMostHead) close();
-        return false;
-    }
+    if (std::min(line, incoming_.size()) > kMostHead) close();  // also one that has not ended yet
+    if (line == std::string::npos || line > kMostHead) return false;
     const auto head = headOf(std::string_view(incoming_).substr(0, line));
     if (!head) {
         close();

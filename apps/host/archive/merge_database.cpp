@@ -78,37 +78,39 @@ void MergeDatabase::add(const ClipRun& run, const ClipResult* result, const std:
     const std::int64_t camera = cameraOf(clip.camera), id = ++clips_;
     const bool part = !clip.part.whole(), there = result != nullptr;
     const ClipSummary summary = there ? result->summary : ClipSummary{};
-    const auto ifThere = [there](const auto& value) { return there ? std::optional(value) : std::nullopt; };
-    const auto ifPart = [part](std::int64_t value) { return part ? std::optional(value) : std::nullopt; };
+    const auto if_there = [there](const auto& value) { return there ? std::optional(value) : std::nullopt; };
+    const auto if_part = [part](std::int64_t value) { return part ? std::optional(value) : std::nullopt; };
     clip_
         ->bind(id, camera, std::string_view(run.name), std::string_view(clip.file), clip.start_time_ns,
-               ifPart(clip.part.from_ns), ifPart(clip.part.to_ns), std::string_view(state), std::string_view(reason),
-               ifThere(summary.frames), ifThere(summary.width), ifThere(summary.height), ifThere(summary.first_ns),
-               ifThere(summary.last_ns), ifThere(summary.frames_hash), ifThere(summary.replies_hash),
-               ifThere(summary.tracks_hash), ifThere(summary.events_hash))
+               if_part(clip.part.from_ns), if_part(clip.part.to_ns), std::string_view(state), std::string_view(reason),
+               if_there(summary.frames), if_there(summary.width), if_there(summary.height), if_there(summary.first_ns),
+               if_there(summary.last_ns), if_there(summary.frames_hash), if_there(summary.replies_hash),
+               if_there(summary.tracks_hash), if_there(summary.events_hash))
         .run();
     if (!there) return;
     const bool dated = clip.start_time_ns.has_value();
-    const auto dayOf = [&](std::int64_t time_ns) { return dated ? std::optional(time_.dayOf(time_ns)) : std::nullopt; };
-    const auto hourOf = [&](std::int64_t time_ns) {
+    const auto day_of = [&](std::int64_t time_ns) {
+        return dated ? std::optional(time_.dayOf(time_ns)) : std::nullopt;
+    };
+    const auto hour_of = [&](std::int64_t time_ns) {
         return dated ? std::optional(time_.hourOf(time_ns)) : std::nullopt;
     };
     for (const ResultTrack& track : result->tracks) {
-        const auto day = dayOf(track.start_ns);
+        const auto day = day_of(track.start_ns);
         const auto thumb = unlessEmpty(track.thumb);
         track_
-            ->bind(id, track.number, day, hourOf(track.start_ns), track.start_ns, track.end_ns,
+            ->bind(id, track.number, day, hour_of(track.start_ns), track.start_ns, track.end_ns,
                    std::string_view(track.ended), track.frames, track.path_px, thumb, std::string_view(track.message))
             .run();
     }
     for (const ResultEvent& event : result->events) {
-        const auto day = dayOf(event.start_ns);
+        const auto day = day_of(event.start_ns);
         const auto thumb = unlessEmpty(event.thumb), picture = unlessEmpty(event.picture),
                    strip = unlessEmpty(event.strip), video = unlessEmpty(event.video);
         event_
             ->bind(id, camera, event.number, std::string_view(event.kind), std::string_view(event.rule),
                    std::string_view(event.changes), std::string_view(event.reason), std::string_view(event.text), day,
-                   hourOf(event.start_ns), event.start_ns, event.end_ns, unlessZero(event.track),
+                   hour_of(event.start_ns), event.start_ns, event.end_ns, unlessZero(event.track),
                    unlessZero(event.visit), event.value, event.held, thumb, picture, strip, video,
                    std::string_view(event.message))
             .run();

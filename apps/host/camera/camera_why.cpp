@@ -127,12 +127,12 @@ void CameraWhy::take(QuestionWire& wire) {
 /// Both halves are there: the analyzer's, and the filter's where the question was about a frame to come.
 void CameraWhy::tellWhole() {
     if (!person_->of || person_->analyzer.empty()) return;
-    const Person done = *std::exchange(person_, std::nullopt);
+    const AskedByPerson done = *std::exchange(person_, std::nullopt);
     box_->answer(done.asked.id, {"", whyJson(camera_, *done.of, done.analyzer, done.filter), done.layer});
 }
 
 void CameraWhy::tell(const std::string& fault) {
-    const Person done = *std::exchange(person_, std::nullopt);
+    const AskedByPerson done = *std::exchange(person_, std::nullopt);
     box_->answer(done.asked.id, {fault, "", ""});
 }
 

@@ -19,6 +19,17 @@ namespace fleifeisa::host {
 
 struct FilterView;
 
+/// What somebody at the page wants to know, and how far its answer is.
+struct AskedByPerson {
+    WhyBox::Asked asked;
+    std::int64_t frame = 0;  ///< that it is asked about, 0: none yet, or the latest
+    bool sent = false;
+    Clock::time_point since = Clock::now();
+    std::shared_ptr<FilterView> view;  ///< while its frame is under way
+    std::string filter, analyzer, layer;
+    std::optional<WhyFrame> of;
+};
+
 /// The camera's thread's own. The analyzer is handed in, since it may be another one from call to call.
 class CameraWhy {
  public:
@@ -54,15 +65,6 @@ class CameraWhy {
     void finish();
 
  private:
-    struct Person {
-        WhyBox::Asked asked;
-        std::int64_t frame = 0;  ///< that it is asked about, 0: none yet, or the latest
-        bool sent = false;
-        Clock::time_point since = Clock::now();
-        std::shared_ptr<FilterView> view;  ///< while its frame is under way
-        std::string filter, analyzer, layer;
-        std::optional<WhyFrame> of;
-    };
     struct Happened {
         CameraEvent event;
         WhyFrame frame;
@@ -84,7 +86,7 @@ class CameraWhy {
     const bool on_;
     const std::uint64_t opened_;
     const Keep keep_;
-    std::optional<Person> person_;
+    std::optional<AskedByPerson> person_;
     std::deque<Happened> happened_;  // the front one may be under way
     WhyFrame latest_;
 };

@@ -7,7 +7,7 @@
 #include "archive/archive.h"
 #include "compare/compare_page.h"
 
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the library's
 class App;
 }
 

@@ -7,8 +7,6 @@
 
 #include "toml/toml_text.h"
 
-#include "toml/toml_text.h"
-
 namespace fleifeisa::host {
 namespace {
 

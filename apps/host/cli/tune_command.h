@@ -7,7 +7,7 @@
 
 #include "tune/parameter_set.h"
 
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the library's
 class App;
 }
 

@@ -20,7 +20,7 @@ struct ParameterSet {
     static constexpr int kFull = 16384;  ///< no picture is larger
 
     bool operator==(const ParameterSet&) const = default;
-    auto operator<=>(const ParameterSet&) const = default;
+    auto operator<=>(const ParameterSet&) const = default;  // NOLINT(modernize-use-nullptr): there is no pointer
 };
 
 /// "1/2 384 px 10/s area 0.0005 shadow split": on one line, and another for every other candidate.

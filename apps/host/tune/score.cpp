@@ -24,8 +24,8 @@ std::pair<std::vector<TruthBox>::const_iterator, std::vector<TruthBox>::const_it
         --after;
     }
     if (std::abs(after->time_ns - time_ns) > reach) return {boxes.end(), boxes.end()};
-    const auto range = std::ranges::equal_range(boxes, after->time_ns, {}, &TruthBox::time_ns);
-    return {range.begin(), range.end()};
+    return {std::ranges::lower_bound(boxes, after->time_ns, {}, &TruthBox::time_ns),
+            std::ranges::upper_bound(boxes, after->time_ns, {}, &TruthBox::time_ns)};
 }
 
 }  // namespace
