@@ -96,7 +96,9 @@ TEST_F(Explain, AskedAtEveryFrameTheStateIsTheSame) {
         {"color-crowd-96x64", {{96, 64, 50, 11, 30, 0, 9}, {COLOR, 10, {{30, 4}}, nullptr}}},
     };
     constexpr const char* kLayers[] = {"difference", "confidence", "edges", "labels", "age"};
-    for (const auto& [name, run] : cases) {
+    for (const auto& one : cases) {
+        const char* const name = one.first;
+        const auto& run = one.second;
         Asker each;
         fe::Explainer explainer(each.there);
         ReplayOptions options = run.second;

@@ -227,6 +227,7 @@ class Drawing(PageTest):
         ActionChains(self.driver).drag_and_drop_by_offset(handle, 0, 150).perform()
         ActionChains(self.driver).drag_and_drop_by_offset(self.find(".handle[data-target=middle0]"), 0, -20).perform()
         self.wait("document.querySelectorAll('.handle.point').length === 6")
+        self.assertIn("Point 2 of 6, 50 %", self.find(".handle[data-target=point1]").get_attribute("aria-label"))
         self.find(".tools button:nth-child(2)").click()
         self.wait("document.querySelectorAll('.handle.point').length === 5")
         self.wait("Number(document.querySelector('.whatif').dataset.events) >= 0")

@@ -68,7 +68,7 @@ void QuestionWire::read() {
 bool QuestionWire::parse() {
     const std::size_t line = incoming_.find('\n');
     if (std::min(line, incoming_.size()) > kMostHead) close();  // also one that has not ended yet
-    if (line == std::string::npos || line > kMostHead) return false;
+    if (line > kMostHead) return false;  // or there is none
     const auto head = headOf(std::string_view(incoming_).substr(0, line));
     if (!head) {
         close();
