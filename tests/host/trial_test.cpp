@@ -101,11 +101,6 @@ TEST_F(Trials, ShowWhatTheChangeDoes) {
         for (std::size_t i = kLearning / 2; i < frames.size(); ++i) {
             const TrialState before = trial.state();
             trial.add(frames[i], {});
-            if (i < kLearning) {  // what comes sooner than a second later is not learned
-                const auto soon = std::make_shared<KeptFrame>(*frames[i]);
-                soon->time_ns += 300'000'000;
-                trial.add(soon, {});
-            }
             EXPECT_TRUE(eventually([&] {
                 const TrialState now = trial.state();
                 return i < kLearning ? now.learned == static_cast<int>(i) + 1
