@@ -65,7 +65,7 @@ function placeFacts(analyzer) {
       row(words.place, h('span', {class: 'number', data: {fact: 'at'}}, place.at.join(', '))),
       place.pixel && row(words.pixel, swatch(place.pixel)),
       place.nearest !== undefined && row(words.nearest, place.nearest === null ? words.nothingKnown
-        : [swatch(place.nearest.mean), ' ', h('span', {class: 'number'}, words.distance(Math.round(analyzer.type === 'infrared' ? place.nearest.distance : Math.sqrt(place.nearest.distance)))), ' ', h('span', {class: 'muted'}, words.of[place.nearest.of])])),
+        : [swatch(place.nearest.mean), ', ', h('span', {class: 'number'}, words.distance(Math.round(analyzer.type === 'infrared' ? place.nearest.distance : Math.sqrt(place.nearest.distance)))), ' ', h('span', {class: 'muted'}, words.of[place.nearest.of])])),
     place.cells.map((cell) => cellFacts(cell, analyzer, learning)),
   ];
 }
