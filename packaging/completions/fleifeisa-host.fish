@@ -43,18 +43,6 @@ for flag in slurm retry no-merge watch quiet
 end
 complete -c fleifeisa-host -n $feeds -l credentials -r -d "file with name and password"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell events db" -l state -r -d "state directory"
-set -l batch "__fish_seen_subcommand_from batch"
-complete -c fleifeisa-host -n $batch -a "status merge verify cancel"
-for option in config out analyzer
-    complete -c fleifeisa-host -n $batch -l $option -r
-end
-for option in jobs nice cut warm-up sbatch task-time share
-    complete -c fleifeisa-host -n $batch -l $option -x
-end
-for flag in slurm retry no-merge watch quiet
-    complete -c fleifeisa-host -n $batch -l $flag
-end
-complete -c fleifeisa-host -n "__fish_seen_subcommand_from play tell" -l state -r -d "state directory"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -f -a "add list remove password change token"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l role -x -a "view admin"
 complete -c fleifeisa-host -n "__fish_seen_subcommand_from user" -l state -r -d "state directory"
