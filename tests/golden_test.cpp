@@ -2,9 +2,7 @@
 // one changed bit anywhere is seen, and the first frame and part of the state are named.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-
+#include "support/golden.h"
 #include "support/scene.h"
 #include "support/state_hash.h"
 
@@ -46,20 +44,7 @@ TEST_P(Golden, StateAfterEveryFrame) {
     // A single cell has no spread of differences and never shows an object.
     EXPECT_EQ(records > 0, c.scene.width > 4) << "without objects the replay would prove little";
 
-    const std::string path = std::string(FLEIFEISA_SOURCE_DIR "/tests/cases/golden/") + c.name + ".txt";
-    if (std::getenv("FLEIFEISA_WRITE_GOLDEN") != nullptr) {
-        std::ofstream out(path);
-        for (const std::string& line : lines) out << line << '\n';
-        GTEST_SKIP() << "wrote " << path;
-    }
-    std::ifstream in(path);
-    ASSERT_TRUE(in) << path << " is missing; FLEIFEISA_WRITE_GOLDEN=1 writes it";
-    std::string expected;
-    for (const std::string& line : lines) {
-        ASSERT_TRUE(std::getline(in, expected)) << path << " ends before: " << line;
-        ASSERT_EQ(expected, line) << "first difference in: " << goldenDifference(expected, line);
-    }
-    EXPECT_FALSE(std::getline(in, expected)) << path << " holds more frames than the replay";
+    compareWithGolden(c.name, lines, goldenDifference);
 }
 
 // A relearning period that the file sets below 0 never ends.

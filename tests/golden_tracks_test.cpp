@@ -4,14 +4,13 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "analyzer/reply.h"
+#include "support/golden.h"
 #include "support/scene.h"
 #include "support/state_hash.h"
 #include "tracks/track_filter.h"
@@ -92,20 +91,7 @@ TEST_P(GoldenTracks, StateAfterEveryFrame) {
     ASSERT_EQ(lines.size(), frames.size());
     EXPECT_GT(filter.nextNumber(), c.least_tracks);
 
-    const std::string path = std::string(FLEIFEISA_SOURCE_DIR "/tests/cases/golden/") + c.name + ".txt";
-    if (std::getenv("FLEIFEISA_WRITE_GOLDEN") != nullptr) {
-        std::ofstream out(path);
-        for (const std::string& line : lines) out << line << '\n';
-        GTEST_SKIP() << "wrote " << path;
-    }
-    std::ifstream in(path);
-    ASSERT_TRUE(in) << path << " is missing; FLEIFEISA_WRITE_GOLDEN=1 writes it";
-    std::string expected;
-    for (const std::string& line : lines) {
-        ASSERT_TRUE(std::getline(in, expected)) << path << " ends before: " << line;
-        ASSERT_EQ(expected, line);
-    }
-    EXPECT_FALSE(std::getline(in, expected)) << path << " holds more frames than the replay";
+    compareWithGolden(c.name, lines, [](const std::string&, const std::string&) { return "the tracks"; });
 }
 
 INSTANTIATE_TEST_SUITE_P(All, GoldenTracks, testing::ValuesIn(kCases), [](const auto& param) {
