@@ -7,7 +7,6 @@ import re
 import shutil
 import subprocess
 import sys
-import time
 import unittest
 
 import clip_runs
@@ -372,7 +371,12 @@ class Rights(PageTest):
         self.find(".who").click()
         self.sign_in("ann", PASSWORD)
         menu = self.find(".arming select")
-        time.sleep(1.5)  # cameras go on changing: the menu that was found stays the one to use
+        # The camera goes on changing: the menu that was found stays the one to use.
+        self.driver.execute_script("""window.answered = 0;
+            setInterval(async () => { window.answered = (await (await fetch('/api/v1/cameras/gate')).json()).answered; }, 100);""")
+        self.wait("answered > 0")
+        before = self.driver.execute_script("return answered")
+        self.wait(f"answered > {before} + 15")
         menu.send_keys("for 1 hour")
         self.wait("document.querySelector('.arming td').textContent.startsWith('silent until')")
         # An account that is changed signs its browsers out.
